@@ -1,0 +1,53 @@
+// Treats arbitrary bytes as an image and decodes sequences from several start
+// addresses, with and without KR, then encodes and re-decodes what it found.
+// Decoding must never read outside the image, loop without end or disagree
+// with its own byte size.
+#include "sequence/sequence.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <vector>
+
+namespace {
+
+void check(bool ok) {
+    if (!ok) std::abort();
+}
+
+void decodeAt(const std::vector<uint8_t>& bytes, int32_t offset, bool kr) {
+    zpe::Image img("fuzz.nes", bytes);
+    zpe::clsSequence seq;
+    seq.address(zpe::addressOfOffset(offset));
+    img.seekOffset(offset);
+    seq.load(img, kr);
+    const std::vector<uint8_t> encoded = seq.encode();
+    check(static_cast<int32_t>(encoded.size()) == seq.byteSize());
+    // What decoded is exactly the bytes that were read.
+    check(offset + seq.byteSize() <= static_cast<int32_t>(bytes.size()));
+    for (size_t i = 0; i < encoded.size(); ++i) check(encoded[i] == bytes[static_cast<size_t>(offset) + i]);
+    (void)seq.commandString(zpe::defaultCmdNames());
+    (void)seq.AddressRange();
+    // Editing keeps the byte size equal to the encoded bytes.
+    if (seq.commandCount() > 0) {
+        zpe::clsSequence copy;
+        copy.clone(seq);
+        copy.data(0, 0, static_cast<int16_t>(bytes.size() & 0x1F));
+        check(static_cast<int32_t>(copy.encode().size()) == copy.byteSize());
+        copy.convertRelJump();
+        copy.removeCommand(copy.commandCount() - 1);
+        check(static_cast<int32_t>(copy.encode().size()) == copy.byteSize());
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size == 0 || size > (1u << 16)) return 0;
+    const std::vector<uint8_t> bytes(data, data + size);
+    const int32_t n = static_cast<int32_t>(size);
+    for (int32_t offset : {0, 1, n / 3, n / 2, n - 1}) {
+        decodeAt(bytes, offset, false);
+        decodeAt(bytes, offset, true);
+    }
+    return 0;
+}

@@ -1,0 +1,71 @@
+// The readable text of each command and of a whole sequence.
+#include "model/tables.h"
+#include "sequence/sequence.h"
+
+namespace zpe {
+
+namespace {
+
+// Data values shown as plain hexadecimal take the 16-bit form of a negative value.
+std::string plainHex16(int16_t v) { return hexPlain(static_cast<uint16_t>(v)); }
+
+std::string decimal(int32_t v) { return std::to_string(v); }
+
+std::string positionName(const std::array<std::string_view, 16>& table, int16_t index) {
+    return std::string(table[static_cast<size_t>(index) & 0x0F]);
+}
+
+// One axis of a relative move: positive steps are "D-"/"R-", negative "U-"/"L-".
+std::string moveAxis(int16_t v, const char* positive, const char* negative) {
+    const int32_t byte = v & 0xFF;
+    if (byte == 0) return "";
+    if (byte < 0x80) return std::string(positive) + hex2(byte);
+    return std::string(negative) + hex2(256 - byte);
+}
+
+}  // namespace
+
+std::string clsSequence::commandName(int i, const CmdNames& names) const {
+    const SeqCommand& cmd = at(i);
+    const int16_t d0 = cmd.data[0], d1 = cmd.data[1], d2 = cmd.data[2];
+    switch (cmd.command) {
+    case 0x20: return "Cond. Branch (20) to " + hex2(d2) + hex2(d1);
+    case 0x30: return "Block " + positionName(defPosNames, d0);
+    case 0x40: return "Chop Block " + positionName(defPosNames, d0);
+    case 0x50: return "Handoff to " + positionName(offPosNames, d0);
+    case 0x60: return "Fake Handoff to " + positionName(offPosNames, d0);
+    case 0x70: return "Pitch to " + positionName(offPosNames, d0);
+    case 0xA0: return "Route #" + decimal(d0 + 1);
+    case 0xC7: return "Cond. Branch (C7) to " + hex2(d1) + hex2(d0);
+    case 0xD7: {
+        const bool vertical = (d0 & 0xFF) != 0;
+        return "Move Relative (" + moveAxis(d0, "D-", "U-") + (vertical ? "," : "") + moveAxis(d1, "R-", "L-") + ")";
+    }
+    case 0xFE:
+        if ((d0 & 0xFF) >= 0x80) {
+            const int32_t back = 256 - (d0 & 0xFF);
+            return "Loop Back " + decimal(back) + " byte" + (back == 1 ? "" : "s");
+        }
+        return "+R:" + hexPlain(nextAddr_);
+    case 0xFF: return "+A:" + hexPlain(nextAddr_);
+    default: break;
+    }
+    std::string text = names[static_cast<size_t>(cmd.command) & 0xFF];
+    if (cmd.dataLen >= 1) {
+        text += "(";
+        for (int k = 0; k < cmd.dataLen; ++k) {
+            if (k > 0) text += " ";
+            text += plainHex16(cmd.data[static_cast<size_t>(k)]);
+        }
+        text += ") ";
+    }
+    return text;
+}
+
+std::string clsSequence::commandString(const CmdNames& names) const {
+    std::string text;
+    for (int i = 0; i < commandCount(); ++i) text += commandName(i, names) + "; ";
+    return text;
+}
+
+}  // namespace zpe

@@ -1,0 +1,167 @@
+#include "sequence/sequence.h"
+
+#include "model/tables.h"
+
+#include <stdexcept>
+#include <utility>
+
+namespace zpe {
+
+namespace {
+constexpr int16_t kRelativeJump = 0xFE;
+constexpr int16_t kAbsoluteJump = 0xFF;
+constexpr int16_t kComPass = 0x90;
+
+bool isLowCode(int32_t command) { return command < 0xC0; }
+
+uint8_t clampByte(int32_t v) { return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v); }
+}  // namespace
+
+int32_t SeqCommand::encodedSize() const {
+    if (isLowCode(command)) return dataLen;
+    return dataLen < 0 ? 1 : dataLen + 1;
+}
+
+const SeqCommand& clsSequence::at(int pos) const {
+    if (pos < 0 || pos >= commandCount())
+        throw std::out_of_range("command index " + std::to_string(pos) + " outside the sequence");
+    return cmds_[static_cast<size_t>(pos)];
+}
+
+SeqCommand& clsSequence::at(int pos) { return const_cast<SeqCommand&>(std::as_const(*this).at(pos)); }
+
+void clsSequence::clone(const clsSequence& s) { *this = s; }
+
+void clsSequence::load(Image& fp, bool KR) {
+    for (;;) {
+        if (commandCount() >= kMaxCommands || fp.remaining() < 1) {
+            truncated_ = true;
+            return;
+        }
+        const int32_t b = fp.readByte();
+        SeqCommand cmd;
+        cmd.address = startAddr_ + sizeBytes_;
+
+        if (b < 0xC0) {
+            const int32_t hi = b & 0xF0;
+            const int32_t length = hi == kComPass ? (b & 0x0F) + 1 : cmdLenByNibble[static_cast<size_t>(hi >> 4)];
+            if (fp.remaining() < length - 1) {
+                truncated_ = true;
+                return;
+            }
+            cmd.command = static_cast<int16_t>(hi);
+            cmd.data[0] = static_cast<int16_t>(b & 0x0F);
+            for (int32_t k = 1; k < length; ++k) cmd.data[static_cast<size_t>(k)] = fp.readByte();
+            cmd.dataLen = static_cast<int16_t>(length);
+            sizeBytes_ += length;
+            cmds_.push_back(cmd);
+            continue;
+        }
+
+        cmd.command = static_cast<int16_t>(b);
+        int32_t length = cmdLenHigh[static_cast<size_t>(b - 0xC0)];
+        if (KR && (b == 0xEA || b == 0xEC)) length = 1;
+        // 0xD3 goes on only when an 0xFF follows it; the byte is looked at, not taken.
+        if (b == 0xD3 && !(fp.remaining() >= 1 && fp.bytes()[static_cast<size_t>(fp.position())] == 0xFF)) length = 0;
+        if (b == 0xC4 || b == 0xC5) length = 0;
+
+        if (length != 0) {
+            if (fp.remaining() < length - 1) {
+                truncated_ = true;
+                return;
+            }
+            for (int32_t k = 0; k < length - 1; ++k) cmd.data[static_cast<size_t>(k)] = fp.readByte();
+            cmd.dataLen = static_cast<int16_t>(length - 1);
+            sizeBytes_ += length;
+            cmds_.push_back(cmd);
+            continue;
+        }
+
+        // An end command.
+        int32_t dataBytes = 0;
+        if (b == 0xC4 || b == 0xC5 || b == kRelativeJump) dataBytes = 1;
+        else if (b == kAbsoluteJump) dataBytes = 2;
+        if (fp.remaining() < dataBytes) {
+            truncated_ = true;
+            return;
+        }
+        for (int32_t k = 0; k < dataBytes; ++k) cmd.data[static_cast<size_t>(k)] = fp.readByte();
+        cmd.dataLen = static_cast<int16_t>(dataBytes == 0 ? -1 : dataBytes);
+        sizeBytes_ += dataBytes + 1;
+        if (b == kAbsoluteJump) {
+            nextAddr_ = cmd.data[1] * 256 + cmd.data[0];
+        } else if (b == kRelativeJump) {
+            if (cmd.data[0] < 0x80) nextAddr_ = cmd.address + cmd.data[0];
+        } else {
+            nextAddr_ = 0;
+        }
+        cmds_.push_back(cmd);
+        return;
+    }
+}
+
+bool clsSequence::isValid() const { return !truncated_ && nextAddr_ != 0xFFFF; }
+
+std::string clsSequence::AddressRange() const { return hex4(startAddr_) + "-" + hex4(startAddr_ + sizeBytes_ - 1); }
+
+int16_t clsSequence::dataLen(int pos) const { return at(pos).dataLen; }
+int16_t clsSequence::command(int pos) const { return at(pos).command; }
+int32_t clsSequence::commandAddress(int i) const { return at(i).address; }
+
+int16_t clsSequence::data(int pos, int i) const {
+    if (i < 0 || i > 255) throw std::out_of_range("data index " + std::to_string(i) + " outside 0 to 255");
+    return at(pos).data[static_cast<size_t>(i)];
+}
+
+void clsSequence::data(int pos, int i, int16_t value) {
+    SeqCommand& cmd = at(pos);
+    if (i < 0 || i > 255) throw std::out_of_range("data index " + std::to_string(i) + " outside 0 to 255");
+    cmd.data[static_cast<size_t>(i)] = value;
+    if (cmd.command == kAbsoluteJump) {
+        nextAddr_ = cmd.data[1] * 256 + cmd.data[0];
+    } else if (cmd.command == kComPass && i == 0) {
+        const auto newLen = static_cast<int16_t>((value & 0x0F) + 1);
+        sizeBytes_ += newLen - cmd.dataLen;
+        cmd.dataLen = newLen;
+    }
+}
+
+void clsSequence::removeCommand(int pos) {
+    if (pos < 0 || pos >= commandCount()) return;
+    sizeBytes_ -= cmds_[static_cast<size_t>(pos)].encodedSize();
+    cmds_.erase(cmds_.begin() + pos);
+}
+
+void clsSequence::swapCommands(int pos1, int pos2) { std::swap(at(pos1), at(pos2)); }
+
+void clsSequence::convertRelJump() {
+    if (cmds_.empty()) return;
+    SeqCommand& last = cmds_.back();
+    if (last.command != kRelativeJump || last.data[0] >= 0x80) return;
+    last.command = kAbsoluteJump;
+    last.dataLen = 2;
+    last.data[0] = static_cast<int16_t>(nextAddr_ & 0xFF);
+    last.data[1] = static_cast<int16_t>((nextAddr_ >> 8) & 0xFF);
+    sizeBytes_ += 1;
+}
+
+uint8_t clsSequence::lastCommand() const {
+    return cmds_.empty() ? 0 : static_cast<uint8_t>(cmds_.back().command);
+}
+
+std::vector<uint8_t> clsSequence::encode() const {
+    std::vector<uint8_t> out;
+    out.reserve(static_cast<size_t>(sizeBytes_ > 0 ? sizeBytes_ : 0));
+    for (const SeqCommand& cmd : cmds_) {
+        if (isLowCode(cmd.command)) {
+            out.push_back(clampByte(cmd.command + (cmd.data[0] & 0x0F)));
+            for (int j = 1; j < cmd.dataLen; ++j) out.push_back(clampByte(cmd.data[static_cast<size_t>(j)]));
+        } else {
+            out.push_back(clampByte(cmd.command));
+            for (int j = 0; j < cmd.dataLen; ++j) out.push_back(clampByte(cmd.data[static_cast<size_t>(j)]));
+        }
+    }
+    return out;
+}
+
+}  // namespace zpe

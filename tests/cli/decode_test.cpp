@@ -1,0 +1,74 @@
+#include "support/image_builder.h"
+#include "support/process.h"
+
+#include <gtest/gtest.h>
+
+namespace zpe {
+namespace {
+
+using test::ImageBuilder;
+using test::runProcess;
+using test::TempDir;
+
+TEST(CliDecode, PrintsTheSequenceLineByLine) {
+    const auto file = ImageBuilder().bytesAt(0xA000, {0x30, 0x51, 0xFE, 0x05}).write();
+    TempDir noData;
+    for (const std::string address : {"A000", "0xA000", "a000"}) {
+        const auto r = runProcess(ZPE_BIN, {"--data", noData.path(), "decode", file.path(), address});
+        EXPECT_EQ(r.exitCode, 0) << r.err;
+        EXPECT_EQ(r.out,
+                  "A000-A003\nsize 4\nnext A007\nvalid yes\n"
+                  "A000: Block RE\nA001: Handoff to RB\nA002: +R:A007\n");
+    }
+}
+
+TEST(CliDecode, KickFlagAndCatalogueNames) {
+    const auto file = ImageBuilder().bytesAt(0xA100, {0xEA, 0xE4}).write();
+    TempDir data;
+    data.writeText("cmd.txt", "EA,3-Point Stance\r\nE4,Human Control\r\n");
+    auto r = runProcess(ZPE_BIN, {"--data", data.path(), "decode", file.path(), "A100", "--kr"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.out, "A100-A101\nsize 2\nnext 0000\nvalid yes\nA100: 3-Point Stance\nA101: Human Control\n");
+    r = runProcess(ZPE_BIN, {"--data", data.path(), "decode", file.path(), "A100"});
+    EXPECT_EQ(r.out, "A100-A100\nsize 1\nnext 0000\nvalid yes\nA100: 3-Point Stance\n");
+}
+
+TEST(CliDecode, ShippedCatalogueIsFoundBesideTheExecutable) {
+    const auto file = ImageBuilder().bytesAt(0xA000, {0xE4}).write();
+    const auto r = runProcess(ZPE_BIN, {"decode", file.path(), "A000"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.out.find("A000: E4\n"), std::string::npos) << "cmd.txt beside zpe names 0xE4:\n" << r.out;
+}
+
+TEST(CliDecode, FailuresAndUsageErrors) {
+    const auto file = ImageBuilder().write();
+    auto r = runProcess(ZPE_BIN, {"decode", "/nonexistent/x.nes", "A000"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("/nonexistent/x.nes"), std::string::npos);
+    EXPECT_EQ(r.out, "");
+
+    r = runProcess(ZPE_BIN, {"decode", file.path(), "1000"});
+    EXPECT_EQ(r.exitCode, 1) << "an address below 0x1FF0 lies before the start of the file";
+    EXPECT_NE(r.err.find("before the start"), std::string::npos);
+
+    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+             {"decode", file.path(), "XYZ"}, {"decode", file.path()}, {}, {"frobnicate"}, {"decode", file.path(), "12345"}}) {
+        r = runProcess(ZPE_BIN, args);
+        EXPECT_EQ(r.exitCode, 2) << r.err;
+        EXPECT_NE(r.err.find("decode"), std::string::npos) << "usage on stderr";
+    }
+
+    r = runProcess(ZPE_BIN, {"--help"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_NE(r.out.find("decode"), std::string::npos);
+}
+
+TEST(CliDecode, SequenceRunningIntoTheImageEndIsNotValid) {
+    const auto file = ImageBuilder(0x8014).bytesAt(0xA000, {0x30, 0x30, 0x30, 0x30}).write();
+    const auto r = runProcess(ZPE_BIN, {"decode", file.path(), "A000"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_NE(r.out.find("valid no\n"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace zpe
