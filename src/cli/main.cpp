@@ -1,15 +1,19 @@
 // zpe: the playbook editor's command line. Each verb opens the image, works
 // and closes it; failures print one line on stderr and exit 1, usage errors 2.
+#include "cli/json_export.h"
 #include "model/hex.h"
 #include "model/image.h"
 #include "model/rom_error.h"
+#include "playbook/open_rom.h"
+#include "playbook/slot_actions.h"
+#include "save/saves.h"
 #include "sequence/catalogue.h"
 #include "sequence/sequence.h"
 
 #include <CLI/CLI.hpp>
 
 #include <climits>
-#include <cstdio>
+#include <functional>
 #include <iostream>
 #include <string>
 #include <unistd.h>
@@ -21,6 +25,10 @@ constexpr int kExitUsage = 2;
 
 // A usage error found after parsing (a malformed address, say).
 struct UsageError {
+    std::string message;
+};
+// A refusal or failure the user must read: one line on stderr, exit 1.
+struct Failure {
     std::string message;
 };
 
@@ -42,9 +50,21 @@ int32_t parseAddress(const std::string& text) {
     return static_cast<int32_t>(zpe::leadingHexValue(digits));
 }
 
-int runDecode(const std::string& imagePath, const std::string& addressText, bool kr, const std::string& dataDir) {
+struct Context {
+    std::string dataDir;
+    zpe::CmdNames names;
+};
+
+// Opens the image as the window does, without writing cpu.txt unless asked.
+zpe::OpenResult openOrFail(zpe::Playbook& pb, const std::string& path, const Context& ctx,
+                           std::optional<std::string> cpuPath = std::nullopt) {
+    zpe::OpenResult result = zpe::openRom(pb, path, zpe::OpenOptions{ctx.dataDir, std::move(cpuPath)}, ctx.names);
+    if (!result.ok) throw Failure{result.error};
+    return result;
+}
+
+int runDecode(const Context& ctx, const std::string& imagePath, const std::string& addressText, bool kr) {
     const int32_t address = parseAddress(addressText);
-    const zpe::CmdNames names = zpe::loadCmdNames(dataDir);
     zpe::Image image = zpe::Image::open(imagePath);
     zpe::clsSequence seq;
     seq.address(address);
@@ -55,9 +75,76 @@ int runDecode(const std::string& imagePath, const std::string& addressText, bool
               << "next " << zpe::hex4(seq.nextSequence()) << '\n'
               << "valid " << (seq.isValid() ? "yes" : "no") << '\n';
     for (int i = 0; i < seq.commandCount(); ++i)
-        std::cout << zpe::hex4(seq.commandAddress(i)) << ": " << seq.commandName(i, names) << '\n';
+        std::cout << zpe::hex4(seq.commandAddress(i)) << ": " << seq.commandName(i, ctx.names) << '\n';
     if (seq.reachedImageEnd())
         std::cerr << "zpe: " << imagePath << ": the sequence runs to the end of the image without an end command\n";
+    return 0;
+}
+
+void printRows(const char* title, const std::vector<zpe::ListRow>& rows) {
+    std::cout << "## " << title << '\n';
+    for (const auto& row : rows) {
+        for (size_t i = 0; i < row.cells.size(); ++i) std::cout << (i ? "\t" : "") << row.cells[i];
+        std::cout << '\n';
+    }
+}
+
+int runLists(const Context& ctx, const std::string& imagePath) {
+    zpe::Playbook pb;
+    const zpe::OpenResult opened = openOrFail(pb, imagePath, ctx);
+    printRows("Formations", opened.rows.formations);
+    printRows("Play Slots", opened.rows.playSlots);
+    printRows("Plays", opened.rows.plays);
+    printRows("Sequences", opened.rows.sequences);
+    return 0;
+}
+
+int runCpu(const Context& ctx, const std::string& imagePath, const std::string& outPath) {
+    zpe::Playbook pb;
+    openOrFail(pb, imagePath, ctx, outPath);
+    return 0;
+}
+
+int parseSlot(const std::string& text) {
+    try {
+        size_t used = 0;
+        const int v = std::stoi(text, &used, 10);
+        if (used == text.size() && v >= 0 && v < zpe::kSlotCount) return v;
+    } catch (const std::exception&) {
+    }
+    throw UsageError{"a slot is a number from 0 to 63, not '" + text + "'"};
+}
+
+int runSlotAction(const Context& ctx, const std::string& imagePath, const std::string& first, const std::string& second,
+                  bool swap) {
+    const int a = parseSlot(first), b = parseSlot(second);
+    zpe::Playbook pb;
+    openOrFail(pb, imagePath, ctx);
+    const zpe::SlotActionResult result = swap ? zpe::swapSlot(pb, a, b) : zpe::copySlot(pb, a, b);
+    if (result.outcome == zpe::SlotActionOutcome::KindMixed) throw Failure{zpe::kKindRefusedMessage};
+    if (result.outcome == zpe::SlotActionOutcome::SameSlot) throw Failure{zpe::kActionCancelledMessage};
+    zpe::safeSave(pb);
+    return 0;
+}
+
+int runFullSave(const Context& ctx, const std::string& imagePath) {
+    zpe::Playbook pb;
+    openOrFail(pb, imagePath, ctx);
+    zpe::fullSave(pb);
+    return 0;
+}
+
+int runExportMask(const Context& ctx, const std::string& imagePath, const std::string& outPath) {
+    zpe::Playbook pb;
+    openOrFail(pb, imagePath, ctx);
+    zpe::exportMaskRom(pb, outPath);
+    return 0;
+}
+
+int runJson(const Context& ctx, const std::string& imagePath) {
+    zpe::Playbook pb;
+    openOrFail(pb, imagePath, ctx);
+    std::cout << zpe::playbookJson(pb, ctx.names).dump(1) << '\n';
     return 0;
 }
 
@@ -69,12 +156,52 @@ int main(int argc, char** argv) {
     std::string dataDir = executableFolder();
     app.add_option("--data", dataDir, "Folder holding forms.txt, cmd.txt and cmdinfo/ (default: the executable's folder)");
 
-    std::string imagePath, addressText;
+    std::string image, arg1, arg2;
     bool kr = false;
-    auto* decode = app.add_subcommand("decode", "Decode the sequence at a game address");
-    decode->add_option("IMAGE", imagePath, "Cartridge image (*.nes)")->required();
-    decode->add_option("ADDRESS", addressText, "Game address in hexadecimal (A000 or 0xA000)")->required();
+    std::function<int(const Context&)> action;
+    auto verb = [&](const char* name, const char* help) { return app.add_subcommand(name, help); };
+    auto imageOption = [&](CLI::App* sub) { sub->add_option("IMAGE", image, "Cartridge image (*.nes)")->required(); };
+
+    auto* decode = verb("decode", "Decode the sequence at a game address");
+    imageOption(decode);
+    decode->add_option("ADDRESS", arg1, "Game address in hexadecimal (A000 or 0xA000)")->required();
     decode->add_flag("--kr", kr, "Decode 0xEA and 0xEC as commands that go on (kick formations)");
+    decode->callback([&] { action = [&](const Context& c) { return runDecode(c, image, arg1, kr); }; });
+
+    auto* lists = verb("lists", "Print the four lists as the window shows them after opening IMAGE");
+    imageOption(lists);
+    lists->callback([&] { action = [&](const Context& c) { return runLists(c, image); }; });
+
+    auto* cpu = verb("cpu", "Write the gap listing of IMAGE to OUT (default: cpu.txt in the working directory)");
+    imageOption(cpu);
+    arg1 = "cpu.txt";
+    cpu->add_option("OUT", arg1, "Output file");
+    cpu->callback([&] { action = [&](const Context& c) { return runCpu(c, image, arg1); }; });
+
+    auto* copy = verb("copy-slot", "Copy slot FROM over slot TO (0-63), then Safe Save");
+    imageOption(copy);
+    copy->add_option("FROM", arg1, "Source slot")->required();
+    copy->add_option("TO", arg2, "Target slot")->required();
+    copy->callback([&] { action = [&](const Context& c) { return runSlotAction(c, image, arg1, arg2, false); }; });
+
+    auto* swap = verb("swap-slot", "Swap slots A and B (0-63), then Safe Save");
+    imageOption(swap);
+    swap->add_option("A", arg1, "First slot")->required();
+    swap->add_option("B", arg2, "Second slot")->required();
+    swap->callback([&] { action = [&](const Context& c) { return runSlotAction(c, image, arg1, arg2, true); }; });
+
+    auto* full = verb("full-save", "Full Save: lay every sequence out anew from 0xA000 and rewrite all tables");
+    imageOption(full);
+    full->callback([&] { action = [&](const Context& c) { return runFullSave(c, image); }; });
+
+    auto* mask = verb("export-mask", "Export Mask ROM: 0xFF runs at the sequences' game addresses into OUT");
+    imageOption(mask);
+    mask->add_option("OUT", arg1, "Mask file to write")->required();
+    mask->callback([&] { action = [&](const Context& c) { return runExportMask(c, image, arg1); }; });
+
+    auto* json = verb("json", "Print the whole playbook as JSON");
+    imageOption(json);
+    json->callback([&] { action = [&](const Context& c) { return runJson(c, image); }; });
 
     try {
         app.parse(argc, argv);
@@ -88,18 +215,18 @@ int main(int argc, char** argv) {
         std::cerr << "zpe: " << e.what() << "\n\n" << app.help();
         return kExitUsage;
     }
+    if (!action) return kExitUsage;
 
     try {
-        if (decode->parsed()) return runDecode(imagePath, addressText, kr, dataDir);
+        const Context ctx{dataDir, zpe::loadCmdNames(dataDir)};
+        return action(ctx);
     } catch (const UsageError& e) {
         std::cerr << "zpe: " << e.message << "\n\n" << app.help();
         return kExitUsage;
-    } catch (const zpe::RomError& e) {
-        std::cerr << "zpe: " << e.what() << '\n';
-        return kExitFailed;
+    } catch (const Failure& e) {
+        std::cerr << "zpe: " << e.message << '\n';
     } catch (const std::exception& e) {
         std::cerr << "zpe: " << e.what() << '\n';
-        return kExitFailed;
     }
-    return kExitUsage;
+    return kExitFailed;
 }

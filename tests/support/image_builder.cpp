@@ -28,10 +28,7 @@ TempFile::TempFile(TempFile&& other) noexcept : dir_(std::move(other.dir_)), pat
     other.dir_.clear();
 }
 
-std::vector<uint8_t> TempFile::read() const {
-    std::ifstream in(path_, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+std::vector<uint8_t> TempFile::read() const { return readFileBytes(path_); }
 
 void TempFile::write(const std::vector<uint8_t>& bytes) const {
     std::ofstream out(path_, std::ios::binary | std::ios::trunc);
@@ -141,6 +138,16 @@ TempFile ImageBuilder::write(const std::string& name) const {
     TempFile file(name);
     file.write(bytes_);
     return file;
+}
+
+std::vector<uint8_t> readFileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string readFileText(const std::string& path) {
+    const auto bytes = readFileBytes(path);
+    return std::string(bytes.begin(), bytes.end());
 }
 
 std::string formsText(int count) {

@@ -108,6 +108,10 @@ private:
     std::vector<uint8_t> bytes_;
 };
 
+// The whole contents of a file ("" / empty when it cannot be read).
+std::string readFileText(const std::string& path);
+std::vector<uint8_t> readFileBytes(const std::string& path);
+
 // forms.txt text with `count` names "FORM 0", "FORM 1", ... (CR LF line ends).
 std::string formsText(int count = kDefaultFormationCount);
 

@@ -1,0 +1,97 @@
+#include "cli/json_export.h"
+
+#include "model/hex.h"
+#include "playbook/list_rows.h"
+
+namespace zpe {
+
+namespace {
+
+std::string latin1ToUtf8(const std::string& bytes) {
+    std::string out;
+    for (unsigned char c : bytes) {
+        if (c < 0x80) {
+            out.push_back(static_cast<char>(c));
+        } else {
+            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        }
+    }
+    return out;
+}
+
+std::string addr(int32_t a) { return hex4(a); }
+
+}  // namespace
+
+nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names) {
+    using json = nlohmann::ordered_json;
+    json root;
+    root["image"] = latin1ToUtf8(pb.romPath);
+
+    json formations = json::array();
+    for (size_t f = 0; f < pb.formations.size(); ++f) {
+        json players = json::array();
+        for (int j = 0; j < kPlayersPerRecord; ++j) players.push_back(addr(pb.formations[f].posAddress(j)));
+        formations.push_back({{"index", f}, {"name", latin1ToUtf8(pb.formations[f].name())}, {"positions", players}});
+    }
+    root["formations"] = formations;
+
+    json plays = json::array();
+    for (int p = 0; p < kPlayCount; ++p) {
+        json players = json::array();
+        for (int j = 0; j < kPlayersPerRecord; ++j) {
+            const int32_t a = pb.plays[static_cast<size_t>(p)].seqAddress(j);
+            players.push_back(a == kNoSequence ? json(nullptr) : json(addr(a)));
+        }
+        plays.push_back({{"index", p}, {"players", players}});
+    }
+    root["plays"] = plays;
+
+    json pointers = json::array();
+    for (int32_t a : pb.seqPointers) pointers.push_back(addr(a));
+    root["pointers"] = pointers;
+
+    json slots = json::array();
+    for (int s = 0; s < kSlotCount; ++s) {
+        const clsPlaySlot& slot = pb.playSlots[static_cast<size_t>(s)];
+        json off = json::array(), def = json::array(), gfx = json::array();
+        for (int j = 0; j < 8; ++j) {
+            off.push_back(slot.oPlay(j));
+            def.push_back(slot.dPlay(j));
+        }
+        for (int j = 0; j < kGfxRecordSize; ++j) gfx.push_back(slot.GFX(j));
+        json entry = {{"index", s},
+                      {"name", latin1ToUtf8(slot.name())},
+                      {"group", slotGroupLabel(s)},
+                      {"formation", slot.formation()}};
+        entry["rusher"] = s < kRunningSlotCount ? json(slot.Rusher()) : json(nullptr);
+        entry["offensivePlays"] = off;
+        entry["defensivePlays"] = def;
+        entry["gfx"] = gfx;
+        slots.push_back(entry);
+    }
+    root["slots"] = slots;
+
+    json sequences = json::array();
+    for (const auto& [address, seq] : pb.sequences) {
+        json commands = json::array();
+        for (int i = 0; i < seq.commandCount(); ++i) {
+            json data = json::array();
+            for (int k = 0; k < seq.dataLen(i); ++k) data.push_back(seq.data(i, k));
+            commands.push_back({{"address", addr(seq.commandAddress(i))},
+                                {"code", hex2(seq.command(i))},
+                                {"data", data},
+                                {"text", latin1ToUtf8(seq.commandName(i, names))}});
+        }
+        sequences.push_back({{"address", addr(address)},
+                             {"size", seq.byteSize()},
+                             {"next", addr(seq.nextSequence())},
+                             {"valid", seq.isValid()},
+                             {"commands", commands}});
+    }
+    root["sequences"] = sequences;
+    return root;
+}
+
+}  // namespace zpe

@@ -1,0 +1,52 @@
+#include "playbook/list_rows.h"
+
+#include <algorithm>
+
+namespace zpe {
+
+std::string slotGroupLabel(int slot) {
+    return isPassingSlot(slot) ? "P" + std::to_string((slot - 32) / 8 + 1) : "R" + std::to_string(slot / 8 + 1);
+}
+
+ListRow formationRow(const Playbook& pb, int f) {
+    const clsFormation& form = pb.formations.at(static_cast<size_t>(f));
+    ListRow row{"", {form.name()}};
+    for (int j = 0; j < kPlayersPerRecord; ++j) row.cells.push_back(hexPlain(form.posAddress(j)));
+    return row;
+}
+
+ListRow playSlotRow(const Playbook& pb, int s) {
+    const clsPlaySlot& slot = pb.playSlots.at(static_cast<size_t>(s));
+    const auto f = static_cast<size_t>(slot.formation());
+    ListRow row{"", {slot.name(), slotGroupLabel(s),
+                     f < pb.formations.size() ? pb.formations[f].name() : "#" + std::to_string(f)}};
+    for (int j = 0; j < 8; ++j) row.cells.push_back(hex2(slot.oPlay(j)) + ":" + hex2(slot.dPlay(j)));
+    return row;
+}
+
+ListRow playRow(const Playbook& pb, int p) {
+    const clsPlay& play = pb.plays.at(static_cast<size_t>(p));
+    ListRow row{"", {hexPlain(p)}};
+    for (int j = 0; j < kPlayersPerRecord; ++j) row.cells.push_back(hexPlain(play.seqAddress(j)));
+    return row;
+}
+
+ListRow sequenceRow(int32_t address, const clsSequence& seq, const CmdNames& names) {
+    return ListRow{"x" + std::to_string(address), {seq.AddressRange(), seq.commandString(names)}};
+}
+
+ListRows buildRows(const Playbook& pb, const CmdNames& names) {
+    ListRows rows;
+    rows.formations.reserve(pb.formations.size());
+    for (size_t f = 0; f < pb.formations.size(); ++f) rows.formations.push_back(formationRow(pb, static_cast<int>(f)));
+    for (int s = 0; s < kSlotCount; ++s) rows.playSlots.push_back(playSlotRow(pb, s));
+    for (int p = 0; p < kPlayCount; ++p) rows.plays.push_back(playRow(pb, p));
+    rows.sequences.reserve(pb.sequences.size());
+    for (const auto& [address, seq] : pb.sequences) rows.sequences.push_back(sequenceRow(address, seq, names));
+    // The list sorts on its Address text; equal texts keep their discovery order.
+    std::stable_sort(rows.sequences.begin(), rows.sequences.end(),
+                     [](const ListRow& a, const ListRow& b) { return a.cells[0] < b.cells[0]; });
+    return rows;
+}
+
+}  // namespace zpe

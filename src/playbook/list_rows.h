@@ -1,0 +1,38 @@
+#pragma once
+// The rows of the four lists as plain text cells, in the order the window
+// shows them. The window only copies these into its list views.
+#include "playbook/playbook.h"
+#include "sequence/catalogue.h"
+
+#include <string>
+#include <vector>
+
+namespace zpe {
+
+struct ListRow {
+    std::string key;                 // row key (Sequences list: "x" + decimal address)
+    std::vector<std::string> cells;  // item text, then sub-items in order
+    bool operator==(const ListRow&) const = default;
+};
+
+struct ListRows {
+    std::vector<ListRow> formations;
+    std::vector<ListRow> playSlots;
+    std::vector<ListRow> plays;
+    std::vector<ListRow> sequences;  // sorted ascending on the Address text
+};
+
+// "R1".."R4" for slots 0..31, "P1".."P4" for 32..63.
+std::string slotGroupLabel(int slot);
+
+// One row per list entry. A slot whose formation number has no formation shows
+// "#" and the number in its Formation cell.
+ListRow formationRow(const Playbook& pb, int f);
+ListRow playSlotRow(const Playbook& pb, int s);
+ListRow playRow(const Playbook& pb, int p);
+ListRow sequenceRow(int32_t address, const clsSequence& seq, const CmdNames& names);
+
+// All four lists.
+ListRows buildRows(const Playbook& pb, const CmdNames& names);
+
+}  // namespace zpe

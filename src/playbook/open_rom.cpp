@@ -1,0 +1,122 @@
+#include "playbook/open_rom.h"
+
+#include "model/file_io.h"
+#include "model/rom_error.h"
+#include "model/text_file.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace zpe {
+
+namespace {
+
+// Formations 0..3 (the kick formations) decode their position sequences with KR.
+constexpr int kKickFormationCount = 4;
+constexpr uint8_t kHumanControl = 0xE4;
+
+// Follows a chain of sequences from `address`: each address is decoded once;
+// the chain ends at a known address, an invalid sequence or no follow-on.
+void followChain(Playbook& pb, Image& image, int32_t address, bool KR) {
+    while (!pb.sequences.contains(address)) {
+        clsSequence seq;
+        seq.address(address);
+        image.seekOffset(offsetOfAddress(address));
+        seq.load(image, KR);
+        if (!seq.isValid()) return;
+        const int32_t next = seq.nextSequence();
+        pb.sequences.insert(address, std::move(seq));
+        if (next <= 0) return;
+        address = next;
+    }
+}
+
+void readTables(Playbook& pb, Image& image, const std::vector<std::string>& formNames) {
+    image.seekOffset(kFormationTableOffset);
+    pb.formations.resize(formNames.size());
+    for (size_t k = 0; k < formNames.size(); ++k) {
+        pb.formations[k].load(image);
+        pb.formations[k].name(formNames[k]);
+    }
+    image.seekOffset(kPlayTableOffset);
+    for (auto& play : pb.plays) play.load(image);
+    image.seekOffset(kPointerTableOffset);
+    for (auto& pointer : pb.seqPointers) pointer = image.readWord();
+    image.seekOffset(kOffSlotTableOffset);
+    for (auto& slot : pb.playSlots) slot.loadOff(image);
+    image.seekOffset(kDefSlotTableOffset);
+    for (auto& slot : pb.playSlots) slot.loadDef(image);
+    image.seekOffset(kRusherTableOffset);
+    for (int s = 0; s < kRunningSlotCount; ++s) pb.playSlots[static_cast<size_t>(s)].Rusher(image.readByte());
+    image.seekOffset(kGfxTableOffset);
+    for (auto& slot : pb.playSlots) slot.loadGFX(image);
+}
+
+void discoverSequences(Playbook& pb, Image& image) {
+    for (size_t f = 0; f < pb.formations.size(); ++f)
+        for (int j = 0; j < kPlayersPerRecord; ++j)
+            followChain(pb, image, pb.formations[f].posAddress(j), f < kKickFormationCount);
+    for (int32_t pointer : pb.seqPointers) followChain(pb, image, pointer, false);
+    for (const auto& play : pb.plays)
+        for (int j = 0; j < kPlayersPerRecord; ++j)
+            if (play.seqAddress(j) != kNoSequence) followChain(pb, image, play.seqAddress(j), false);
+}
+
+}  // namespace
+
+std::vector<int32_t> sortKeys(std::vector<int32_t> keys) {
+    std::sort(keys.begin(), keys.end());
+    return keys;
+}
+
+std::string gapListing(const Playbook& pb, const Image& source, const std::vector<int32_t>& sortedKeys) {
+    Image image = source;
+    std::string text;
+    for (size_t i = 0; i + 1 < sortedKeys.size(); ++i) {
+        const clsSequence& s = pb.sequences.at(sortedKeys[i]);
+        const clsSequence& t = pb.sequences.at(sortedKeys[i + 1]);
+        if (s.lastCommand() != kHumanControl) continue;
+        const int32_t start = s.address() + s.byteSize();
+        const int32_t gap = t.address() - start;
+        if (gap <= 0) continue;
+        image.seekOffset(offsetOfAddress(start));
+        for (int32_t k = 1; k <= gap; ++k) {
+            if ((k - 1) % 16 == 0) text += "\r\n" + hex4(start + k - 1) + ": ";
+            text += hex2(image.readByte()) + " ";
+        }
+        text += "\r\n";
+    }
+    return text;
+}
+
+OpenResult openRom(Playbook& pb, const std::string& path, const OpenOptions& options, const CmdNames& names) {
+    OpenResult result;
+    pb.romPath = path;
+    pb.openComplete = false;
+    pb.sequences.clear();
+    try {
+        Image image = Image::open(path);
+        const std::string formsPath = options.dataDir + "/forms.txt";
+        const std::vector<std::string> formNames = readFormNames(formsPath);
+        if (formNames.empty()) throw RomError(formsPath + ": names no formation");
+        readTables(pb, image, formNames);
+        discoverSequences(pb, image);
+        if (pb.sequences.empty()) throw RomError(path + ": no valid sequence found; is this an image of the game?");
+        for (int s = 0; s < kSlotCount; ++s) {
+            const auto f = static_cast<size_t>(pb.playSlots[static_cast<size_t>(s)].formation());
+            if (f >= pb.formations.size())
+                throw RomError(path + ": slot " + std::to_string(s) + " uses formation " + std::to_string(f) + ", but " +
+                               formsPath + " names only " + std::to_string(pb.formations.size()) + " formations");
+        }
+        const std::vector<int32_t> keys = sortKeys(pb.sequences.keys());
+        if (options.cpuPath) replaceFileText(*options.cpuPath, gapListing(pb, image, keys));
+        result.rows = buildRows(pb, names);
+        pb.openComplete = true;
+        result.ok = true;
+    } catch (const std::exception& e) {
+        result.error = e.what();
+    }
+    return result;
+}
+
+}  // namespace zpe

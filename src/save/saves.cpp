@@ -1,0 +1,132 @@
+#include "save/saves.h"
+
+#include "model/file_io.h"
+#include "model/hex.h"
+
+#include <filesystem>
+#include <unordered_map>
+
+namespace zpe {
+
+namespace {
+
+void requireCompleteOpen(const Playbook& pb) {
+    if (pb.romPath.empty()) throw SaveError("No image is open.");
+    if (!pb.openComplete)
+        throw SaveError(pb.romPath + ": the image did not open completely; open an image again before saving");
+}
+
+int32_t remapped(const std::unordered_map<int32_t, int32_t>& map, int32_t address) {
+    const auto it = map.find(address);
+    return it == map.end() ? address : it->second;
+}
+
+}  // namespace
+
+void writeSlotTables(const Playbook& pb, Image& image) {
+    image.seekOffset(kOffSlotTableOffset);
+    for (const auto& slot : pb.playSlots) slot.saveOff(image);
+    image.seekOffset(kDefSlotTableOffset);
+    for (const auto& slot : pb.playSlots) slot.saveDef(image);
+    image.seekOffset(kRusherTableOffset);
+    for (int s = 0; s < kRunningSlotCount; ++s) image.writeByte(pb.playSlots[static_cast<size_t>(s)].Rusher());
+    image.seekOffset(kGfxTableOffset);
+    for (const auto& slot : pb.playSlots) slot.saveGFX(image);
+}
+
+void safeSave(const Playbook& pb) {
+    requireCompleteOpen(pb);
+    Image image = Image::open(pb.romPath);
+    writeSlotTables(pb, image);
+    replaceFileContents(pb.romPath, image.bytes());
+}
+
+Playbook relayout(const Playbook& pb) {
+    // The size check runs first, on the model as it stands: every closing
+    // forward relative jump will grow by one byte.
+    int64_t total = 0;
+    for (const auto& [key, seq] : pb.sequences) {
+        total += seq.byteSize();
+        const int n = seq.commandCount();
+        if (n > 0 && seq.command(n - 1) == 0xFE && (seq.data(n - 1, 0) & 0xFF) < 0x80) total += 1;
+    }
+    if (total > kSequenceAreaSize)
+        throw SaveError(pb.romPath + ": the sequences need " + std::to_string(total) + " bytes, more than the " +
+                        std::to_string(kSequenceAreaSize) + "-byte sequence area (0xA000-0xBFFF) holds; nothing was saved");
+
+    Playbook out = pb;
+    std::unordered_map<int32_t, int32_t> addressMap;
+    addressMap.reserve(out.sequences.size());
+    int32_t nextFree = kSequenceAreaAddress;
+    for (auto& [key, seq] : out.sequences) {
+        addressMap.emplace(key, nextFree);
+        seq.convertRelJump();
+        nextFree += seq.byteSize();
+    }
+
+    SequenceMap relaid;
+    for (auto& [key, seq] : out.sequences) {
+        seq.address(addressMap.at(key));
+        const int32_t target = seq.nextSequence();
+        if (target > 0 && addressMap.count(target) != 0) {
+            for (int i = 0; i < seq.commandCount(); ++i) {
+                if (seq.command(i) != 0xFF) continue;
+                const int32_t n = addressMap.at(target);
+                seq.data(i, 0, static_cast<int16_t>(n & 0xFF));
+                seq.data(i, 1, static_cast<int16_t>((n / 256) & 0xFF));
+                break;
+            }
+        }
+        relaid.insert(seq.address(), std::move(seq));
+    }
+    out.sequences = std::move(relaid);
+
+    for (auto& pointer : out.seqPointers) pointer = remapped(addressMap, pointer);
+    for (auto& form : out.formations)
+        for (int j = 0; j < kPlayersPerRecord; ++j) form.posAddress(j, remapped(addressMap, form.posAddress(j)));
+    for (auto& play : out.plays)
+        for (int j = 0; j < kPlayersPerRecord; ++j) play.seqAddress(j, remapped(addressMap, play.seqAddress(j)));
+    return out;
+}
+
+std::vector<uint8_t> fullSaveBytes(const Playbook& relaid, std::vector<uint8_t> original) {
+    Image image(relaid.romPath, std::move(original));
+    image.seekOffset(kSequenceAreaOffset);
+    for (int32_t i = 0; i < kSequenceAreaSize; ++i) image.writeByte(0xFF);
+    image.seekOffset(kFormationTableOffset);
+    for (const auto& form : relaid.formations) form.save(image);
+    image.seekOffset(kPlayTableOffset);
+    for (const auto& play : relaid.plays) play.save(image);
+    image.seekOffset(kPointerTableOffset);
+    for (int32_t pointer : relaid.seqPointers) image.writeWord(pointer);
+    writeSlotTables(relaid, image);
+    image.seekOffset(kSequenceAreaOffset);
+    for (const auto& [address, seq] : relaid.sequences)
+        for (uint8_t byte : seq.encode()) image.writeByte(byte);
+    return image.bytes();
+}
+
+void fullSave(Playbook& pb) {
+    requireCompleteOpen(pb);
+    Playbook relaid = relayout(pb);
+    replaceFileContents(pb.romPath, fullSaveBytes(relaid, Image::open(pb.romPath).bytes()));
+    pb = std::move(relaid);
+}
+
+std::vector<uint8_t> maskBytes(const Playbook& pb, std::vector<uint8_t> existing) {
+    Image mask("mask", std::move(existing));
+    for (const auto& [address, seq] : pb.sequences) {
+        mask.seekOffset(seq.address());
+        for (int32_t i = 0; i < seq.byteSize(); ++i) mask.writeByte(0xFF);
+    }
+    return mask.bytes();
+}
+
+void exportMaskRom(const Playbook& pb, const std::string& outPath) {
+    requireCompleteOpen(pb);
+    std::vector<uint8_t> existing;
+    if (std::filesystem::exists(outPath)) existing = readWholeFile(outPath);
+    replaceFileContents(outPath, maskBytes(pb, std::move(existing)));
+}
+
+}  // namespace zpe

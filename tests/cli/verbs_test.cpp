@@ -1,0 +1,159 @@
+#include "support/image_builder.h"
+#include "support/process.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+
+namespace zpe {
+namespace {
+
+using test::ImageBuilder;
+using test::runProcess;
+using test::TempDir;
+
+// A data folder with 22 formation names, and an image with a few sequences.
+struct Fixture {
+    TempDir data;
+    test::TempFile image;
+    Fixture()
+        : image(ImageBuilder()
+                    .bytesAt(0xA000, {0xD0, 0xF0, 0x12, 0xE4})
+                    .bytesAt(0xA004, {1, 2, 3})
+                    .bytesAt(0xA007, {0xD7, 0x00, 0x10, 0xFE, 0x10})  // -> A01A
+                    .bytesAt(0xA01A, {0x30, 0xEE})
+                    .formation(4, {0xA000})
+                    .pointer(0, 0xA007)
+                    .play(0, {0xA007})
+                    .slot(0, {"RUN ZERO", 4, {0, 0, 0, 0, 0, 0, 0, 0}, {1, 2, 3, 4, 5, 6, 7, 8}})
+                    .slot(9, {"RUN NINE", 4})
+                    .slot(40, {"PASS", 4, {}, {}})
+                    .slot(63, {"\xC9LAN", 4})
+                    .write()) {
+        data.writeText("forms.txt", test::formsText());
+    }
+    test::ProcessResult zpe(std::vector<std::string> args, const std::string& cwd = "") const {
+        args.insert(args.begin(), {"--data", data.path()});
+        return runProcess(ZPE_BIN, args, cwd);
+    }
+};
+
+TEST(CliLists, PrintsTheFourListsWithoutWritingCpuTxt) {
+    Fixture f;
+    TempDir cwd;
+    const auto r = f.zpe({"lists", f.image.path()}, cwd.path());
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out.find("## Formations\nFORM 0\tBFFD\t"), 0u);
+    EXPECT_NE(r.out.find("\n## Play Slots\nRUN ZERO\tR1\tFORM 4\t00:01\t00:02\t"), std::string::npos);
+    EXPECT_NE(r.out.find("\n## Plays\n0\tA007\tFFFF\t"), std::string::npos);
+    EXPECT_NE(r.out.find("\n## Sequences\nA000-A003\tD0(F0 12) ; E4; \nA007-A00B\t"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(cwd.file("cpu.txt")));
+}
+
+TEST(CliCpu, WritesTheGapListing) {
+    Fixture f;
+    TempDir cwd;
+    auto r = f.zpe({"cpu", f.image.path()}, cwd.path());
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(test::readFileText(cwd.file("cpu.txt")), "\r\nA004: 01 02 03 \r\n");
+    r = f.zpe({"cpu", f.image.path(), cwd.file("gaps.txt")});
+    EXPECT_EQ(test::readFileText(cwd.file("gaps.txt")), "\r\nA004: 01 02 03 \r\n");
+}
+
+TEST(CliSlots, CopyAndSwapThenSafeSave) {
+    Fixture f;
+    auto r = f.zpe({"copy-slot", f.image.path(), "0", "9"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto bytes = f.image.read();
+    EXPECT_EQ(std::string(bytes.begin() + kOffSlotTableOffset + 9 * 24, bytes.begin() + kOffSlotTableOffset + 9 * 24 + 8),
+              "RUN ZERO");
+    EXPECT_EQ(bytes[kDefSlotTableOffset + 9 * 8 + 0], 2) << "groups R1 and R2 exchange dPlay 0 and 1";
+    EXPECT_EQ(bytes[kDefSlotTableOffset + 9 * 8 + 1], 1);
+
+    r = f.zpe({"swap-slot", f.image.path(), "40", "63"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto swapped = f.image.read();
+    EXPECT_EQ(swapped[kOffSlotTableOffset + 40 * 24], 0xC9) << "8-bit names survive";
+}
+
+TEST(CliSlots, RefusalsLeaveTheImageUntouched) {
+    Fixture f;
+    const auto before = f.image.read();
+    auto r = f.zpe({"copy-slot", f.image.path(), "31", "32"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err, "zpe: Running and Passing plays are not interchangeable.\n");
+    r = f.zpe({"swap-slot", f.image.path(), "5", "5"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err, "zpe: Action Cancelled\n");
+    r = f.zpe({"swap-slot", f.image.path(), "5", "64"});
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_EQ(f.image.read(), before);
+}
+
+TEST(CliFullSave, RelaysAndReportsFailures) {
+    Fixture f;
+    auto r = f.zpe({"full-save", f.image.path()});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto bytes = f.image.read();
+    // A000 (4 bytes), then A007's sequence with its jump made absolute to the next.
+    EXPECT_EQ(std::vector<uint8_t>(bytes.begin() + kSequenceAreaOffset, bytes.begin() + kSequenceAreaOffset + 12),
+              (std::vector<uint8_t>{0xD0, 0xF0, 0x12, 0xE4, 0xD7, 0x00, 0x10, 0xFF, 0x0A, 0xA0, 0x30, 0xEE}));
+
+    ::chmod(f.image.path().c_str(), 0444);
+    r = f.zpe({"full-save", f.image.path()});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find(f.image.path()), std::string::npos);
+    EXPECT_NE(r.err.find("read-only"), std::string::npos);
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << "one line";
+}
+
+TEST(CliExportMask, WritesRunsAtGameAddresses) {
+    Fixture f;
+    TempDir out;
+    const auto r = f.zpe({"export-mask", f.image.path(), out.file("mask.bin")});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto mask = test::readFileBytes(out.file("mask.bin"));
+    ASSERT_EQ(mask.size(), 0xA01Cu);
+    EXPECT_EQ(mask[0xA003], 0xFF);
+    EXPECT_EQ(mask[0xA004], 0x00) << "gap bytes are not part of a sequence";
+    EXPECT_EQ(mask[0xA007], 0xFF);
+}
+
+TEST(CliJson, WholePlaybook) {
+    Fixture f;
+    const auto r = f.zpe({"json", f.image.path()});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto j = nlohmann::json::parse(r.out);
+    EXPECT_EQ(j["formations"].size(), 22u);
+    EXPECT_EQ(j["formations"][4]["positions"][0], "A000");
+    EXPECT_EQ(j["plays"][0]["players"][0], "A007");
+    EXPECT_TRUE(j["plays"][0]["players"][1].is_null());
+    EXPECT_EQ(j["pointers"].size(), 192u);
+    EXPECT_EQ(j["slots"][63]["name"], "\xC3\x89LAN") << "8-bit names map to Latin-1 code points";
+    EXPECT_EQ(j["slots"][0]["defensivePlays"][7], 8);
+    EXPECT_TRUE(j["slots"][40]["rusher"].is_null());
+    ASSERT_EQ(j["sequences"].size(), 3u);
+    const auto& s = j["sequences"][1];
+    EXPECT_EQ(s["address"], "A007");
+    EXPECT_EQ(s["size"], 5);
+    EXPECT_EQ(s["next"], "A01A");
+    EXPECT_EQ(s["valid"], true);
+    EXPECT_EQ(s["commands"][0]["code"], "D7");
+    EXPECT_EQ(s["commands"][0]["data"], nlohmann::json::array({0, 16}));
+    EXPECT_EQ(s["commands"][0]["text"], "Move Relative (R-10)");
+}
+
+TEST(CliOpenFailures, SayWhyOnOneLine) {
+    Fixture f;
+    TempDir empty;
+    auto r = runProcess(ZPE_BIN, {"--data", empty.path(), "lists", f.image.path()});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("forms.txt"), std::string::npos);
+    const auto blank = ImageBuilder().write();
+    r = f.zpe({"json", blank.path()});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("no valid sequence"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace zpe
