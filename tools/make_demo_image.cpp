@@ -96,8 +96,8 @@ struct Formation {
 
 std::array<Bytes, 11> proLine() {
     return {Bytes{}, {}, {}, {}, {}, {},
-            cat({at(0, 6), {0xD2}}),  cat({at(-8, 8), {0xEA}}), cat({at(8, 8), {0xEA}}),
-            cat({at(-16, 8), {0xEA}}), cat({at(16, 8), {0xEA}})};
+            cat({at(0, 6), {0xD2}}),  cat({at(-12, 8), {0xEA}}), cat({at(12, 8), {0xEA}}),
+            cat({at(-24, 8), {0xEA}}), cat({at(24, 8), {0xEA}})};
 }
 
 std::vector<Formation> formations() {
@@ -130,11 +130,11 @@ std::vector<Formation> formations() {
     const Bytes qbGun = cat({at(0, 0x38), {0xEE}});
     const Bytes wrLeft = cat({atRow(0x36, 8), {0xEC}});
     const Bytes wrRight = cat({atRow(0xC0, 8), {0xEC}});
-    const Bytes te = cat({at(24, 8), {0xEA}});
+    const Bytes te = cat({at(36, 8), {0xEA}});
     f.push_back(set("PRO T", qbUnder, cat({at(-12, 0x30), {0xEC}}), cat({at(12, 0x30), {0xEC}}), wrLeft, wrRight, te));
     f.push_back(set("SLOT", qbUnder, cat({at(0, 0x30), {0xEC}}), cat({atRow(0xA8, 0x10), {0xEC}}), wrLeft, wrRight, te));
     f.push_back(set("ONE SET", qbUnder, cat({at(0, 0x30), {0xEC}}), cat({at(-32, 0x10), {0xEC}}), wrLeft, wrRight, te));
-    f.push_back(set("TWO TE", qbUnder, cat({at(0, 0x30), {0xEC}}), cat({at(-24, 8), {0xEA}}), wrLeft, wrRight, te));
+    f.push_back(set("TWO TE", qbUnder, cat({at(0, 0x30), {0xEC}}), cat({at(-36, 8), {0xEA}}), wrLeft, wrRight, te));
     f.push_back(set("MOTION DOWN", qbUnder, cat({at(0, 0x30), {0xEC}}), cat({at(0, 0x20), {0xEC}}),
                     cat({atRow(0x36, 8), {0xED, 0x20}, move(0x30, -8), {0xEC}}), wrRight, te));
     f.push_back(set("SHIFT ONE", qbUnder, cat({at(0, 0x30), {0xEC}}), cat({at(0, 0x20), {0xEB, 0x18}, move(-20, 0), {0xEC}}),
@@ -229,7 +229,7 @@ int main(int argc, char** argv) {
         const int variant = p % 29;
         if (run) {
             const int side = (variant % 2 == 0) ? 1 : -1;  // + down the screen
-            const int width = 8 + 8 * (variant % 4);
+            const int width = 12 + 12 * (variant % 4);
             if (variant % 5 == 4) {
                 // Pitch to the back, who sweeps wide.
                 play[0] = area.put({0xD4, 0x71, 0xF3, 0x30, 0xE4});
@@ -242,7 +242,7 @@ int main(int argc, char** argv) {
                 // Hand-off; every other one through a fake first.
                 play[0] = area.put(variant % 3 == 1 ? Bytes{0xD4, 0x62, 0x51, 0xD7, 0x00, 0xF0, 0xF3, 0x20, 0xE4}
                                                     : Bytes{0xD4, 0x51, 0xD7, 0x00, 0xF0, 0xF3, 0x20, 0xE4});
-                play[1] = area.put(cat({move(side * width, 0x10), move(0, 0x20), jumpToRunOn}));
+                play[1] = area.put(cat({move(side * width, 0x18), move(0, 0x38), jumpToRunOn}));
             }
             play[2] = area.put(cat({move(side * (width - 4), 0x14), block(side > 0 ? 3 : 6)}));
             play[3] = area.put(cat({move(0, 0x28), block(8)}));

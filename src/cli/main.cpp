@@ -1,6 +1,9 @@
 // zpe: the playbook editor's command line. Each verb opens the image, works
 // and closes it; failures print one line on stderr and exit 1, usage errors 2.
 #include "cli/json_export.h"
+#include "diagram/diagram.h"
+#include "model/tables.h"
+#include "render/qimage_canvas.h"
 #include "model/hex.h"
 #include "model/image.h"
 #include "model/rom_error.h"
@@ -148,6 +151,46 @@ int runJson(const Context& ctx, const std::string& imagePath) {
     return 0;
 }
 
+// "WxH" in pixels, each 1 to 10000.
+std::pair<int, int> parseSize(const std::string& text) {
+    const auto x = text.find_first_of("xX");
+    try {
+        if (x != std::string::npos) {
+            size_t usedW = 0, usedH = 0;
+            const int w = std::stoi(text.substr(0, x), &usedW), h = std::stoi(text.substr(x + 1), &usedH);
+            if (usedW == x && usedH == text.size() - x - 1 && w >= 1 && h >= 1 && w <= 10000 && h <= 10000) return {w, h};
+        }
+    } catch (const std::exception&) {
+    }
+    throw UsageError{"--size must be WIDTHxHEIGHT in pixels (1 to 10000 each), not '" + text + "'"};
+}
+
+// The picture boxes' design sizes: 4935 x 3255 and 2055 x 3255 twips at 15 twips a pixel.
+constexpr int kTwipsPerPixel = 15;
+constexpr std::pair<int, int> kPlayPictureSize{4935 / kTwipsPerPixel, 3255 / kTwipsPerPixel};
+constexpr std::pair<int, int> kFormationPictureSize{2055 / kTwipsPerPixel, 3255 / kTwipsPerPixel};
+
+int runRender(const Context& ctx, const std::string& imagePath, int slot, int formation, const std::string& outPath,
+              const std::string& sizeText) {
+    const bool drawSlot = slot >= 0;
+    if (drawSlot == (formation >= 0)) throw UsageError{"render needs exactly one of --slot and --formation"};
+    if (drawSlot && slot >= zpe::kSlotCount) throw UsageError{"--slot is a number from 0 to 63"};
+    const auto size = sizeText.empty() ? (drawSlot ? kPlayPictureSize : kFormationPictureSize) : parseSize(sizeText);
+    zpe::Playbook pb;
+    openOrFail(pb, imagePath, ctx);
+    if (!drawSlot && static_cast<size_t>(formation) >= pb.formations.size())
+        throw UsageError{"--formation is a number from 0 to " + std::to_string(pb.formations.size() - 1)};
+    zpe::QImageCanvas canvas(size.first, size.second);
+    if (drawSlot) {
+        zpe::DrawPlay(canvas, pb, slot);
+    } else {
+        for (int player : zpe::drawFormation(canvas, pb, formation))
+            std::cerr << "Unable to find the sequence for " << zpe::offPosNames[static_cast<size_t>(player)] << '\n';
+    }
+    if (!canvas.savePng(QString::fromStdString(outPath))) throw Failure{outPath + ": cannot write the picture"};
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -202,6 +245,16 @@ int main(int argc, char** argv) {
     auto* json = verb("json", "Print the whole playbook as JSON");
     imageOption(json);
     json->callback([&] { action = [&](const Context& c) { return runJson(c, image); }; });
+
+    auto* render = verb("render", "Draw a slot's play or a formation into a PNG picture");
+    imageOption(render);
+    int slot = -1, formation = -1;
+    std::string out, size;
+    render->add_option("--slot", slot, "Play slot 0-63: its formation and first offensive play");
+    render->add_option("--formation", formation, "Formation number (a line of forms.txt, from 0)");
+    render->add_option("--out", out, "PNG file to write")->required();
+    render->add_option("--size", size, "Picture size in pixels, WxH (default: the window's picture size)");
+    render->callback([&] { action = [&](const Context& c) { return runRender(c, image, slot, formation, out, size); }; });
 
     try {
         app.parse(argc, argv);
