@@ -106,8 +106,9 @@ std::vector<Formation> formations() {
     auto kick = [](const char* name, int kicker, int back) {
         Formation k{name, {}};
         for (int i = 0; i < 11; ++i) {
-            const int dy = (i - 5) * 12;
-            k.players[static_cast<size_t>(i)] = cat({at(dy, i == kicker ? back : 8), {0xEA}, move(0, 0x20), {0xE4}});
+            const int dy = (i - 5) * 14;
+            const int depth = i == kicker ? back : 8 + 6 * (i % 3);
+            k.players[static_cast<size_t>(i)] = cat({at(dy, depth), {0xEA}, move(i % 2 ? 6 : -6, 0x10), {0xE4}});
         }
         return k;
     };

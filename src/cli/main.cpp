@@ -4,6 +4,9 @@
 #include "diagram/diagram.h"
 #include "model/tables.h"
 #include "render/qimage_canvas.h"
+#include "ui/screenshots.h"
+
+#include <QApplication>
 #include "model/hex.h"
 #include "model/image.h"
 #include "model/rom_error.h"
@@ -191,6 +194,23 @@ int runRender(const Context& ctx, const std::string& imagePath, int slot, int fo
     return 0;
 }
 
+// Pictures of the window's four tabs, drawn offscreen.
+int runScreenshot(const Context& ctx, const std::string& imagePath, const std::string& dir) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    int argc = 1;
+    char name[] = "zpe";
+    char* argv[] = {name, nullptr};
+    QApplication app(argc, argv);
+    try {
+        for (const QString& path : zpe::writeScreenshots(QString::fromStdString(imagePath), QString::fromStdString(dir),
+                                                         QString::fromStdString(ctx.dataDir)))
+            std::cout << path.toStdString() << '\n';
+    } catch (const std::runtime_error& e) {
+        throw Failure{e.what()};
+    }
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -255,6 +275,11 @@ int main(int argc, char** argv) {
     render->add_option("--out", out, "PNG file to write")->required();
     render->add_option("--size", size, "Picture size in pixels, WxH (default: the window's picture size)");
     render->callback([&] { action = [&](const Context& c) { return runRender(c, image, slot, formation, out, size); }; });
+
+    auto* screenshot = verb("screenshot", "Save a picture of each of the window's tabs with IMAGE open into DIR");
+    imageOption(screenshot);
+    screenshot->add_option("DIR", arg1, "Folder for formations.png, play-slots.png, plays.png, sequences.png")->required();
+    screenshot->callback([&] { action = [&](const Context& c) { return runScreenshot(c, image, arg1); }; });
 
     try {
         app.parse(argc, argv);

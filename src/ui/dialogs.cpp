@@ -1,0 +1,54 @@
+#include "ui/dialogs.h"
+
+#include <QFileDialog>
+#include <QMessageBox>
+#include <QStringList>
+
+namespace zpe {
+
+QString qtFilter(const QString& filter) {
+    const QStringList parts = filter.split('|');
+    QStringList out;
+    for (int i = 0; i + 1 < parts.size(); i += 2) {
+        QString text = parts[i];
+        QString pattern = parts[i + 1] == "*.*" ? "*" : parts[i + 1];
+        pattern.replace(';', ' ');
+        if (!text.contains('(')) text += " (" + pattern + ")";
+        out << text;
+    }
+    return out.join(";;");
+}
+
+MsgAnswer QtDialogs::message(const MessageBoxSpec& box) {
+    QMessageBox m(parent_);
+    m.setWindowTitle(box.title);
+    m.setText(box.text);
+    switch (box.icon) {
+    case MsgIcon::None: m.setIcon(QMessageBox::NoIcon); break;
+    case MsgIcon::Information: m.setIcon(QMessageBox::Information); break;
+    case MsgIcon::Exclamation: m.setIcon(QMessageBox::Warning); break;
+    case MsgIcon::Question: m.setIcon(QMessageBox::Question); break;
+    }
+    if (box.buttons == MsgButtons::YesNo) {
+        m.setStandardButtons(QMessageBox::Yes | QMessageBox::No);
+        m.setDefaultButton(box.defaultButton == MsgAnswer::No ? QMessageBox::No : QMessageBox::Yes);
+        return m.exec() == QMessageBox::Yes ? MsgAnswer::Yes : MsgAnswer::No;
+    }
+    m.setStandardButtons(QMessageBox::Ok);
+    m.exec();
+    return MsgAnswer::Ok;
+}
+
+std::optional<QString> QtDialogs::openFile(const QString& filter) {
+    const QString path = QFileDialog::getOpenFileName(parent_, QString(), QString(), qtFilter(filter));
+    if (path.isEmpty()) return std::nullopt;
+    return path;
+}
+
+std::optional<QString> QtDialogs::saveFile(const QString& filter) {
+    const QString path = QFileDialog::getSaveFileName(parent_, QString(), QString(), qtFilter(filter));
+    if (path.isEmpty()) return std::nullopt;
+    return path;
+}
+
+}  // namespace zpe

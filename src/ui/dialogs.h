@@ -1,0 +1,54 @@
+#pragma once
+// Message boxes and file dialogs go through this interface: the window uses
+// QtDialogs, tests a scripted fake that records each box.
+#include <QString>
+#include <optional>
+
+class QWidget;
+
+namespace zpe {
+
+enum class MsgIcon { None, Information, Exclamation, Question };
+enum class MsgButtons { Ok, YesNo };
+enum class MsgAnswer { Ok, Yes, No };
+
+struct MessageBoxSpec {
+    QString text;
+    QString title;
+    MsgIcon icon = MsgIcon::None;
+    MsgButtons buttons = MsgButtons::Ok;
+    MsgAnswer defaultButton = MsgAnswer::Ok;
+};
+
+// The filter of the open and save dialogs, in the "text|pattern|..." form.
+inline const char* const kRomFilter = "NES ROMS (*.nes)|*.nes|All Files|*.*";
+// The default title of message boxes without one of their own (About).
+inline const char* const kProgramName = "Zentrel Playbook Editor";
+
+class Dialogs {
+public:
+    virtual ~Dialogs() = default;
+    // Shows a modal box and returns the button pressed.
+    virtual MsgAnswer message(const MessageBoxSpec& box) = 0;
+    // Open and save dialogs with a "text|pattern|..." filter; none when cancelled.
+    virtual std::optional<QString> openFile(const QString& filter) = 0;
+    virtual std::optional<QString> saveFile(const QString& filter) = 0;
+};
+
+// "NES ROMS (*.nes)|*.nes|All Files|*.*" in Qt's form: "NES ROMS (*.nes);;All Files (*)".
+QString qtFilter(const QString& filter);
+
+class QtDialogs : public Dialogs {
+public:
+    explicit QtDialogs(QWidget* parent = nullptr) : parent_(parent) {}
+    // The window the boxes and dialogs belong to.
+    void setParent(QWidget* parent) { parent_ = parent; }
+    MsgAnswer message(const MessageBoxSpec& box) override;
+    std::optional<QString> openFile(const QString& filter) override;
+    std::optional<QString> saveFile(const QString& filter) override;
+
+private:
+    QWidget* parent_;
+};
+
+}  // namespace zpe

@@ -1,0 +1,427 @@
+// The window frame: controls, menus, start-up, layout and the File and Help menus.
+#include "ui/frm_main.h"
+
+#include "playbook/open_rom.h"
+#include "save/saves.h"
+#include "ui/picture_box.h"
+#include "ui/up_down.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QComboBox>
+#include <QDir>
+#include <QEvent>
+#include <QFrame>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMenuBar>
+#include <QMouseEvent>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QStatusBar>
+#include <QTabBar>
+#include <QTreeWidget>
+
+namespace zpe {
+
+namespace {
+
+QRect px(const TwipRect& r) { return QRect(pixels(r.left), pixels(r.top), pixels(r.width), pixels(r.height)); }
+
+QFrame* buttonBar(QWidget* parent) {
+    auto* f = new QFrame(parent);
+    f->setFrameShape(QFrame::NoFrame);
+    f->resize(pixels(kButtonBarWidth), pixels(kButtonBarHeight));
+    return f;
+}
+
+QPushButton* button(const char* caption, QWidget* parent, int left, int top) {
+    auto* b = new QPushButton(caption, parent);
+    b->setGeometry(px({left, top, 1215, 375}));
+    return b;
+}
+
+struct Column {
+    const char* header;
+    int width;  // twips
+    bool centre;
+};
+
+QTreeWidget* listView(QWidget* parent, std::initializer_list<Column> columns) {
+    auto* lv = new QTreeWidget(parent);
+    lv->setRootIsDecorated(false);
+    lv->setUniformRowHeights(true);
+    lv->setAllColumnsShowFocus(true);
+    lv->setSelectionMode(QAbstractItemView::SingleSelection);
+    lv->setSelectionBehavior(QAbstractItemView::SelectRows);
+    lv->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    lv->setColumnCount(static_cast<int>(columns.size()));
+    auto* header = new QTreeWidgetItem;
+    int i = 0;
+    for (const Column& c : columns) {
+        header->setText(i, c.header);
+        header->setTextAlignment(i, c.centre ? Qt::AlignCenter : (Qt::AlignLeft | Qt::AlignVCenter));
+        ++i;
+    }
+    lv->setHeaderItem(header);
+    i = 0;
+    for (const Column& c : columns) lv->setColumnWidth(i++, pixels(c.width));
+    lv->header()->setStretchLastSection(false);
+    return lv;
+}
+
+}  // namespace
+
+frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* parent)
+    : QMainWindow(parent), dialogs_(dialogs), dataDir_(std::move(dataDir)), cpuDir_(std::move(cpuDir)) {
+    setWindowTitle("Zentrel Playbook Editor BETA3");
+    // The layout is designed in twips for an 8-point face; a larger default font would clip the columns.
+    QFont face = font();
+    face.setPointSize(8);
+    setFont(face);
+    client = new QWidget(this);
+    setCentralWidget(client);
+
+    tabsFrame = new QFrame(client);
+    tabs = new QTabBar(tabsFrame);
+    for (const char* caption : {"Formations", "Play Slots", "Plays", "Sequences"}) tabs->addTab(caption);
+    tabs->setExpanding(false);
+    auto* panel = new QFrame(tabsFrame);
+    panel->setObjectName("tabsPanel");
+    panel->setFrameShape(QFrame::StyledPanel);
+    panel->setFrameShadow(QFrame::Raised);
+    connect(tabs, &QTabBar::tabBarClicked, this, [this](int index) {
+        if (index < 0) return;
+        tabs->setCurrentIndex(index);
+        tabs_Click();
+    });
+    connect(tabs, &QTabBar::currentChanged, this, [this](int) { tabs_Click(); });
+
+    auto* status = new QStatusBar(this);
+    StatusBar1 = new QLabel(status);
+    status->addWidget(StatusBar1, 1);
+    status->setSizeGripEnabled(true);
+    status->setFixedHeight(pixels(kStatusBarHeight) + 4);
+    setStatusBar(status);
+
+    buildMenus();
+    buildFormationsTab();
+    buildPlaySlotsTab();
+    buildPlaysTab();
+    buildSequencesTab();
+    hideTabControls();
+    for (QTreeWidget* lv : {lvFormations, lvPlaySlots, lvPlays, lvSequences}) lv->viewport()->installEventFilter(this);
+
+    Form_Load();
+    setClientSize(kDesignClientWidth, kDesignClientHeight);
+}
+
+frmMain::~frmMain() = default;
+
+void frmMain::buildMenus() {
+    QMenu* file = menuBar()->addMenu("&File");
+    mnuFile = file->menuAction();
+    mnuFileOpen = file->addAction("&Open...", this, [this] { mnuFileOpen_Click(); });
+    mnuFileSafeSave = file->addAction("&Safe Save", this, [this] { mnuFileSafeSave_Click(); });
+    mnuFileSave = file->addAction("Full Save (Unsafe!)", this, [this] { mnuFileSave_Click(); });
+    mnuFileB1 = file->addSeparator();
+    mnuFileExportMaskROM = file->addAction("Export Mask ROM", this, [this] { mnuFileExportMaskROM_Click(); });
+    mnuFileB2 = file->addSeparator();
+    mnuFileExit = file->addAction("E&xit", this, [this] { mnuFileExit_Click(); });
+    QMenu* help = menuBar()->addMenu("&Help");
+    mnuHelp = help->menuAction();
+    mnuHelpAbout = help->addAction("&About", this, [this] { mnuHelpAbout_Click(); });
+}
+
+void frmMain::buildFormationsTab() {
+    lvFormations = listView(client, {{"Formation", 1440, false}, {"QB", 1440, true}, {"RB1", 1440, true},
+                                     {"RB2", 1440, true}, {"WR1", 1440, true}, {"WR2", 1440, true}, {"TE", 1440, true},
+                                     {"C", 1440, true}, {"G1", 1440, true}, {"G2", 1440, true}, {"T1", 1440, true},
+                                     {"T2", 1440, true}});
+    fraFormationButtons = buttonBar(client);
+    cmdFormationViewGFX = button("View GFX", fraFormationButtons, 2880, 60);
+    connect(cmdFormationViewGFX, &QPushButton::clicked, this, [this] { cmdFormationViewGFX_Click(); });
+    picFormation = new PictureBox(pixels(kPicFormationWidth), pixels(kPicFormationHeight), client);
+}
+
+void frmMain::buildPlaySlotsTab() {
+    lvPlaySlots = listView(client, {{"Name", 1440, false}, {"Slot", 800, true}, {"Formation", 2000, false},
+                                    {"Play 1", 700, true}, {"Play 2", 700, true}, {"Play 3", 700, true},
+                                    {"Play 4", 700, true}, {"Play 5", 700, true}, {"Play 6", 700, true},
+                                    {"Play 7", 700, true}, {"Play 8", 700, true}});
+    fraPlaySlots = buttonBar(client);
+    cmdCopyPlaySlot = button("Copy", fraPlaySlots, 240, 60);
+    cmdSwapPlaySlot = button("Swap", fraPlaySlots, 1560, 60);
+    cmdPlaySlotDetails = button("Show Details", fraPlaySlots, 2880, 60);
+    connect(cmdCopyPlaySlot, &QPushButton::clicked, this, [this] { cmdCopyPlaySlot_Click(); });
+    connect(cmdSwapPlaySlot, &QPushButton::clicked, this, [this] { cmdSwapPlaySlot_Click(); });
+    connect(cmdPlaySlotDetails, &QPushButton::clicked, this, [this] { cmdPlaySlotDetails_Click(); });
+    fraPlayDetails = new QFrame(client);
+    fraPlayDetails->setFrameShape(QFrame::Box);
+    fraPlayDetails->resize(fraPlayDetails->width(), pixels(kPlayDetailsHeight));
+    picPlay = new PictureBox(pixels(4935), pixels(3255), fraPlayDetails);
+    picPlay->move(pixels(120), pixels(240));
+}
+
+void frmMain::buildPlaysTab() {
+    lvPlays = listView(client, {{"Number", 800, false}, {"QB", 800, true}, {"RB1", 800, true}, {"RB2", 800, true},
+                                {"WR1", 800, true}, {"WR2", 800, true}, {"TE", 800, true}, {"C", 800, true},
+                                {"G1", 800, true}, {"G2", 800, true}, {"T1", 800, true}, {"T2", 800, true}});
+}
+
+void frmMain::buildSequencesTab() {
+    lvSequences = listView(client, {{"Address", 1000, false}, {"Commands", 8000, false}});
+    lvSequences->setSortingEnabled(false);
+    fraSeq = buttonBar(client);
+    cmdSeqDetails = button("Show Details", fraSeq, 2880, 60);
+    connect(cmdSeqDetails, &QPushButton::clicked, this, [this] { cmdSeqDetails_Click(); });
+    fraSeqDetails = new QFrame(client);
+    fraSeqDetails->setFrameShape(QFrame::Box);
+    fraSeqDetails->resize(fraSeqDetails->width(), pixels(kSeqDetailsHeight));
+    buildSeqDetailsPanel();
+}
+
+void frmMain::Form_Load() {
+    cmdNames = loadCmdNames(dataDir_.toStdString());
+    cmbNewSeqCmd->clear();
+    for (const std::string& item : newCommandItems(cmdNames)) cmbNewSeqCmd->addItem(QString::fromLatin1(item));
+    slotAction = 0;
+    updateMenuBar();
+}
+
+int frmMain::scaleWidth() const { return twips(client->width()); }
+int frmMain::scaleHeight() const { return twips(client->height() + statusBar()->height()); }
+
+void frmMain::setClientSize(int widthTwips, int heightTwips) {
+    const int w = pixels(widthTwips);
+    const int h = pixels(heightTwips) - statusBar()->height() + menuBar()->sizeHint().height();
+    resize(w, h);
+    Form_Resize();
+}
+
+void frmMain::resizeEvent(QResizeEvent* event) {
+    QMainWindow::resizeEvent(event);
+    Form_Resize();
+}
+
+void frmMain::Form_Resize() {
+    // A window too small for the strip keeps the strip's size; nothing is reported.
+    if (const auto strip = tabStripRect(scaleWidth(), scaleHeight(), twips(statusBar()->height()))) {
+        tabsFrame->setGeometry(px(*strip));
+        const int barHeight = tabs->sizeHint().height();
+        tabs->setGeometry(0, 0, tabsFrame->width(), barHeight);
+        if (auto* panel = tabsFrame->findChild<QFrame*>("tabsPanel"))
+            panel->setGeometry(0, barHeight - 1, tabsFrame->width(), std::max(0, tabsFrame->height() - barHeight + 1));
+    }
+    tabs_Click();
+}
+
+TwipRect frmMain::tabClient() const {
+    const QRect g = tabsFrame->geometry();
+    const TwipRect strip{twips(g.x()), twips(g.y()), twips(g.width()), twips(g.height())};
+    return tabClientArea(strip, twips(tabs->sizeHint().height()), twips(2));
+}
+
+int frmMain::selectedTab() const { return tabs->currentIndex() + 1; }
+
+void frmMain::selectTab(int index) {
+    tabs->setCurrentIndex(index - 1);
+    tabs_Click();
+}
+
+void frmMain::tabs_Click() { UpdateTabs(); }
+
+QWidget* frmMain::control(Ctl c) const {
+    switch (c) {
+    case Ctl::lvFormations: return lvFormations;
+    case Ctl::fraFormationButtons: return fraFormationButtons;
+    case Ctl::picFormation: return picFormation;
+    case Ctl::lvPlaySlots: return lvPlaySlots;
+    case Ctl::fraPlayDetails: return fraPlayDetails;
+    case Ctl::fraPlaySlots: return fraPlaySlots;
+    case Ctl::lvPlays: return lvPlays;
+    case Ctl::lvSequences: return lvSequences;
+    case Ctl::fraSeq: return fraSeq;
+    case Ctl::fraSeqDetails: return fraSeqDetails;
+    case Ctl::cmdSeqDetails: return cmdSeqDetails;
+    case Ctl::txtCmdNotes: return txtCmdNotes;
+    }
+    return nullptr;
+}
+
+void frmMain::hideTabControls() {
+    for (QWidget* w : std::initializer_list<QWidget*>{lvFormations, fraFormationButtons, picFormation, lvPlaySlots,
+                                                      fraPlayDetails, fraPlaySlots, lvPlays, lvSequences, fraSeq,
+                                                      fraSeqDetails})
+        w->hide();
+}
+
+void frmMain::UpdateTabs() {
+    hideTabControls();
+    slotAction = 0;
+    const LayoutInput in{selectedTab(), tabClient(), showFormationGFX, showPlaySlotDetails, showSeqDetails};
+    bool completed = true;
+    for (const LayoutStep& step : tabLayout(in)) {
+        // A move to a negative size ends the pass; what is not yet shown stays hidden.
+        if (!stepApplies(step)) {
+            completed = false;
+            break;
+        }
+        QWidget* w = control(step.ctl);
+        switch (step.op) {
+        case LayoutStep::Op::Move:
+            if (step.ctl == Ctl::picFormation) w->move(pixels(step.rect.left), pixels(step.rect.top));
+            else w->setGeometry(px(step.rect));
+            break;
+        case LayoutStep::Op::Show:
+            w->show();
+            w->raise();
+            break;
+        case LayoutStep::Op::Caption: static_cast<QPushButton*>(w)->setText(QString::fromStdString(step.caption)); break;
+        }
+    }
+    if (!completed) return;
+    if (in.tab == static_cast<int>(TabIndex::Formations)) updateFormationButtons();
+    if (in.tab == static_cast<int>(TabIndex::PlaySlots)) updatePlaySlotButtons();
+}
+
+void frmMain::updateMenuBar() {
+    const bool open = !pb.romPath.empty();
+    mnuFileSave->setEnabled(open);
+    mnuFileSafeSave->setEnabled(open);
+    mnuFileExportMaskROM->setEnabled(open);
+}
+
+bool frmMain::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::MouseButtonRelease && static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
+        if (watched == lvFormations->viewport()) lvFormations_Click();
+        else if (watched == lvPlaySlots->viewport()) lvPlaySlots_Click();
+        else if (watched == lvSequences->viewport()) lvSequences_Click();
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
+int frmMain::selectedRow(QTreeWidget* list) {
+    const auto selected = list->selectedItems();
+    if (selected.isEmpty()) return 0;
+    return list->indexOfTopLevelItem(selected.first()) + 1;
+}
+
+void frmMain::selectRow(QTreeWidget* list, int row) {
+    list->clearSelection();
+    if (QTreeWidgetItem* item = list->topLevelItem(row - 1)) {
+        item->setSelected(true);
+        list->setCurrentItem(item);
+    }
+}
+
+void frmMain::setRowCells(QTreeWidget* list, int index, const ListRow& row) {
+    QTreeWidgetItem* item = list->topLevelItem(index);
+    if (!item) return;
+    for (size_t c = 0; c < row.cells.size(); ++c) item->setText(static_cast<int>(c), QString::fromLatin1(row.cells[c]));
+}
+
+void frmMain::clearLists() {
+    for (QTreeWidget* lv : {lvFormations, lvPlaySlots, lvPlays, lvSequences}) lv->clear();
+}
+
+namespace {
+// One list item per row, aligned as the list's columns are; the key (if any) in the item's data.
+QList<QTreeWidgetItem*> makeItems(const QTreeWidget* lv, const std::vector<ListRow>& rows) {
+    QList<QTreeWidgetItem*> items;
+    items.reserve(static_cast<qsizetype>(rows.size()));
+    for (const ListRow& row : rows) {
+        auto* item = new QTreeWidgetItem;
+        for (size_t c = 0; c < row.cells.size(); ++c) {
+            item->setText(static_cast<int>(c), QString::fromLatin1(row.cells[c]));
+            item->setTextAlignment(static_cast<int>(c), Qt::Alignment(lv->headerItem()->textAlignment(static_cast<int>(c))));
+        }
+        if (!row.key.empty()) item->setData(0, Qt::UserRole, QString::fromStdString(row.key));
+        items.push_back(item);
+    }
+    return items;
+}
+}  // namespace
+
+void frmMain::fillLists(const ListRows& rows) {
+    for (int c = 1; c <= 11; ++c) lvFormations->setColumnWidth(c, pixels(700));
+    lvFormations->addTopLevelItems(makeItems(lvFormations, rows.formations));
+    lvPlaySlots->addTopLevelItems(makeItems(lvPlaySlots, rows.playSlots));
+    lvPlays->addTopLevelItems(makeItems(lvPlays, rows.plays));
+    // The core gives the Sequences rows in the list's order: ascending on the Address text.
+    lvSequences->addTopLevelItems(makeItems(lvSequences, rows.sequences));
+}
+
+bool frmMain::openImage(const QString& path) {
+    clearLists();
+    const QString cpuPath = QDir(cpuDir_).filePath("cpu.txt");
+    const OpenResult result = openRom(pb, path.toStdString(), OpenOptions{dataDir_.toStdString(), cpuPath.toStdString()},
+                                      cmdNames);
+    // The previous image's working copy must not be applied to this one.
+    clearSeqPanel();
+    if (!result.ok) return false;  // the open ends silently; saves refuse until an open completes
+    fillLists(result.rows);
+    updateMenuBar();
+    return true;
+}
+
+void frmMain::mnuFileOpen_Click() {
+    const auto path = dialogs_.openFile(kRomFilter);
+    if (!path) return;
+    openImage(*path);
+}
+
+void frmMain::reportFailure(const QString& title, const std::exception& error) {
+    dialogs_.message({QString::fromLocal8Bit(error.what()), title, MsgIcon::Exclamation, MsgButtons::Ok, MsgAnswer::Ok});
+}
+
+void frmMain::mnuFileSafeSave_Click() {
+    try {
+        safeSave(pb);
+    } catch (const std::exception& e) {
+        reportFailure("Safe Save", e);
+    }
+}
+
+void frmMain::mnuFileSave_Click() {
+    const MessageBoxSpec question{QString::fromLatin1(kFullSaveQuestion), "Warning", MsgIcon::Question, MsgButtons::YesNo,
+                                  MsgAnswer::Yes};
+    if (dialogs_.message(question) != MsgAnswer::Yes) return;
+    try {
+        fullSave(pb);
+    } catch (const std::exception& e) {
+        reportFailure("Full Save", e);
+        return;
+    }
+    refreshAddressLists();
+}
+
+void frmMain::refreshAddressLists() {
+    const ListRows rows = buildRows(pb, cmdNames);
+    for (size_t f = 0; f < rows.formations.size(); ++f) setRowCells(lvFormations, static_cast<int>(f), rows.formations[f]);
+    for (size_t p = 0; p < rows.plays.size(); ++p) setRowCells(lvPlays, static_cast<int>(p), rows.plays[p]);
+    // Row keys name sequence addresses: the list is rebuilt, and the panel's working copy goes with it.
+    lvSequences->clear();
+    lvSequences->addTopLevelItems(makeItems(lvSequences, rows.sequences));
+    clearSeqPanel();
+}
+
+void frmMain::mnuFileExportMaskROM_Click() {
+    const auto path = dialogs_.saveFile(kRomFilter);
+    if (!path) return;
+    try {
+        exportMaskRom(pb, path->toStdString());
+    } catch (const std::exception&) {
+        // Export Mask ROM ends silently on any error.
+    }
+}
+
+void frmMain::mnuFileExit_Click() { close(); }
+
+void frmMain::mnuHelpAbout_Click() {
+    dialogs_.message({"Zentrel Playbook Editor, BETA 3", kProgramName, MsgIcon::None, MsgButtons::Ok, MsgAnswer::Ok});
+}
+
+}  // namespace zpe

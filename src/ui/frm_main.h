@@ -1,0 +1,159 @@
+#pragma once
+// The main window: menu bar, the tab strip with its four tabs laid over its
+// display area, the status bar. It holds the window's state and calls the core
+// for every rule about the playbook. The handlers keep the names of the
+// controls and events they answer (control_Event).
+#include "playbook/list_rows.h"
+#include "playbook/playbook.h"
+#include "sequence/catalogue.h"
+#include "ui/dialogs.h"
+#include "ui/layout.h"
+
+#include <QMainWindow>
+#include <array>
+#include <memory>
+
+class QAction;
+class QComboBox;
+class QFrame;
+class QLabel;
+class QLineEdit;
+class QListWidget;
+class QPlainTextEdit;
+class QPushButton;
+class QTabBar;
+class QTreeWidget;
+class QWidget;
+
+namespace zpe {
+
+class PictureBox;
+class UpDown;
+
+class frmMain : public QMainWindow {
+public:
+    // `dataDir` holds forms.txt, cmd.txt and cmdinfo/; cpu.txt goes to `cpuDir`.
+    frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* parent = nullptr);
+    ~frmMain() override;
+
+    // --- State (all start at zero / false) ---
+    Playbook pb;
+    CmdNames cmdNames;
+    int slotAction = 0;        // 0 none, 1 copy, 2 swap
+    int slotActionSource = 0;  // 1-based row of the pending action's source
+    bool showFormationGFX = false;
+    bool showPlaySlotDetails = false;
+    bool showSeqDetails = false;
+    clsSequence curSeq;           // the sequence editor's working copy
+    bool updatingDetails = false;  // the panel is filling itself: changes are not edits
+
+    // --- Controls ---
+    QAction *mnuFile, *mnuFileOpen, *mnuFileSafeSave, *mnuFileSave, *mnuFileB1, *mnuFileExportMaskROM, *mnuFileB2,
+        *mnuFileExit, *mnuHelp, *mnuHelpAbout;
+    QWidget* client;  // the form's client area below the menu bar
+    QFrame* tabsFrame;
+    QTabBar* tabs;
+    QTreeWidget *lvFormations, *lvPlaySlots, *lvPlays, *lvSequences;
+    QFrame *fraFormationButtons, *fraPlaySlots, *fraPlayDetails, *fraSeq, *fraSeqDetails;
+    QPushButton *cmdFormationViewGFX, *cmdCopyPlaySlot, *cmdSwapPlaySlot, *cmdPlaySlotDetails, *cmdSeqDetails;
+    PictureBox *picFormation, *picPlay;
+    QLabel* StatusBar1;
+    // The sequence editor panel inside fraSeqDetails.
+    QListWidget* lstSeqCommands;
+    UpDown* udSeqCommand;
+    std::array<QLabel*, 4> lblCmdData{};
+    std::array<QLineEdit*, 4> txtSeqData{};
+    std::array<QComboBox*, 4> cmbCmdData{};
+    QPlainTextEdit* txtCmdNotes;
+    QPushButton *cmdSeqDelCmd, *cmdSeqApply, *cmdSeqAddCmd;
+    QComboBox* cmbNewSeqCmd;
+
+    // --- Frame ---
+    void UpdateTabs();
+    void updateMenuBar();
+    // The open procedure after the dialog: reads the image into the model and
+    // fills the lists. False (and silent) when it stopped.
+    bool openImage(const QString& path);
+    // The selected tab, 1..4.
+    int selectedTab() const;
+    void selectTab(int index);
+    // The display area of the tab strip, in twips.
+    TwipRect tabClient() const;
+    // The form's client size in twips (ScaleWidth, ScaleHeight: the area below
+    // the menu bar, status bar included).
+    int scaleWidth() const;
+    int scaleHeight() const;
+    // Sets the client size (twips) as the window's design size does.
+    void setClientSize(int widthTwips, int heightTwips);
+
+    void Form_Resize();
+    void tabs_Click();
+    void mnuFileOpen_Click();
+    void mnuFileSafeSave_Click();
+    void mnuFileSave_Click();
+    void mnuFileExportMaskROM_Click();
+    void mnuFileExit_Click();
+    void mnuHelpAbout_Click();
+
+    // --- Formations tab ---
+    void lvFormations_Click();
+    void cmdFormationViewGFX_Click();
+    void updateFormationButtons();
+
+    // --- Play Slots tab ---
+    void lvPlaySlots_Click();
+    void cmdCopyPlaySlot_Click();
+    void cmdSwapPlaySlot_Click();
+    void cmdPlaySlotDetails_Click();
+    void updatePlaySlotButtons();
+    void lvPlaySlots_refreshRow(int row);
+    void DrawPlay(PictureBox* pic, int slotIndex);
+
+    // --- Sequences tab ---
+    void cmdSeqDetails_Click();
+    void lvSequences_Click();
+    void lstSeqCommands_Click();
+    void lstSeqCommands_update();
+    void lstSeqCommands_refresh();
+    void txtSeqData_Change(int index);
+    void cmbCmdData_Click(int index);
+    void cmdSeqDelCmd_Click();
+    void cmdSeqApply_Click();
+    void udSeqCommand_UpClick();
+    void udSeqCommand_DownClick();
+    // Empties the panel and disables "Apply" (a new image, a relaid one).
+    void clearSeqPanel();
+
+    // 1-based number of the selected row of a list view; 0 when none is selected.
+    static int selectedRow(QTreeWidget* list);
+    static void selectRow(QTreeWidget* list, int row);
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    void buildMenus();
+    void buildFormationsTab();
+    void buildPlaySlotsTab();
+    void buildPlaysTab();
+    void buildSequencesTab();
+    void buildSeqDetailsPanel();
+    void Form_Load();
+    QWidget* control(Ctl c) const;
+    void hideTabControls();
+    void fillLists(const ListRows& rows);
+    void clearLists();
+    // After Full Save: the lists that show sequence addresses show the new ones.
+    void refreshAddressLists();
+    void setRowCells(QTreeWidget* list, int index, const ListRow& row);
+    void reportFailure(const QString& title, const std::exception& error);
+    // The selected sequence's address from its row key ("x" + decimal), or none.
+    std::optional<int32_t> selectedSequenceAddress() const;
+
+    Dialogs& dialogs_;
+    QString dataDir_;
+    QString cpuDir_;
+};
+
+}  // namespace zpe

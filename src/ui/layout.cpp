@@ -1,0 +1,90 @@
+#include "ui/layout.h"
+
+#include <cmath>
+
+namespace zpe {
+
+namespace {
+LayoutStep move(Ctl c, int l, int t, int w, int h) { return {LayoutStep::Op::Move, c, {l, t, w, h}, {}}; }
+LayoutStep show(Ctl c) { return {LayoutStep::Op::Show, c, {}, {}}; }
+LayoutStep caption(Ctl c, std::string text) { return {LayoutStep::Op::Caption, c, {}, std::move(text)}; }
+}  // namespace
+
+std::optional<TwipRect> tabStripRect(int scaleWidth, int scaleHeight, int statusBarHeight) {
+    const TwipRect r{32, 32, scaleWidth - 64, scaleHeight - 64 - statusBarHeight};
+    if (r.width < 0 || r.height < 0) return std::nullopt;
+    return r;
+}
+
+TwipRect tabClientArea(const TwipRect& strip, int headerHeight, int border) {
+    return {strip.left + border, strip.top + headerHeight + border, strip.width - 2 * border,
+            strip.height - headerHeight - 2 * border};
+}
+
+bool stepApplies(const LayoutStep& step) {
+    return step.op != LayoutStep::Op::Move || (step.rect.width >= 0 && step.rect.height >= 0);
+}
+
+std::vector<LayoutStep> tabLayout(const LayoutInput& in) {
+    const int CL = in.client.left, CT = in.client.top, CW = in.client.width, CH = in.client.height;
+    std::vector<LayoutStep> steps;
+    switch (static_cast<TabIndex>(in.tab)) {
+    case TabIndex::Formations: {
+        const int fw = kButtonBarWidth, fh = kButtonBarHeight, pw = kPicFormationWidth, ph = kPicFormationHeight;
+        if (in.showFormationGFX) {
+            steps.push_back(show(Ctl::picFormation));
+            // Vertically centred in the area above the button bar (half twips round to even).
+            const int top = CT + static_cast<int>(std::nearbyint((CH - fh) / 2.0 - ph / 2.0));
+            steps.push_back(move(Ctl::picFormation, CL, top, pw, ph));
+            steps.push_back(move(Ctl::lvFormations, CL + pw, CT, CW - pw, CH - fh));
+        } else {
+            steps.push_back(move(Ctl::lvFormations, CL, CT, CW, CH - fh));
+        }
+        steps.push_back(move(Ctl::fraFormationButtons, CL + CW - fw, CT + CH - fh, fw, fh));
+        steps.push_back(show(Ctl::lvFormations));
+        steps.push_back(show(Ctl::fraFormationButtons));
+        break;
+    }
+    case TabIndex::PlaySlots: {
+        const int bw = kButtonBarWidth, bh = kButtonBarHeight, dh = kPlayDetailsHeight;
+        if (!in.showPlaySlotDetails) {
+            steps.push_back(move(Ctl::lvPlaySlots, CL, CT, CW, CH - bh));
+            steps.push_back(move(Ctl::fraPlaySlots, CL + CW - bw, CT + CH - bh, bw, bh));
+        } else {
+            const int listHeight = CH - bh - dh;
+            steps.push_back(move(Ctl::lvPlaySlots, CL, CT, CW, listHeight));
+            steps.push_back(move(Ctl::fraPlayDetails, CL, CT + listHeight, CW, dh));
+            steps.push_back(move(Ctl::fraPlaySlots, CL + CW - bw, CT + listHeight + dh, bw, bh));
+            steps.push_back(show(Ctl::fraPlayDetails));
+        }
+        steps.push_back(show(Ctl::lvPlaySlots));
+        steps.push_back(show(Ctl::fraPlaySlots));
+        break;
+    }
+    case TabIndex::Plays:
+        steps.push_back(move(Ctl::lvPlays, CL, CT, CW, CH));
+        steps.push_back(show(Ctl::lvPlays));
+        break;
+    case TabIndex::Sequences: {
+        const int bw = kButtonBarWidth, bh = kButtonBarHeight, eh = kSeqDetailsHeight;
+        steps.push_back(move(Ctl::lvSequences, CL, CT, CW, CH - bh));
+        steps.push_back(move(Ctl::fraSeq, CL + CW - bw, CT + CH - bh, bw, bh));
+        if (!in.showSeqDetails) {
+            steps.push_back(caption(Ctl::cmdSeqDetails, "Show Details"));
+        } else {
+            const int listHeight = CH - bh - eh;
+            steps.push_back(move(Ctl::lvSequences, CL, CT, CW, listHeight));
+            steps.push_back(move(Ctl::fraSeqDetails, CL, CT + listHeight, CW, eh));
+            steps.push_back(show(Ctl::fraSeqDetails));
+            steps.push_back(caption(Ctl::cmdSeqDetails, "Hide Details"));
+            steps.push_back(move(Ctl::txtCmdNotes, kNotesLeft, kNotesTop, CW - kNotesLeft - 80, eh - kNotesTop - 80));
+        }
+        steps.push_back(show(Ctl::lvSequences));
+        steps.push_back(show(Ctl::fraSeq));
+        break;
+    }
+    }
+    return steps;
+}
+
+}  // namespace zpe

@@ -1,0 +1,66 @@
+#pragma once
+// The window's layout rules as pure functions over twips, so tests can call
+// them without a window. UpdateTabs applies the steps in order and stops at the
+// first move to a negative size, leaving the rest hidden until the next pass.
+#include "ui/twips.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zpe {
+
+// Design sizes (twips).
+inline constexpr int kDesignClientWidth = 14025;
+inline constexpr int kDesignClientHeight = 8955;
+inline constexpr int kStatusBarHeight = 255;
+inline constexpr int kButtonBarWidth = 4215;
+inline constexpr int kButtonBarHeight = 495;
+inline constexpr int kPicFormationWidth = 2055;
+inline constexpr int kPicFormationHeight = 3255;
+inline constexpr int kPlayDetailsHeight = 3615;
+inline constexpr int kSeqDetailsHeight = 2775;
+inline constexpr int kNotesLeft = 6000;
+inline constexpr int kNotesTop = 240;
+
+enum class TabIndex { Formations = 1, PlaySlots = 2, Plays = 3, Sequences = 4 };
+
+// The controls a layout pass places, shows or captions.
+enum class Ctl {
+    lvFormations, fraFormationButtons, picFormation, lvPlaySlots, fraPlayDetails, fraPlaySlots,
+    lvPlays, lvSequences, fraSeq, fraSeqDetails, cmdSeqDetails, txtCmdNotes
+};
+
+struct LayoutStep {
+    enum class Op { Move, Show, Caption } op;
+    Ctl ctl;
+    TwipRect rect;        // Move: the new geometry (for txtCmdNotes: inside fraSeqDetails)
+    std::string caption;  // Caption: the new text
+    bool operator==(const LayoutStep&) const = default;
+};
+
+struct LayoutInput {
+    int tab = 1;          // selected tab, 1..4
+    TwipRect client;      // the tab strip's display area
+    bool showFormationGFX = false;
+    bool showPlaySlotDetails = false;
+    bool showSeqDetails = false;
+};
+
+// The tab strip's place: 32 twips in from the top left, leaving 32 at the right
+// and above the status bar. None when the width or height would be negative
+// (the strip then keeps its size).
+std::optional<TwipRect> tabStripRect(int scaleWidth, int scaleHeight, int statusBarHeight);
+
+// The display area inside a tab strip whose header is `headerHeight` twips
+// high and whose frame is `border` twips wide.
+TwipRect tabClientArea(const TwipRect& strip, int headerHeight, int border);
+
+// The moves, shows and captions of one pass for the selected tab, in order
+// (after every tab control has been hidden).
+std::vector<LayoutStep> tabLayout(const LayoutInput& in);
+
+// Whether a step can be applied: a move to a negative width or height fails.
+bool stepApplies(const LayoutStep& step);
+
+}  // namespace zpe

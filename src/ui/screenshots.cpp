@@ -1,0 +1,62 @@
+#include "ui/screenshots.h"
+
+#include "ui/frm_main.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QPixmap>
+#include <QTreeWidget>
+#include <stdexcept>
+
+namespace zpe {
+
+namespace {
+// Answers every box with its default button and asks for no file.
+class SilentDialogs : public Dialogs {
+public:
+    MsgAnswer message(const MessageBoxSpec& box) override { return box.defaultButton; }
+    std::optional<QString> openFile(const QString&) override { return std::nullopt; }
+    std::optional<QString> saveFile(const QString&) override { return std::nullopt; }
+};
+}  // namespace
+
+QStringList writeScreenshots(const QString& imagePath, const QString& dir, const QString& dataDir) {
+    SilentDialogs dialogs;
+    frmMain window(dialogs, dataDir, QDir::tempPath());
+    window.show();
+    if (!window.openImage(imagePath))
+        throw std::runtime_error(imagePath.toStdString() + ": the image did not open");
+    QDir().mkpath(dir);
+
+    QStringList written;
+    auto shoot = [&](const char* name) {
+        QApplication::processEvents();
+        const QString path = QDir(dir).filePath(name);
+        if (!window.grab().save(path, "PNG")) throw std::runtime_error(path.toStdString() + ": cannot write the picture");
+        written << path;
+    };
+
+    window.selectTab(1);
+    frmMain::selectRow(window.lvFormations, 1);
+    window.lvFormations_Click();
+    if (!window.showFormationGFX) window.cmdFormationViewGFX_Click();
+    shoot("formations.png");
+
+    window.selectTab(2);
+    if (!window.showPlaySlotDetails) window.cmdPlaySlotDetails_Click();
+    frmMain::selectRow(window.lvPlaySlots, 1);
+    window.lvPlaySlots_Click();
+    shoot("play-slots.png");
+
+    window.selectTab(3);
+    shoot("plays.png");
+
+    window.selectTab(4);
+    if (!window.showSeqDetails) window.cmdSeqDetails_Click();
+    frmMain::selectRow(window.lvSequences, 1);
+    window.lvSequences_Click();
+    shoot("sequences.png");
+    return written;
+}
+
+}  // namespace zpe
