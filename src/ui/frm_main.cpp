@@ -196,7 +196,8 @@ int frmMain::scaleHeight() const { return twips(client->height() + statusBar()->
 
 void frmMain::setClientSize(int widthTwips, int heightTwips) {
     const int w = pixels(widthTwips);
-    const int h = pixels(heightTwips) - statusBar()->height() + menuBar()->sizeHint().height();
+    // The window's height holds the menu bar above the client area (status bar included).
+    const int h = pixels(heightTwips) + menuBar()->sizeHint().height();
     resize(w, h);
     Form_Resize();
 }

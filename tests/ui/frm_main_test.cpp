@@ -1,0 +1,401 @@
+// The window as a user meets it: start-up, layout, the Formations, Play Slots
+// and Plays tabs, the File and Help menus.
+#include "fake_dialogs.h"
+#include "support/image_builder.h"
+#include "ui/frm_main.h"
+#include "ui/layout.h"
+#include "ui/picture_box.h"
+
+#include <QAction>
+#include <QComboBox>
+#include <QLabel>
+#include <QPushButton>
+#include <QTabBar>
+#include <QTest>
+#include <QTreeWidget>
+#include <sys/stat.h>
+
+using namespace zpe;
+using zpe::test::FakeDialogs;
+using zpe::test::ImageBuilder;
+
+namespace {
+
+// A playbook with distinct slots, two formations with sequences and one whose
+// WR1 and TE have none.
+ImageBuilder windowImage() {
+    ImageBuilder b;
+    b.bytesAt(0xA000, {0xD0, 0xF0, 0x12, 0xEE})              // QB
+        .bytesAt(0xA004, {0xD0, 0xF0, 0x30, 0xEC})           // RB
+        .bytesAt(0xA008, {0x32, 0xD7, 0x05, 0xFD, 0xFE, 0xFC})  // a block and a move
+        .bytesAt(0xA010, {0xD7, 0x00, 0x20, 0xFE, 0x10})     // -> A023
+        .bytesAt(0xA023, {0xC7, 0x34, 0x12, 0xE4})
+        .bytesAt(0xA030, {0x94, 0x11, 0x22, 0x33, 0x44, 0xE4});
+    for (int f = 4; f < 22; ++f) b.formation(f, {0xA000, 0xA004, 0xA000, 0xA004, 0xA000, 0xA004, 0xA000, 0xA004, 0xA000, 0xA004, 0xA000});
+    b.formationPlayer(5, 3, test::kDeadAddress).formationPlayer(5, 5, test::kDeadAddress);
+    b.play(0, {0xA010, 0xA008}).pointer(0, 0xA030);
+    for (int s = 0; s < 64; ++s) {
+        test::SlotSpec spec{"SLOT " + std::to_string(s), 4 + s % 2, {}, {}};
+        for (int j = 0; j < 8; ++j) {
+            spec.oPlays[static_cast<size_t>(j)] = (s + j) % 3 == 0 ? 0 : 1;
+            spec.dPlays[static_cast<size_t>(j)] = (s * 8 + j) & 0xFF;
+        }
+        b.slot(s, spec);
+    }
+    return b;
+}
+
+}  // namespace
+
+class FrmMainTest : public QObject {
+    Q_OBJECT
+
+    test::TempDir data;
+    test::TempDir cwd;
+    std::unique_ptr<test::TempFile> image;
+    std::unique_ptr<FakeDialogs> dialogs;
+    std::unique_ptr<frmMain> w;
+
+    void openWindowImage() {
+        dialogs->files.push_back(QString::fromStdString(image->path()));
+        w->mnuFileOpen_Click();
+        QVERIFY(w->pb.openComplete);
+    }
+    QStringList rowCells(QTreeWidget* lv, int row) {
+        QStringList cells;
+        for (int c = 0; c < lv->columnCount(); ++c) cells << lv->topLevelItem(row - 1)->text(c);
+        return cells;
+    }
+    void clickRow(QTreeWidget* lv, int row) {
+        const QRect r = lv->visualItemRect(lv->topLevelItem(row - 1));
+        QTest::mouseClick(lv->viewport(), Qt::LeftButton, {}, r.center());
+    }
+
+private slots:
+    void initTestCase() { data.writeText("forms.txt", test::formsText()); }
+    void init() {
+        image = std::make_unique<test::TempFile>(windowImage().write());
+        dialogs = std::make_unique<FakeDialogs>();
+        w = std::make_unique<frmMain>(*dialogs, QString::fromStdString(data.path()), QString::fromStdString(cwd.path()));
+        w->show();
+        QVERIFY(QTest::qWaitForWindowExposed(w.get()));
+    }
+    void cleanup() { w.reset(); }
+
+    void startUpShowsTheEmptyFormationsTab() {
+        QCOMPARE(w->windowTitle(), QString("Zentrel Playbook Editor BETA3"));
+        QCOMPARE(w->selectedTab(), 1);
+        QVERIFY(w->lvFormations->isVisible());
+        QCOMPARE(w->lvFormations->topLevelItemCount(), 0);
+        QVERIFY(!w->lvPlaySlots->isVisible());
+        QCOMPARE(w->cmdFormationViewGFX->text(), QString("View GFX"));
+        QVERIFY(!w->cmdFormationViewGFX->isEnabled());
+        QVERIFY(w->mnuFileOpen->isEnabled());
+        QVERIFY(w->mnuFileExit->isEnabled());
+        QVERIFY(w->mnuHelpAbout->isEnabled());
+        QVERIFY(!w->mnuFileSave->isEnabled());
+        QVERIFY(!w->mnuFileSafeSave->isEnabled());
+        QVERIFY(!w->mnuFileExportMaskROM->isEnabled());
+        QCOMPARE(w->mnuFileSave->text(), QString("Full Save (Unsafe!)"));
+        QCOMPARE(w->mnuFileOpen->text(), QString("&Open..."));
+        QCOMPARE(w->cmbNewSeqCmd->count(), 77);
+        QCOMPARE(w->cmbNewSeqCmd->itemText(0), QString());
+        QCOMPARE(w->cmbNewSeqCmd->itemText(13), QString("C0: C0"));
+        QCOMPARE(w->scaleWidth(), kDesignClientWidth);
+        QVERIFY(qAbs(w->scaleHeight() - kDesignClientHeight) <= kTwipsPerPixel);
+        // The button bar sits at the bottom right of the display area.
+        const TwipRect c = w->tabClient();
+        QCOMPARE(w->fraFormationButtons->geometry().right() + 1, pixels(c.right()));
+    }
+
+    void tabStripGeometry() {
+        QCOMPARE(tabStripRect(14025, 8955, 255), (std::optional<TwipRect>{TwipRect{32, 32, 13961, 8636}}));
+        QVERIFY(!tabStripRect(40, 8955, 255).has_value());
+        QVERIFY(!tabStripRect(14025, 300, 255).has_value());
+    }
+
+    void tabLayouts_data() {
+        QTest::addColumn<int>("tab");
+        QTest::addColumn<bool>("flag");
+        QTest::addColumn<QString>("expected");
+        // Client area 100, 400, 13000, 8000 (twips).
+        QTest::newRow("formations") << 1 << false << "M lvFormations 100 400 13000 7505|M fraFormationButtons 8885 7905 4215 495|S lvFormations|S fraFormationButtons";
+        QTest::newRow("formations+gfx") << 1 << true << "S picFormation|M picFormation 100 2525 2055 3255|M lvFormations 2155 400 10945 7505|M fraFormationButtons 8885 7905 4215 495|S lvFormations|S fraFormationButtons";
+        QTest::newRow("slots") << 2 << false << "M lvPlaySlots 100 400 13000 7505|M fraPlaySlots 8885 7905 4215 495|S lvPlaySlots|S fraPlaySlots";
+        QTest::newRow("slots+details") << 2 << true << "M lvPlaySlots 100 400 13000 3890|M fraPlayDetails 100 4290 13000 3615|M fraPlaySlots 8885 7905 4215 495|S fraPlayDetails|S lvPlaySlots|S fraPlaySlots";
+        QTest::newRow("plays") << 3 << false << "M lvPlays 100 400 13000 8000|S lvPlays";
+        QTest::newRow("sequences") << 4 << false << "M lvSequences 100 400 13000 7505|M fraSeq 8885 7905 4215 495|C cmdSeqDetails Show Details|S lvSequences|S fraSeq";
+        QTest::newRow("sequences+details") << 4 << true << "M lvSequences 100 400 13000 7505|M fraSeq 8885 7905 4215 495|M lvSequences 100 400 13000 4730|M fraSeqDetails 100 5130 13000 2775|S fraSeqDetails|C cmdSeqDetails Hide Details|M txtCmdNotes 6000 240 6920 2455|S lvSequences|S fraSeq";
+    }
+    void tabLayouts() {
+        QFETCH(int, tab);
+        QFETCH(bool, flag);
+        QFETCH(QString, expected);
+        static const char* names[] = {"lvFormations", "fraFormationButtons", "picFormation", "lvPlaySlots", "fraPlayDetails", "fraPlaySlots",
+                                      "lvPlays", "lvSequences", "fraSeq", "fraSeqDetails", "cmdSeqDetails", "txtCmdNotes"};
+        const auto steps = tabLayout({tab, {100, 400, 13000, 8000}, flag, flag, flag});
+        QStringList got;
+        for (const auto& s : steps) {
+            const QString n = names[static_cast<int>(s.ctl)];
+            if (s.op == LayoutStep::Op::Move)
+                got << QString("M %1 %2 %3 %4 %5").arg(n).arg(s.rect.left).arg(s.rect.top).arg(s.rect.width).arg(s.rect.height);
+            else if (s.op == LayoutStep::Op::Show) got << "S " + n;
+            else got << "C " + n + " " + QString::fromStdString(s.caption);
+        }
+        QCOMPARE(got.join('|'), expected);
+    }
+
+    void tooSmallWindowStopsTheLayoutQuietly() {
+        const auto steps = tabLayout({2, {100, 400, 3000, 3000}, false, true, false});
+        QVERIFY(!stepApplies(steps[0]));  // the list would get a negative height
+        w->showPlaySlotDetails = true;
+        w->selectTab(2);
+        w->resize(20, 20);
+        QApplication::processEvents();
+        QVERIFY(w->tabsFrame->width() >= 0 && w->tabsFrame->height() >= 0);
+        w->setClientSize(kDesignClientWidth, kDesignClientHeight);
+        QVERIFY(w->lvPlaySlots->isVisible());
+        QVERIFY(w->fraPlayDetails->isVisible());
+        QVERIFY(dialogs->boxes.empty());
+    }
+
+    void openFillsTheListsAndEnablesSaving() {
+        openWindowImage();
+        QCOMPARE(dialogs->filters.value(0), QString("NES ROMS (*.nes)|*.nes|All Files|*.*"));
+        QCOMPARE(qtFilter(dialogs->filters.value(0)), QString("NES ROMS (*.nes);;All Files (*)"));
+        QCOMPARE(w->lvFormations->topLevelItemCount(), 22);
+        QCOMPARE(w->lvPlaySlots->topLevelItemCount(), 64);
+        QCOMPARE(w->lvPlays->topLevelItemCount(), 116);
+        QCOMPARE(w->lvSequences->topLevelItemCount(), 6);
+        QCOMPARE(rowCells(w->lvPlaySlots, 1), (QStringList{"SLOT 0", "R1", "FORM 4", "00:00", "01:01", "01:02", "00:03", "01:04", "01:05", "00:06", "01:07"}));
+        QCOMPARE(rowCells(w->lvSequences, 1).first(), QString("A000-A003"));
+        QCOMPARE(w->lvSequences->topLevelItem(0)->data(0, Qt::UserRole).toString(), QString("x40960"));
+        QCOMPARE(w->lvFormations->columnWidth(1), pixels(700));
+        QVERIFY(w->mnuFileSave->isEnabled() && w->mnuFileSafeSave->isEnabled() && w->mnuFileExportMaskROM->isEnabled());
+        QVERIFY(QFile::exists(QString::fromStdString(cwd.file("cpu.txt"))));
+    }
+
+    void cancelledOrFailedOpenIsSilent() {
+        w->mnuFileOpen_Click();  // cancel
+        QVERIFY(w->pb.romPath.empty());
+        const auto blank = ImageBuilder().write();
+        dialogs->files.push_back(QString::fromStdString(blank.path()));
+        w->mnuFileOpen_Click();
+        QVERIFY(dialogs->boxes.empty());
+        QCOMPARE(w->lvSequences->topLevelItemCount(), 0);
+        QVERIFY(!w->mnuFileSafeSave->isEnabled());
+        // A save after an open that did not complete is refused with a reason.
+        const auto before = blank.read();
+        w->mnuFileSafeSave_Click();
+        QCOMPARE(dialogs->boxes.size(), size_t(1));
+        QVERIFY(dialogs->boxes[0].text.contains("did not open completely"));
+        QCOMPARE(blank.read(), before);
+    }
+
+    void formationClickDrawsAndWarnsPerMissingPlayer() {
+        openWindowImage();
+        clickRow(w->lvFormations, 6);  // formation 5: WR1 and TE have no sequence
+        QCOMPARE(dialogs->boxes.size(), size_t(2));
+        QCOMPARE(dialogs->boxes[0].text, QString("Unable to find the sequence for WR1"));
+        QCOMPARE(dialogs->boxes[0].title, QString("Warning!"));
+        QVERIFY(dialogs->boxes[0].icon == MsgIcon::Exclamation);
+        QCOMPARE(dialogs->boxes[1].text, QString("Unable to find the sequence for TE"));
+        QVERIFY(w->cmdFormationViewGFX->isEnabled());
+        // Drawn while hidden; shown by View GFX without drawing again.
+        QVERIFY(!w->picFormation->isVisible());
+        QCOMPARE(QColor(w->picFormation->image().pixel(0, 0)), QColor(0, 128, 0));
+        w->cmdFormationViewGFX->click();
+        QVERIFY(w->picFormation->isVisible());
+        QCOMPARE(w->cmdFormationViewGFX->text(), QString("Hide GFX"));
+        QCOMPARE(w->picFormation->x(), pixels(w->tabClient().left));
+        QCOMPARE(w->lvFormations->x(), w->picFormation->x() + w->picFormation->width());
+        QCOMPARE(dialogs->boxes.size(), size_t(2));
+        w->selectTab(3);
+        w->selectTab(1);
+        QVERIFY(w->showFormationGFX);
+        w->cmdFormationViewGFX->click();
+        QVERIFY(!w->picFormation->isVisible());
+        QCOMPARE(w->cmdFormationViewGFX->text(), QString("View GFX"));
+        QCOMPARE(w->lvFormations->x(), pixels(w->tabClient().left));
+    }
+
+    void copyWithinAGroupThroughClicks() {
+        openWindowImage();
+        w->selectTab(2);
+        QVERIFY(!w->cmdCopyPlaySlot->isEnabled());
+        clickRow(w->lvPlaySlots, 3);
+        QVERIFY(w->cmdCopyPlaySlot->isEnabled());
+        QTest::mouseClick(w->cmdCopyPlaySlot, Qt::LeftButton);
+        QCOMPARE(w->cmdCopyPlaySlot->text(), QString("Cancel Copy"));
+        QVERIFY(!w->cmdSwapPlaySlot->isEnabled());
+        QCOMPARE(w->StatusBar1->text(), QString("Select the slot to be replaced with SLOT 2..."));
+        const QStringList row3 = rowCells(w->lvPlaySlots, 3);
+        clickRow(w->lvPlaySlots, 6);
+        QCOMPARE(w->slotAction, 0);
+        QCOMPARE(w->StatusBar1->text(), QString());
+        QCOMPARE(w->cmdCopyPlaySlot->text(), QString("Copy"));
+        QCOMPARE(rowCells(w->lvPlaySlots, 6), row3);
+        QCOMPARE(rowCells(w->lvPlaySlots, 3), row3);
+        QVERIFY(w->pb.playSlots[5] == w->pb.playSlots[2]);
+        QVERIFY(dialogs->boxes.empty());
+    }
+
+    void swapAcrossGroupsRewritesBothRows() {
+        openWindowImage();
+        w->selectTab(2);
+        const clsPlaySlot s40 = w->pb.playSlots[40], s63 = w->pb.playSlots[63];
+        frmMain::selectRow(w->lvPlaySlots, 41);
+        w->cmdSwapPlaySlot_Click();
+        QCOMPARE(w->cmdSwapPlaySlot->text(), QString("Cancel Swap"));
+        QVERIFY(!w->cmdCopyPlaySlot->isEnabled());
+        QCOMPARE(w->StatusBar1->text(), QString("Select the slot to be swapped with SLOT 40..."));
+        frmMain::selectRow(w->lvPlaySlots, 64);
+        w->lvPlaySlots_Click();
+        QCOMPARE(QString::fromStdString(w->pb.playSlots[40].name()), QString("SLOT 63"));
+        QCOMPARE(w->pb.playSlots[40].dPlay(5), s63.dPlay(7));
+        QCOMPARE(w->pb.playSlots[40].dPlay(7), s63.dPlay(5));
+        QCOMPARE(w->pb.playSlots[63].dPlay(5), s40.dPlay(7));
+        QCOMPARE(rowCells(w->lvPlaySlots, 41).first(), QString("SLOT 63"));
+        QCOMPARE(rowCells(w->lvPlaySlots, 64).first(), QString("SLOT 40"));
+        QCOMPARE(rowCells(w->lvPlaySlots, 41).at(1), QString("P2"));
+    }
+
+    void kindRefusalAndCancel() {
+        openWindowImage();
+        w->selectTab(2);
+        const auto slotsBefore = w->pb.playSlots;
+        frmMain::selectRow(w->lvPlaySlots, 32);
+        w->cmdCopyPlaySlot_Click();
+        frmMain::selectRow(w->lvPlaySlots, 33);
+        w->lvPlaySlots_Click();
+        QCOMPARE(dialogs->boxes.size(), size_t(1));
+        QCOMPARE(dialogs->boxes[0].text, QString("Running and Passing plays are not interchangeable."));
+        QCOMPARE(dialogs->boxes[0].title, QString("Information"));
+        QVERIFY(dialogs->boxes[0].icon == MsgIcon::Information);
+        QVERIFY(w->pb.playSlots == slotsBefore);
+        QCOMPARE(w->slotAction, 0);
+
+        w->cmdSwapPlaySlot_Click();
+        w->lvPlaySlots_Click();  // the same row
+        QCOMPARE(dialogs->boxes.size(), size_t(2));
+        QCOMPARE(dialogs->boxes[1].text, QString("Action Cancelled"));
+        QCOMPARE(dialogs->boxes[1].title, QString("Cancel"));
+        QVERIFY(w->pb.playSlots == slotsBefore);
+        QCOMPARE(w->slotAction, 0);
+    }
+
+    void pendingActionsEndWithoutChange() {
+        openWindowImage();
+        w->selectTab(2);
+        const auto slotsBefore = w->pb.playSlots;
+        frmMain::selectRow(w->lvPlaySlots, 2);
+        w->cmdCopyPlaySlot_Click();
+        w->cmdCopyPlaySlot_Click();  // Cancel Copy
+        QCOMPARE(w->slotAction, 0);
+        QCOMPARE(w->StatusBar1->text(), QString());
+        w->cmdCopyPlaySlot_Click();
+        w->selectTab(3);
+        w->selectTab(2);
+        QCOMPARE(w->slotAction, 0);
+        w->cmdSwapPlaySlot_Click();
+        w->cmdPlaySlotDetails_Click();  // a details toggle lays out again
+        QCOMPARE(w->slotAction, 0);
+        QCOMPARE(w->cmdPlaySlotDetails->text(), QString("Hide Details"));
+        // A click that leaves no row selected ends a pending action with no change.
+        w->cmdSwapPlaySlot_Click();
+        w->lvPlaySlots->clearSelection();
+        w->lvPlaySlots_Click();
+        QCOMPARE(w->slotAction, 0);
+        QVERIFY(w->pb.playSlots == slotsBefore);
+        QVERIFY(dialogs->boxes.empty());
+        QVERIFY(!w->cmdCopyPlaySlot->isEnabled());
+    }
+
+    void selectingASlotDrawsItsPlay() {
+        openWindowImage();
+        w->selectTab(2);
+        w->cmdPlaySlotDetails_Click();
+        QVERIFY(w->fraPlayDetails->isVisible());
+        QCOMPARE(w->lvPlaySlots->height() + w->fraPlayDetails->height() + w->fraPlaySlots->height(), pixels(w->tabClient().height));
+        clickRow(w->lvPlaySlots, 1);
+        const QImage pic = w->picPlay->image();
+        QCOMPARE(QColor(pic.pixel(104, 5)), QColor(255, 255, 255));  // line of scrimmage
+        QCOMPARE(QColor(pic.pixel(100 + 16, 108)), QColor(255, 0, 0));  // the QB's play path (D7 00 20)
+    }
+
+    void fullSaveAskedFirst() {
+        openWindowImage();
+        const auto before = image->read();
+        dialogs->answers.push_back(MsgAnswer::No);
+        w->mnuFileSave_Click();
+        QCOMPARE(dialogs->boxes.size(), size_t(1));
+        const MessageBoxSpec& q = dialogs->boxes[0];
+        QCOMPARE(q.text, QString("Doing a full save will rewrite the offensive sequences and destroy the CPU AI.\r\n\r\nAre you sure you want to save?"));
+        QCOMPARE(q.title, QString("Warning"));
+        QVERIFY(q.icon == MsgIcon::Question);
+        QVERIFY(q.buttons == MsgButtons::YesNo);
+        QVERIFY(q.defaultButton == MsgAnswer::Yes);
+        QCOMPARE(image->read(), before);
+        QCOMPARE(w->pb.sequences.keys().front(), 0xA000);
+
+        dialogs->answers.push_back(MsgAnswer::Yes);
+        w->mnuFileSave_Click();
+        QVERIFY(image->read() != before);
+        // The lists that show addresses follow the new layout.
+        QStringList addresses;
+        for (int r = 1; r <= w->lvSequences->topLevelItemCount(); ++r) addresses << rowCells(w->lvSequences, r).first();
+        QCOMPARE(addresses.first(), QString("A000-A003"));
+        // Discovery order: A000, A004 (formations), A030 (pointer), A010 -> A023, A008 (play 0).
+        QCOMPARE(addresses, (QStringList{"A000-A003", "A004-A007", "A008-A00D", "A00E-A013", "A014-A017", "A018-A01D"}));
+        QCOMPARE(rowCells(w->lvPlays, 1).at(1), QString("A00E"));
+    }
+
+    void saveFailuresAreReported() {
+        openWindowImage();
+        ::chmod(image->path().c_str(), 0444);
+        w->mnuFileSafeSave_Click();
+        QCOMPARE(dialogs->boxes.size(), size_t(1));
+        QVERIFY(dialogs->boxes[0].text.contains("read-only"));
+        QVERIFY(dialogs->boxes[0].icon == MsgIcon::Exclamation);
+        ::chmod(image->path().c_str(), 0644);
+    }
+
+    void exportMaskRomAsksForAFile() {
+        openWindowImage();
+        const QString out = QString::fromStdString(cwd.file("mask.nes"));
+        dialogs->files.push_back(out);
+        w->mnuFileExportMaskROM_Click();
+        QCOMPARE(dialogs->filters.last(), QString("NES ROMS (*.nes)|*.nes|All Files|*.*"));
+        QVERIFY(QFileInfo(out).size() > 0xA000);
+        w->mnuFileExportMaskROM_Click();  // cancelled: nothing, no box
+        dialogs->files.push_back("/nonexistent/folder/mask.nes");
+        w->mnuFileExportMaskROM_Click();  // fails silently
+        QVERIFY(dialogs->boxes.empty());
+    }
+
+    void aboutBox() {
+        w->mnuHelpAbout_Click();
+        QCOMPARE(dialogs->boxes.size(), size_t(1));
+        QCOMPARE(dialogs->boxes[0].text, QString("Zentrel Playbook Editor, BETA 3"));
+        QVERIFY(dialogs->boxes[0].icon == MsgIcon::None);
+        QVERIFY(dialogs->boxes[0].buttons == MsgButtons::Ok);
+        QCOMPARE(dialogs->boxes[0].title, QString(kProgramName));
+    }
+
+    void sequencesDetailsToggle() {
+        w->selectTab(4);
+        QCOMPARE(w->cmdSeqDetails->text(), QString("Show Details"));
+        const int full = w->lvSequences->height();
+        w->cmdSeqDetails->click();
+        QCOMPARE(w->cmdSeqDetails->text(), QString("Hide Details"));
+        QVERIFY(w->fraSeqDetails->isVisible());
+        QCOMPARE(w->lvSequences->height(), full - pixels(kSeqDetailsHeight));
+        QCOMPARE(w->fraSeqDetails->y(), w->lvSequences->y() + w->lvSequences->height());
+        w->cmdSeqDetails->click();
+        QVERIFY(!w->fraSeqDetails->isVisible());
+        QCOMPARE(w->lvSequences->height(), full);
+    }
+};
+
+QTEST_MAIN(FrmMainTest)
+#include "frm_main_test.moc"

@@ -1,0 +1,248 @@
+// The Sequences tab's editor panel: the working copy, the data slots described
+// by the command sheets, and Apply back into the playbook and the image.
+#include "fake_dialogs.h"
+#include "support/image_builder.h"
+#include "ui/frm_main.h"
+
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTest>
+#include <QTreeWidget>
+
+using namespace zpe;
+using zpe::test::FakeDialogs;
+using zpe::test::ImageBuilder;
+
+namespace {
+ImageBuilder panelImage() {
+    return ImageBuilder()
+        .bytesAt(0xA000, {0x32, 0xD7, 0x05, 0xFD, 0xC7, 0x34, 0x12, 0xFF, 0x10, 0xA0})
+        .bytesAt(0xA010, {0x94, 0x11, 0x22, 0x33, 0x44, 0xE4})
+        .bytesAt(0xA020, {0xD7, 0x01, 0x02, 0xE4})
+        .pointer(0, 0xA000)
+        .pointer(1, 0xA020);
+}
+}  // namespace
+
+class SeqPanelTest : public QObject {
+    Q_OBJECT
+
+    test::TempDir data;
+    test::TempDir cwd;
+    std::unique_ptr<test::TempFile> image;
+    std::unique_ptr<FakeDialogs> dialogs;
+    std::unique_ptr<frmMain> w;
+
+    QStringList rows() {
+        QStringList out;
+        for (int i = 0; i < w->lstSeqCommands->count(); ++i) out << w->lstSeqCommands->item(i)->text();
+        return out;
+    }
+    // Selects the Sequences row whose address range starts with `start` and clicks it.
+    void pickSequence(const QString& start) {
+        for (int r = 0; r < w->lvSequences->topLevelItemCount(); ++r)
+            if (w->lvSequences->topLevelItem(r)->text(0).startsWith(start)) {
+                const QRect rect = w->lvSequences->visualItemRect(w->lvSequences->topLevelItem(r));
+                QTest::mouseClick(w->lvSequences->viewport(), Qt::LeftButton, {}, rect.center());
+                return;
+            }
+        QFAIL("no such sequence");
+    }
+    bool slotShown(int k) { return !w->txtSeqData[k]->isHidden(); }
+
+private slots:
+    void initTestCase() {
+        data.writeText("forms.txt", test::formsText());
+        data.writeText("cmdinfo/C7.txt",
+                       "Field,1,Target,List\r\nValue,1,0,First\r\nValue,1,1,Second\r\nValue,1,2,Third\r\nField,2,High,Text\r\n"
+                       "Info,\"Branch, with notes\"\r\n");
+        data.writeText("cmdinfo/30.txt", "Field,1,Defender,List\r\nValue,1,0,RE\r\nValue,1,1,NT\r\n");
+    }
+    void init() {
+        image = std::make_unique<test::TempFile>(panelImage().write());
+        dialogs = std::make_unique<FakeDialogs>();
+        w = std::make_unique<frmMain>(*dialogs, QString::fromStdString(data.path()), QString::fromStdString(cwd.path()));
+        w->show();
+        QVERIFY(QTest::qWaitForWindowExposed(w.get()));
+        QVERIFY(w->openImage(QString::fromStdString(image->path())));
+        w->selectTab(4);
+        w->cmdSeqDetails_Click();
+    }
+    void cleanup() { w.reset(); }
+
+    void selectingASequenceTakesAWorkingCopy() {
+        pickSequence("A000");
+        QCOMPARE(rows(), (QStringList{"A000: Block LE", "A001: Move Relative (D-05,L-03)", "A004: Cond. Branch (C7) to 1234", "A007: +A:A010"}));
+        QCOMPARE(w->lstSeqCommands->currentRow(), 0);
+        QVERIFY(!w->cmdSeqApply->isEnabled());
+        QCOMPARE(w->curSeq.address(), 0xA000);
+        QCOMPARE(w->curSeq.commands(), w->pb.sequences.at(0xA000).commands());
+    }
+
+    void blockCommandShowsOneListSlot() {
+        pickSequence("A000");  // row 0: 0x32, sheet 30.txt with two items: data 2 has none
+        QVERIFY(!slotShown(0));
+        QVERIFY(!w->cmbCmdData[0]->isHidden());
+        QCOMPARE(w->lblCmdData[0]->text(), QString("Defender:"));
+        QVERIFY(!w->lblCmdData[0]->isHidden());
+        QVERIFY(w->lblCmdData[1]->isHidden());
+        QCOMPARE(w->cmbCmdData[0]->currentIndex(), -1);  // a value beyond the list leaves it unselected
+        QCOMPARE(w->cmbCmdData[0]->pos(), w->txtSeqData[0]->pos());
+        QCOMPARE(w->txtSeqData[0]->text(), QString("2"));
+        QCOMPARE(w->txtSeqData[0]->maxLength(), 1);
+    }
+
+    void moveWithoutSheetShowsTwoTextSlots() {
+        pickSequence("A000");
+        w->lstSeqCommands->setCurrentRow(1);
+        QVERIFY(slotShown(0) && slotShown(1) && !slotShown(2));
+        QCOMPARE(w->txtSeqData[0]->text(), QString("5"));
+        QCOMPARE(w->txtSeqData[1]->text(), QString("FD"));
+        QCOMPARE(w->txtSeqData[0]->maxLength(), 2);
+        QCOMPARE(w->lblCmdData[0]->text(), QString("Data A:"));
+        QCOMPARE(w->lblCmdData[1]->text(), QString("Data B:"));
+        QVERIFY(w->cmbCmdData[0]->isHidden());
+        QCOMPARE(w->txtCmdNotes->toPlainText(), QString());
+        QVERIFY(!w->cmdSeqApply->isEnabled());  // filling the slots is not an edit
+    }
+
+    void listFieldSelectsAndEdits() {
+        pickSequence("A000");
+        w->lstSeqCommands->setCurrentRow(2);  // C7 34 12: data 0x34 is beyond the three items
+        QVERIFY(!w->cmbCmdData[0]->isHidden());
+        QCOMPARE(w->cmbCmdData[0]->count(), 3);
+        QCOMPARE(w->lblCmdData[0]->text(), QString("Target:"));
+        QCOMPARE(w->lblCmdData[1]->text(), QString("High:"));
+        QCOMPARE(w->txtSeqData[1]->text(), QString("12"));
+        QCOMPARE(w->txtCmdNotes->toPlainText(), QString("Branch, with notes"));
+        QCOMPARE(w->cmbCmdData[0]->currentIndex(), -1);
+        w->cmbCmdData[0]->setCurrentIndex(2);
+        w->cmbCmdData_Click(0);
+        QCOMPARE(w->curSeq.data(2, 0), int16_t(2));
+        QVERIFY(w->cmdSeqApply->isEnabled());
+        QCOMPARE(rows().at(2), QString("Cond. Branch (C7) to 1202"));  // refreshed without the address
+        QCOMPARE(rows().at(0), QString("Block LE"));
+        // Selecting the command again selects the item of its value.
+        w->lstSeqCommands->setCurrentRow(0);
+        w->lstSeqCommands->setCurrentRow(2);
+        QCOMPARE(w->cmbCmdData[0]->currentIndex(), 2);
+    }
+
+    void typingHexIntoABox() {
+        pickSequence("A000");
+        w->lstSeqCommands->setCurrentRow(1);
+        QTest::keyClicks(w->txtSeqData[0], "");
+        w->txtSeqData[0]->selectAll();
+        QTest::keyClicks(w->txtSeqData[0], "1F");
+        QCOMPARE(w->curSeq.data(1, 0), int16_t(0x1F));
+        QVERIFY(w->cmdSeqApply->isEnabled());
+        QCOMPARE(rows().at(1), QString("Move Relative (D-1F,L-03)"));
+        w->txtSeqData[0]->clear();
+        QCOMPARE(w->curSeq.data(1, 0), int16_t(0));
+        QCOMPARE(w->pb.sequences.at(0xA000).data(1, 0), int16_t(5));  // the stored sequence waits for Apply
+    }
+
+    void comPassShowsFurtherValuesInTheNotes() {
+        pickSequence("A010");
+        QCOMPARE(w->txtSeqData[3]->text(), QString("33"));
+        QVERIFY(slotShown(3));
+        QVERIFY(w->txtCmdNotes->toPlainText().startsWith("Further data, shown here only (not editable): E=44"));
+    }
+
+    void removeDownToNothing() {
+        pickSequence("A020");
+        w->cmdSeqDelCmd_Click();
+        QCOMPARE(rows(), QStringList{"A023: E4"});
+        QVERIFY(w->cmdSeqApply->isEnabled());
+        w->cmdSeqDelCmd_Click();
+        QCOMPARE(w->lstSeqCommands->count(), 0);
+        for (int k = 0; k < 4; ++k) QVERIFY(w->txtSeqData[k]->isHidden() && w->cmbCmdData[k]->isHidden());
+        QCOMPARE(w->txtCmdNotes->toPlainText(), QString());
+        w->cmdSeqDelCmd_Click();  // nothing selected: nothing happens
+        QCOMPARE(w->curSeq.commandCount(), 0);
+    }
+
+    void upAndDownStopAtTheEnds() {
+        pickSequence("A000");
+        w->udSeqCommand_UpClick();  // row 0: nothing
+        QCOMPARE(rows().at(0), QString("A000: Block LE"));
+        w->udSeqCommand_DownClick();
+        QCOMPARE(rows().at(0), QString("A001: Move Relative (D-05,L-03)"));
+        QCOMPARE(rows().at(1), QString("A000: Block LE"));
+        QCOMPARE(w->lstSeqCommands->currentRow(), 1);
+        QVERIFY(!w->cmdSeqApply->isEnabled());  // a move alone does not enable Apply
+        w->lstSeqCommands->setCurrentRow(3);
+        w->udSeqCommand_DownClick();  // last row: nothing
+        QCOMPARE(rows().at(3), QString("A007: +A:A010"));
+        w->udSeqCommand_UpClick();
+        QCOMPARE(w->lstSeqCommands->currentRow(), 2);
+        QCOMPARE(rows().at(2), QString("A007: +A:A010"));
+    }
+
+    void applyAfterRemovalRewritesTheCommandsCellOnly() {
+        pickSequence("A000");
+        QTreeWidgetItem* row = w->lvSequences->selectedItems().first();
+        w->cmdSeqDelCmd_Click();
+        w->cmdSeqApply_Click();
+        QCOMPARE(row->text(0), QString("A000-A009"));  // the address text stays
+        QCOMPARE(row->text(1), QString("Move Relative (D-05,L-03); Cond. Branch (C7) to 1234; +A:A010; "));
+        QCOMPARE(w->pb.sequences.at(0xA000).commandCount(), 3);
+        QCOMPARE(w->pb.sequences.at(0xA000).byteSize(), 9);
+        QVERIFY(!w->cmdSeqApply->isEnabled());
+    }
+
+    void applyOnlyIntoTheSequenceTheCopyCameFrom() {
+        pickSequence("A000");
+        w->cmdSeqDelCmd_Click();
+        // The selection moves without a click (as the keyboard does): Apply must not copy A000 into it.
+        frmMain::selectRow(w->lvSequences, 3);
+        w->cmdSeqApply_Click();
+        QCOMPARE(w->pb.sequences.at(0xA020).commandCount(), 2);
+        QCOMPARE(w->pb.sequences.at(0xA000).commandCount(), 4);
+    }
+
+    void openingAnotherImageClearsThePanel() {
+        pickSequence("A000");
+        w->cmdSeqDelCmd_Click();
+        QVERIFY(w->cmdSeqApply->isEnabled());
+        QVERIFY(w->openImage(QString::fromStdString(image->path())));
+        QCOMPARE(w->lstSeqCommands->count(), 0);
+        QVERIFY(!w->cmdSeqApply->isEnabled());
+        QCOMPARE(w->curSeq.commandCount(), 0);
+    }
+
+    void editApplyFullSaveReopen() {
+        pickSequence("A020");
+        w->txtSeqData[1]->setText("7C");
+        w->cmdSeqApply_Click();
+        dialogs->answers.push_back(MsgAnswer::Yes);
+        w->mnuFileSave_Click();
+        QVERIFY(dialogs->boxes.size() == 1);
+        // Reopen: the sequence now lies after A000's (10 bytes) and A010's (6).
+        QVERIFY(w->openImage(QString::fromStdString(image->path())));
+        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x7C));
+        const auto bytes = image->read();
+        QCOMPARE(int(bytes[static_cast<size_t>(offsetOfAddress(0xA010) + 2)]), 0x7C);
+    }
+
+    void shippedSheetsLabelTheDemoCommands() {
+        frmMain shipped(*dialogs, ZPE_SOURCE_DATA_DIR, QString::fromStdString(cwd.path()));
+        QVERIFY(shipped.openImage(QString::fromStdString(image->path())));
+        shipped.selectTab(4);
+        frmMain::selectRow(shipped.lvSequences, 1);
+        shipped.lvSequences_Click();
+        QCOMPARE(shipped.lblCmdData[0]->text(), QString("Defender:"));
+        QCOMPARE(shipped.cmbCmdData[0]->currentText(), QString("LE (2)"));
+        shipped.lstSeqCommands->setCurrentRow(1);
+        QCOMPARE(shipped.lblCmdData[0]->text(), QString("Down:"));
+        QCOMPARE(shipped.lblCmdData[1]->text(), QString("Forward:"));
+        QVERIFY(shipped.txtCmdNotes->toPlainText().startsWith("Move relative"));
+    }
+};
+
+QTEST_MAIN(SeqPanelTest)
+#include "seq_panel_test.moc"
