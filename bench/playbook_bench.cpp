@@ -1,0 +1,118 @@
+// Opening an image, building the list rows and Full Save's layout, at the
+// size of a real playbook and at ten times that. Run:
+//   build/run/bench/playbook_bench   (after ./run, or any Release build)
+#include "model/file_io.h"
+#include "playbook/open_rom.h"
+#include "save/saves.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <unistd.h>
+
+namespace {
+
+using namespace zpe;
+
+constexpr int kRealSequences = 1000;  // a real image holds about a thousand sequences
+
+// Game addresses usable for sequences: clear of the tables at file 0x4010..0x4FA0.
+int32_t slotAddress(int i) {
+    const int32_t a = 0x2000 + 4 * i;
+    return a < 0x5FF0 ? a : a - 0x1FF0 + 0x7000;  // skip game 0x5FF0..0x6FFF
+}
+
+// An image whose 192 pointers each start a chain of 4-byte sequences
+// ("Block RE", then an absolute jump to the next), n sequences in all.
+struct BenchImage {
+    std::string folder;
+    std::string path;
+    explicit BenchImage(int n) {
+        std::vector<uint8_t> bytes(0x40010, 0);
+        Image img("bench.nes", bytes);
+        const int chains = kPointerCount;
+        const int perChain = (n + chains - 1) / chains;
+        int placed = 0;
+        for (int c = 0; c < chains; ++c) {
+            img.seekOffset(kPointerTableOffset + 2 * c);
+            img.writeWord(slotAddress(placed));
+            for (int k = 0; k < perChain && placed < n; ++k, ++placed) {
+                img.seekOffset(offsetOfAddress(slotAddress(placed)));
+                const bool last = k == perChain - 1 || placed == n - 1;
+                const int32_t next = slotAddress(placed + 1);
+                if (last) {
+                    for (uint8_t b : {0x30, 0xE4, 0x00, 0x00}) img.writeByte(b);
+                } else {
+                    for (int b : {0x30, 0xFF, next & 0xFF, next >> 8}) img.writeByte(b);
+                }
+            }
+        }
+        for (int p = 0; p < kPlayCount; ++p) {
+            img.seekOffset(kPlayTableOffset + kAddressRecordSize * p);
+            for (int j = 0; j < kPlayersPerRecord; ++j) img.writeWord(slotAddress((p * 11 + j) % n));
+        }
+        for (int f = 0; f < 22; ++f) {
+            img.seekOffset(kFormationTableOffset + kAddressRecordSize * f);
+            for (int j = 0; j < kPlayersPerRecord; ++j) img.writeWord(slotAddress((f * 3 + j) % n));
+        }
+        char dir[] = "/tmp/zpe-bench-XXXXXX";
+        folder = ::mkdtemp(dir);
+        path = folder + "/bench.nes";
+        replaceFileContents(path, img.bytes());
+        std::string forms;
+        for (int f = 0; f < 22; ++f) forms += "F" + std::to_string(f) + "\r\n";
+        replaceFileText(folder + "/forms.txt", forms);
+    }
+    ~BenchImage() { std::filesystem::remove_all(folder); }
+};
+
+void BM_Open(benchmark::State& state) {
+    const BenchImage image(static_cast<int>(state.range(0)));
+    const CmdNames names = defaultCmdNames();
+    for (auto _ : state) {
+        Playbook pb;
+        const OpenResult r = openRom(pb, image.path, {image.folder, image.folder + "/cpu.txt"}, names);
+        if (!r.ok) state.SkipWithError(r.error.c_str());
+        benchmark::DoNotOptimize(r.rows.sequences.size());
+    }
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_Open)->Arg(kRealSequences)->Arg(10 * kRealSequences)->Unit(benchmark::kMillisecond)->Complexity();
+
+void BM_Rows(benchmark::State& state) {
+    const BenchImage image(static_cast<int>(state.range(0)));
+    const CmdNames names = defaultCmdNames();
+    Playbook pb;
+    openRom(pb, image.path, {image.folder, std::nullopt}, names);
+    for (auto _ : state) benchmark::DoNotOptimize(buildRows(pb, names).sequences.size());
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_Rows)->Arg(kRealSequences)->Arg(10 * kRealSequences)->Unit(benchmark::kMillisecond)->Complexity();
+
+// Full Save's layout and bytes. The area holds 8192 bytes, so the large case
+// uses one-byte sequences: 800 and 8000 of them.
+void BM_FullSaveLayout(benchmark::State& state) {
+    Playbook pb;
+    for (int i = 0; i < state.range(0); ++i) {
+        std::vector<uint8_t> bytes(static_cast<size_t>(offsetOfAddress(0xA000 + i)) + 1, 0);
+        bytes.back() = 0xE4;
+        Image img("seq", bytes);
+        clsSequence seq;
+        seq.address(0xA000 + i);
+        img.seekOffset(offsetOfAddress(0xA000 + i));
+        seq.load(img, false);
+        pb.sequences.insert(0xA000 + i, seq);
+    }
+    const std::vector<uint8_t> original(0x40010, 0);
+    for (auto _ : state) {
+        const Playbook relaid = relayout(pb);
+        benchmark::DoNotOptimize(fullSaveBytes(relaid, original).size());
+    }
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_FullSaveLayout)->Arg(800)->Arg(8000)->Unit(benchmark::kMillisecond)->Complexity();
+
+}  // namespace
+
+BENCHMARK_MAIN();
