@@ -133,6 +133,7 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    void startOrCancelSlotAction(int action);
     void buildMenus();
     void buildFormationsTab();
     void buildPlaySlotsTab();

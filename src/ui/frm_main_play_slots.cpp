@@ -47,25 +47,20 @@ void frmMain::updatePlaySlotButtons() {
     }
 }
 
-void frmMain::cmdCopyPlaySlot_Click() {
+// "Copy" (action 1) and "Swap" (action 2) start their action from the selected
+// row; pressed again while it is pending ("Cancel Copy" / "Cancel Swap") they end it.
+void frmMain::startOrCancelSlotAction(int action) {
     if (slotAction == 0) {
         slotActionSource = selectedRow(lvPlaySlots);
-        slotAction = slotActionSource >= 1 ? 1 : 0;
-    } else if (slotAction == 1) {
+        slotAction = slotActionSource >= 1 ? action : 0;
+    } else if (slotAction == action) {
         slotAction = 0;
     }
     updatePlaySlotButtons();
 }
 
-void frmMain::cmdSwapPlaySlot_Click() {
-    if (slotAction == 0) {
-        slotActionSource = selectedRow(lvPlaySlots);
-        slotAction = slotActionSource >= 1 ? 2 : 0;
-    } else if (slotAction == 2) {
-        slotAction = 0;
-    }
-    updatePlaySlotButtons();
-}
+void frmMain::cmdCopyPlaySlot_Click() { startOrCancelSlotAction(1); }
+void frmMain::cmdSwapPlaySlot_Click() { startOrCancelSlotAction(2); }
 
 void frmMain::cmdPlaySlotDetails_Click() {
     showPlaySlotDetails = !showPlaySlotDetails;
