@@ -1,8 +1,6 @@
 // The window as a user meets it: start-up, layout, the Formations, Play Slots
 // and Plays tabs, the File and Help menus.
-#include "fake_dialogs.h"
-#include "support/image_builder.h"
-#include "ui/frm_main.h"
+#include "window_fixture.h"
 #include "ui/layout.h"
 #include "ui/picture_box.h"
 
@@ -50,14 +48,15 @@ ImageBuilder windowImage() {
 class FrmMainTest : public QObject {
     Q_OBJECT
 
-    test::TempDir data;
-    test::TempDir cwd;
-    std::unique_ptr<test::TempFile> image;
-    std::unique_ptr<FakeDialogs> dialogs;
-    std::unique_ptr<frmMain> w;
+    test::WindowFixture fx;
+    test::TempDir& data = fx.data;
+    test::TempDir& cwd = fx.cwd;
+    std::unique_ptr<test::TempFile>& image = fx.image;
+    std::unique_ptr<FakeDialogs>& dialogs = fx.dialogs;
+    std::unique_ptr<frmMain>& w = fx.w;
 
     void openWindowImage() {
-        dialogs->files.push_back(QString::fromStdString(image->path()));
+        dialogs->files.push_back(fx.imagePath());
         w->mnuFileOpen_Click();
         QVERIFY(w->pb.openComplete);
     }
@@ -66,21 +65,11 @@ class FrmMainTest : public QObject {
         for (int c = 0; c < lv->columnCount(); ++c) cells << lv->topLevelItem(row - 1)->text(c);
         return cells;
     }
-    void clickRow(QTreeWidget* lv, int row) {
-        const QRect r = lv->visualItemRect(lv->topLevelItem(row - 1));
-        QTest::mouseClick(lv->viewport(), Qt::LeftButton, {}, r.center());
-    }
+    static void clickRow(QTreeWidget* lv, int row) { test::WindowFixture::clickRow(lv, row); }
 
 private slots:
-    void initTestCase() { data.writeText("forms.txt", test::formsText()); }
-    void init() {
-        image = std::make_unique<test::TempFile>(windowImage().write());
-        dialogs = std::make_unique<FakeDialogs>();
-        w = std::make_unique<frmMain>(*dialogs, QString::fromStdString(data.path()), QString::fromStdString(cwd.path()));
-        w->show();
-        QVERIFY(QTest::qWaitForWindowExposed(w.get()));
-    }
-    void cleanup() { w.reset(); }
+    void init() { fx.start(windowImage()); }
+    void cleanup() { fx.stop(); }
 
     void startUpShowsTheEmptyFormationsTab() {
         QCOMPARE(w->windowTitle(), QString("Zentrel Playbook Editor BETA3"));

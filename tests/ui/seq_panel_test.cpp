@@ -1,8 +1,6 @@
 // The Sequences tab's editor panel: the working copy, the data slots described
 // by the command sheets, and Apply back into the playbook and the image.
-#include "fake_dialogs.h"
-#include "support/image_builder.h"
-#include "ui/frm_main.h"
+#include "window_fixture.h"
 
 #include <QComboBox>
 #include <QLabel>
@@ -31,11 +29,11 @@ ImageBuilder panelImage() {
 class SeqPanelTest : public QObject {
     Q_OBJECT
 
-    test::TempDir data;
-    test::TempDir cwd;
-    std::unique_ptr<test::TempFile> image;
-    std::unique_ptr<FakeDialogs> dialogs;
-    std::unique_ptr<frmMain> w;
+    test::WindowFixture fx;
+    test::TempDir& cwd = fx.cwd;
+    std::unique_ptr<test::TempFile>& image = fx.image;
+    std::unique_ptr<FakeDialogs>& dialogs = fx.dialogs;
+    std::unique_ptr<frmMain>& w = fx.w;
 
     QStringList rows() {
         QStringList out;
@@ -45,34 +43,25 @@ class SeqPanelTest : public QObject {
     // Selects the Sequences row whose address range starts with `start` and clicks it.
     void pickSequence(const QString& start) {
         for (int r = 0; r < w->lvSequences->topLevelItemCount(); ++r)
-            if (w->lvSequences->topLevelItem(r)->text(0).startsWith(start)) {
-                const QRect rect = w->lvSequences->visualItemRect(w->lvSequences->topLevelItem(r));
-                QTest::mouseClick(w->lvSequences->viewport(), Qt::LeftButton, {}, rect.center());
-                return;
-            }
+            if (w->lvSequences->topLevelItem(r)->text(0).startsWith(start)) return test::WindowFixture::clickRow(w->lvSequences, r + 1);
         QFAIL("no such sequence");
     }
     bool slotShown(int k) { return !w->txtSeqData[k]->isHidden(); }
 
 private slots:
     void initTestCase() {
-        data.writeText("forms.txt", test::formsText());
-        data.writeText("cmdinfo/C7.txt",
+        fx.data.writeText("cmdinfo/C7.txt",
                        "Field,1,Target,List\r\nValue,1,0,First\r\nValue,1,1,Second\r\nValue,1,2,Third\r\nField,2,High,Text\r\n"
                        "Info,\"Branch, with notes\"\r\n");
-        data.writeText("cmdinfo/30.txt", "Field,1,Defender,List\r\nValue,1,0,RE\r\nValue,1,1,NT\r\n");
+        fx.data.writeText("cmdinfo/30.txt", "Field,1,Defender,List\r\nValue,1,0,RE\r\nValue,1,1,NT\r\n");
     }
     void init() {
-        image = std::make_unique<test::TempFile>(panelImage().write());
-        dialogs = std::make_unique<FakeDialogs>();
-        w = std::make_unique<frmMain>(*dialogs, QString::fromStdString(data.path()), QString::fromStdString(cwd.path()));
-        w->show();
-        QVERIFY(QTest::qWaitForWindowExposed(w.get()));
-        QVERIFY(w->openImage(QString::fromStdString(image->path())));
+        fx.start(panelImage());
+        QVERIFY(w->openImage(fx.imagePath()));
         w->selectTab(4);
         w->cmdSeqDetails_Click();
     }
-    void cleanup() { w.reset(); }
+    void cleanup() { fx.stop(); }
 
     void selectingASequenceTakesAWorkingCopy() {
         pickSequence("A000");

@@ -1,0 +1,41 @@
+#pragma once
+// A window on a data folder of the test's own, with an image written from a
+// builder and the scripted dialogs in place of real boxes.
+#include "fake_dialogs.h"
+#include "support/image_builder.h"
+#include "ui/frm_main.h"
+
+#include <QTest>
+#include <QTreeWidget>
+#include <memory>
+
+namespace zpe::test {
+
+struct WindowFixture {
+    TempDir data;  // forms.txt (22 names) and whatever sheets a test adds
+    TempDir cwd;   // where cpu.txt goes
+    std::unique_ptr<TempFile> image;
+    std::unique_ptr<FakeDialogs> dialogs;
+    std::unique_ptr<frmMain> w;
+
+    WindowFixture() { data.writeText("forms.txt", formsText()); }
+
+    // Writes the image and shows a new window (nothing opened yet).
+    void start(const ImageBuilder& builder) {
+        image = std::make_unique<TempFile>(builder.write());
+        dialogs = std::make_unique<FakeDialogs>();
+        w = std::make_unique<frmMain>(*dialogs, QString::fromStdString(data.path()), QString::fromStdString(cwd.path()));
+        w->show();
+        (void)QTest::qWaitForWindowExposed(w.get());
+    }
+    void stop() { w.reset(); }
+    QString imagePath() const { return QString::fromStdString(image->path()); }
+
+    // A left click on the middle of a list row (1-based), as a user makes it.
+    static void clickRow(QTreeWidget* lv, int row) {
+        const QRect r = lv->visualItemRect(lv->topLevelItem(row - 1));
+        QTest::mouseClick(lv->viewport(), Qt::LeftButton, {}, r.center());
+    }
+};
+
+}  // namespace zpe::test
