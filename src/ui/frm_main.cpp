@@ -92,12 +92,12 @@ frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* par
     panel->setObjectName("tabsPanel");
     panel->setFrameShape(QFrame::StyledPanel);
     panel->setFrameShadow(QFrame::Raised);
-    connect(tabs, &QTabBar::tabBarClicked, this, [this](int index) {
-        if (index < 0) return;
-        tabs->setCurrentIndex(index);
-        tabs_Click();
-    });
+    // A click on another tab changes the current one; a click on the current tab
+    // changes nothing but lays that tab out again.
     connect(tabs, &QTabBar::currentChanged, this, [this](int) { tabs_Click(); });
+    connect(tabs, &QTabBar::tabBarClicked, this, [this](int index) {
+        if (index >= 0 && index == tabs->currentIndex()) tabs_Click();
+    });
 
     auto* status = new QStatusBar(this);
     StatusBar1 = new QLabel(status);

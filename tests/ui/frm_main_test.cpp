@@ -298,6 +298,12 @@ private slots:
         QVERIFY(w->pb.playSlots == slotsBefore);
         QVERIFY(dialogs->boxes.empty());
         QVERIFY(!w->cmdCopyPlaySlot->isEnabled());
+        // A click on the tab already shown lays it out again, which drops a pending action.
+        frmMain::selectRow(w->lvPlaySlots, 2);
+        w->cmdCopyPlaySlot_Click();
+        QTest::mouseClick(w->tabs, Qt::LeftButton, {}, w->tabs->tabRect(1).center());
+        QCOMPARE(w->slotAction, 0);
+        QCOMPARE(w->cmdCopyPlaySlot->text(), QString("Copy"));
     }
 
     void selectingASlotDrawsItsPlay() {
