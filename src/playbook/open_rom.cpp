@@ -89,6 +89,12 @@ std::string gapListing(const Playbook& pb, const Image& source, const std::vecto
     return text;
 }
 
+void loadPlaybook(Playbook& pb, Image& image, const std::vector<std::string>& formNames) {
+    pb.sequences.clear();
+    readTables(pb, image, formNames);
+    discoverSequences(pb, image);
+}
+
 OpenResult openRom(Playbook& pb, const std::string& path, const OpenOptions& options, const CmdNames& names) {
     OpenResult result;
     pb.romPath = path;
@@ -99,8 +105,7 @@ OpenResult openRom(Playbook& pb, const std::string& path, const OpenOptions& opt
         const std::string formsPath = options.dataDir + "/forms.txt";
         const std::vector<std::string> formNames = readFormNames(formsPath);
         if (formNames.empty()) throw RomError(formsPath + ": names no formation");
-        readTables(pb, image, formNames);
-        discoverSequences(pb, image);
+        loadPlaybook(pb, image, formNames);
         if (pb.sequences.empty()) throw RomError(path + ": no valid sequence found; is this an image of the game?");
         for (int s = 0; s < kSlotCount; ++s) {
             const auto f = static_cast<size_t>(pb.playSlots[static_cast<size_t>(s)].formation());

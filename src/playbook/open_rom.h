@@ -27,6 +27,11 @@ struct OpenResult {
 // are empty. Every file it opened is closed either way.
 OpenResult openRom(Playbook& pb, const std::string& path, const OpenOptions& options, const CmdNames& names);
 
+// The reading part of the open procedure on an image already in memory: the
+// tables, the formations named by `formNames`, and every reachable sequence.
+// Throws (RomError, std::out_of_range) where the open procedure stops.
+void loadPlaybook(Playbook& pb, Image& image, const std::vector<std::string>& formNames);
+
 // The gap listing: for each pair of neighbouring sequences (ascending address)
 // whose first ends in 0xE4, the bytes between them, 16 per row. CR LF line ends.
 std::string gapListing(const Playbook& pb, const Image& image, const std::vector<int32_t>& sortedKeys);

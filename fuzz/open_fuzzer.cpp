@@ -1,0 +1,65 @@
+// Treats arbitrary bytes as the tables and sequence area of an image and runs
+// everything that reads a playbook: the open procedure's reading part, the list
+// rows, the gap listing, both diagrams of every slot and formation, Full Save's
+// layout and bytes, and the mask. None may crash, hang or trip a sanitizer.
+#include "diagram/diagram.h"
+#include "playbook/list_rows.h"
+#include "playbook/open_rom.h"
+#include "save/saves.h"
+
+#include <cstdint>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+// Counts what is drawn; a small canvas so far-off points are exercised too.
+class NullCanvas : public zpe::Canvas {
+public:
+    void clear(uint32_t) override {}
+    void line(int, int, int, int, uint32_t) override { ++ops; }
+    void rect(int, int, int, int, uint32_t) override { ++ops; }
+    void fillRect(int, int, int, int, uint32_t) override { ++ops; }
+    int width() const override { return 137; }
+    int height() const override { return 217; }
+    long ops = 0;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    using namespace zpe;
+    // The first bytes cover the formation, play and pointer tables; the rest
+    // the start of the sequence area; the slot tables take what is left over.
+    std::vector<uint8_t> bytes(0x28000, 0xFF);
+    const size_t tables = kPointerTableOffset + 2 * kPointerCount - kFormationTableOffset;
+    for (size_t i = 0; i < size; ++i) {
+        const size_t at = i < tables ? kFormationTableOffset + i
+                                     : i < tables + kSequenceAreaSize ? kSequenceAreaOffset + (i - tables)
+                                                                      : kOffSlotTableOffset + (i - tables - kSequenceAreaSize) % 0x200;
+        bytes[at] = data[i];
+    }
+    Image image("fuzz.nes", bytes);
+    std::vector<std::string> names;
+    for (int f = 0; f < 22; ++f) names.push_back("F");
+    Playbook pb;
+    try {
+        loadPlaybook(pb, image, names);
+    } catch (const std::exception&) {
+        return 0;  // the open procedure stops here
+    }
+    const CmdNames cmd = defaultCmdNames();
+    (void)buildRows(pb, cmd);
+    (void)gapListing(pb, image, sortKeys(pb.sequences.keys()));
+    NullCanvas canvas;
+    for (int s = 0; s < kSlotCount; ++s) DrawPlay(canvas, pb, s);
+    for (int f = 0; f < 22; ++f) (void)drawFormation(canvas, pb, f);
+    (void)maskBytes(pb, {});
+    try {
+        const Playbook relaid = relayout(pb);
+        (void)fullSaveBytes(relaid, bytes);
+    } catch (const SaveError&) {
+        // a layout larger than the area is refused
+    }
+    return 0;
+}
