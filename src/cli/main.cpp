@@ -237,9 +237,9 @@ int main(int argc, char** argv) {
 
     auto* cpu = verb("cpu", "Write the gap listing of IMAGE to OUT (default: cpu.txt in the working directory)");
     imageOption(cpu);
-    arg1 = "cpu.txt";
-    cpu->add_option("OUT", arg1, "Output file");
-    cpu->callback([&] { action = [&](const Context& c) { return runCpu(c, image, arg1); }; });
+    std::string cpuOut = "cpu.txt";
+    cpu->add_option("OUT", cpuOut, "Output file");
+    cpu->callback([&] { action = [&](const Context& c) { return runCpu(c, image, cpuOut); }; });
 
     auto* copy = verb("copy-slot", "Copy slot FROM over slot TO (0-63), then Safe Save");
     imageOption(copy);
