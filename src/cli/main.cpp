@@ -127,8 +127,8 @@ int runSlotAction(const Context& ctx, const std::string& imagePath, const std::s
     zpe::Playbook pb;
     openOrFail(pb, imagePath, ctx);
     const zpe::SlotActionResult result = swap ? zpe::swapSlot(pb, a, b) : zpe::copySlot(pb, a, b);
-    if (result.outcome == zpe::SlotActionOutcome::KindMixed) throw Failure{zpe::kKindRefusedMessage};
-    if (result.outcome == zpe::SlotActionOutcome::SameSlot) throw Failure{zpe::kActionCancelledMessage};
+    if (result.outcome == zpe::SlotActionOutcome::KindMixed) throw Failure{imagePath + ": " + zpe::kKindRefusedMessage};
+    if (result.outcome == zpe::SlotActionOutcome::SameSlot) throw Failure{imagePath + ": " + zpe::kActionCancelledMessage};
     zpe::safeSave(pb);
     return 0;
 }

@@ -81,10 +81,10 @@ TEST(CliSlots, RefusalsLeaveTheImageUntouched) {
     const auto before = f.image.read();
     auto r = f.zpe({"copy-slot", f.image.path(), "31", "32"});
     EXPECT_EQ(r.exitCode, 1);
-    EXPECT_EQ(r.err, "zpe: Running and Passing plays are not interchangeable.\n");
+    EXPECT_EQ(r.err, "zpe: " + f.image.path() + ": Running and Passing plays are not interchangeable.\n");
     r = f.zpe({"swap-slot", f.image.path(), "5", "5"});
     EXPECT_EQ(r.exitCode, 1);
-    EXPECT_EQ(r.err, "zpe: Action Cancelled\n");
+    EXPECT_EQ(r.err, "zpe: " + f.image.path() + ": Action Cancelled\n");
     r = f.zpe({"swap-slot", f.image.path(), "5", "64"});
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(f.image.read(), before);
