@@ -90,7 +90,6 @@ std::string gapListing(const Playbook& pb, const Image& source, const std::vecto
 }
 
 void loadPlaybook(Playbook& pb, Image& image, const std::vector<std::string>& formNames) {
-    pb.sequences.clear();
     readTables(pb, image, formNames);
     discoverSequences(pb, image);
 }

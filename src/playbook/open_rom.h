@@ -28,7 +28,8 @@ struct OpenResult {
 OpenResult openRom(Playbook& pb, const std::string& path, const OpenOptions& options, const CmdNames& names);
 
 // The reading part of the open procedure on an image already in memory: the
-// tables, the formations named by `formNames`, and every reachable sequence.
+// tables, the formations named by `formNames`, and every reachable sequence
+// (added to `pb.sequences`, which the caller has emptied).
 // Throws (RomError, std::out_of_range) where the open procedure stops.
 void loadPlaybook(Playbook& pb, Image& image, const std::vector<std::string>& formNames);
 

@@ -42,27 +42,20 @@ void safeSave(const Playbook& pb) {
 }
 
 Playbook relayout(const Playbook& pb) {
-    // The size check runs first, on the model as it stands: every closing
-    // forward relative jump will grow by one byte.
-    int64_t total = 0;
-    for (const auto& [key, seq] : pb.sequences) {
-        total += seq.byteSize();
-        const int n = seq.commandCount();
-        if (n > 0 && seq.command(n - 1) == 0xFE && (seq.data(n - 1, 0) & 0xFF) < 0x80) total += 1;
-    }
-    if (total > kSequenceAreaSize)
-        throw SaveError(pb.romPath + ": the sequences need " + std::to_string(total) + " bytes, more than the " +
-                        std::to_string(kSequenceAreaSize) + "-byte sequence area (0xA000-0xBFFF) holds; nothing was saved");
-
+    // The copy takes every change; `pb` stays as it is, also when the layout is refused.
     Playbook out = pb;
     std::unordered_map<int32_t, int32_t> addressMap;
     addressMap.reserve(out.sequences.size());
-    int32_t nextFree = kSequenceAreaAddress;
+    int64_t nextFree = kSequenceAreaAddress;
     for (auto& [key, seq] : out.sequences) {
-        addressMap.emplace(key, nextFree);
+        addressMap.emplace(key, static_cast<int32_t>(nextFree));
         seq.convertRelJump();
         nextFree += seq.byteSize();
     }
+    const int64_t total = nextFree - kSequenceAreaAddress;
+    if (total > kSequenceAreaSize)
+        throw SaveError(pb.romPath + ": the sequences need " + std::to_string(total) + " bytes, more than the " +
+                        std::to_string(kSequenceAreaSize) + "-byte sequence area (0xA000-0xBFFF) holds; nothing was saved");
 
     SequenceMap relaid;
     for (auto& [key, seq] : out.sequences) {

@@ -88,10 +88,9 @@ frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* par
     tabs = new QTabBar(tabsFrame);
     for (const char* caption : {"Formations", "Play Slots", "Plays", "Sequences"}) tabs->addTab(caption);
     tabs->setExpanding(false);
-    auto* panel = new QFrame(tabsFrame);
-    panel->setObjectName("tabsPanel");
-    panel->setFrameShape(QFrame::StyledPanel);
-    panel->setFrameShadow(QFrame::Raised);
+    tabsPanel = new QFrame(tabsFrame);
+    tabsPanel->setFrameShape(QFrame::StyledPanel);
+    tabsPanel->setFrameShadow(QFrame::Raised);
     // A click on another tab changes the current one; a click on the current tab
     // changes nothing but lays that tab out again.
     connect(tabs, &QTabBar::currentChanged, this, [this](int) { tabs_Click(); });
@@ -213,8 +212,7 @@ void frmMain::Form_Resize() {
         tabsFrame->setGeometry(px(*strip));
         const int barHeight = tabs->sizeHint().height();
         tabs->setGeometry(0, 0, tabsFrame->width(), barHeight);
-        if (auto* panel = tabsFrame->findChild<QFrame*>("tabsPanel"))
-            panel->setGeometry(0, barHeight - 1, tabsFrame->width(), std::max(0, tabsFrame->height() - barHeight + 1));
+        tabsPanel->setGeometry(0, barHeight - 1, tabsFrame->width(), std::max(0, tabsFrame->height() - barHeight + 1));
     }
     tabs_Click();
 }

@@ -53,6 +53,7 @@ public:
     QWidget* client;  // the form's client area below the menu bar
     QFrame* tabsFrame;
     QTabBar* tabs;
+    QFrame* tabsPanel;  // the frame drawn under the tab headers
     QTreeWidget *lvFormations, *lvPlaySlots, *lvPlays, *lvSequences;
     QFrame *fraFormationButtons, *fraPlaySlots, *fraPlayDetails, *fraSeq, *fraSeqDetails;
     QPushButton *cmdFormationViewGFX, *cmdCopyPlaySlot, *cmdSwapPlaySlot, *cmdPlaySlotDetails, *cmdSeqDetails;

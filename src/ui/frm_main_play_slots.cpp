@@ -24,31 +24,20 @@ void frmMain::updatePlaySlotButtons() {
         slotActionSource >= 1 && slotActionSource <= kSlotCount
             ? QString::fromLatin1(pb.playSlots[static_cast<size_t>(slotActionSource - 1)].name())
             : QString();
-    switch (slotAction) {
-    case 0: {
+    if (slotAction == 0) {
         const bool selected = selectedRow(lvPlaySlots) >= 1;
         cmdCopyPlaySlot->setEnabled(selected);
         cmdSwapPlaySlot->setEnabled(selected);
-        break;
-    }
-    case 1:
-        StatusBar1->setText("Select the slot to be replaced with " + sourceName + "...");
-        cmdCopyPlaySlot->setText("Cancel Copy");
-        cmdCopyPlaySlot->setEnabled(true);
-        cmdSwapPlaySlot->setEnabled(false);
-        break;
-    case 2:
-        StatusBar1->setText("Select the slot to be swapped with " + sourceName + "...");
-        cmdSwapPlaySlot->setText("Cancel Swap");
-        cmdSwapPlaySlot->setEnabled(true);
-        cmdCopyPlaySlot->setEnabled(false);
-        break;
-    default: break;
+    } else if (slotAction == 1 || slotAction == 2) {
+        const bool copy = slotAction == 1;
+        QPushButton* pending = copy ? cmdCopyPlaySlot : cmdSwapPlaySlot;
+        StatusBar1->setText(QString("Select the slot to be %1 with ").arg(copy ? "replaced" : "swapped") + sourceName + "...");
+        pending->setText(copy ? "Cancel Copy" : "Cancel Swap");
+        pending->setEnabled(true);
+        (copy ? cmdSwapPlaySlot : cmdCopyPlaySlot)->setEnabled(false);
     }
 }
 
-// "Copy" (action 1) and "Swap" (action 2) start their action from the selected
-// row; pressed again while it is pending ("Cancel Copy" / "Cancel Swap") they end it.
 void frmMain::startOrCancelSlotAction(int action) {
     if (slotAction == 0) {
         slotActionSource = selectedRow(lvPlaySlots);

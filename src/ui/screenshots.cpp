@@ -39,11 +39,11 @@ QStringList writeScreenshots(const QString& imagePath, const QString& dir, const
     window.selectTab(1);
     frmMain::selectRow(window.lvFormations, 1);
     window.lvFormations_Click();
-    if (!window.showFormationGFX) window.cmdFormationViewGFX_Click();
+    window.cmdFormationViewGFX_Click();  // a new window starts with every picture and panel hidden
     shoot("formations.png");
 
     window.selectTab(2);
-    if (!window.showPlaySlotDetails) window.cmdPlaySlotDetails_Click();
+    window.cmdPlaySlotDetails_Click();
     frmMain::selectRow(window.lvPlaySlots, 1);
     window.lvPlaySlots_Click();
     shoot("play-slots.png");
@@ -52,7 +52,7 @@ QStringList writeScreenshots(const QString& imagePath, const QString& dir, const
     shoot("plays.png");
 
     window.selectTab(4);
-    if (!window.showSeqDetails) window.cmdSeqDetails_Click();
+    window.cmdSeqDetails_Click();
     frmMain::selectRow(window.lvSequences, 1);
     window.lvSequences_Click();
     shoot("sequences.png");
