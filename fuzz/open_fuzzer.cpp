@@ -44,13 +44,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int f = 0; f < 22; ++f) names.push_back("F");
     Playbook pb;
     try {
-        loadPlaybook(pb, image, names);
+        pb = loadPlaybook(image, names);
     } catch (const std::exception&) {
         return 0;  // the open procedure stops here
     }
     const CmdNames cmd = defaultCmdNames();
     (void)buildRows(pb, cmd);
-    (void)gapListing(pb, image, sortKeys(pb.sequences.keys()));
+    pb.openedBytes = bytes;
+    (void)gapListing(pb);
     NullCanvas canvas;
     for (int s = 0; s < kSlotCount; ++s) DrawPlay(canvas, pb, s);
     for (int f = 0; f < 22; ++f) (void)drawFormation(canvas, pb, f);

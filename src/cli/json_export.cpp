@@ -56,7 +56,7 @@ nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names) {
     for (int s = 0; s < kSlotCount; ++s) {
         const clsPlaySlot& slot = pb.playSlots[static_cast<size_t>(s)];
         json off = json::array(), def = json::array(), gfx = json::array();
-        for (int j = 0; j < 8; ++j) {
+        for (int j = 0; j < kPlaysPerSlot; ++j) {
             off.push_back(slot.oPlay(j));
             def.push_back(slot.dPlay(j));
         }

@@ -10,6 +10,7 @@
 #include "model/hex.h"
 #include "model/image.h"
 #include "model/rom_error.h"
+#include "playbook/list_rows.h"
 #include "playbook/open_rom.h"
 #include "playbook/slot_actions.h"
 #include "save/saves.h"
@@ -61,12 +62,13 @@ struct Context {
     zpe::CmdNames names;
 };
 
-// Opens the image as the window does, without writing cpu.txt unless asked.
-zpe::OpenResult openOrFail(zpe::Playbook& pb, const std::string& path, const Context& ctx,
-                           std::optional<std::string> cpuPath = std::nullopt) {
-    zpe::OpenResult result = zpe::openRom(pb, path, zpe::OpenOptions{ctx.dataDir, std::move(cpuPath)}, ctx.names);
-    if (!result.ok) throw Failure{result.error};
-    return result;
+// Opens the image as the window does (cpu.txt is written only by the verb that asks for it).
+zpe::Playbook openOrFail(const std::string& path, const Context& ctx) {
+    try {
+        return zpe::openRom(path, ctx.dataDir);
+    } catch (const zpe::RomError& e) {
+        throw Failure{e.what()};
+    }
 }
 
 int runDecode(const Context& ctx, const std::string& imagePath, const std::string& addressText, bool kr) {
@@ -96,18 +98,16 @@ void printRows(const char* title, const std::vector<zpe::ListRow>& rows) {
 }
 
 int runLists(const Context& ctx, const std::string& imagePath) {
-    zpe::Playbook pb;
-    const zpe::OpenResult opened = openOrFail(pb, imagePath, ctx);
-    printRows("Formations", opened.rows.formations);
-    printRows("Play Slots", opened.rows.playSlots);
-    printRows("Plays", opened.rows.plays);
-    printRows("Sequences", opened.rows.sequences);
+    const zpe::ListRows rows = zpe::buildRows(openOrFail(imagePath, ctx), ctx.names);
+    printRows("Formations", rows.formations);
+    printRows("Play Slots", rows.playSlots);
+    printRows("Plays", rows.plays);
+    printRows("Sequences", rows.sequences);
     return 0;
 }
 
 int runCpu(const Context& ctx, const std::string& imagePath, const std::string& outPath) {
-    zpe::Playbook pb;
-    openOrFail(pb, imagePath, ctx, outPath);
+    zpe::writeGapListing(openOrFail(imagePath, ctx), outPath);
     return 0;
 }
 
@@ -124,8 +124,7 @@ int parseSlot(const std::string& text) {
 int runSlotAction(const Context& ctx, const std::string& imagePath, const std::string& first, const std::string& second,
                   bool swap) {
     const int a = parseSlot(first), b = parseSlot(second);
-    zpe::Playbook pb;
-    openOrFail(pb, imagePath, ctx);
+    zpe::Playbook pb = openOrFail(imagePath, ctx);
     const zpe::SlotActionResult result = swap ? zpe::swapSlot(pb, a, b) : zpe::copySlot(pb, a, b);
     if (result.outcome == zpe::SlotActionOutcome::KindMixed) throw Failure{imagePath + ": " + zpe::kKindRefusedMessage};
     if (result.outcome == zpe::SlotActionOutcome::SameSlot) throw Failure{imagePath + ": " + zpe::kActionCancelledMessage};
@@ -134,22 +133,19 @@ int runSlotAction(const Context& ctx, const std::string& imagePath, const std::s
 }
 
 int runFullSave(const Context& ctx, const std::string& imagePath) {
-    zpe::Playbook pb;
-    openOrFail(pb, imagePath, ctx);
+    zpe::Playbook pb = openOrFail(imagePath, ctx);
     zpe::fullSave(pb);
     return 0;
 }
 
 int runExportMask(const Context& ctx, const std::string& imagePath, const std::string& outPath) {
-    zpe::Playbook pb;
-    openOrFail(pb, imagePath, ctx);
+    zpe::Playbook pb = openOrFail(imagePath, ctx);
     zpe::exportMaskRom(pb, outPath);
     return 0;
 }
 
 int runJson(const Context& ctx, const std::string& imagePath) {
-    zpe::Playbook pb;
-    openOrFail(pb, imagePath, ctx);
+    zpe::Playbook pb = openOrFail(imagePath, ctx);
     std::cout << zpe::playbookJson(pb, ctx.names).dump(1) << '\n';
     return 0;
 }
@@ -179,8 +175,7 @@ int runRender(const Context& ctx, const std::string& imagePath, int slot, int fo
     if (drawSlot == (formation >= 0)) throw UsageError{"render needs exactly one of --slot and --formation"};
     if (drawSlot && slot >= zpe::kSlotCount) throw UsageError{"--slot is a number from 0 to 63"};
     const auto size = sizeText.empty() ? (drawSlot ? kPlayPictureSize : kFormationPictureSize) : parseSize(sizeText);
-    zpe::Playbook pb;
-    openOrFail(pb, imagePath, ctx);
+    zpe::Playbook pb = openOrFail(imagePath, ctx);
     if (!drawSlot && static_cast<size_t>(formation) >= pb.formations.size())
         throw UsageError{"--formation is a number from 0 to " + std::to_string(pb.formations.size() - 1)};
     zpe::QImageCanvas canvas(size.first, size.second);

@@ -1,6 +1,7 @@
 #include "diagram/diagram.h"
 
 #include "model/tables.h"
+#include "sequence/command_codes.h"
 
 #include <algorithm>
 #include <unordered_set>
@@ -10,6 +11,15 @@ namespace zpe {
 namespace {
 
 enum class Kind { Play, Formation };
+
+// The drawing's scale is one pixel a unit (1/8 yard). These are the bytes and
+// offsets at which the game's values meet the picture's middle and line.
+constexpr int kBallRow = 240;          // 0xF0: a ball-relative row byte that lies on the ball's row
+constexpr int kFieldMiddleRow = 122;   // the absolute field row drawn on the picture's middle row
+constexpr int kFieldWrapSpan = 265;    // absolute rows wrap over a span a little wider than a byte
+constexpr int kWrapBelow = -90;        // rows further above the middle than this wrap below it
+constexpr int kPlacementDepth = 8;     // a placement depth byte of 8 stands on the drawn line
+constexpr int kForwardBase = 248;      // forward targets count from 0xF8 (one yard) as the line
 
 // The geometry and the pen of one drawing.
 class Drawing {
@@ -30,13 +40,18 @@ public:
     bool movedSincePlacement() const { return x_ != startX_ || y_ != startY_; }
 
 private:
+    // A vertical byte as pixels from the middle row: `base` is the byte that
+    // lies on the middle row; a value more than kWrapBelow rows above it is
+    // taken as wrapped round the byte range (`span`) and drawn below instead.
     static int wrap(int a, int base, int span) {
         int v = a - base;
-        if (v < -90) v += span;
+        if (v < kWrapBelow) v += span;
         return v;
     }
     static int signedByte(int v) { return v >= 128 ? v - 256 : v; }
-    static int depth(int b) { return b >= 128 ? 248 - b : -b; }
+    // A horizontal target byte as pixels in front of (+) or behind (-) the line:
+    // bytes from 0x80 on count forward from kForwardBase, smaller ones backward.
+    static int depth(int b) { return b >= 128 ? kForwardBase - b : -b; }
     // The pen holds 16-bit values; a run of moves saturates rather than overflow.
     static int pen(long v) { return static_cast<int>(std::clamp<long>(v, -32768, 32767)); }
 
@@ -60,19 +75,20 @@ private:
         const int c = seq.command(pos);
         const int a = seq.data(pos, 0), b = seq.data(pos, 1);
         const bool play = kind_ == Kind::Play;
-        if (play && (c == 0x30 || c == 0x40)) {
+        if (play && (c == cmd::kBlock || c == cmd::kChopBlock)) {
             pic_.line(curX_, curY_, curX_ + 8, curY_, color);
             pic_.line(curX_ + 8, curY_ - 4, curX_ + 8, curY_ + 4, color);
-        } else if (c == 0xD0) {
-            place(anchor_ - (b - 8), mid_ + wrap(a, 240, 256), color);
-        } else if (c == 0xD1) {
-            place(anchor_ - (b - 8), mid_ + wrap(a, 122, 265), color);
-        } else if (c == 0xD7 || (play && c == 0xC0)) {
+        } else if (c == cmd::kSetPositionBall) {
+            place(anchor_ - (b - kPlacementDepth), mid_ + wrap(a, kBallRow, 256), color);
+        } else if (c == cmd::kSetPositionField) {
+            place(anchor_ - (b - kPlacementDepth), mid_ + wrap(a, kFieldMiddleRow, kFieldWrapSpan), color);
+        } else if (c == cmd::kMoveRelative || (play && c == cmd::kDropBack)) {
             moveTo(long{curX_} + signedByte(b), long{curY_} + signedByte(a), color);
-        } else if (c == 0xD8) {
-            moveTo(anchor_ - depth(b), mid_ + wrap(a, 240, 256), color);
-        } else if (c == 0xD9) {
-            moveTo(anchor_ - depth(b), mid_ + (a - (play ? 122 : 120)), color);
+        } else if (c == cmd::kMoveToBall) {
+            moveTo(anchor_ - depth(b), mid_ + wrap(a, kBallRow, 256), color);
+        } else if (c == cmd::kMoveToField) {
+            // Formations draw absolute rows two pixels lower than plays do.
+            moveTo(anchor_ - depth(b), mid_ + (a - (play ? kFieldMiddleRow : kFieldMiddleRow - 2)), color);
         }
     }
 
@@ -83,7 +99,8 @@ private:
     int curX_ = 0, curY_ = 0, startX_ = 0, startY_ = 0, x_ = 0, y_ = 0;
 };
 
-constexpr int kPlayAnchor = 100;
+constexpr int kPlayAnchor = 100;        // x of the line of scrimmage in a play picture (it is drawn 4 px right of it)
+constexpr int kFormationMargin = 20;    // the formation picture's line sits this far from its right edge
 
 }  // namespace
 
@@ -129,7 +146,7 @@ void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex) {
 
 std::vector<int> drawFormation(Canvas& pic, const Playbook& pb, int f) {
     pic.clear(kFieldColor);
-    Drawing drawing(pic, Kind::Formation, pic.width() - 20);
+    Drawing drawing(pic, Kind::Formation, pic.width() - kFormationMargin);
     drawing.scrimmage();
     std::vector<int> missing;
     if (f < 0 || static_cast<size_t>(f) >= pb.formations.size()) return missing;

@@ -21,13 +21,6 @@ void Image::seekOffset(int32_t offset) {
     pos_ = offset;
 }
 
-void Image::seekRelative(int32_t delta) {
-    const int64_t target = static_cast<int64_t>(pos_) + delta - 1;
-    if (target < 0) fail("position before the start of the file", target);
-    if (target > INT32_MAX) fail("position beyond any image", target);
-    pos_ = static_cast<int32_t>(target);
-}
-
 int16_t Image::readByte() {
     if (pos_ >= size()) fail("read past the end of the file", pos_);
     return bytes_[static_cast<size_t>(pos_++)];

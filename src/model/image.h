@@ -34,7 +34,9 @@ constexpr int kAddressRecordSize = 22;  // formation and play records
 constexpr int kPlayCount = 116;
 constexpr int kPointerCount = 192;
 constexpr int kSlotCount = 64;
-constexpr int kRunningSlotCount = 32;
+constexpr int kRunningSlotCount = 32;  // slots 0..31 run, 32..63 pass
+constexpr int kSlotsPerGroup = 8;      // R1..R4 and P1..P4
+constexpr int kPlaysPerSlot = 8;       // offensive and defensive play numbers of a slot
 constexpr int kOffSlotRecordSize = 24;
 constexpr int kDefSlotRecordSize = 8;
 constexpr int kGfxRecordSize = 42;
@@ -60,8 +62,6 @@ public:
 
     // Next read or write happens at `offset`. A negative offset is a RomError.
     void seekOffset(int32_t offset);
-    // New position = current position + delta - 1 (delta counts from the last byte read).
-    void seekRelative(int32_t delta);
     // The byte at the current position (0..255); reading past the end is a RomError.
     int16_t readByte();
     // Little-endian word, 0..65535; reading past the end is a RomError.

@@ -7,6 +7,10 @@ namespace zpe {
 namespace {
 int16_t clampByte(int32_t v) { return static_cast<int16_t>(v < 0 ? 0 : v > 255 ? 255 : v); }
 
+// The offensive record: the name, then the formation byte, then the play numbers.
+constexpr size_t kSlotFormationAt = kSlotNameLength;
+constexpr size_t kSlotPlaysAt = kSlotFormationAt + 1;
+
 template <size_t N>
 size_t checkedIndex(int slot) {
     if (slot < 0 || static_cast<size_t>(slot) >= N)
@@ -29,10 +33,10 @@ void clsPlaySlot::name(const std::string& value) {
 
 void clsPlaySlot::formation(int32_t value) { formation_ = clampByte(value); }
 
-int16_t clsPlaySlot::oPlay(int slot) const { return oPlays_[checkedIndex<8>(slot)]; }
-void clsPlaySlot::oPlay(int slot, int32_t value) { oPlays_[checkedIndex<8>(slot)] = clampByte(value); }
-int16_t clsPlaySlot::dPlay(int slot) const { return dPlays_[checkedIndex<8>(slot)]; }
-void clsPlaySlot::dPlay(int slot, int32_t value) { dPlays_[checkedIndex<8>(slot)] = clampByte(value); }
+int16_t clsPlaySlot::oPlay(int slot) const { return oPlays_[checkedIndex<kPlaysPerSlot>(slot)]; }
+void clsPlaySlot::oPlay(int slot, int32_t value) { oPlays_[checkedIndex<kPlaysPerSlot>(slot)] = clampByte(value); }
+int16_t clsPlaySlot::dPlay(int slot) const { return dPlays_[checkedIndex<kPlaysPerSlot>(slot)]; }
+void clsPlaySlot::dPlay(int slot, int32_t value) { dPlays_[checkedIndex<kPlaysPerSlot>(slot)] = clampByte(value); }
 int16_t clsPlaySlot::GFX(int slot) const { return gfx_[checkedIndex<kGfxRecordSize>(slot)]; }
 void clsPlaySlot::GFX(int slot, int32_t value) { gfx_[checkedIndex<kGfxRecordSize>(slot)] = clampByte(value); }
 
@@ -45,12 +49,12 @@ void clsPlaySlot::loadOff(Image& fp) {
     std::string record(kOffSlotRecordSize, '\0');
     for (auto& c : record) c = static_cast<char>(fp.readByte());
     name(record.substr(0, kSlotNameLength));
-    formation(static_cast<uint8_t>(record[15]));
-    for (int i = 0; i < 8; ++i) oPlay(i, static_cast<uint8_t>(record[16 + static_cast<size_t>(i)]));
+    formation(static_cast<uint8_t>(record[kSlotFormationAt]));
+    for (int i = 0; i < kPlaysPerSlot; ++i) oPlay(i, static_cast<uint8_t>(record[kSlotPlaysAt + static_cast<size_t>(i)]));
 }
 
 void clsPlaySlot::loadDef(Image& fp) {
-    for (int i = 0; i < 8; ++i) dPlay(i, fp.readByte());
+    for (int i = 0; i < kPlaysPerSlot; ++i) dPlay(i, fp.readByte());
 }
 
 void clsPlaySlot::loadGFX(Image& fp) {
@@ -60,8 +64,8 @@ void clsPlaySlot::loadGFX(Image& fp) {
 void clsPlaySlot::saveOff(Image& fp) const {
     std::string record = name_;
     record.resize(kOffSlotRecordSize, ' ');
-    record[15] = static_cast<char>(formation_);
-    for (size_t i = 0; i < 8; ++i) record[16 + i] = static_cast<char>(oPlays_[i]);
+    record[kSlotFormationAt] = static_cast<char>(formation_);
+    for (size_t i = 0; i < kPlaysPerSlot; ++i) record[kSlotPlaysAt + i] = static_cast<char>(oPlays_[i]);
     for (char c : record) fp.writeByte(static_cast<uint8_t>(c));
 }
 

@@ -47,8 +47,8 @@ private:
     std::string name_;
     int16_t formation_ = 0;
     int16_t rusher_ = 0;
-    std::array<int16_t, 8> oPlays_{};
-    std::array<int16_t, 8> dPlays_{};
+    std::array<int16_t, kPlaysPerSlot> oPlays_{};
+    std::array<int16_t, kPlaysPerSlot> dPlays_{};
     std::array<int16_t, kGfxRecordSize> gfx_{};
 };
 

@@ -34,8 +34,4 @@ inline constexpr std::array<std::string_view, 16> defPosNames{
 inline constexpr std::array<uint32_t, 11> posColors{
     0x0000FF, 0x00FFFF, 0x008080, 0xFF0000, 0x800000, 0x808000, 0xCCCCCC, 0x808080, 0x808080, 0x808080, 0x808080};
 
-constexpr int colorRed(uint32_t bgr) { return static_cast<int>(bgr & 0xFF); }
-constexpr int colorGreen(uint32_t bgr) { return static_cast<int>((bgr >> 8) & 0xFF); }
-constexpr int colorBlue(uint32_t bgr) { return static_cast<int>((bgr >> 16) & 0xFF); }
-
 }  // namespace zpe

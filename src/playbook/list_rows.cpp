@@ -5,12 +5,13 @@
 namespace zpe {
 
 std::string slotGroupLabel(int slot) {
-    return isPassingSlot(slot) ? "P" + std::to_string((slot - 32) / 8 + 1) : "R" + std::to_string(slot / 8 + 1);
+    return isPassingSlot(slot) ? "P" + std::to_string(slotGroup(slot - kRunningSlotCount) + 1)
+                               : "R" + std::to_string(slotGroup(slot) + 1);
 }
 
 ListRow formationRow(const Playbook& pb, int f) {
     const clsFormation& form = pb.formations.at(static_cast<size_t>(f));
-    ListRow row{"", {form.name()}};
+    ListRow row{-1, {form.name()}};
     for (int j = 0; j < kPlayersPerRecord; ++j) row.cells.push_back(hexPlain(form.posAddress(j)));
     return row;
 }
@@ -18,21 +19,21 @@ ListRow formationRow(const Playbook& pb, int f) {
 ListRow playSlotRow(const Playbook& pb, int s) {
     const clsPlaySlot& slot = pb.playSlots.at(static_cast<size_t>(s));
     const auto f = static_cast<size_t>(slot.formation());
-    ListRow row{"", {slot.name(), slotGroupLabel(s),
+    ListRow row{-1, {slot.name(), slotGroupLabel(s),
                      f < pb.formations.size() ? pb.formations[f].name() : "#" + std::to_string(f)}};
-    for (int j = 0; j < 8; ++j) row.cells.push_back(hex2(slot.oPlay(j)) + ":" + hex2(slot.dPlay(j)));
+    for (int j = 0; j < kPlaysPerSlot; ++j) row.cells.push_back(hex2(slot.oPlay(j)) + ":" + hex2(slot.dPlay(j)));
     return row;
 }
 
 ListRow playRow(const Playbook& pb, int p) {
     const clsPlay& play = pb.plays.at(static_cast<size_t>(p));
-    ListRow row{"", {hexPlain(p)}};
+    ListRow row{-1, {hexPlain(p)}};
     for (int j = 0; j < kPlayersPerRecord; ++j) row.cells.push_back(hexPlain(play.seqAddress(j)));
     return row;
 }
 
 ListRow sequenceRow(int32_t address, const clsSequence& seq, const CmdNames& names) {
-    return ListRow{"x" + std::to_string(address), {seq.AddressRange(), seq.commandString(names)}};
+    return ListRow{address, {seq.AddressRange(), seq.commandString(names)}};
 }
 
 ListRows buildRows(const Playbook& pb, const CmdNames& names) {

@@ -10,7 +10,7 @@
 namespace zpe {
 
 struct ListRow {
-    std::string key;                 // row key (Sequences list: "x" + decimal address)
+    int32_t address = -1;            // Sequences list: the sequence's game address; -1 elsewhere
     std::vector<std::string> cells;  // item text, then sub-items in order
     bool operator==(const ListRow&) const = default;
 };
@@ -33,6 +33,6 @@ ListRow playRow(const Playbook& pb, int p);
 ListRow sequenceRow(int32_t address, const clsSequence& seq, const CmdNames& names);
 
 // All four lists.
-ListRows buildRows(const Playbook& pb, const CmdNames& names);
+[[nodiscard]] ListRows buildRows(const Playbook& pb, const CmdNames& names);
 
 }  // namespace zpe

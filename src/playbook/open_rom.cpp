@@ -3,9 +3,10 @@
 #include "model/file_io.h"
 #include "model/rom_error.h"
 #include "model/text_file.h"
+#include "playbook/table_codec.h"
+#include "sequence/command_codes.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 namespace zpe {
 
@@ -13,7 +14,6 @@ namespace {
 
 // Formations 0..3 (the kick formations) decode their position sequences with KR.
 constexpr int kKickFormationCount = 4;
-constexpr uint8_t kHumanControl = 0xE4;
 
 // Follows a chain of sequences from `address`: each address is decoded once;
 // the chain ends at a known address, an invalid sequence or no follow-on.
@@ -29,27 +29,6 @@ void followChain(Playbook& pb, Image& image, int32_t address, bool KR) {
         if (next <= 0) return;
         address = next;
     }
-}
-
-void readTables(Playbook& pb, Image& image, const std::vector<std::string>& formNames) {
-    image.seekOffset(kFormationTableOffset);
-    pb.formations.resize(formNames.size());
-    for (size_t k = 0; k < formNames.size(); ++k) {
-        pb.formations[k].load(image);
-        pb.formations[k].name(formNames[k]);
-    }
-    image.seekOffset(kPlayTableOffset);
-    for (auto& play : pb.plays) play.load(image);
-    image.seekOffset(kPointerTableOffset);
-    for (auto& pointer : pb.seqPointers) pointer = image.readWord();
-    image.seekOffset(kOffSlotTableOffset);
-    for (auto& slot : pb.playSlots) slot.loadOff(image);
-    image.seekOffset(kDefSlotTableOffset);
-    for (auto& slot : pb.playSlots) slot.loadDef(image);
-    image.seekOffset(kRusherTableOffset);
-    for (int s = 0; s < kRunningSlotCount; ++s) pb.playSlots[static_cast<size_t>(s)].Rusher(image.readByte());
-    image.seekOffset(kGfxTableOffset);
-    for (auto& slot : pb.playSlots) slot.loadGFX(image);
 }
 
 void discoverSequences(Playbook& pb, Image& image) {
@@ -69,13 +48,14 @@ std::vector<int32_t> sortKeys(std::vector<int32_t> keys) {
     return keys;
 }
 
-std::string gapListing(const Playbook& pb, const Image& source, const std::vector<int32_t>& sortedKeys) {
-    Image image = source;
+std::string gapListing(const Playbook& pb) {
+    const std::vector<int32_t> sortedKeys = sortKeys(pb.sequences.keys());
+    Image image(pb.romPath, pb.openedBytes);
     std::string text;
     for (size_t i = 0; i + 1 < sortedKeys.size(); ++i) {
         const clsSequence& s = pb.sequences.at(sortedKeys[i]);
         const clsSequence& t = pb.sequences.at(sortedKeys[i + 1]);
-        if (s.lastCommand() != kHumanControl) continue;
+        if (s.lastCommand() != cmd::kHumanControl) continue;
         const int32_t start = s.address() + s.byteSize();
         const int32_t gap = t.address() - start;
         if (gap <= 0) continue;
@@ -89,38 +69,32 @@ std::string gapListing(const Playbook& pb, const Image& source, const std::vecto
     return text;
 }
 
-void loadPlaybook(Playbook& pb, Image& image, const std::vector<std::string>& formNames) {
+void writeGapListing(const Playbook& pb, const std::string& cpuPath) { replaceFileText(cpuPath, gapListing(pb)); }
+
+Playbook loadPlaybook(Image& image, const std::vector<std::string>& formNames) {
+    Playbook pb;
+    pb.romPath = image.path();
     readTables(pb, image, formNames);
     discoverSequences(pb, image);
+    return pb;
 }
 
-OpenResult openRom(Playbook& pb, const std::string& path, const OpenOptions& options, const CmdNames& names) {
-    OpenResult result;
-    pb.romPath = path;
-    pb.openComplete = false;
-    pb.sequences.clear();
-    try {
-        Image image = Image::open(path);
-        const std::string formsPath = options.dataDir + "/forms.txt";
-        const std::vector<std::string> formNames = readFormNames(formsPath);
-        if (formNames.empty()) throw RomError(formsPath + ": names no formation");
-        loadPlaybook(pb, image, formNames);
-        if (pb.sequences.empty()) throw RomError(path + ": no valid sequence found; is this an image of the game?");
-        for (int s = 0; s < kSlotCount; ++s) {
-            const auto f = static_cast<size_t>(pb.playSlots[static_cast<size_t>(s)].formation());
-            if (f >= pb.formations.size())
-                throw RomError(path + ": slot " + std::to_string(s) + " uses formation " + std::to_string(f) + ", but " +
-                               formsPath + " names only " + std::to_string(pb.formations.size()) + " formations");
-        }
-        const std::vector<int32_t> keys = sortKeys(pb.sequences.keys());
-        if (options.cpuPath) replaceFileText(*options.cpuPath, gapListing(pb, image, keys));
-        result.rows = buildRows(pb, names);
-        pb.openComplete = true;
-        result.ok = true;
-    } catch (const std::exception& e) {
-        result.error = e.what();
+Playbook openRom(const std::string& path, const std::string& dataDir) {
+    Image image = Image::open(path);
+    const std::string formsPath = dataDir + "/forms.txt";
+    const std::vector<std::string> formNames = readFormNames(formsPath);
+    if (formNames.empty()) throw RomError(formsPath + ": names no formation");
+    Playbook pb = loadPlaybook(image, formNames);
+    if (pb.sequences.empty()) throw RomError(path + ": no valid sequence found; is this an image of the game?");
+    for (int s = 0; s < kSlotCount; ++s) {
+        const auto f = static_cast<size_t>(pb.playSlots[static_cast<size_t>(s)].formation());
+        if (f >= pb.formations.size())
+            throw RomError(path + ": slot " + std::to_string(s) + " uses formation " + std::to_string(f) + ", but " +
+                           formsPath + " names only " + std::to_string(pb.formations.size()) + " formations");
     }
-    return result;
+    pb.openedBytes = image.bytes();
+    pb.openComplete = true;
+    return pb;
 }
 
 }  // namespace zpe

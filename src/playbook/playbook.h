@@ -14,12 +14,15 @@
 namespace zpe {
 
 struct Playbook {
-    // Full path of the image named by the last open (set as soon as an open
-    // starts, like the file dialog's answer).
+    // Full path of the image this playbook was read from (the window keeps the
+    // path of a failed open here too, with openComplete false).
     std::string romPath;
-    // True only after an open ran to its end. Saves refuse while it is false, so
-    // the model is never written into an image whose open did not complete.
+    // True only for a playbook an open built to its end. Saves refuse while it
+    // is false, so the model is never written into an image whose open did not complete.
     bool openComplete = false;
+    // The image's bytes as the open read them: what the gap listing, the area
+    // map and the saves that keep everything else compare against.
+    std::vector<uint8_t> openedBytes;
 
     std::vector<clsFormation> formations;  // one per line of forms.txt
     std::array<clsPlaySlot, kSlotCount> playSlots{};
@@ -29,7 +32,7 @@ struct Playbook {
 };
 
 // Slot kinds: 0..31 running, 32..63 passing; groups of eight (R1..R4, P1..P4).
-constexpr int slotGroup(int slot) { return slot / 8; }
-constexpr bool isPassingSlot(int slot) { return slotGroup(slot) >= 4; }
+constexpr int slotGroup(int slot) { return slot / kSlotsPerGroup; }
+constexpr bool isPassingSlot(int slot) { return slot >= kRunningSlotCount; }
 
 }  // namespace zpe

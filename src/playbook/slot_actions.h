@@ -24,10 +24,10 @@ struct SlotActionResult {
 // Copies slot `source` over slot `target` (0..63). When the two lie in
 // different groups, the target's defensive play numbers at the two group
 // positions change places. Throws std::out_of_range for a slot outside 0..63.
-SlotActionResult copySlot(Playbook& pb, int source, int target);
+[[nodiscard]] SlotActionResult copySlot(Playbook& pb, int source, int target);
 
 // Exchanges slots `a` and `b`, each moved slot exchanging its defensive play
 // numbers at the two group positions when the groups differ.
-SlotActionResult swapSlot(Playbook& pb, int a, int b);
+[[nodiscard]] SlotActionResult swapSlot(Playbook& pb, int a, int b);
 
 }  // namespace zpe

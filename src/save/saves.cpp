@@ -2,6 +2,8 @@
 
 #include "model/file_io.h"
 #include "model/hex.h"
+#include "playbook/table_codec.h"
+#include "sequence/command_codes.h"
 
 #include <filesystem>
 #include <unordered_map>
@@ -9,6 +11,9 @@
 namespace zpe {
 
 namespace {
+
+// What Full Save leaves in the unused sequence area and what the mask marks a sequence's bytes with.
+constexpr uint8_t kBlankByte = 0xFF;
 
 void requireCompleteOpen(const Playbook& pb) {
     if (pb.romPath.empty()) throw SaveError("No image is open.");
@@ -23,21 +28,10 @@ int32_t remapped(const std::unordered_map<int32_t, int32_t>& map, int32_t addres
 
 }  // namespace
 
-void writeSlotTables(const Playbook& pb, Image& image) {
-    image.seekOffset(kOffSlotTableOffset);
-    for (const auto& slot : pb.playSlots) slot.saveOff(image);
-    image.seekOffset(kDefSlotTableOffset);
-    for (const auto& slot : pb.playSlots) slot.saveDef(image);
-    image.seekOffset(kRusherTableOffset);
-    for (int s = 0; s < kRunningSlotCount; ++s) image.writeByte(pb.playSlots[static_cast<size_t>(s)].Rusher());
-    image.seekOffset(kGfxTableOffset);
-    for (const auto& slot : pb.playSlots) slot.saveGFX(image);
-}
-
 void safeSave(const Playbook& pb) {
     requireCompleteOpen(pb);
     Image image = Image::open(pb.romPath);
-    writeSlotTables(pb, image);
+    writeTables(pb, image, kSlotTables);
     replaceFileContents(pb.romPath, image.bytes());
 }
 
@@ -63,7 +57,7 @@ Playbook relayout(const Playbook& pb) {
         const int32_t target = seq.nextSequence();
         if (target > 0 && addressMap.count(target) != 0) {
             for (int i = 0; i < seq.commandCount(); ++i) {
-                if (seq.command(i) != 0xFF) continue;
+                if (seq.command(i) != cmd::kAbsoluteJump) continue;
                 const int32_t n = addressMap.at(target);
                 seq.data(i, 0, static_cast<int16_t>(n & 0xFF));
                 seq.data(i, 1, static_cast<int16_t>((n / 256) & 0xFF));
@@ -85,14 +79,8 @@ Playbook relayout(const Playbook& pb) {
 std::vector<uint8_t> fullSaveBytes(const Playbook& relaid, std::vector<uint8_t> original) {
     Image image(relaid.romPath, std::move(original));
     image.seekOffset(kSequenceAreaOffset);
-    for (int32_t i = 0; i < kSequenceAreaSize; ++i) image.writeByte(0xFF);
-    image.seekOffset(kFormationTableOffset);
-    for (const auto& form : relaid.formations) form.save(image);
-    image.seekOffset(kPlayTableOffset);
-    for (const auto& play : relaid.plays) play.save(image);
-    image.seekOffset(kPointerTableOffset);
-    for (int32_t pointer : relaid.seqPointers) image.writeWord(pointer);
-    writeSlotTables(relaid, image);
+    for (int32_t i = 0; i < kSequenceAreaSize; ++i) image.writeByte(kBlankByte);
+    writeTables(relaid, image, kAllTables);
     image.seekOffset(kSequenceAreaOffset);
     for (const auto& [address, seq] : relaid.sequences)
         for (uint8_t byte : seq.encode()) image.writeByte(byte);
@@ -110,7 +98,7 @@ std::vector<uint8_t> maskBytes(const Playbook& pb, std::vector<uint8_t> existing
     Image mask("mask", std::move(existing));
     for (const auto& [address, seq] : pb.sequences) {
         mask.seekOffset(seq.address());
-        for (int32_t i = 0; i < seq.byteSize(); ++i) mask.writeByte(0xFF);
+        for (int32_t i = 0; i < seq.byteSize(); ++i) mask.writeByte(kBlankByte);
     }
     return mask.bytes();
 }

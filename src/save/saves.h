@@ -20,9 +20,6 @@ public:
 inline constexpr const char* kFullSaveQuestion =
     "Doing a full save will rewrite the offensive sequences and destroy the CPU AI.\r\n\r\nAre you sure you want to save?";
 
-// Writes the four slot tables (offensive, defensive, rusher, graphics) into `image`.
-void writeSlotTables(const Playbook& pb, Image& image);
-
 // Writes the 64 playbook slots into the image named by romPath; nothing else changes.
 void safeSave(const Playbook& pb);
 
@@ -31,12 +28,12 @@ void safeSave(const Playbook& pb);
 // pointer table, formations and plays are remapped to the new addresses.
 // Throws SaveError, leaving `pb` unchanged, when the layout exceeds the
 // 8192-byte sequence area.
-Playbook relayout(const Playbook& pb);
+[[nodiscard]] Playbook relayout(const Playbook& pb);
 
 // The bytes a Full Save writes: `original` with the sequence area blanked to
 // 0xFF, the formation, play, pointer and slot tables and every sequence of the
 // (already relaid) model written in.
-std::vector<uint8_t> fullSaveBytes(const Playbook& relaid, std::vector<uint8_t> original);
+[[nodiscard]] std::vector<uint8_t> fullSaveBytes(const Playbook& relaid, std::vector<uint8_t> original);
 
 // Full Save without the confirmation: relays, writes, and only after the file
 // was written replaces `pb` with the relaid model.
@@ -44,7 +41,7 @@ void fullSave(Playbook& pb);
 
 // The mask file's bytes: `existing` (the target's current contents, or empty)
 // with 0xFF over every sequence's run at offset = game address.
-std::vector<uint8_t> maskBytes(const Playbook& pb, std::vector<uint8_t> existing);
+[[nodiscard]] std::vector<uint8_t> maskBytes(const Playbook& pb, std::vector<uint8_t> existing);
 
 // Writes the mask of the known sequences into `outPath` (created, or changed in
 // place without truncation).

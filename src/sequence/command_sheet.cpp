@@ -1,5 +1,7 @@
 #include "sequence/command_sheet.h"
 
+#include "sequence/command_codes.h"
+
 #include "model/hex.h"
 #include "model/rom_error.h"
 #include "model/text_file.h"
@@ -56,7 +58,7 @@ CommandSheet parseCommandSheet(const std::string& text) {
 }
 
 std::string commandSheetPath(const std::string& dataDir, int command) {
-    const int code = command < 0xC0 ? (command & 0xF0) : command;
+    const int code = cmd::isLowCode(command) ? (command & cmd::kLowCodeMask) : command;
     return dataDir + "/cmdinfo/" + hex2(code) + ".txt";
 }
 
@@ -66,6 +68,13 @@ std::optional<CommandSheet> loadCommandSheet(const std::string& dataDir, int com
     } catch (const RomError&) {
         return std::nullopt;
     }
+}
+
+const CommandSheet* CommandSheets::sheetFor(int command) {
+    const std::string path = commandSheetPath(dataDir_, command);
+    auto it = cache_.find(path);
+    if (it == cache_.end()) it = cache_.emplace(path, loadCommandSheet(dataDir_, command)).first;
+    return it->second ? &*it->second : nullptr;
 }
 
 }  // namespace zpe

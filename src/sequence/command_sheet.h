@@ -8,6 +8,7 @@
 // Any other key is skipped on its own, so the fields after it are read as keys.
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace zpe {
@@ -34,6 +35,20 @@ CommandSheet parseCommandSheet(const std::string& text);
 std::string commandSheetPath(const std::string& dataDir, int command);
 
 // The command's sheet, or none when it has no sheet file.
-std::optional<CommandSheet> loadCommandSheet(const std::string& dataDir, int command);
+[[nodiscard]] std::optional<CommandSheet> loadCommandSheet(const std::string& dataDir, int command);
+
+// The sheets of one data folder, each file read the first time its code is
+// asked for and kept until clear() (the window clears them on every open).
+class CommandSheets {
+public:
+    explicit CommandSheets(std::string dataDir) : dataDir_(std::move(dataDir)) {}
+    // The sheet of `command`, nullptr when it has none. Valid until clear().
+    const CommandSheet* sheetFor(int command);
+    void clear() { cache_.clear(); }
+
+private:
+    std::string dataDir_;
+    std::unordered_map<std::string, std::optional<CommandSheet>> cache_;  // by sheet path
+};
 
 }  // namespace zpe

@@ -1,5 +1,6 @@
 // The readable text of each command and of a whole sequence.
 #include "model/tables.h"
+#include "sequence/command_codes.h"
 #include "sequence/sequence.h"
 
 namespace zpe {
@@ -29,25 +30,25 @@ std::string clsSequence::commandName(int i, const CmdNames& names) const {
     const SeqCommand& cmd = at(i);
     const int16_t d0 = cmd.data[0], d1 = cmd.data[1], d2 = cmd.data[2];
     switch (cmd.command) {
-    case 0x20: return "Cond. Branch (20) to " + hex2(d2) + hex2(d1);
-    case 0x30: return "Block " + positionName(defPosNames, d0);
-    case 0x40: return "Chop Block " + positionName(defPosNames, d0);
-    case 0x50: return "Handoff to " + positionName(offPosNames, d0);
-    case 0x60: return "Fake Handoff to " + positionName(offPosNames, d0);
-    case 0x70: return "Pitch to " + positionName(offPosNames, d0);
-    case 0xA0: return "Route #" + decimal(d0 + 1);
-    case 0xC7: return "Cond. Branch (C7) to " + hex2(d1) + hex2(d0);
-    case 0xD7: {
+    case cmd::kRandomBranch: return "Cond. Branch (20) to " + hex2(d2) + hex2(d1);
+    case cmd::kBlock: return "Block " + positionName(defPosNames, d0);
+    case cmd::kChopBlock: return "Chop Block " + positionName(defPosNames, d0);
+    case cmd::kHandOff: return "Handoff to " + positionName(offPosNames, d0);
+    case cmd::kFakeHandOff: return "Fake Handoff to " + positionName(offPosNames, d0);
+    case cmd::kPitch: return "Pitch to " + positionName(offPosNames, d0);
+    case cmd::kReceiverOrder: return "Route #" + decimal(d0 + 1);
+    case cmd::kBranchComVsHuman: return "Cond. Branch (C7) to " + hex2(d1) + hex2(d0);
+    case cmd::kMoveRelative: {
         const bool vertical = (d0 & 0xFF) != 0;
         return "Move Relative (" + moveAxis(d0, "D-", "U-") + (vertical ? "," : "") + moveAxis(d1, "R-", "L-") + ")";
     }
-    case 0xFE:
-        if ((d0 & 0xFF) >= 0x80) {
+    case cmd::kRelativeJump:
+        if ((d0 & 0xFF) >= cmd::kBackwardOffset) {
             const int32_t back = 256 - (d0 & 0xFF);
             return "Loop Back " + decimal(back) + " byte" + (back == 1 ? "" : "s");
         }
         return "+R:" + hexPlain(nextAddr_);
-    case 0xFF: return "+A:" + hexPlain(nextAddr_);
+    case cmd::kAbsoluteJump: return "+A:" + hexPlain(nextAddr_);
     default: break;
     }
     std::string text = names[static_cast<size_t>(cmd.command) & 0xFF];

@@ -1,19 +1,16 @@
 #include "sequence/sequence.h"
 
 #include "model/tables.h"
+#include "sequence/command_codes.h"
 
 #include <stdexcept>
 #include <utility>
 
 namespace zpe {
 
+using namespace cmd;
+
 namespace {
-constexpr int16_t kRelativeJump = 0xFE;
-constexpr int16_t kAbsoluteJump = 0xFF;
-constexpr int16_t kComPass = 0x90;
-
-bool isLowCode(int32_t command) { return command < 0xC0; }
-
 uint8_t clampByte(int32_t v) { return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v); }
 }  // namespace
 
@@ -42,15 +39,15 @@ void clsSequence::load(Image& fp, bool KR) {
         SeqCommand cmd;
         cmd.address = startAddr_ + sizeBytes_;
 
-        if (b < 0xC0) {
-            const int32_t hi = b & 0xF0;
-            const int32_t length = hi == kComPass ? (b & 0x0F) + 1 : cmdLenByNibble[static_cast<size_t>(hi >> 4)];
+        if (isLowCode(b)) {
+            const int32_t hi = b & kLowCodeMask;
+            const int32_t length = hi == kComPass ? (b & kLowNibbleMask) + 1 : cmdLenByNibble[static_cast<size_t>(hi >> 4)];
             if (fp.remaining() < length - 1) {
                 truncated_ = true;
                 return;
             }
             cmd.command = static_cast<int16_t>(hi);
-            cmd.data[0] = static_cast<int16_t>(b & 0x0F);
+            cmd.data[0] = static_cast<int16_t>(b & kLowNibbleMask);
             for (int32_t k = 1; k < length; ++k) cmd.data[static_cast<size_t>(k)] = fp.readByte();
             cmd.dataLen = static_cast<int16_t>(length);
             sizeBytes_ += length;
@@ -59,11 +56,12 @@ void clsSequence::load(Image& fp, bool KR) {
         }
 
         cmd.command = static_cast<int16_t>(b);
-        int32_t length = cmdLenHigh[static_cast<size_t>(b - 0xC0)];
-        if (KR && (b == 0xEA || b == 0xEC)) length = 1;
-        // 0xD3 goes on only when an 0xFF follows it; the byte is looked at, not taken.
-        if (b == 0xD3 && !(fp.remaining() >= 1 && fp.bytes()[static_cast<size_t>(fp.position())] == 0xFF)) length = 0;
-        if (b == 0xC4 || b == 0xC5) length = 0;
+        int32_t length = cmdLenHigh[static_cast<size_t>(b - kFirstHighCode)];
+        if (KR && (b == kThreePointStance || b == kTwoPointStance)) length = 1;
+        // A long snap goes on only when an absolute jump follows it; the byte is looked at, not taken.
+        if (b == kLongSnap && !(fp.remaining() >= 1 && fp.bytes()[static_cast<size_t>(fp.position())] == kAbsoluteJump))
+            length = 0;
+        if (b == kCelebrate || b == kDejected) length = 0;
 
         if (length != 0) {
             if (fp.remaining() < length - 1) {
@@ -79,7 +77,7 @@ void clsSequence::load(Image& fp, bool KR) {
 
         // An end command.
         int32_t dataBytes = 0;
-        if (b == 0xC4 || b == 0xC5 || b == kRelativeJump) dataBytes = 1;
+        if (b == kCelebrate || b == kDejected || b == kRelativeJump) dataBytes = 1;
         else if (b == kAbsoluteJump) dataBytes = 2;
         if (fp.remaining() < dataBytes) {
             truncated_ = true;
@@ -91,7 +89,7 @@ void clsSequence::load(Image& fp, bool KR) {
         if (b == kAbsoluteJump) {
             nextAddr_ = cmd.data[1] * 256 + cmd.data[0];
         } else if (b == kRelativeJump) {
-            if (cmd.data[0] < 0x80) nextAddr_ = cmd.address + cmd.data[0];
+            if (cmd.data[0] < kBackwardOffset) nextAddr_ = cmd.address + cmd.data[0];
         } else {
             nextAddr_ = 0;
         }
@@ -120,7 +118,7 @@ void clsSequence::data(int pos, int i, int16_t value) {
     if (cmd.command == kAbsoluteJump) {
         nextAddr_ = cmd.data[1] * 256 + cmd.data[0];
     } else if (cmd.command == kComPass && i == 0) {
-        const auto newLen = static_cast<int16_t>((value & 0x0F) + 1);
+        const auto newLen = static_cast<int16_t>((value & kLowNibbleMask) + 1);
         sizeBytes_ += newLen - cmd.dataLen;
         cmd.dataLen = newLen;
     }
@@ -137,7 +135,7 @@ void clsSequence::swapCommands(int pos1, int pos2) { std::swap(at(pos1), at(pos2
 void clsSequence::convertRelJump() {
     if (cmds_.empty()) return;
     SeqCommand& last = cmds_.back();
-    if (last.command != kRelativeJump || last.data[0] >= 0x80) return;
+    if (last.command != kRelativeJump || last.data[0] >= kBackwardOffset) return;
     last.command = kAbsoluteJump;
     last.dataLen = 2;
     last.data[0] = static_cast<int16_t>(nextAddr_ & 0xFF);
@@ -154,7 +152,7 @@ std::vector<uint8_t> clsSequence::encode() const {
     out.reserve(static_cast<size_t>(sizeBytes_ > 0 ? sizeBytes_ : 0));
     for (const SeqCommand& cmd : cmds_) {
         if (isLowCode(cmd.command)) {
-            out.push_back(clampByte(cmd.command + (cmd.data[0] & 0x0F)));
+            out.push_back(clampByte(cmd.command + (cmd.data[0] & kLowNibbleMask)));
             for (int j = 1; j < cmd.dataLen; ++j) out.push_back(clampByte(cmd.data[static_cast<size_t>(j)]));
         } else {
             out.push_back(clampByte(cmd.command));

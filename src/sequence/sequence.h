@@ -94,7 +94,7 @@ public:
     uint8_t lastCommand() const;
 
     // The bytes of the sequence as a save writes them, byteSize() bytes long.
-    std::vector<uint8_t> encode() const;
+    [[nodiscard]] std::vector<uint8_t> encode() const;
 
     const std::vector<SeqCommand>& commands() const { return cmds_; }
 

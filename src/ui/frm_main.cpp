@@ -75,7 +75,8 @@ QTreeWidget* listView(QWidget* parent, std::initializer_list<Column> columns) {
 }  // namespace
 
 frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* parent)
-    : QMainWindow(parent), dialogs_(dialogs), dataDir_(std::move(dataDir)), cpuDir_(std::move(cpuDir)) {
+    : QMainWindow(parent), sheets_(dataDir.toStdString()), dialogs_(dialogs), dataDir_(std::move(dataDir)),
+      cpuDir_(std::move(cpuDir)) {
     setWindowTitle("Zentrel Playbook Editor BETA3");
     // The layout is designed in twips for an 8-point face; a larger default font would clip the columns.
     QFont face = font();
@@ -121,16 +122,14 @@ frmMain::~frmMain() = default;
 
 void frmMain::buildMenus() {
     QMenu* file = menuBar()->addMenu("&File");
-    mnuFile = file->menuAction();
     mnuFileOpen = file->addAction("&Open...", this, [this] { mnuFileOpen_Click(); });
     mnuFileSafeSave = file->addAction("&Safe Save", this, [this] { mnuFileSafeSave_Click(); });
     mnuFileSave = file->addAction("Full Save (Unsafe!)", this, [this] { mnuFileSave_Click(); });
-    mnuFileB1 = file->addSeparator();
+    file->addSeparator();
     mnuFileExportMaskROM = file->addAction("Export Mask ROM", this, [this] { mnuFileExportMaskROM_Click(); });
-    mnuFileB2 = file->addSeparator();
+    file->addSeparator();
     mnuFileExit = file->addAction("E&xit", this, [this] { mnuFileExit_Click(); });
     QMenu* help = menuBar()->addMenu("&Help");
-    mnuHelp = help->menuAction();
     mnuHelpAbout = help->addAction("&About", this, [this] { mnuHelpAbout_Click(); });
 }
 
@@ -186,7 +185,7 @@ void frmMain::Form_Load() {
     cmdNames = loadCmdNames(dataDir_.toStdString());
     cmbNewSeqCmd->clear();
     for (const std::string& item : newCommandItems(cmdNames)) cmbNewSeqCmd->addItem(QString::fromLatin1(item));
-    slotAction = 0;
+    slotAction = SlotAction::None;
     updateMenuBar();
 }
 
@@ -259,7 +258,7 @@ void frmMain::hideTabControls() {
 
 void frmMain::UpdateTabs() {
     hideTabControls();
-    slotAction = 0;
+    slotAction = SlotAction::None;
     const LayoutInput in{selectedTab(), tabClient(), showFormationGFX, showPlaySlotDetails, showSeqDetails};
     bool completed = true;
     for (const LayoutStep& step : tabLayout(in)) {
@@ -304,13 +303,13 @@ bool frmMain::eventFilter(QObject* watched, QEvent* event) {
 
 int frmMain::selectedRow(QTreeWidget* list) {
     const auto selected = list->selectedItems();
-    if (selected.isEmpty()) return 0;
-    return list->indexOfTopLevelItem(selected.first()) + 1;
+    if (selected.isEmpty()) return -1;
+    return list->indexOfTopLevelItem(selected.first());
 }
 
 void frmMain::selectRow(QTreeWidget* list, int row) {
     list->clearSelection();
-    if (QTreeWidgetItem* item = list->topLevelItem(row - 1)) {
+    if (QTreeWidgetItem* item = row >= 0 ? list->topLevelItem(row) : nullptr) {
         item->setSelected(true);
         list->setCurrentItem(item);
     }
@@ -327,7 +326,7 @@ void frmMain::clearLists() {
 }
 
 namespace {
-// One list item per row, aligned as the list's columns are; the key (if any) in the item's data.
+// One list item per row, aligned as the list's columns are; a sequence's address in the item's data.
 QList<QTreeWidgetItem*> makeItems(const QTreeWidget* lv, const std::vector<ListRow>& rows) {
     QList<QTreeWidgetItem*> items;
     items.reserve(static_cast<qsizetype>(rows.size()));
@@ -337,7 +336,7 @@ QList<QTreeWidgetItem*> makeItems(const QTreeWidget* lv, const std::vector<ListR
             item->setText(static_cast<int>(c), QString::fromLatin1(row.cells[c]));
             item->setTextAlignment(static_cast<int>(c), Qt::Alignment(lv->headerItem()->textAlignment(static_cast<int>(c))));
         }
-        if (!row.key.empty()) item->setData(0, Qt::UserRole, QString::fromStdString(row.key));
+        if (row.address >= 0) item->setData(0, Qt::UserRole, row.address);
         items.push_back(item);
     }
     return items;
@@ -355,13 +354,22 @@ void frmMain::fillLists(const ListRows& rows) {
 
 bool frmMain::openImage(const QString& path) {
     clearLists();
-    const QString cpuPath = QDir(cpuDir_).filePath("cpu.txt");
-    const OpenResult result = openRom(pb, path.toStdString(), OpenOptions{dataDir_.toStdString(), cpuPath.toStdString()},
-                                      cmdNames);
     // The previous image's working copy must not be applied to this one.
     clearSeqPanel();
-    if (!result.ok) return false;  // the open ends silently; saves refuse until an open completes
-    fillLists(result.rows);
+    sheets_.clear();
+    ListRows rows;
+    try {
+        Playbook opened = openRom(path.toStdString(), dataDir_.toStdString());
+        writeGapListing(opened, QDir(cpuDir_).filePath("cpu.txt").toStdString());
+        rows = buildRows(opened, cmdNames);
+        pb = std::move(opened);
+    } catch (const std::exception&) {
+        // The open ends silently; the path is kept, and saves refuse until an open completes.
+        pb = Playbook{};
+        pb.romPath = path.toStdString();
+        return false;
+    }
+    fillLists(rows);
     updateMenuBar();
     return true;
 }
@@ -412,8 +420,9 @@ void frmMain::mnuFileExportMaskROM_Click() {
     if (!path) return;
     try {
         exportMaskRom(pb, path->toStdString());
-    } catch (const std::exception&) {
-        // Export Mask ROM ends silently on any error.
+    } catch (const std::exception& e) {
+        // No box: the reason goes to the status bar.
+        StatusBar1->setText(QString::fromLocal8Bit(e.what()));
     }
 }
 

@@ -6,6 +6,8 @@
 #include "playbook/list_rows.h"
 #include "playbook/playbook.h"
 #include "sequence/catalogue.h"
+#include "sequence/command_panel.h"
+#include "sequence/command_sheet.h"
 #include "ui/dialogs.h"
 #include "ui/layout.h"
 
@@ -24,11 +26,16 @@ class QPushButton;
 class QTabBar;
 class QTreeWidget;
 class QWidget;
+class FrmMainTest;
+class SeqPanelTest;
 
 namespace zpe {
 
 class PictureBox;
 class UpDown;
+
+// A pending slot action of the Play Slots tab: the next click in the list picks its target.
+enum class SlotAction { None, Copy, Swap };
 
 class frmMain : public QMainWindow {
 public:
@@ -36,57 +43,17 @@ public:
     frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* parent = nullptr);
     ~frmMain() override;
 
-    // --- State (all start at zero / false) ---
-    Playbook pb;
-    CmdNames cmdNames;
-    int slotAction = 0;        // 0 none, 1 copy, 2 swap
-    int slotActionSource = 0;  // 1-based row of the pending action's source
-    bool showFormationGFX = false;
-    bool showPlaySlotDetails = false;
-    bool showSeqDetails = false;
-    clsSequence curSeq;           // the sequence editor's working copy
-    bool updatingDetails = false;  // the panel is filling itself: changes are not edits
-
-    // --- Controls ---
-    QAction *mnuFile, *mnuFileOpen, *mnuFileSafeSave, *mnuFileSave, *mnuFileB1, *mnuFileExportMaskROM, *mnuFileB2,
-        *mnuFileExit, *mnuHelp, *mnuHelpAbout;
-    QWidget* client;  // the form's client area below the menu bar
-    QFrame* tabsFrame;
-    QTabBar* tabs;
-    QFrame* tabsPanel;  // the frame drawn under the tab headers
-    QTreeWidget *lvFormations, *lvPlaySlots, *lvPlays, *lvSequences;
-    QFrame *fraFormationButtons, *fraPlaySlots, *fraPlayDetails, *fraSeq, *fraSeqDetails;
-    QPushButton *cmdFormationViewGFX, *cmdCopyPlaySlot, *cmdSwapPlaySlot, *cmdPlaySlotDetails, *cmdSeqDetails;
-    PictureBox *picFormation, *picPlay;
-    QLabel* StatusBar1;
-    // The sequence editor panel inside fraSeqDetails.
-    QListWidget* lstSeqCommands;
-    UpDown* udSeqCommand;
-    std::array<QLabel*, 4> lblCmdData{};
-    std::array<QLineEdit*, 4> txtSeqData{};
-    std::array<QComboBox*, 4> cmbCmdData{};
-    QPlainTextEdit* txtCmdNotes;
-    QPushButton *cmdSeqDelCmd, *cmdSeqApply, *cmdSeqAddCmd;
-    QComboBox* cmbNewSeqCmd;
-
-    // --- Frame ---
-    void UpdateTabs();
-    void updateMenuBar();
-    // The open procedure after the dialog: reads the image into the model and
-    // fills the lists. False (and silent) when it stopped.
+    // The open procedure after the dialog: reads the image into the model, writes
+    // cpu.txt and fills the lists. False (and silent) when it stopped: the lists
+    // stay empty and saves refuse until an open completes.
     bool openImage(const QString& path);
-    // The selected tab, 1..4.
+    // The selected tab, 1..4 (the tab strip's own numbering).
     int selectedTab() const;
     void selectTab(int index);
-    // The display area of the tab strip, in twips.
-    TwipRect tabClient() const;
-    // The form's client size in twips (ScaleWidth, ScaleHeight: the area below
-    // the menu bar, status bar included).
-    int scaleWidth() const;
-    int scaleHeight() const;
     // Sets the client size (twips) as the window's design size does.
     void setClientSize(int widthTwips, int heightTwips);
 
+    // The handlers, named after the control and event they answer.
     void Form_Resize();
     void tabs_Click();
     void mnuFileOpen_Click();
@@ -95,38 +62,25 @@ public:
     void mnuFileExportMaskROM_Click();
     void mnuFileExit_Click();
     void mnuHelpAbout_Click();
-
-    // --- Formations tab ---
     void lvFormations_Click();
     void cmdFormationViewGFX_Click();
-    void updateFormationButtons();
-
-    // --- Play Slots tab ---
     void lvPlaySlots_Click();
     void cmdCopyPlaySlot_Click();
     void cmdSwapPlaySlot_Click();
     void cmdPlaySlotDetails_Click();
-    void updatePlaySlotButtons();
-    void lvPlaySlots_refreshRow(int row);
-    void DrawPlay(PictureBox* pic, int slotIndex);
-
-    // --- Sequences tab ---
     void cmdSeqDetails_Click();
     void lvSequences_Click();
     void lstSeqCommands_Click();
-    void lstSeqCommands_update();
-    void lstSeqCommands_refresh();
     void txtSeqData_Change(int index);
     void cmbCmdData_Click(int index);
     void cmdSeqDelCmd_Click();
     void cmdSeqApply_Click();
     void udSeqCommand_UpClick();
     void udSeqCommand_DownClick();
-    // Empties the panel and disables "Apply" (a new image, a relaid one).
-    void clearSeqPanel();
 
-    // 1-based number of the selected row of a list view; 0 when none is selected.
+    // 0-based index of the selected row of a list view; -1 when none is selected.
     static int selectedRow(QTreeWidget* list);
+    // Selects row `row` (0-based); any other value leaves no row selected.
     static void selectRow(QTreeWidget* list, int row);
 
 protected:
@@ -134,7 +88,22 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
-    void startOrCancelSlotAction(int action);
+    // The window tests and the screenshot writer look at the controls and the state.
+    friend class ::FrmMainTest;
+    friend class ::SeqPanelTest;
+    friend QStringList writeScreenshots(const QString& imagePath, const QString& dir, const QString& dataDir);
+
+    void UpdateTabs();
+    void updateMenuBar();
+    void updateFormationButtons();
+    void updatePlaySlotButtons();
+    void lvPlaySlots_refreshRow(int row);
+    void DrawPlay(PictureBox* pic, int slotIndex);
+    void lstSeqCommands_update();
+    void lstSeqCommands_refresh();
+    // Empties the panel and disables "Apply" (a new image, a relaid one).
+    void clearSeqPanel();
+    void startOrCancelSlotAction(SlotAction action);
     void buildMenus();
     void buildFormationsTab();
     void buildPlaySlotsTab();
@@ -150,8 +119,47 @@ private:
     void refreshAddressLists();
     void setRowCells(QTreeWidget* list, int index, const ListRow& row);
     void reportFailure(const QString& title, const std::exception& error);
-    // The selected sequence's address from its row key ("x" + decimal), or none.
+    // The selected sequence's address, or none.
     std::optional<int32_t> selectedSequenceAddress() const;
+    // The display area of the tab strip, in twips.
+    TwipRect tabClient() const;
+    // The form's client size in twips (ScaleWidth, ScaleHeight: the area below
+    // the menu bar, status bar included).
+    int scaleWidth() const;
+    int scaleHeight() const;
+
+    // --- State ---
+    Playbook pb;
+    CmdNames cmdNames;
+    CommandSheets sheets_;
+    SlotAction slotAction = SlotAction::None;
+    int slotActionSource = -1;  // row of the pending action's source
+    bool showFormationGFX = false;
+    bool showPlaySlotDetails = false;
+    bool showSeqDetails = false;
+    clsSequence curSeq;            // the sequence editor's working copy
+    bool updatingDetails = false;  // the panel is filling itself: changes are not edits
+
+    // --- Controls ---
+    QAction *mnuFileOpen, *mnuFileSafeSave, *mnuFileSave, *mnuFileExportMaskROM, *mnuFileExit, *mnuHelpAbout;
+    QWidget* client;  // the form's client area below the menu bar
+    QFrame* tabsFrame;
+    QTabBar* tabs;
+    QFrame* tabsPanel;  // the frame drawn under the tab headers
+    QTreeWidget *lvFormations, *lvPlaySlots, *lvPlays, *lvSequences;
+    QFrame *fraFormationButtons, *fraPlaySlots, *fraPlayDetails, *fraSeq, *fraSeqDetails;
+    QPushButton *cmdFormationViewGFX, *cmdCopyPlaySlot, *cmdSwapPlaySlot, *cmdPlaySlotDetails, *cmdSeqDetails;
+    PictureBox *picFormation, *picPlay;
+    QLabel* StatusBar1;
+    // The sequence editor panel inside fraSeqDetails.
+    QListWidget* lstSeqCommands;
+    UpDown* udSeqCommand;
+    std::array<QLabel*, kPanelSlots> lblCmdData{};
+    std::array<QLineEdit*, kPanelSlots> txtSeqData{};
+    std::array<QComboBox*, kPanelSlots> cmbCmdData{};
+    QPlainTextEdit* txtCmdNotes;
+    QPushButton *cmdSeqDelCmd, *cmdSeqApply, *cmdSeqAddCmd;
+    QComboBox* cmbNewSeqCmd;
 
     Dialogs& dialogs_;
     QString dataDir_;

@@ -12,8 +12,8 @@ namespace zpe {
 void frmMain::lvFormations_Click() {
     updateFormationButtons();
     const int row = selectedRow(lvFormations);
-    if (row == 0) return;
-    const std::vector<int> missing = drawFormation(picFormation->canvas(), pb, row - 1);
+    if (row < 0) return;
+    const std::vector<int> missing = drawFormation(picFormation->canvas(), pb, row);
     picFormation->update();
     for (int player : missing)
         dialogs_.message({"Unable to find the sequence for " + QString::fromLatin1(offPosNames[static_cast<size_t>(player)]),
@@ -27,7 +27,7 @@ void frmMain::cmdFormationViewGFX_Click() {
 
 void frmMain::updateFormationButtons() {
     cmdFormationViewGFX->setText(showFormationGFX ? "Hide GFX" : "View GFX");
-    cmdFormationViewGFX->setEnabled(selectedRow(lvFormations) != 0);
+    cmdFormationViewGFX->setEnabled(selectedRow(lvFormations) >= 0);
 }
 
 }  // namespace zpe

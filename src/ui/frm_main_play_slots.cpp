@@ -20,16 +20,15 @@ void frmMain::updatePlaySlotButtons() {
     cmdSwapPlaySlot->setText("Swap");
     cmdPlaySlotDetails->setText(showPlaySlotDetails ? "Hide Details" : "Show Details");
     StatusBar1->setText("");
-    const QString sourceName =
-        slotActionSource >= 1 && slotActionSource <= kSlotCount
-            ? QString::fromLatin1(pb.playSlots[static_cast<size_t>(slotActionSource - 1)].name())
-            : QString();
-    if (slotAction == 0) {
-        const bool selected = selectedRow(lvPlaySlots) >= 1;
+    const QString sourceName = slotActionSource >= 0 && slotActionSource < kSlotCount
+                                   ? QString::fromLatin1(pb.playSlots[static_cast<size_t>(slotActionSource)].name())
+                                   : QString();
+    if (slotAction == SlotAction::None) {
+        const bool selected = selectedRow(lvPlaySlots) >= 0;
         cmdCopyPlaySlot->setEnabled(selected);
         cmdSwapPlaySlot->setEnabled(selected);
-    } else if (slotAction == 1 || slotAction == 2) {
-        const bool copy = slotAction == 1;
+    } else {
+        const bool copy = slotAction == SlotAction::Copy;
         QPushButton* pending = copy ? cmdCopyPlaySlot : cmdSwapPlaySlot;
         StatusBar1->setText(QString("Select the slot to be %1 with ").arg(copy ? "replaced" : "swapped") + sourceName + "...");
         pending->setText(copy ? "Cancel Copy" : "Cancel Swap");
@@ -38,18 +37,18 @@ void frmMain::updatePlaySlotButtons() {
     }
 }
 
-void frmMain::startOrCancelSlotAction(int action) {
-    if (slotAction == 0) {
+void frmMain::startOrCancelSlotAction(SlotAction action) {
+    if (slotAction == SlotAction::None) {
         slotActionSource = selectedRow(lvPlaySlots);
-        slotAction = slotActionSource >= 1 ? action : 0;
+        slotAction = slotActionSource >= 0 ? action : SlotAction::None;
     } else if (slotAction == action) {
-        slotAction = 0;
+        slotAction = SlotAction::None;
     }
     updatePlaySlotButtons();
 }
 
-void frmMain::cmdCopyPlaySlot_Click() { startOrCancelSlotAction(1); }
-void frmMain::cmdSwapPlaySlot_Click() { startOrCancelSlotAction(2); }
+void frmMain::cmdCopyPlaySlot_Click() { startOrCancelSlotAction(SlotAction::Copy); }
+void frmMain::cmdSwapPlaySlot_Click() { startOrCancelSlotAction(SlotAction::Swap); }
 
 void frmMain::cmdPlaySlotDetails_Click() {
     showPlaySlotDetails = !showPlaySlotDetails;
@@ -57,20 +56,20 @@ void frmMain::cmdPlaySlotDetails_Click() {
 }
 
 void frmMain::lvPlaySlots_refreshRow(int row) {
-    if (row < 1 || row > kSlotCount) return;
-    setRowCells(lvPlaySlots, row - 1, playSlotRow(pb, row - 1));
+    if (row < 0 || row >= kSlotCount) return;
+    setRowCells(lvPlaySlots, row, playSlotRow(pb, row));
 }
 
 void frmMain::lvPlaySlots_Click() {
     const int t = selectedRow(lvPlaySlots);
-    if (slotAction == 1 || slotAction == 2) {
+    if (slotAction != SlotAction::None) {
         // A click that leaves no row selected ends the pending action with no change.
-        if (t >= 1) {
-            const int ss = slotActionSource - 1, tt = t - 1;
-            const SlotActionResult result = slotAction == 2 ? swapSlot(pb, ss, tt) : copySlot(pb, ss, tt);
+        if (t >= 0) {
+            const SlotActionResult result = slotAction == SlotAction::Swap ? swapSlot(pb, slotActionSource, t)
+                                                                             : copySlot(pb, slotActionSource, t);
             switch (result.outcome) {
             case SlotActionOutcome::KindMixed:
-                slotAction = 0;
+                slotAction = SlotAction::None;
                 updatePlaySlotButtons();
                 dialogs_.message({kKindRefusedMessage, "Information", MsgIcon::Information, MsgButtons::Ok, MsgAnswer::Ok});
                 return;
@@ -78,13 +77,13 @@ void frmMain::lvPlaySlots_Click() {
                 dialogs_.message({kActionCancelledMessage, "Cancel", MsgIcon::Information, MsgButtons::Ok, MsgAnswer::Ok});
                 break;
             case SlotActionOutcome::Done:
-                for (int s : result.changedSlots) lvPlaySlots_refreshRow(s + 1);
+                for (int s : result.changedSlots) lvPlaySlots_refreshRow(s);
                 break;
             }
         }
     }
-    if (t >= 1) DrawPlay(picPlay, t - 1);
-    slotAction = 0;
+    if (t >= 0) DrawPlay(picPlay, t);
+    slotAction = SlotAction::None;
     updatePlaySlotButtons();
 }
 

@@ -17,8 +17,8 @@
 namespace zpe {
 
 namespace {
-constexpr int kSlotTops[4] = {240, 600, 960, 1320};
-const char* const kSlotLetters[4] = {"A", "B", "C", "D"};
+constexpr int kSlotTops[kPanelSlots] = {240, 600, 960, 1320};
+const char* const kSlotLetters[kPanelSlots] = {"A", "B", "C", "D"};
 
 QRect px(int l, int t, int w, int h) { return QRect(pixels(l), pixels(t), pixels(w), pixels(h)); }
 }  // namespace
@@ -39,18 +39,19 @@ void frmMain::buildSeqDetailsPanel() {
     cmdSeqDelCmd->setGeometry(px(3120, 1680, 1215, 375));
     connect(cmdSeqDelCmd, &QPushButton::clicked, this, [this] { cmdSeqDelCmd_Click(); });
 
-    for (int k = 0; k < 4; ++k) {
+    for (size_t k = 0; k < kPanelSlots; ++k) {
         // The labels reach from their design left edge to the text boxes, so sheet labels fit.
         lblCmdData[k] = new QLabel(QString("Data ") + kSlotLetters[k] + ":", e);
         lblCmdData[k]->setGeometry(px(3600, kSlotTops[k], 4440 - 3600 - 30, 195 + 60));
         txtSeqData[k] = new QLineEdit(e);
         txtSeqData[k]->setGeometry(px(4440, kSlotTops[k], 495, 285));
         txtSeqData[k]->setMaxLength(2);
-        connect(txtSeqData[k], &QLineEdit::textChanged, this, [this, k](const QString&) { txtSeqData_Change(k); });
+        connect(txtSeqData[k], &QLineEdit::textChanged, this,
+                [this, k](const QString&) { txtSeqData_Change(static_cast<int>(k)); });
         cmbCmdData[k] = new QComboBox(e);
         cmbCmdData[k]->setGeometry(px(4800, kSlotTops[k], 1095, 315));
         cmbCmdData[k]->setEditable(false);
-        connect(cmbCmdData[k], &QComboBox::activated, this, [this, k](int) { cmbCmdData_Click(k); });
+        connect(cmbCmdData[k], &QComboBox::activated, this, [this, k](int) { cmbCmdData_Click(static_cast<int>(k)); });
         lblCmdData[k]->hide();
         txtSeqData[k]->hide();
         cmbCmdData[k]->hide();
@@ -79,7 +80,7 @@ std::optional<int32_t> frmMain::selectedSequenceAddress() const {
     const auto selected = lvSequences->selectedItems();
     if (selected.isEmpty()) return std::nullopt;
     bool ok = false;
-    const int32_t address = selected.first()->data(0, Qt::UserRole).toString().mid(1).toInt(&ok);
+    const int32_t address = selected.first()->data(0, Qt::UserRole).toInt(&ok);
     if (!ok) return std::nullopt;
     return address;
 }
@@ -99,7 +100,7 @@ void frmMain::lstSeqCommands_update() {
     for (int i = 0; i < curSeq.commandCount(); ++i)
         lstSeqCommands->addItem(QString::fromLatin1(hex4(curSeq.commandAddress(i)) + ": " + curSeq.commandName(i, cmdNames)));
     if (lstSeqCommands->count() == 0) {
-        for (int k = 0; k < 4; ++k) {
+        for (size_t k = 0; k < kPanelSlots; ++k) {
             txtSeqData[k]->hide();
             cmbCmdData[k]->hide();
         }
@@ -118,63 +119,23 @@ void frmMain::lstSeqCommands_Click() {
     if (!selectedSequenceAddress()) return;
     const int p = lstSeqCommands->currentRow();
     if (p < 0 || p >= curSeq.commandCount()) return;
+    const CommandPanelView view = describeCommand(curSeq, p, sheets_.sheetFor(curSeq.command(p)));
     updatingDetails = true;
-    for (int k = 0; k < 4; ++k) {
-        txtSeqData[k]->hide();
-        txtSeqData[k]->clear();
-        lblCmdData[k]->setText(QString("Data ") + kSlotLetters[k] + ":");
-        lblCmdData[k]->hide();
-        cmbCmdData[k]->hide();
+    for (size_t k = 0; k < kPanelSlots; ++k) {
+        const DataSlotView& slot = view.dataSlots[k];
+        lblCmdData[k]->setText(QString::fromLatin1(slot.label));
+        lblCmdData[k]->setVisible(slot.shown);
+        txtSeqData[k]->setMaxLength(slot.maxLength);
+        txtSeqData[k]->setText(QString::fromLatin1(slot.text));
+        txtSeqData[k]->setVisible(slot.shown && !slot.list);
+        // The list stands where the text box was.
         cmbCmdData[k]->move(txtSeqData[k]->pos());
+        cmbCmdData[k]->clear();
+        for (const std::string& item : slot.items) cmbCmdData[k]->addItem(QString::fromLatin1(item));
+        cmbCmdData[k]->setCurrentIndex(slot.selected);
+        cmbCmdData[k]->setVisible(slot.list);
     }
-    txtCmdNotes->clear();
-
-    const int c = curSeq.command(p);
-    const int dataLen = curSeq.dataLen(p);
-    const int shown = std::min(dataLen, 4);
-    txtSeqData[0]->setMaxLength(c >= 0xC0 ? 2 : 1);  // a low code's slot A is its low nibble
-    for (int k = 1; k < 4; ++k) txtSeqData[k]->setMaxLength(2);
-    for (int k = 0; k < shown; ++k) {
-        txtSeqData[k]->show();
-        lblCmdData[k]->show();
-        txtSeqData[k]->setText(QString::fromStdString(hexPlain(static_cast<uint16_t>(curSeq.data(p, k)))));
-    }
-
-    if (const auto sheet = loadCommandSheet(dataDir_.toStdString(), c)) {
-        for (const SheetRecord& r : sheet->records) {
-            switch (r.kind) {
-            case SheetRecord::Kind::Field:
-                lblCmdData[static_cast<size_t>(r.slot)]->setText(QString::fromLatin1(r.label) + ":");
-                if (r.list) {
-                    cmbCmdData[static_cast<size_t>(r.slot)]->clear();
-                    cmbCmdData[static_cast<size_t>(r.slot)]->show();
-                    txtSeqData[static_cast<size_t>(r.slot)]->hide();
-                }
-                break;
-            case SheetRecord::Kind::Value:
-                cmbCmdData[static_cast<size_t>(r.slot)]->addItem(QString::fromLatin1(r.label));
-                break;
-            case SheetRecord::Kind::Info: txtCmdNotes->setPlainText(QString::fromLatin1(r.label)); break;
-            }
-        }
-    }
-
-    for (int k = 0; k < shown; ++k) {
-        QComboBox* list = cmbCmdData[static_cast<size_t>(k)];
-        if (list->isHidden()) continue;
-        const int item = curSeq.data(p, k);
-        // A value with no item of its own leaves the list unselected.
-        list->setCurrentIndex(item >= 0 && item < list->count() ? item : -1);
-    }
-
-    // Values beyond the four slots (a COM pass with many receivers) are shown, not edited.
-    if (dataLen > 4) {
-        QString further = "Further data, shown here only (not editable):";
-        for (int k = 4; k < dataLen; ++k)
-            further += QString(" %1=%2").arg(QChar('A' + k)).arg(QString::fromStdString(hexPlain(static_cast<uint16_t>(curSeq.data(p, k)))));
-        const QString notes = txtCmdNotes->toPlainText();
-        txtCmdNotes->setPlainText(notes.isEmpty() ? further : further + "\n\n" + notes);
-    }
+    txtCmdNotes->setPlainText(QString::fromLatin1(view.notes));
     updatingDetails = false;
 }
 
@@ -237,7 +198,7 @@ void frmMain::cmdSeqApply_Click() {
 void frmMain::clearSeqPanel() {
     curSeq = clsSequence();
     lstSeqCommands->clear();
-    for (int k = 0; k < 4; ++k) {
+    for (size_t k = 0; k < kPanelSlots; ++k) {
         lblCmdData[k]->hide();
         txtSeqData[k]->hide();
         cmbCmdData[k]->hide();

@@ -37,14 +37,14 @@ QStringList writeScreenshots(const QString& imagePath, const QString& dir, const
     };
 
     window.selectTab(1);
-    frmMain::selectRow(window.lvFormations, 1);
+    frmMain::selectRow(window.lvFormations, 0);
     window.lvFormations_Click();
     window.cmdFormationViewGFX_Click();  // a new window starts with every picture and panel hidden
     shoot("formations.png");
 
     window.selectTab(2);
     window.cmdPlaySlotDetails_Click();
-    frmMain::selectRow(window.lvPlaySlots, 1);
+    frmMain::selectRow(window.lvPlaySlots, 0);
     window.lvPlaySlots_Click();
     shoot("play-slots.png");
 
@@ -53,7 +53,7 @@ QStringList writeScreenshots(const QString& imagePath, const QString& dir, const
 
     window.selectTab(4);
     window.cmdSeqDetails_Click();
-    frmMain::selectRow(window.lvSequences, 1);
+    frmMain::selectRow(window.lvSequences, 0);
     window.lvSequences_Click();
     shoot("sequences.png");
     return written;

@@ -114,7 +114,11 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(PointCase{{0xD0, 240, 8, 0xEE}, 100, 0}, PointCase{{0xD0, 150, 8, 0xEE}, 100, -90},
                       PointCase{{0xD0, 149, 8, 0xEE}, 100, 165}, PointCase{{0xD0, 16, 8, 0xEE}, 100, 32},
                       PointCase{{0xD1, 32, 8, 0xEE}, 100, -90}, PointCase{{0xD1, 31, 8, 0xEE}, 100, 174},
-                      PointCase{{0xD0, 240, 0x12, 0xEE}, 90, 0}, PointCase{{0xD0, 240, 0, 0xEE}, 108, 0}));
+                      PointCase{{0xD0, 240, 0x12, 0xEE}, 90, 0}, PointCase{{0xD0, 240, 0, 0xEE}, 108, 0}),
+    [](const auto& info) {
+        const Bytes& b = info.param.placement;
+        return hex2(b[0]) + "_" + hex2(b[1]) + "_" + hex2(b[2]);
+    });
 
 TEST(PlayDiagram, MoveToCommandsUseTheDepthRule) {
     struct Case {

@@ -16,7 +16,6 @@ TEST(AddressRule, MapsGameAddressesToFileOffsetsBothWays) {
     EXPECT_EQ(offsetOfAddress(0xA000), 0x8010);
     EXPECT_EQ(offsetOfAddress(0xBFFF), 0xA00F);
     EXPECT_EQ(addressOfOffset(0x8010), 0xA000);
-    EXPECT_EQ(kSequenceAreaOffset, 0x8010);
 }
 
 TEST(ImagePrimitives, WordsReadUnsignedLittleEndian) {
@@ -40,24 +39,6 @@ TEST(ImagePrimitives, WritesClampIntoTheStorableRange) {
     img.writeByte(300);
     img.writeByte(-1);
     EXPECT_EQ(img.bytes(), (std::vector<uint8_t>{0xFF, 0x00}));
-}
-
-TEST(ImagePrimitives, SeekRelativeCountsFromTheLastByteRead) {
-    std::vector<uint8_t> bytes(0x200);
-    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(i * 7);
-    Image img = imageOf(bytes);
-    img.seekOffset(0x100);
-    img.readByte();
-    img.seekRelative(1);
-    EXPECT_EQ(img.position(), 0x101);
-    img.seekOffset(0x100);
-    img.readByte();
-    img.seekRelative(0);
-    EXPECT_EQ(img.readByte(), bytes[0x100]);
-    img.seekOffset(0x100);
-    img.readByte();
-    img.seekRelative(5);
-    EXPECT_EQ(img.readByte(), bytes[0x105]);
 }
 
 TEST(ImagePrimitives, FailuresAreRomErrorsNamingFileAndOffset) {

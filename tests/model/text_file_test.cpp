@@ -1,6 +1,5 @@
 #include "model/hex.h"
 #include "model/rom_error.h"
-#include "model/tables.h"
 #include "model/text_file.h"
 #include "support/image_builder.h"
 
@@ -65,18 +64,6 @@ TEST(Hex, FixedAndPlainForms) {
     EXPECT_EQ(leadingHexValue("1FFzz"), 0x1FF);
     EXPECT_EQ(leadingHexValue("zz"), 0);
     EXPECT_EQ(leadingHexValue(""), 0);
-}
-
-TEST(FixedTables, SpotValues) {
-    EXPECT_EQ(cmdLenHigh[0xE4 - 0xC0], 0);
-    EXPECT_EQ(cmdLenHigh[0xFF - 0xC0], 0);
-    EXPECT_EQ(cmdLenByNibble[0x2A >> 4], 3);
-    EXPECT_EQ(offPosNames[6], "C");
-    EXPECT_EQ(offPosNames[11], "RE");
-    EXPECT_EQ(defPosNames[11], "B?");
-    EXPECT_EQ(colorRed(posColors[0]), 255);
-    EXPECT_EQ(colorBlue(posColors[3]), 255);
-    EXPECT_EQ(posColors[6], 0xCCCCCCu);
 }
 
 }  // namespace

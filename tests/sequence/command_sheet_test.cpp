@@ -1,4 +1,7 @@
+#include "sequence/command_panel.h"
 #include "sequence/command_sheet.h"
+#include "support/image_builder.h"
+#include "support/sequence_bytes.h"
 
 #include <gtest/gtest.h>
 
@@ -23,6 +26,42 @@ TEST(CommandSheets, RecordsAndTheirFaults) {
     EXPECT_EQ(commandSheetPath("d", 0x3A), "d/cmdinfo/30.txt");
     EXPECT_EQ(commandSheetPath("d", 0xC7), "d/cmdinfo/C7.txt");
     EXPECT_FALSE(loadCommandSheet("/nonexistent", 0x30).has_value());
+}
+
+// What the editor panel shows for a command, with and without a sheet.
+TEST(CommandPanel, SlotsFollowTheCommandAndItsSheet) {
+    const clsSequence seq = test::decodeBytes({0x32, 0xD7, 0x05, 0xFD, 0xC7, 0x34, 0x01, 0x94, 1, 2, 3, 4, 0xE4});
+    const CommandSheet block = parseCommandSheet("Field,1,Defender,List\r\nValue,1,0,RE\r\nValue,1,1,NT\r\n");
+    CommandPanelView v = describeCommand(seq, 0, &block);
+    EXPECT_TRUE(v.dataSlots[0].shown && v.dataSlots[0].list);
+    EXPECT_EQ(v.dataSlots[0].label, "Defender:");
+    EXPECT_EQ(v.dataSlots[0].items, (std::vector<std::string>{"RE", "NT"}));
+    EXPECT_EQ(v.dataSlots[0].selected, -1) << "a value beyond the list selects no item";
+    EXPECT_EQ(v.dataSlots[0].text, "2");
+    EXPECT_EQ(v.dataSlots[0].maxLength, 1) << "a low code's slot A is its nibble";
+    EXPECT_FALSE(v.dataSlots[1].shown);
+
+    v = describeCommand(seq, 1, nullptr);
+    EXPECT_TRUE(v.dataSlots[0].shown && v.dataSlots[1].shown && !v.dataSlots[2].shown);
+    EXPECT_EQ(v.dataSlots[1].text, "FD");
+    EXPECT_EQ(v.dataSlots[1].label, "Data B:");
+    EXPECT_EQ(v.dataSlots[0].maxLength, 2);
+    EXPECT_FALSE(v.dataSlots[0].list);
+    EXPECT_EQ(v.notes, "");
+
+    const CommandSheet branch = parseCommandSheet(
+        "Field,1,Target,List\r\nValue,1,0,First\r\nValue,1,1,Second\r\nField,3,Spare,List\r\nValue,3,0,Z\r\n"
+        "Info,notes\r\n");
+    v = describeCommand(seq, 2, &branch);
+    EXPECT_EQ(v.dataSlots[0].selected, -1);
+    EXPECT_EQ(describeCommand(test::decodeBytes({0xC7, 0x01, 0x02, 0xE4}), 0, &branch).dataSlots[0].selected, 1);
+    EXPECT_TRUE(v.dataSlots[2].list && !v.dataSlots[2].shown) << "a list the command has no value for";
+    EXPECT_EQ(v.dataSlots[2].selected, 0);
+    EXPECT_EQ(v.notes, "notes");
+
+    v = describeCommand(seq, 3, &branch);  // COM pass: five values, slots A-D and one more
+    EXPECT_EQ(v.dataSlots[3].text, "3");
+    EXPECT_EQ(v.notes, "Further data, shown here only (not editable): E=4\n\nnotes");
 }
 
 }  // namespace

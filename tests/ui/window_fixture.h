@@ -31,9 +31,9 @@ struct WindowFixture {
     void stop() { w.reset(); }
     QString imagePath() const { return QString::fromStdString(image->path()); }
 
-    // A left click on the middle of a list row (1-based), as a user makes it.
+    // A left click on the middle of a list row (0-based), as a user makes it.
     static void clickRow(QTreeWidget* lv, int row) {
-        const QRect r = lv->visualItemRect(lv->topLevelItem(row - 1));
+        const QRect r = lv->visualItemRect(lv->topLevelItem(row));
         QTest::mouseClick(lv->viewport(), Qt::LeftButton, {}, r.center());
     }
 };
