@@ -1,6 +1,7 @@
 // Opening an image, building the list rows and Full Save's layout, at the
 // size of a real playbook and at ten times that. Run:
 //   build/run/bench/playbook_bench   (after ./run, or any Release build)
+#include "analysis/area_map.h"
 #include "model/file_io.h"
 #include "playbook/list_rows.h"
 #include "playbook/open_rom.h"
@@ -111,6 +112,34 @@ void BM_FullSaveLayout(benchmark::State& state) {
     state.SetComplexityN(state.range(0));
 }
 BENCHMARK(BM_FullSaveLayout)->Arg(800)->Arg(8000)->Unit(benchmark::kMillisecond)->Complexity();
+
+// The area map of a full area: `size` bytes of chained sequences from 0xA000
+// (Block, then an absolute jump to the next), each entry of the tables
+// pointing into them.
+void BM_AreaMap(benchmark::State& state) {
+    const auto size = static_cast<int32_t>(state.range(0));
+    Playbook pb;
+    pb.openedBytes.assign(0x40010, 0xFF);
+    Image img("bench.nes", pb.openedBytes);
+    for (int32_t a = kSequenceAreaAddress; a + 4 <= kSequenceAreaAddress + size; a += 4) {
+        img.seekOffset(offsetOfAddress(a));
+        const int32_t next = a + 4 + 4 <= kSequenceAreaAddress + size ? a + 4 : kSequenceAreaAddress;
+        for (int b : {0x30, 0xFF, next & 0xFF, next >> 8}) img.writeByte(b);
+        clsSequence seq;
+        seq.address(a);
+        img.seekOffset(offsetOfAddress(a));
+        seq.load(img, false);
+        pb.sequences.insert(a, seq);
+    }
+    pb.openedBytes = img.bytes();
+    const int32_t count = size / 4;
+    for (int i = 0; i < kPointerCount; ++i) pb.seqPointers[static_cast<size_t>(i)] = kSequenceAreaAddress + 4 * (i * 7 % count);
+    for (int p = 0; p < kPlayCount; ++p)
+        for (int j = 0; j < kPlayersPerRecord; ++j) pb.plays[static_cast<size_t>(p)].seqAddress(j, kSequenceAreaAddress + 4 * ((p * 11 + j) % count));
+    for (auto _ : state) benchmark::DoNotOptimize(buildAreaMap(pb).gameBytes());
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_AreaMap)->Arg(1024)->Arg(kSequenceAreaSize)->Unit(benchmark::kMicrosecond)->Complexity();
 
 }  // namespace
 

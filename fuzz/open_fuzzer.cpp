@@ -2,6 +2,7 @@
 // everything that reads a playbook: the open procedure's reading part, the list
 // rows, the gap listing, both diagrams of every slot and formation, Full Save's
 // layout and bytes, and the mask. None may crash, hang or trip a sanitizer.
+#include "analysis/check_report.h"
 #include "diagram/diagram.h"
 #include "playbook/list_rows.h"
 #include "playbook/open_rom.h"
@@ -56,6 +57,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int s = 0; s < kSlotCount; ++s) DrawPlay(canvas, pb, s);
     for (int f = 0; f < 22; ++f) (void)drawFormation(canvas, pb, f);
     (void)maskBytes(pb, {});
+    const AreaMap map = buildAreaMap(pb);
+    (void)checkReport(map);
+    const auto area = areaBytes(bytes);
+    for (const GameCommand& c : traceFrom(area, kSequenceAreaAddress)) (void)gameCommandText(c, area, cmd);
     try {
         const Playbook relaid = relayout(pb);
         (void)fullSaveBytes(relaid, bytes);

@@ -206,7 +206,10 @@ int main(int argc, char** argv) {
 
     // Shared continuations: after the catch or hand-off the computer runs.
     const int32_t runOn = area.put({0xE1, 0x00, 0xDF, 0xE4}, kCpuAi);
-    const int32_t scramble = area.put(cat({{0xE4}}), {0xC8, 0x00, 0xA0, 0x02, 0xDD, 0xFE, 0xFC});
+    // Computer-team logic after Human Control: with a boost of 2 or more run
+    // on as the ball carrier, else allow every collision and chase the carrier.
+    const int32_t scramble = area.put(cat({{0xE4}}), {0xC8, static_cast<uint8_t>(runOn & 0xFF), static_cast<uint8_t>(runOn >> 8),
+                                                      0x02, 0xFC, 0xFF, 0xE0, 0xDD, 0xFE, 0xFC});
     const Bytes jumpToRunOn{0xFF, static_cast<uint8_t>(runOn & 0xFF), static_cast<uint8_t>(runOn >> 8)};
 
     // Line blocking schemes, one sequence per lineman.
@@ -252,7 +255,12 @@ int main(int argc, char** argv) {
         } else {
             // Pass: drop back, wait, throw to the receivers in order.
             const int drop = variant % 3 == 0 ? -0x28 : -0x18;
-            play[0] = area.put(cat({{0xD4, 0xC0, 0x00, s8(drop), 0xC1, 0x19, 0x2D, 0xFD, 0x92, 0xF3, 0xE5}, {0xE4}}), kCpuAi);
+            // The COM pass as the game reads it: 92, three receivers (weight and
+            // position), then the script the catching receiver switches to. The
+            // editor reads only 92 43 64 as the pass and the rest as other commands.
+            play[0] = area.put(cat({{0xD4, 0xC0, 0x00, s8(drop), 0xC1, 0x19, 0x2D, 0xFD, 0x92, 0x43, 0x64, 0xF5,
+                                     static_cast<uint8_t>(runOn & 0xFF), static_cast<uint8_t>(runOn >> 8), 0xF3, 0x00},
+                                    {0xE4}}));
             const auto& r1 = routeSet[static_cast<size_t>(variant % routeSet.size())];
             const auto& r2 = routeSet[static_cast<size_t>((variant + 3) % routeSet.size())];
             const auto& r3 = routeSet[static_cast<size_t>((variant + 7) % routeSet.size())];

@@ -94,4 +94,35 @@ nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names) {
     return root;
 }
 
+nlohmann::ordered_json areaMapJson(const AreaMap& map) {
+    using json = nlohmann::ordered_json;
+    auto entries = [](const std::vector<AreaEntry>& list) {
+        json out = json::array();
+        for (const AreaEntry& e : list) out.push_back({{"from", e.name()}, {"target", addr(e.target)}});
+        return out;
+    };
+    auto addresses = [](const std::vector<int32_t>& list) {
+        json out = json::array();
+        for (int32_t a : list) out.push_back(addr(a));
+        return out;
+    };
+    json free = json::array();
+    for (const AreaRun& r : map.freeRuns()) free.push_back({{"start", addr(r.start)}, {"end", addr(r.end)}});
+    json stale = json::array();
+    for (const AddressField& f : map.staleFields())
+        stale.push_back({{"at", addr(f.at)}, {"code", hex2(f.code)}, {"target", addr(f.target)}});
+
+    json root;
+    root["area"] = {{"editorBytes", map.editorBytes()},
+                    {"gameBytes", map.gameBytes()},
+                    {"gameOnlyBytes", map.gameOnlyBytes()},
+                    {"freeBytes", map.freeBytes()},
+                    {"free", free}};
+    root["outside"] = entries(map.outside);
+    root["runsOff"] = addresses(map.runsOff);
+    root["fullSave"] = {{"bytesLost", map.gameOnlyBytes()}, {"staleAddresses", stale}, {"strandedEntries", entries(map.stranded)}};
+    root["readsDifferently"] = addresses(map.readsDifferently);
+    return root;
+}
+
 }  // namespace zpe

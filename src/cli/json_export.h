@@ -1,4 +1,5 @@
 #pragma once
+#include "analysis/area_map.h"
 #include "playbook/playbook.h"
 #include "sequence/catalogue.h"
 
@@ -8,6 +9,11 @@ namespace zpe {
 
 // The whole playbook as JSON. Names are 8-bit text: each byte becomes the
 // Latin-1 code point of the same value.
-nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names);
+[[nodiscard]] nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names);
+
+// The area map as `zpe check --json` prints it: addresses as four hexadecimal
+// digits, counts as numbers, lists in ascending address order (entries
+// stranded inside the area in table order).
+[[nodiscard]] nlohmann::ordered_json areaMapJson(const AreaMap& map);
 
 }  // namespace zpe

@@ -1,5 +1,6 @@
 // zpe: the playbook editor's command line. Each verb opens the image, works
 // and closes it; failures print one line on stderr and exit 1, usage errors 2.
+#include "analysis/check_report.h"
 #include "cli/json_export.h"
 #include "diagram/diagram.h"
 #include "model/tables.h"
@@ -150,6 +151,23 @@ int runJson(const Context& ctx, const std::string& imagePath) {
     return 0;
 }
 
+int runCheck(const Context& ctx, const std::string& imagePath, bool asJson) {
+    const zpe::AreaMap map = zpe::buildAreaMap(openOrFail(imagePath, ctx));
+    if (asJson) std::cout << zpe::areaMapJson(map).dump(1) << '\n';
+    else std::cout << zpe::checkReport(map);
+    return 0;
+}
+
+int runTrace(const Context& ctx, const std::string& imagePath, const std::string& addressText) {
+    const int32_t address = parseAddress(addressText);
+    if (!zpe::inArea(address)) throw UsageError{"ADDRESS must lie in the sequence area A000-BFFF, not " + zpe::hex4(address)};
+    const zpe::Image image = zpe::Image::open(imagePath);
+    const auto area = zpe::areaBytes(image.bytes());
+    for (const zpe::GameCommand& c : zpe::traceFrom(area, address))
+        std::cout << zpe::hex4(c.address) << ": " << zpe::gameCommandText(c, area, ctx.names) << '\n';
+    return 0;
+}
+
 // "WxH" in pixels, each 1 to 10000.
 std::pair<int, int> parseSize(const std::string& text) {
     const auto x = text.find_first_of("xX");
@@ -260,6 +278,17 @@ int main(int argc, char** argv) {
     auto* json = verb("json", "Print the whole playbook as JSON");
     imageOption(json);
     json->callback([&] { action = [&](const Context& c) { return runJson(c, image); }; });
+
+    auto* check = verb("check", "Map the sequence area as the game reads it and report what Full Save would break");
+    imageOption(check);
+    bool asJson = false;
+    check->add_flag("--json", asJson, "Print the map as JSON");
+    check->callback([&] { action = [&](const Context& c) { return runCheck(c, image, asJson); }; });
+
+    auto* trace = verb("trace", "List every command the game can reach from a game address, in address order");
+    imageOption(trace);
+    trace->add_option("ADDRESS", arg1, "Game address in the sequence area (A000-BFFF)")->required();
+    trace->callback([&] { action = [&](const Context& c) { return runTrace(c, image, arg1); }; });
 
     auto* render = verb("render", "Draw a slot's play or a formation into a PNG picture");
     imageOption(render);

@@ -62,6 +62,8 @@ CommandPanelView describeCommand(const clsSequence& seq, int pos, const CommandS
             further += std::string(" ") + static_cast<char>('A' + k) + "=" + valueText(seq.data(pos, k));
         view.notes = view.notes.empty() ? further : further + "\n\n" + view.notes;
     }
+    if (seq.readsDifferentlyByGame())
+        view.notes = view.notes.empty() ? kReadsDifferentlyNote : std::string(kReadsDifferentlyNote) + "\n\n" + view.notes;
     return view;
 }
 

@@ -14,6 +14,10 @@ namespace zpe {
 
 inline constexpr int kPanelSlots = 4;  // data slots A..D
 
+inline constexpr const char* kReadsDifferentlyNote =
+    "The game reads this sequence differently: it holds a COM pass (9N) or F1, whose length the game counts "
+    "otherwise, so what follows that command is not what the game runs.";
+
 struct DataSlotView {
     bool shown = false;      // the slot belongs to the command: its label and value are shown
     std::string label;       // "Data A:" or the sheet's label with ":"
@@ -26,7 +30,9 @@ struct DataSlotView {
 
 struct CommandPanelView {
     std::array<DataSlotView, kPanelSlots> dataSlots;
-    std::string notes;  // the sheet's Info; values beyond slot D are listed first
+    // The sheet's Info; values beyond slot D are listed before it, and before
+    // everything a line saying the game reads the sequence differently.
+    std::string notes;
 };
 
 // The panel for command `pos` of `seq` (0..commandCount-1) with its sheet

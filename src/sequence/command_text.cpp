@@ -26,10 +26,11 @@ std::string moveAxis(int16_t v, const char* positive, const char* negative) {
 
 }  // namespace
 
-std::string clsSequence::commandName(int i, const CmdNames& names) const {
-    const SeqCommand& cmd = at(i);
-    const int16_t d0 = cmd.data[0], d1 = cmd.data[1], d2 = cmd.data[2];
-    switch (cmd.command) {
+std::string clsSequence::commandName(int i, const CmdNames& names) const { return commandText(at(i), nextAddr_, names); }
+
+std::string commandText(const SeqCommand& command, int32_t followOn, const CmdNames& names) {
+    const int16_t d0 = command.data[0], d1 = command.data[1], d2 = command.data[2];
+    switch (command.command) {
     case cmd::kRandomBranch: return "Cond. Branch (20) to " + hex2(d2) + hex2(d1);
     case cmd::kBlock: return "Block " + positionName(defPosNames, d0);
     case cmd::kChopBlock: return "Chop Block " + positionName(defPosNames, d0);
@@ -47,16 +48,16 @@ std::string clsSequence::commandName(int i, const CmdNames& names) const {
             const int32_t back = 256 - (d0 & 0xFF);
             return "Loop Back " + decimal(back) + " byte" + (back == 1 ? "" : "s");
         }
-        return "+R:" + hexPlain(nextAddr_);
-    case cmd::kAbsoluteJump: return "+A:" + hexPlain(nextAddr_);
+        return "+R:" + hexPlain(followOn);
+    case cmd::kAbsoluteJump: return "+A:" + hexPlain(followOn);
     default: break;
     }
-    std::string text = names[static_cast<size_t>(cmd.command) & 0xFF];
-    if (cmd.dataLen >= 1) {
+    std::string text = names[static_cast<size_t>(command.command) & 0xFF];
+    if (command.dataLen >= 1) {
         text += "(";
-        for (int k = 0; k < cmd.dataLen; ++k) {
+        for (int k = 0; k < command.dataLen; ++k) {
             if (k > 0) text += " ";
-            text += plainHex16(cmd.data[static_cast<size_t>(k)]);
+            text += plainHex16(command.data[static_cast<size_t>(k)]);
         }
         text += ") ";
     }

@@ -143,6 +143,12 @@ void clsSequence::convertRelJump() {
     sizeBytes_ += 1;
 }
 
+bool clsSequence::readsDifferentlyByGame() const {
+    for (const SeqCommand& c : cmds_)
+        if (c.command == kComPass || c.command == kHangF1) return true;
+    return false;
+}
+
 uint8_t clsSequence::lastCommand() const {
     return cmds_.empty() ? 0 : static_cast<uint8_t>(cmds_.back().command);
 }

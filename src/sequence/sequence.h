@@ -25,6 +25,11 @@ struct SeqCommand {
     bool operator==(const SeqCommand&) const = default;
 };
 
+// The text of one command; `followOn` is the address a closing jump goes to
+// (shown by 0xFE forward and 0xFF). Names from `names` where the command has
+// no text form of its own.
+[[nodiscard]] std::string commandText(const SeqCommand& cmd, int32_t followOn, const CmdNames& names);
+
 // The most commands one sequence may hold; a longer run of bytes without an
 // end command is not a sequence (decoding stops and marks it not valid).
 constexpr int kMaxCommands = 32767;
@@ -87,6 +92,11 @@ public:
     // Turns a closing forward relative jump (0xFE below 0x80) into an absolute
     // jump 0xFF to the follow-on address; the byte size grows by 1.
     void convertRelJump();
+
+    // True when the sequence holds a COM pass (0x9N) or 0xF1, whose bytes the
+    // game reads with other lengths: after such a command the editor shows
+    // something other than what the game runs.
+    bool readsDifferentlyByGame() const;
 
     // Sum of the encoded sizes of the commands.
     int32_t byteSize() const { return sizeBytes_; }

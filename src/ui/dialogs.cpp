@@ -1,8 +1,13 @@
 #include "ui/dialogs.h"
 
+#include <QDialog>
+#include <QDialogButtonBox>
 #include <QFileDialog>
+#include <QFontDatabase>
 #include <QMessageBox>
+#include <QPlainTextEdit>
 #include <QStringList>
+#include <QVBoxLayout>
 
 namespace zpe {
 
@@ -49,6 +54,23 @@ std::optional<QString> QtDialogs::saveFile(const QString& filter) {
     const QString path = QFileDialog::getSaveFileName(parent_, QString(), QString(), qtFilter(filter));
     if (path.isEmpty()) return std::nullopt;
     return path;
+}
+
+void QtDialogs::showText(const QString& title, const QString& text) {
+    QDialog d(parent_);
+    d.setWindowTitle(title);
+    d.setSizeGripEnabled(true);
+    auto* layout = new QVBoxLayout(&d);
+    auto* view = new QPlainTextEdit(text, &d);
+    view->setReadOnly(true);
+    view->setLineWrapMode(QPlainTextEdit::NoWrap);
+    view->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    layout->addWidget(view);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, &d);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, &d, &QDialog::reject);
+    layout->addWidget(buttons);
+    d.resize(760, 480);
+    d.exec();
 }
 
 }  // namespace zpe

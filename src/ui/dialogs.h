@@ -33,6 +33,8 @@ public:
     // Open and save dialogs with a "text|pattern|..." filter; none when cancelled.
     virtual std::optional<QString> openFile(const QString& filter) = 0;
     virtual std::optional<QString> saveFile(const QString& filter) = 0;
+    // Shows a long text read-only in a resizable window the user can copy from.
+    virtual void showText(const QString& title, const QString& text) = 0;
 };
 
 // "NES ROMS (*.nes)|*.nes|All Files|*.*" in Qt's form: "NES ROMS (*.nes);;All Files (*)".
@@ -46,6 +48,7 @@ public:
     MsgAnswer message(const MessageBoxSpec& box) override;
     std::optional<QString> openFile(const QString& filter) override;
     std::optional<QString> saveFile(const QString& filter) override;
+    void showText(const QString& title, const QString& text) override;
 
 private:
     QWidget* parent_;

@@ -1,6 +1,7 @@
 // The window frame: controls, menus, start-up, layout and the File and Help menus.
 #include "ui/frm_main.h"
 
+#include "analysis/check_report.h"
 #include "playbook/open_rom.h"
 #include "save/saves.h"
 #include "ui/picture_box.h"
@@ -11,6 +12,7 @@
 #include <QComboBox>
 #include <QDir>
 #include <QEvent>
+#include <QFileInfo>
 #include <QFrame>
 #include <QHeaderView>
 #include <QLabel>
@@ -127,6 +129,7 @@ void frmMain::buildMenus() {
     mnuFileSave = file->addAction("Full Save (Unsafe!)", this, [this] { mnuFileSave_Click(); });
     file->addSeparator();
     mnuFileExportMaskROM = file->addAction("Export Mask ROM", this, [this] { mnuFileExportMaskROM_Click(); });
+    mnuFileCheckImage = file->addAction("Check Image...", this, [this] { mnuFileCheckImage_Click(); });
     file->addSeparator();
     mnuFileExit = file->addAction("E&xit", this, [this] { mnuFileExit_Click(); });
     QMenu* help = menuBar()->addMenu("&Help");
@@ -290,6 +293,7 @@ void frmMain::updateMenuBar() {
     mnuFileSave->setEnabled(open);
     mnuFileSafeSave->setEnabled(open);
     mnuFileExportMaskROM->setEnabled(open);
+    mnuFileCheckImage->setEnabled(pb.openComplete);
 }
 
 bool frmMain::eventFilter(QObject* watched, QEvent* event) {
@@ -424,6 +428,12 @@ void frmMain::mnuFileExportMaskROM_Click() {
         // No box: the reason goes to the status bar.
         StatusBar1->setText(QString::fromLocal8Bit(e.what()));
     }
+}
+
+void frmMain::mnuFileCheckImage_Click() {
+    if (!pb.openComplete) return;
+    dialogs_.showText("Check Image - " + QFileInfo(QString::fromStdString(pb.romPath)).fileName(),
+                      QString::fromLatin1(checkReport(buildAreaMap(pb))));
 }
 
 void frmMain::mnuFileExit_Click() { close(); }

@@ -60,6 +60,7 @@ public:
     void mnuFileSafeSave_Click();
     void mnuFileSave_Click();
     void mnuFileExportMaskROM_Click();
+    void mnuFileCheckImage_Click();
     void mnuFileExit_Click();
     void mnuHelpAbout_Click();
     void lvFormations_Click();
@@ -141,7 +142,8 @@ private:
     bool updatingDetails = false;  // the panel is filling itself: changes are not edits
 
     // --- Controls ---
-    QAction *mnuFileOpen, *mnuFileSafeSave, *mnuFileSave, *mnuFileExportMaskROM, *mnuFileExit, *mnuHelpAbout;
+    QAction *mnuFileOpen, *mnuFileSafeSave, *mnuFileSave, *mnuFileExportMaskROM, *mnuFileCheckImage, *mnuFileExit,
+        *mnuHelpAbout;
     QWidget* client;  // the form's client area below the menu bar
     QFrame* tabsFrame;
     QTabBar* tabs;

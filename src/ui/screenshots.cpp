@@ -17,6 +17,7 @@ public:
     MsgAnswer message(const MessageBoxSpec& box) override { return box.defaultButton; }
     std::optional<QString> openFile(const QString&) override { return std::nullopt; }
     std::optional<QString> saveFile(const QString&) override { return std::nullopt; }
+    void showText(const QString&, const QString&) override {}
 };
 }  // namespace
 

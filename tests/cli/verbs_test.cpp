@@ -143,6 +143,33 @@ TEST(CliJson, WholePlaybook) {
     EXPECT_EQ(s["commands"][0]["text"], "Move Relative (R-10)");
 }
 
+TEST(CliCheck, ReportsTheAreaMapAndTraces) {
+    Fixture f;
+    auto r = f.zpe({"check", f.image.path(), "--json"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto j = nlohmann::json::parse(r.out);
+    // Editor: A000-A003, A007-A00B, A01A-A01B; the game runs on after A003's E4 (01 02 03 D7...).
+    EXPECT_EQ(j["area"]["editorBytes"], 11);
+    EXPECT_EQ(j["area"]["gameOnlyBytes"], j["fullSave"]["bytesLost"]);
+    EXPECT_EQ(j["area"]["gameBytes"].get<int>(), j["area"]["editorBytes"].get<int>() + j["area"]["gameOnlyBytes"].get<int>());
+    EXPECT_EQ(j["area"]["free"].back(), (nlohmann::json{{"start", "A01F"}, {"end", "BFFC"}}));
+    EXPECT_EQ(j["fullSave"]["strandedEntries"][0], (nlohmann::json{{"from", "pointer 1"}, {"target", "BFFD"}}));
+    EXPECT_TRUE(j["outside"].empty());
+    EXPECT_TRUE(j["readsDifferently"].empty());
+
+    r = f.zpe({"check", f.image.path()});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out.find("Sequence area A000-BFFF (8192 bytes)\n  11 bytes in editor sequences\n"), 0u);
+
+    r = f.zpe({"trace", f.image.path(), "A000"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    // The game goes on after Human Control and reads the gap bytes out of step with A007's commands.
+    EXPECT_EQ(r.out, "A000: D0(F0 12)\nA003: E4\nA004: 0(1 2)\nA006: 0(3 D7)\nA008: 0(0 10)\nA00A: +R:A01A\n"
+                     "A01A: Block RE\nA01B: EE\nA01C: +A:FFFF\n");
+    EXPECT_EQ(f.zpe({"trace", f.image.path(), "8000"}).exitCode, 2);
+    EXPECT_EQ(f.zpe({"check", "/nonexistent.nes"}).exitCode, 1);
+}
+
 TEST(CliOpenFailures, SayWhyOnOneLine) {
     Fixture f;
     TempDir empty;

@@ -70,7 +70,7 @@ TEST(SafeSave, SwapExchangesTheSlotRecords) {
                        data);
     ASSERT_TRUE(o.result.ok);
     const Bytes before = o.file.read();
-    swapSlot(o.pb, 0, 3);
+    ASSERT_EQ(swapSlot(o.pb, 0, 3).outcome, SlotActionOutcome::Done);
     safeSave(o.pb);
     const Bytes after = o.file.read();
     EXPECT_EQ(slice(after, kOffSlotTableOffset, 24), slice(before, kOffSlotTableOffset + 3 * 24, 24));

@@ -47,7 +47,7 @@ TEST(CommandPanel, SlotsFollowTheCommandAndItsSheet) {
     EXPECT_EQ(v.dataSlots[1].label, "Data B:");
     EXPECT_EQ(v.dataSlots[0].maxLength, 2);
     EXPECT_FALSE(v.dataSlots[0].list);
-    EXPECT_EQ(v.notes, "");
+    EXPECT_EQ(v.notes, kReadsDifferentlyNote) << "the sequence holds a COM pass";
 
     const CommandSheet branch = parseCommandSheet(
         "Field,1,Target,List\r\nValue,1,0,First\r\nValue,1,1,Second\r\nField,3,Spare,List\r\nValue,3,0,Z\r\n"
@@ -57,11 +57,12 @@ TEST(CommandPanel, SlotsFollowTheCommandAndItsSheet) {
     EXPECT_EQ(describeCommand(test::decodeBytes({0xC7, 0x01, 0x02, 0xE4}), 0, &branch).dataSlots[0].selected, 1);
     EXPECT_TRUE(v.dataSlots[2].list && !v.dataSlots[2].shown) << "a list the command has no value for";
     EXPECT_EQ(v.dataSlots[2].selected, 0);
-    EXPECT_EQ(v.notes, "notes");
+    EXPECT_EQ(v.notes, std::string(kReadsDifferentlyNote) + "\n\nnotes");
 
     v = describeCommand(seq, 3, &branch);  // COM pass: five values, slots A-D and one more
     EXPECT_EQ(v.dataSlots[3].text, "3");
-    EXPECT_EQ(v.notes, "Further data, shown here only (not editable): E=4\n\nnotes");
+    EXPECT_EQ(v.notes, std::string(kReadsDifferentlyNote) + "\n\nFurther data, shown here only (not editable): E=4\n\nnotes");
+    EXPECT_EQ(describeCommand(test::decodeBytes({0xD7, 1, 2, 0xE4}), 0, nullptr).notes, "");
 }
 
 }  // namespace

@@ -25,6 +25,8 @@ public:
     }
     std::optional<QString> openFile(const QString& filter) override { return next(filter); }
     std::optional<QString> saveFile(const QString& filter) override { return next(filter); }
+    std::vector<std::pair<QString, QString>> texts;  // title and text of each text window
+    void showText(const QString& title, const QString& text) override { texts.emplace_back(title, text); }
 
 private:
     std::optional<QString> next(const QString& filter) {

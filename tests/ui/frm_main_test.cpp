@@ -314,6 +314,17 @@ private slots:
         QVERIFY(w->StatusBar1->text().contains("/nonexistent/folder/mask.nes"));
     }
 
+    void checkImageShowsTheAreaReport() {
+        QVERIFY(!w->mnuFileCheckImage->isEnabled());
+        openWindowImage();
+        QVERIFY(w->mnuFileCheckImage->isEnabled());
+        w->mnuFileCheckImage_Click();
+        QCOMPARE(dialogs->texts.size(), size_t(1));
+        QVERIFY(dialogs->texts[0].first.endsWith("image.nes"));
+        QVERIFY(dialogs->texts[0].second.startsWith("Sequence area A000-BFFF"));
+        QVERIFY(dialogs->texts[0].second.contains("What Full Save would break"));
+    }
+
     void sequencesDetailsToggle() {
         w->selectTab(4);
         QCOMPARE(w->cmdSeqDetails->text(), QString("Show Details"));

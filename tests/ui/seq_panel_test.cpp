@@ -117,6 +117,13 @@ private slots:
         QCOMPARE(w->pb.sequences.at(0xA000).data(1, 0), int16_t(5));  // the stored sequence waits for Apply
     }
 
+    void comPassSequenceSaysTheGameReadsItDifferently() {
+        pickSequence("A010");
+        QVERIFY(w->txtCmdNotes->toPlainText().startsWith(kReadsDifferentlyNote));
+        pickSequence("A020");
+        QVERIFY(!w->txtCmdNotes->toPlainText().contains(kReadsDifferentlyNote));
+    }
+
     void removeDownToNothing() {
         pickSequence("A020");
         w->cmdSeqDelCmd_Click();
