@@ -15,18 +15,18 @@ namespace {
 // What Full Save leaves in the unused sequence area and what the mask marks a sequence's bytes with.
 constexpr uint8_t kBlankByte = 0xFF;
 
-void requireCompleteOpen(const Playbook& pb) {
-    if (pb.romPath.empty()) throw SaveError("No image is open.");
-    if (!pb.openComplete)
-        throw SaveError(pb.romPath + ": the image did not open completely; open an image again before saving");
-}
-
 int32_t remapped(const std::unordered_map<int32_t, int32_t>& map, int32_t address) {
     const auto it = map.find(address);
     return it == map.end() ? address : it->second;
 }
 
 }  // namespace
+
+void requireCompleteOpen(const Playbook& pb) {
+    if (pb.romPath.empty()) throw SaveError("No image is open.");
+    if (!pb.openComplete)
+        throw SaveError(pb.romPath + ": the image did not open completely; open an image again before saving");
+}
 
 void safeSave(const Playbook& pb) {
     requireCompleteOpen(pb);

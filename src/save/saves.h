@@ -17,6 +17,9 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// Refuses (SaveError) a playbook whose open did not complete or that has no image.
+void requireCompleteOpen(const Playbook& pb);
+
 inline constexpr const char* kFullSaveQuestion =
     "Doing a full save will rewrite the offensive sequences and destroy the CPU AI.\r\n\r\nAre you sure you want to save?";
 

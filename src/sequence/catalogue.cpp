@@ -1,5 +1,7 @@
 #include "sequence/catalogue.h"
 
+#include "sequence/command_codes.h"
+
 #include "model/rom_error.h"
 #include "model/text_file.h"
 
@@ -34,10 +36,18 @@ CmdNames loadCmdNames(const std::string& dataDir) {
 
 std::array<std::string, 77> newCommandItems(const CmdNames& names) {
     std::array<std::string, 77> items;
-    size_t k = 1;
-    for (int c = 0; c <= 0xB0; c += 0x10) items[k++] = hex2(c) + ": " + names[static_cast<size_t>(c)];
-    for (int c = 0xC0; c <= 0xFF; ++c) items[k++] = hex2(c) + ": " + names[static_cast<size_t>(c)];
+    for (size_t k = 1; k < items.size(); ++k) {
+        const int c = newCommandCode(static_cast<int>(k));
+        items[k] = hex2(c) + ": " + names[static_cast<size_t>(c)];
+        if (cmd::isLockUp(c)) items[k] += " (lock-up)";
+    }
     return items;
+}
+
+int newCommandCode(int item) {
+    constexpr int kLowItems = 12;  // 0x00, 0x10, ..., 0xB0
+    if (item < 1 || item > kLowItems + 64) return -1;
+    return item <= kLowItems ? (item - 1) * 0x10 : cmd::kFirstHighCode + (item - 1 - kLowItems);
 }
 
 }  // namespace zpe

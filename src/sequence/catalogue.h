@@ -23,7 +23,10 @@ void applyCmdNames(CmdNames& names, const std::string& text);
 CmdNames loadCmdNames(const std::string& dataDir);
 
 // The 77 items of the new-command list: an empty item, then "XX: name" for
-// 0x00, 0x10, ..., 0xB0 and every code 0xC0..0xFF.
-std::array<std::string, 77> newCommandItems(const CmdNames& names);
+// 0x00, 0x10, ..., 0xB0 and every code 0xC0..0xFF; codes that lock the game up
+// end in " (lock-up)".
+[[nodiscard]] std::array<std::string, 77> newCommandItems(const CmdNames& names);
+// The code of item `item` of that list; -1 for the empty item or an index outside it.
+[[nodiscard]] int newCommandCode(int item);
 
 }  // namespace zpe

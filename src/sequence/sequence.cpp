@@ -130,6 +130,25 @@ void clsSequence::removeCommand(int pos) {
     cmds_.erase(cmds_.begin() + pos);
 }
 
+clsSequence::Insert clsSequence::insertCommand(int after, int16_t code) {
+    const bool low = isLowCode(code);
+    if (code < 0 || code > 0xFF || (low && (code & kLowNibbleMask) != 0)) return Insert::NotACommand;
+    if (after < -1 || after >= commandCount()) return Insert::NotACommand;
+    if (isLockUp(code)) return Insert::LockUp;
+    // A new COM pass has N = 0: its code byte alone, as the length table says.
+    const int32_t length =
+        low ? cmdLenByNibble[static_cast<size_t>(code >> 4)] : cmdLenHigh[static_cast<size_t>(code - kFirstHighCode)];
+    if (!low && (length == 0 || code == kCelebrate || code == kDejected || code == kLongSnap)) return Insert::EndsSequence;
+    if (commandCount() >= kMaxCommands) return Insert::Full;
+    SeqCommand c;
+    c.address = -1;  // a new command has no place in the image yet
+    c.command = code;
+    c.dataLen = static_cast<int16_t>(low ? length : length - 1);
+    cmds_.insert(cmds_.begin() + (after + 1), c);
+    sizeBytes_ += c.encodedSize();
+    return Insert::Done;
+}
+
 void clsSequence::swapCommands(int pos1, int pos2) { std::swap(at(pos1), at(pos2)); }
 
 void clsSequence::convertRelJump() {
@@ -153,10 +172,9 @@ uint8_t clsSequence::lastCommand() const {
     return cmds_.empty() ? 0 : static_cast<uint8_t>(cmds_.back().command);
 }
 
-std::vector<uint8_t> clsSequence::encode() const {
+std::vector<uint8_t> encodeCommands(const std::vector<SeqCommand>& commands) {
     std::vector<uint8_t> out;
-    out.reserve(static_cast<size_t>(sizeBytes_ > 0 ? sizeBytes_ : 0));
-    for (const SeqCommand& cmd : cmds_) {
+    for (const SeqCommand& cmd : commands) {
         if (isLowCode(cmd.command)) {
             out.push_back(clampByte(cmd.command + (cmd.data[0] & kLowNibbleMask)));
             for (int j = 1; j < cmd.dataLen; ++j) out.push_back(clampByte(cmd.data[static_cast<size_t>(j)]));
@@ -167,5 +185,7 @@ std::vector<uint8_t> clsSequence::encode() const {
     }
     return out;
 }
+
+std::vector<uint8_t> clsSequence::encode() const { return encodeCommands(cmds_); }
 
 }  // namespace zpe

@@ -30,6 +30,9 @@ struct SeqCommand {
 // no text form of its own.
 [[nodiscard]] std::string commandText(const SeqCommand& cmd, int32_t followOn, const CmdNames& names);
 
+// The bytes of a run of commands as a save writes them.
+[[nodiscard]] std::vector<uint8_t> encodeCommands(const std::vector<SeqCommand>& commands);
+
 // The most commands one sequence may hold; a longer run of bytes without an
 // end command is not a sequence (decoding stops and marks it not valid).
 constexpr int kMaxCommands = 32767;
@@ -87,6 +90,13 @@ public:
     // drops by its encoded size. Recorded addresses and the follow-on address
     // stay as they were.
     void removeCommand(int pos);
+    // Inserts command `code` (a low code with its nibble clear, or 0xC0..0xFF)
+    // after command `after` (-1: at the top) with every data value zero and the
+    // byte size of the editor's length table. Refuses, changing nothing, a
+    // command that ends a sequence (it would cut off the rest) and the lock-up
+    // codes (the game hangs on them).
+    enum class Insert { Done, EndsSequence, LockUp, NotACommand, Full };
+    [[nodiscard]] Insert insertCommand(int after, int16_t code);
     // Exchanges two commands whole (their recorded addresses travel with them).
     void swapCommands(int pos1, int pos2);
     // Turns a closing forward relative jump (0xFE below 0x80) into an absolute

@@ -3,6 +3,7 @@
 
 #include "analysis/check_report.h"
 #include "playbook/open_rom.h"
+#include "save/save_changes.h"
 #include "save/saves.h"
 #include "ui/picture_box.h"
 #include "ui/up_down.h"
@@ -15,6 +16,7 @@
 #include <QFileInfo>
 #include <QFrame>
 #include <QHeaderView>
+#include <QKeySequence>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
@@ -125,6 +127,8 @@ frmMain::~frmMain() = default;
 void frmMain::buildMenus() {
     QMenu* file = menuBar()->addMenu("&File");
     mnuFileOpen = file->addAction("&Open...", this, [this] { mnuFileOpen_Click(); });
+    mnuFileSaveChanges = file->addAction("&Save", this, [this] { mnuFileSaveChanges_Click(); });
+    mnuFileSaveChanges->setShortcut(QKeySequence::Save);
     mnuFileSafeSave = file->addAction("&Safe Save", this, [this] { mnuFileSafeSave_Click(); });
     mnuFileSave = file->addAction("Full Save (Unsafe!)", this, [this] { mnuFileSave_Click(); });
     file->addSeparator();
@@ -291,6 +295,7 @@ void frmMain::UpdateTabs() {
 void frmMain::updateMenuBar() {
     const bool open = !pb.romPath.empty();
     mnuFileSave->setEnabled(open);
+    mnuFileSaveChanges->setEnabled(open);
     mnuFileSafeSave->setEnabled(open);
     mnuFileExportMaskROM->setEnabled(open);
     mnuFileCheckImage->setEnabled(pb.openComplete);
@@ -360,12 +365,9 @@ bool frmMain::openImage(const QString& path) {
     clearLists();
     // The previous image's working copy must not be applied to this one.
     clearSeqPanel();
-    sheets_.clear();
-    ListRows rows;
     try {
         Playbook opened = openRom(path.toStdString(), dataDir_.toStdString());
         writeGapListing(opened, QDir(cpuDir_).filePath("cpu.txt").toStdString());
-        rows = buildRows(opened, cmdNames);
         pb = std::move(opened);
     } catch (const std::exception&) {
         // The open ends silently; the path is kept, and saves refuse until an open completes.
@@ -373,9 +375,16 @@ bool frmMain::openImage(const QString& path) {
         pb.romPath = path.toStdString();
         return false;
     }
-    fillLists(rows);
-    updateMenuBar();
+    showPlaybook();
     return true;
+}
+
+void frmMain::showPlaybook() {
+    clearLists();
+    clearSeqPanel();
+    sheets_.clear();
+    fillLists(buildRows(pb, cmdNames));
+    updateMenuBar();
 }
 
 void frmMain::mnuFileOpen_Click() {
@@ -386,6 +395,17 @@ void frmMain::mnuFileOpen_Click() {
 
 void frmMain::reportFailure(const QString& title, const std::exception& error) {
     dialogs_.message({QString::fromLocal8Bit(error.what()), title, MsgIcon::Exclamation, MsgButtons::Ok, MsgAnswer::Ok});
+}
+
+void frmMain::mnuFileSaveChanges_Click() {
+    try {
+        const SaveSummary summary = saveChanges(pb, dataDir_.toStdString());
+        // The image was opened again: every list shows what it now holds; the tab stays.
+        showPlaybook();
+        StatusBar1->setText(QString::fromStdString(summary.text()));
+    } catch (const std::exception& e) {
+        reportFailure("Save", e);
+    }
 }
 
 void frmMain::mnuFileSafeSave_Click() {

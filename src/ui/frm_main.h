@@ -57,6 +57,7 @@ public:
     void Form_Resize();
     void tabs_Click();
     void mnuFileOpen_Click();
+    void mnuFileSaveChanges_Click();
     void mnuFileSafeSave_Click();
     void mnuFileSave_Click();
     void mnuFileExportMaskROM_Click();
@@ -76,6 +77,7 @@ public:
     void cmbCmdData_Click(int index);
     void cmdSeqDelCmd_Click();
     void cmdSeqApply_Click();
+    void cmdSeqAddCmd_Click();
     void udSeqCommand_UpClick();
     void udSeqCommand_DownClick();
 
@@ -115,6 +117,8 @@ private:
     QWidget* control(Ctl c) const;
     void hideTabControls();
     void fillLists(const ListRows& rows);
+    // Shows `pb` anew after it was read from the image: lists, panel, menus.
+    void showPlaybook();
     void clearLists();
     // After Full Save: the lists that show sequence addresses show the new ones.
     void refreshAddressLists();
@@ -142,7 +146,7 @@ private:
     bool updatingDetails = false;  // the panel is filling itself: changes are not edits
 
     // --- Controls ---
-    QAction *mnuFileOpen, *mnuFileSafeSave, *mnuFileSave, *mnuFileExportMaskROM, *mnuFileCheckImage, *mnuFileExit,
+    QAction *mnuFileOpen, *mnuFileSaveChanges, *mnuFileSafeSave, *mnuFileSave, *mnuFileExportMaskROM, *mnuFileCheckImage, *mnuFileExit,
         *mnuHelpAbout;
     QWidget* client;  // the form's client area below the menu bar
     QFrame* tabsFrame;

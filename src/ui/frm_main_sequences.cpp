@@ -65,7 +65,8 @@ void frmMain::buildSeqDetailsPanel() {
     cmbNewSeqCmd->setGeometry(px(120, 2280, 2895, 315));
     cmdSeqAddCmd = new QPushButton("Add", e);
     cmdSeqAddCmd->setGeometry(px(3120, 2280, 1215, 375));
-    cmdSeqAddCmd->setEnabled(false);  // adding commands is not offered
+    cmdSeqAddCmd->setEnabled(false);  // until a sequence is in the panel
+    connect(cmdSeqAddCmd, &QPushButton::clicked, this, [this] { cmdSeqAddCmd_Click(); });
     cmdSeqApply = new QPushButton("Apply", e);
     cmdSeqApply->setGeometry(px(4440, 2280, 1215, 375));
     connect(cmdSeqApply, &QPushButton::clicked, this, [this] { cmdSeqApply_Click(); });
@@ -92,13 +93,15 @@ void frmMain::lvSequences_Click() {
     if (!stored) return;
     curSeq.clone(*stored);  // unapplied edits of the previous working copy are dropped
     lstSeqCommands_update();
+    cmdSeqAddCmd->setEnabled(true);
     cmdSeqApply->setEnabled(false);
 }
 
 void frmMain::lstSeqCommands_update() {
     lstSeqCommands->clear();
     for (int i = 0; i < curSeq.commandCount(); ++i)
-        lstSeqCommands->addItem(QString::fromLatin1(hex4(curSeq.commandAddress(i)) + ": " + curSeq.commandName(i, cmdNames)));
+        lstSeqCommands->addItem(QString::fromLatin1((curSeq.commandAddress(i) < 0 ? std::string("new ") : hex4(curSeq.commandAddress(i))) +
+                                                    ": " + curSeq.commandName(i, cmdNames)));
     if (lstSeqCommands->count() == 0) {
         for (size_t k = 0; k < kPanelSlots; ++k) {
             txtSeqData[k]->hide();
@@ -195,8 +198,37 @@ void frmMain::cmdSeqApply_Click() {
     cmdSeqApply->setEnabled(false);
 }
 
+void frmMain::cmdSeqAddCmd_Click() {
+    const auto address = selectedSequenceAddress();
+    if (!address || curSeq.address() != *address) return;
+    const int code = newCommandCode(cmbNewSeqCmd->currentIndex());
+    if (code < 0) {
+        StatusBar1->setText("Choose the command to add from the list.");
+        return;
+    }
+    const int p = lstSeqCommands->currentRow();  // the new command goes after it; -1: at the top
+    const QString name = QString::fromStdString(hex2(code));
+    switch (curSeq.insertCommand(p, static_cast<int16_t>(code))) {
+    case clsSequence::Insert::Done:
+        lstSeqCommands_update();
+        lstSeqCommands->setCurrentRow(p + 1);
+        cmdSeqApply->setEnabled(true);
+        StatusBar1->setText("");
+        return;
+    case clsSequence::Insert::EndsSequence:
+        StatusBar1->setText(name + " ends a sequence; added here it would cut off the commands after it.");
+        return;
+    case clsSequence::Insert::LockUp:
+        StatusBar1->setText(name + " locks the game up when it runs; it cannot be added.");
+        return;
+    case clsSequence::Insert::Full: StatusBar1->setText("The sequence holds as many commands as it can."); return;
+    case clsSequence::Insert::NotACommand: return;
+    }
+}
+
 void frmMain::clearSeqPanel() {
     curSeq = clsSequence();
+    cmdSeqAddCmd->setEnabled(false);
     lstSeqCommands->clear();
     for (size_t k = 0; k < kPanelSlots; ++k) {
         lblCmdData[k]->hide();

@@ -200,6 +200,48 @@ private slots:
         QCOMPARE(int(bytes[static_cast<size_t>(offsetOfAddress(0xA010) + 2)]), 0x7C);
     }
 
+    void editApplySaveKeepsEverythingElse() {
+        pickSequence("A020");
+        const auto before = image->read();
+        w->txtSeqData[1]->setText("7C");
+        w->cmdSeqApply_Click();
+        w->mnuFileSaveChanges_Click();
+        QVERIFY(dialogs->boxes.empty());
+        QVERIFY(w->StatusBar1->text().startsWith("Saved: 1 sequence in place, 0 moved"));
+        const auto after = image->read();
+        const auto at = static_cast<size_t>(offsetOfAddress(0xA020) + 2);
+        QCOMPARE(int(after[at]), 0x7C);
+        for (size_t i = 0; i < after.size(); ++i)
+            if (i != at) QCOMPARE(after[i], before[i]);
+        QCOMPARE(w->selectedTab(), 4);
+    }
+
+    void addApplySaveReopen() {
+        pickSequence("A020");  // D7 01 02 E4
+        w->cmbNewSeqCmd->setCurrentIndex(newCommandItemOf(0xE4));
+        w->cmdSeqAddCmd_Click();
+        QVERIFY(w->StatusBar1->text().contains("ends a sequence"));
+        QCOMPARE(w->curSeq.commandCount(), 2);
+        w->cmbNewSeqCmd->setCurrentIndex(newCommandItemOf(0xF3));
+        w->cmdSeqAddCmd_Click();  // after the selected first command
+        QCOMPARE(rows().at(1), QString("new : F3(0) "));
+        QVERIFY(w->cmdSeqApply->isEnabled());
+        w->cmdSeqApply_Click();
+        w->mnuFileSaveChanges_Click();
+        QVERIFY(w->StatusBar1->text().contains("1 moved (A020 \u2192 "));
+        QVERIFY(w->openImage(QString::fromStdString(image->path())));
+        bool found = false;
+        for (const auto& [address, seq] : w->pb.sequences)
+            found = found || (seq.commandCount() == 3 && seq.command(1) == 0xF3);
+        QVERIFY(found);
+    }
+
+    static int newCommandItemOf(int code) {
+        for (int i = 0; i < 77; ++i)
+            if (newCommandCode(i) == code) return i;
+        return 0;
+    }
+
     void shippedSheetsLabelTheDemoCommands() {
         frmMain shipped(*dialogs, ZPE_SOURCE_DATA_DIR, QString::fromStdString(cwd.path()));
         QVERIFY(shipped.openImage(QString::fromStdString(image->path())));

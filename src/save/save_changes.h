@@ -1,0 +1,48 @@
+#pragma once
+// "Save": writes every edit and keeps every other byte of the image as it
+// was. A slot is written when its fields differ from the image's record; a
+// sequence when its bytes differ from the image's bytes at its address: in
+// place when it still fits in its old bytes, otherwise into the first free
+// run of the sequence area (bytes neither the editor nor the game uses), with
+// every table entry and every closing absolute jump that named its old start
+// pointed at the new one. The old bytes stay, so whatever else reaches them
+// (the computer teams' logic, branch commands) runs what it ran before.
+#include "playbook/playbook.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zpe {
+
+struct SaveSummary {
+    int slotsWritten = 0;                           // slot records written
+    int inPlace = 0;                                // sequences written at their address
+    std::vector<std::pair<int32_t, int32_t>> moved;  // old start, new start
+    int leftOnOldCopies = 0;  // address fields and relative jumps that still name an old start
+    int32_t freeBytesLeft = 0;  // free bytes of the area after the moves
+    // "Saved: 3 sequences in place, 1 moved (A123 → BA00), 2 references left on
+    // old copies, 412 free bytes left." (slots, when written, come first).
+    [[nodiscard]] std::string text() const;
+};
+
+struct SavePlan {
+    std::vector<uint8_t> bytes;  // the whole new image
+    SaveSummary summary;
+};
+
+// What Save would write over `image` (the file's current bytes) for `pb`.
+// Throws SaveError, naming the sequence, when it refuses: no complete open; a
+// sequence that must move but no free run holds it; changed sequences whose old
+// bytes overlap (or a changed sequence written in place over another one's
+// bytes); a sequence that must move and holds a COM pass or 0xF1, which the
+// game reads with other lengths.
+[[nodiscard]] SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image);
+
+// Save: plans against the file named by romPath, replaces it in one step, and
+// opens it again into `pb` (with the formation names of `dataDir`), so the
+// model shows what the image now holds. On a refusal or failure nothing is
+// written and `pb` is as it was.
+SaveSummary saveChanges(Playbook& pb, const std::string& dataDir);
+
+}  // namespace zpe
