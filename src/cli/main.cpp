@@ -2,6 +2,9 @@
 // and closes it; failures print one line on stderr and exit 1, usage errors 2.
 #include "analysis/check_report.h"
 #include "cli/json_export.h"
+#include "cli/json_import.h"
+#include "model/file_io.h"
+#include "save/save_changes.h"
 #include "diagram/diagram.h"
 #include "model/tables.h"
 #include "render/qimage_canvas.h"
@@ -168,6 +171,28 @@ int runTrace(const Context& ctx, const std::string& imagePath, const std::string
     return 0;
 }
 
+int runImport(const Context& ctx, const std::string& imagePath, const std::string& jsonPath, bool dryRun) {
+    const std::vector<uint8_t> bytes = zpe::readWholeFile(jsonPath);
+    nlohmann::json doc;
+    try {
+        doc = nlohmann::json::parse(bytes.begin(), bytes.end());
+    } catch (const nlohmann::json::parse_error& e) {
+        throw Failure{jsonPath + ": not JSON: " + e.what()};
+    }
+    zpe::Playbook pb = openOrFail(imagePath, ctx);
+    try {
+        zpe::applyPlaybookJson(pb, doc);
+    } catch (const zpe::ImportError& e) {
+        throw Failure{jsonPath + ": " + e.what() + "; nothing was written"};
+    }
+    if (dryRun) {
+        std::cout << zpe::planSave(pb, zpe::readWholeFile(imagePath)).summary.text() << '\n';
+        return 0;
+    }
+    std::cout << zpe::saveChanges(pb, ctx.dataDir).text() << '\n';
+    return 0;
+}
+
 // "WxH" in pixels, each 1 to 10000.
 std::pair<int, int> parseSize(const std::string& text) {
     const auto x = text.find_first_of("xX");
@@ -278,6 +303,13 @@ int main(int argc, char** argv) {
     auto* json = verb("json", "Print the whole playbook as JSON");
     imageOption(json);
     json->callback([&] { action = [&](const Context& c) { return runJson(c, image); }; });
+
+    auto* import = verb("import", "Apply a playbook file in the shape zpe json writes, then Save (only what changed)");
+    imageOption(import);
+    import->add_option("FILE", arg1, "The playbook as JSON")->required();
+    bool dryRun = false;
+    import->add_flag("--dry-run", dryRun, "Print what Save would do; write nothing");
+    import->callback([&] { action = [&](const Context& c) { return runImport(c, image, arg1, dryRun); }; });
 
     auto* check = verb("check", "Map the sequence area as the game reads it and report what Full Save would break");
     imageOption(check);

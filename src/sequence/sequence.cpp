@@ -149,6 +149,62 @@ clsSequence::Insert clsSequence::insertCommand(int after, int16_t code) {
     return Insert::Done;
 }
 
+void clsSequence::setCommands(const std::vector<std::pair<int, std::vector<int>>>& commands) {
+    auto fail = [](size_t i, const std::string& why) {
+        throw std::invalid_argument("command " + std::to_string(i) + ": " + why);
+    };
+    if (commands.empty()) throw std::invalid_argument("a sequence needs at least its end command");
+    if (commands.size() > static_cast<size_t>(kMaxCommands)) throw std::invalid_argument("too many commands");
+    std::vector<SeqCommand> cmds;
+    int32_t at = startAddr_;
+    for (size_t i = 0; i < commands.size(); ++i) {
+        const auto& [code, data] = commands[i];
+        const bool last = i + 1 == commands.size();
+        const bool low = isLowCode(code);
+        if (code < 0 || code > 0xFF || (low && (code & kLowNibbleMask) != 0)) fail(i, "not a command code");
+        for (size_t k = 0; k < data.size(); ++k)
+            if (data[k] < 0 || data[k] > (low && k == 0 ? 0x0F : 0xFF)) fail(i, "data " + std::to_string(k) + " out of range");
+        SeqCommand c;
+        c.address = at;
+        c.command = static_cast<int16_t>(code);
+        int expected = 0;
+        bool ends = false;
+        if (low) {
+            if (data.empty()) fail(i, "a low code carries its first value in its code byte");
+            expected = code == kComPass ? data[0] + 1 : cmdLenByNibble[static_cast<size_t>(code >> 4)];
+        } else if (code == kCelebrate || code == kDejected || code == kRelativeJump) {
+            expected = 1;
+            ends = true;
+        } else if (code == kAbsoluteJump) {
+            expected = 2;
+            ends = true;
+        } else if (code == kLongSnap) {
+            ends = last || commands[i + 1].first != kAbsoluteJump;
+        } else if (cmdLenHigh[static_cast<size_t>(code - kFirstHighCode)] == 0) {
+            // The stances also go on in the kick formations' sequences.
+            ends = !(code == kThreePointStance || code == kTwoPointStance) || last;
+        } else {
+            expected = cmdLenHigh[static_cast<size_t>(code - kFirstHighCode)] - 1;
+        }
+        if (static_cast<int>(data.size()) != expected)
+            fail(i, "takes " + std::to_string(expected) + " data values, not " + std::to_string(data.size()));
+        if (ends && !last) fail(i, "ends the sequence before its last command");
+        if (last && !ends) fail(i, "the last command must end the sequence");
+        for (size_t k = 0; k < data.size(); ++k) c.data[k] = static_cast<int16_t>(data[k]);
+        c.dataLen = static_cast<int16_t>(ends && data.empty() ? -1 : static_cast<int>(data.size()));
+        if (low) c.dataLen = static_cast<int16_t>(expected);
+        at += c.encodedSize();
+        cmds.push_back(c);
+    }
+    cmds_ = std::move(cmds);
+    sizeBytes_ = at - startAddr_;
+    truncated_ = false;
+    const SeqCommand& end = cmds_.back();
+    nextAddr_ = 0;
+    if (end.command == kAbsoluteJump) nextAddr_ = end.data[1] * 256 + end.data[0];
+    else if (end.command == kRelativeJump && end.data[0] < kBackwardOffset) nextAddr_ = end.address + end.data[0];
+}
+
 void clsSequence::swapCommands(int pos1, int pos2) { std::swap(at(pos1), at(pos2)); }
 
 void clsSequence::convertRelJump() {

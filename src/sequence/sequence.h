@@ -97,6 +97,15 @@ public:
     // codes (the game hangs on them).
     enum class Insert { Done, EndsSequence, LockUp, NotACommand, Full };
     [[nodiscard]] Insert insertCommand(int after, int16_t code);
+    // Replaces every command with `commands`, given by code and data as the
+    // editor shows them (a low code's data 0 is its nibble); each command's
+    // recorded address becomes its place from the sequence's address on. Throws
+    // std::invalid_argument, naming the command by its index, when the encoder
+    // cannot write them: a code that is not a command, a value outside a byte
+    // (a nibble for data 0 of a low code), a data count other than the code's
+    // length, an end command before the last or a last command that ends nothing.
+    void setCommands(const std::vector<std::pair<int, std::vector<int>>>& commands);
+
     // Exchanges two commands whole (their recorded addresses travel with them).
     void swapCommands(int pos1, int pos2);
     // Turns a closing forward relative jump (0xFE below 0x80) into an absolute
