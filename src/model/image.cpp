@@ -13,7 +13,8 @@ Image::Image(std::string path, std::vector<uint8_t> bytes) : path_(std::move(pat
 Image Image::open(const std::string& path) { return Image(path, readWholeFile(path)); }
 
 void Image::fail(const std::string& what, int64_t offset) const {
-    throw RomError(path_ + ": " + what + " at offset 0x" + hexPlain(offset));
+    // A position before the file is shown with its sign, never as a wrapped unsigned number.
+    throw RomError(path_ + ": " + what + " at offset " + (offset < 0 ? "-0x" + hexPlain(-offset) : "0x" + hexPlain(offset)));
 }
 
 void Image::seekOffset(int32_t offset) {

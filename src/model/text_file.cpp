@@ -31,7 +31,12 @@ std::string readTextFile(const std::string& path) {
     return std::string(bytes.begin(), bytes.end());
 }
 
-std::vector<std::string> readFormNames(const std::string& path) { return splitLines(readTextFile(path)); }
+std::vector<std::string> readFormNames(const std::string& path) {
+    std::vector<std::string> names = splitLines(readTextFile(path));
+    for (std::string& name : names)
+        if (name.size() > kMaxDataTextLength) name.resize(kMaxDataTextLength);
+    return names;
+}
 
 FieldReader::FieldReader(std::string text) : text_(std::move(text)) {}
 
@@ -92,6 +97,7 @@ std::string FieldReader::next() {
         field.erase(last == std::string::npos ? 0 : last + 1);
     }
     consumeSeparator();
+    if (field.size() > kMaxDataTextLength) field.resize(kMaxDataTextLength);
     return field;
 }
 

@@ -1,10 +1,15 @@
 #pragma once
 // The data files beside the program: forms.txt (one formation name per line)
 // and the free-format field stream shared by cmd.txt and the command sheets.
+#include <cstddef>
 #include <string>
 #include <vector>
 
 namespace zpe {
+
+// A name, label or note read from a data file keeps at most this many bytes:
+// a data file with a megabyte-long name cannot make every list row that long.
+constexpr size_t kMaxDataTextLength = 255;
 
 // Splits text into lines. CR LF, LF and a lone CR all end a line; a last line
 // without a line end counts; a line end at the very end adds no empty line.
@@ -14,7 +19,8 @@ std::vector<std::string> splitLines(const std::string& text);
 // Reads a text file whole. Throws RomError naming the file when it cannot be read.
 std::string readTextFile(const std::string& path);
 
-// Formation names from forms.txt, one per line, in formation-table order.
+// Formation names from forms.txt, one per line, in formation-table order, each
+// cut at kMaxDataTextLength bytes.
 std::vector<std::string> readFormNames(const std::string& path);
 
 // Reads fields one at a time from free-format text:
@@ -33,7 +39,7 @@ public:
     // True while another field can be read: some non-blank text remains, or the
     // previous field ended with a comma (an empty field follows it).
     bool hasField() const;
-    // The next field; "" when none is left.
+    // The next field, cut at kMaxDataTextLength bytes; "" when none is left.
     std::string next();
 
 private:

@@ -7,6 +7,7 @@
 #include "sequence/command_codes.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 namespace zpe {
 
@@ -15,30 +16,57 @@ namespace {
 // Formations 0..3 (the kick formations) decode their position sequences with KR.
 constexpr int kKickFormationCount = 4;
 
-// Follows a chain of sequences from `address`: each address is decoded once;
-// the chain ends at a known address, an invalid sequence or no follow-on.
-void followChain(Playbook& pb, Image& image, int32_t address, bool KR) {
-    while (!pb.sequences.contains(address)) {
-        clsSequence seq;
-        seq.address(address);
-        image.seekOffset(offsetOfAddress(address));
-        seq.load(image, KR);
-        if (!seq.isValid()) return;
-        const int32_t next = seq.nextSequence();
-        pb.sequences.insert(address, std::move(seq));
-        if (next <= 0) return;
-        address = next;
+// Discovery decodes each address at most once (invalid starts are remembered
+// too) and refuses an image that would make it decode more commands than any
+// playbook image holds, so a hostile file costs bounded time and memory.
+class Discovery {
+public:
+    Discovery(Playbook& pb, Image& image) : pb_(pb), image_(image) {}
+
+    // Follows a chain of sequences from `address`, named by `entry` in messages:
+    // each address is decoded once; the chain ends at a known address, an
+    // invalid sequence or no follow-on.
+    void followChain(int32_t address, bool KR, const std::string& entry) {
+        std::string from = entry;
+        while (!pb_.sequences.contains(address) && !invalid_.count(address)) {
+            if (address < kAddressOffsetDelta)
+                throw RomError(image_.path() + ": " + from + " points below the image (0x" + hex4(address) + ")");
+            clsSequence seq;
+            seq.address(address);
+            image_.seekOffset(offsetOfAddress(address));
+            seq.load(image_, KR);
+            decoded_ += seq.commandCount();
+            if (decoded_ > kMaxDecodedCommands)
+                throw RomError(image_.path() + ": not a playbook image: its tables lead to more than " +
+                               std::to_string(kMaxDecodedCommands) + " commands");
+            if (!seq.isValid()) {
+                invalid_.insert(address);
+                return;
+            }
+            const int32_t next = seq.nextSequence();
+            pb_.sequences.insert(address, std::move(seq));
+            if (next <= 0) return;
+            from = "sequence " + hex4(address);
+            address = next;
+        }
     }
-}
+
+private:
+    Playbook& pb_;
+    Image& image_;
+    std::unordered_set<int32_t> invalid_;
+    int64_t decoded_ = 0;
+};
 
 void discoverSequences(Playbook& pb, Image& image) {
+    Discovery d(pb, image);
     for (size_t f = 0; f < pb.formations.size(); ++f)
         for (int j = 0; j < kPlayersPerRecord; ++j)
-            followChain(pb, image, pb.formations[f].posAddress(j), f < kKickFormationCount);
-    for (int32_t pointer : pb.seqPointers) followChain(pb, image, pointer, false);
+            d.followChain(pb.formations[f].posAddress(j), f < kKickFormationCount, "the formation table");
+    for (int32_t pointer : pb.seqPointers) d.followChain(pointer, false, "the pointer table");
     for (const auto& play : pb.plays)
         for (int j = 0; j < kPlayersPerRecord; ++j)
-            if (play.seqAddress(j) != kNoSequence) followChain(pb, image, play.seqAddress(j), false);
+            if (play.seqAddress(j) != kNoSequence) d.followChain(play.seqAddress(j), false, "the play table");
 }
 
 }  // namespace
@@ -84,6 +112,9 @@ Playbook openRom(const std::string& path, const std::string& dataDir) {
     const std::string formsPath = dataDir + "/forms.txt";
     const std::vector<std::string> formNames = readFormNames(formsPath);
     if (formNames.empty()) throw RomError(formsPath + ": names no formation");
+    if (formNames.size() > static_cast<size_t>(kMaxFormations))
+        throw RomError(formsPath + ": names " + std::to_string(formNames.size()) + " formations; the formation table holds " +
+                       std::to_string(kMaxFormations));
     Playbook pb = loadPlaybook(image, formNames);
     if (pb.sequences.empty()) throw RomError(path + ": no valid sequence found; is this an image of the game?");
     for (int s = 0; s < kSlotCount; ++s) {

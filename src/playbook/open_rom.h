@@ -10,6 +10,12 @@
 
 namespace zpe {
 
+// The most commands an open decodes, valid or not: far more than any playbook
+// image holds (about ten thousand), few enough to bound a hostile file's cost.
+constexpr int64_t kMaxDecodedCommands = 1000000;
+// The formation table holds this many records before the play table begins.
+constexpr int kMaxFormations = (kPlayTableOffset - kFormationTableOffset) / kAddressRecordSize;
+
 // Opens the image at `path` with the formation names of `dataDir`/forms.txt.
 // Returns the complete playbook (openComplete true, openedBytes the file's
 // bytes). Throws RomError naming the file and the reason when the open stops;

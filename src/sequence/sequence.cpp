@@ -108,12 +108,13 @@ int32_t clsSequence::commandAddress(int i) const { return at(i).address; }
 
 int16_t clsSequence::data(int pos, int i) const {
     if (i < 0 || i > 255) throw std::out_of_range("data index " + std::to_string(i) + " outside 0 to 255");
-    return at(pos).data[static_cast<size_t>(i)];
+    return i < kMaxDataValues ? at(pos).data[static_cast<size_t>(i)] : 0;
 }
 
 void clsSequence::data(int pos, int i, int16_t value) {
     SeqCommand& cmd = at(pos);
     if (i < 0 || i > 255) throw std::out_of_range("data index " + std::to_string(i) + " outside 0 to 255");
+    if (i >= kMaxDataValues) return;
     cmd.data[static_cast<size_t>(i)] = value;
     if (cmd.command == kAbsoluteJump) {
         nextAddr_ = cmd.data[1] * 256 + cmd.data[0];

@@ -11,11 +11,16 @@
 
 namespace zpe {
 
+// The most data values a command has: a COM pass with N = 15 (16 bytes).
+constexpr int kMaxDataValues = 16;
+
 // One decoded command.
 struct SeqCommand {
     int32_t address = 0;  // game address of its code byte as decoded (never recomputed)
     int16_t command = 0;  // low codes: the byte with its low nibble cleared; high codes: the byte
-    std::array<int16_t, 256> data{};  // data values; entries from dataLen on belong to no command
+    // Data values; entries from dataLen on belong to no command. The longest
+    // command (a COM pass 0x9F) has 16, so only those are stored.
+    std::array<int16_t, kMaxDataValues> data{};
     int16_t dataLen = 0;  // entries of data that belong to the command; -1 for a one-byte end command
 
     // Bytes the command occupies in the image: dataLen for a low code,
@@ -70,7 +75,8 @@ public:
     int16_t dataLen(int pos) const;
     int16_t command(int pos) const;
     int32_t commandAddress(int i) const;
-    // Data index 0..255; anything else throws std::out_of_range.
+    // Data index 0..255; anything else throws std::out_of_range. Entries from
+    // kMaxDataValues on belong to no command: they read as 0.
     int16_t data(int pos, int i) const;
 
     // Sets a data value. On a 0xFF command the follow-on address follows the
