@@ -1,29 +1,34 @@
 // zpe: the playbook editor's command line. Each verb opens the image, works
 // and closes it; failures print one line on stderr and exit 1, usage errors 2.
+// Verbs that read an image and then replace it hold a lock on it from the read
+// to the rename, so two of them on one image take turns.
 #include "analysis/check_report.h"
+#include "analysis/playbook_diff.h"
 #include "cli/json_export.h"
 #include "cli/json_import.h"
-#include "model/file_io.h"
-#include "save/save_changes.h"
 #include "diagram/diagram.h"
-#include "model/tables.h"
-#include "render/qimage_canvas.h"
-#include "ui/screenshots.h"
-
-#include <QApplication>
+#include "model/file_io.h"
 #include "model/hex.h"
 #include "model/image.h"
 #include "model/rom_error.h"
+#include "model/tables.h"
+#include "model/text_file.h"
 #include "playbook/list_rows.h"
 #include "playbook/open_rom.h"
 #include "playbook/slot_actions.h"
+#include "render/png.h"
+#include "save/ips.h"
+#include "save/save_changes.h"
 #include "save/saves.h"
 #include "sequence/catalogue.h"
 #include "sequence/sequence.h"
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <climits>
+#include <csignal>
+#include <cstring>
 #include <functional>
 #include <iostream>
 #include <string>
@@ -33,6 +38,13 @@ namespace {
 
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
+
+// The most commands `decode` lists unless --all is given.
+constexpr int kDecodeListLimit = 4096;
+// The largest picture `render` draws, each side in pixels.
+constexpr int kMaxPictureSide = 4096;
+// `-` as an output path: standard output.
+constexpr const char* kStdout = "-";
 
 // A usage error found after parsing (a malformed address, say).
 struct UsageError {
@@ -61,9 +73,27 @@ int32_t parseAddress(const std::string& text) {
     return static_cast<int32_t>(zpe::leadingHexValue(digits));
 }
 
+// A number in decimal or with a 0x prefix in hexadecimal, from lo to hi.
+int parseNumber(const std::string& text, int lo, int hi, const std::string& what) {
+    const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const std::string digits = hex ? text.substr(2) : text;
+    const char* allowed = hex ? "0123456789abcdefABCDEF" : "0123456789";
+    if (!digits.empty() && digits.size() <= 6 && digits.find_first_not_of(allowed) == std::string::npos) {
+        const long v = std::stol(digits, nullptr, hex ? 16 : 10);
+        if (v >= lo && v <= hi) return static_cast<int>(v);
+    }
+    throw UsageError{what + " is a number from " + std::to_string(lo) + " to " + std::to_string(hi) +
+                     " (decimal, or hexadecimal after 0x), not '" + text + "'"};
+}
+
 struct Context {
     std::string dataDir;
     zpe::CmdNames names;
+    bool quiet = false;
+    // Says what a writing verb did, in one line, unless --quiet.
+    void said(const std::string& line) const {
+        if (!quiet) std::cout << line << '\n';
+    }
 };
 
 // Opens the image as the window does (cpu.txt is written only by the verb that asks for it).
@@ -75,8 +105,22 @@ zpe::Playbook openOrFail(const std::string& path, const Context& ctx) {
     }
 }
 
-int runDecode(const Context& ctx, const std::string& imagePath, const std::string& addressText, bool kr) {
+// Writes `bytes` to `path` through the all-or-nothing writer, or to standard
+// output for "-"; an output that is the image itself is refused.
+void writeOutput(const std::string& path, const std::vector<uint8_t>& bytes, const std::string& image) {
+    if (path == kStdout) {
+        std::cout.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        return;
+    }
+    zpe::refuseSameFile(path, image);
+    zpe::replaceFileContents(path, bytes);
+}
+
+int runDecode(const Context& ctx, const std::string& imagePath, const std::string& addressText, bool kr, bool all) {
     const int32_t address = parseAddress(addressText);
+    if (address < zpe::kAddressOffsetDelta)
+        throw UsageError{"game address " + zpe::hex4(address) + " lies before the image (its first byte is game address " +
+                         zpe::hex4(zpe::kAddressOffsetDelta) + ")"};
     zpe::Image image = zpe::Image::open(imagePath);
     zpe::clsSequence seq;
     seq.address(address);
@@ -86,71 +130,103 @@ int runDecode(const Context& ctx, const std::string& imagePath, const std::strin
               << "size " << seq.byteSize() << '\n'
               << "next " << zpe::hex4(seq.nextSequence()) << '\n'
               << "valid " << (seq.isValid() ? "yes" : "no") << '\n';
-    for (int i = 0; i < seq.commandCount(); ++i)
-        std::cout << zpe::hex4(seq.commandAddress(i)) << ": " << seq.commandName(i, ctx.names) << '\n';
+    const int shown = all ? seq.commandCount() : std::min(seq.commandCount(), kDecodeListLimit);
+    for (int i = 0; i < shown; ++i) std::cout << zpe::hex4(seq.commandAddress(i)) << ": " << seq.commandName(i, ctx.names) << '\n';
+    if (shown < seq.commandCount())
+        std::cerr << "zpe: listed the first " << shown << " of " << seq.commandCount() << " commands; --all lists every one\n";
     if (seq.reachedImageEnd())
         std::cerr << "zpe: " << imagePath << ": the sequence runs to the end of the image without an end command\n";
     return 0;
 }
 
-void printRows(const char* title, const std::vector<zpe::ListRow>& rows) {
+void printRows(const char* title, const std::vector<zpe::ListRow>& rows, bool numbered) {
     std::cout << "## " << title << '\n';
-    for (const auto& row : rows) {
-        for (size_t i = 0; i < row.cells.size(); ++i) std::cout << (i ? "\t" : "") << row.cells[i];
+    for (size_t r = 0; r < rows.size(); ++r) {
+        if (numbered) std::cout << r << '\t';
+        for (size_t i = 0; i < rows[r].cells.size(); ++i) std::cout << (i ? "\t" : "") << rows[r].cells[i];
         std::cout << '\n';
     }
 }
 
-int runLists(const Context& ctx, const std::string& imagePath) {
+int runLists(const Context& ctx, const std::string& imagePath, bool numbered) {
     const zpe::ListRows rows = zpe::buildRows(openOrFail(imagePath, ctx), ctx.names);
-    printRows("Formations", rows.formations);
-    printRows("Play Slots", rows.playSlots);
-    printRows("Plays", rows.plays);
-    printRows("Sequences", rows.sequences);
+    printRows("Formations", rows.formations, numbered);
+    printRows("Play Slots", rows.playSlots, numbered);
+    printRows("Plays", rows.plays, numbered);
+    printRows("Sequences", rows.sequences, numbered);
     return 0;
 }
 
 int runCpu(const Context& ctx, const std::string& imagePath, const std::string& outPath) {
-    zpe::writeGapListing(openOrFail(imagePath, ctx), outPath);
+    const std::string text = zpe::gapListing(openOrFail(imagePath, ctx));
+    writeOutput(outPath, std::vector<uint8_t>(text.begin(), text.end()), imagePath);
+    if (outPath != kStdout) ctx.said("wrote the gap listing to " + outPath + "; " + std::to_string(text.size()) + " bytes");
     return 0;
-}
-
-int parseSlot(const std::string& text) {
-    try {
-        size_t used = 0;
-        const int v = std::stoi(text, &used, 10);
-        if (used == text.size() && v >= 0 && v < zpe::kSlotCount) return v;
-    } catch (const std::exception&) {
-    }
-    throw UsageError{"a slot is a number from 0 to 63, not '" + text + "'"};
 }
 
 int runSlotAction(const Context& ctx, const std::string& imagePath, const std::string& first, const std::string& second,
                   bool swap) {
-    const int a = parseSlot(first), b = parseSlot(second);
+    const int a = parseNumber(first, 0, zpe::kSlotCount - 1, "a slot"), b = parseNumber(second, 0, zpe::kSlotCount - 1, "a slot");
+    const zpe::FileLock lock(imagePath);
     zpe::Playbook pb = openOrFail(imagePath, ctx);
     const zpe::SlotActionResult result = swap ? zpe::swapSlot(pb, a, b) : zpe::copySlot(pb, a, b);
     if (result.outcome == zpe::SlotActionOutcome::KindMixed) throw Failure{imagePath + ": " + zpe::kKindRefusedMessage};
     if (result.outcome == zpe::SlotActionOutcome::SameSlot) throw Failure{imagePath + ": " + zpe::kActionCancelledMessage};
+    const std::vector<uint8_t> before = pb.openedBytes;
     zpe::safeSave(pb);
+    size_t changed = 0;
+    for (size_t i = 0; i < before.size() && i < pb.openedBytes.size(); ++i) changed += before[i] != pb.openedBytes[i];
+    ctx.said(std::string(swap ? "swapped slots " : "copied slot ") + std::to_string(a) + (swap ? " and " : " over slot ") +
+             std::to_string(b) + "; " + std::to_string(changed) + " bytes written");
     return 0;
 }
 
 int runFullSave(const Context& ctx, const std::string& imagePath) {
+    const zpe::FileLock lock(imagePath);
     zpe::Playbook pb = openOrFail(imagePath, ctx);
     zpe::fullSave(pb);
+    ctx.said("laid out " + std::to_string(pb.sequences.size()) + " sequences from A000 and rewrote every table");
     return 0;
 }
 
 int runExportMask(const Context& ctx, const std::string& imagePath, const std::string& outPath) {
-    zpe::Playbook pb = openOrFail(imagePath, ctx);
-    zpe::exportMaskRom(pb, outPath);
+    const zpe::Playbook pb = openOrFail(imagePath, ctx);
+    std::vector<uint8_t> existing;
+    if (outPath != kStdout) {
+        zpe::refuseSameFile(outPath, imagePath);
+        if (::access(outPath.c_str(), F_OK) == 0) existing = zpe::readWholeFile(outPath);
+    }
+    const std::vector<uint8_t> mask = zpe::maskBytes(pb, std::move(existing));
+    writeOutput(outPath, mask, imagePath);
+    if (outPath != kStdout) ctx.said("wrote the mask of " + std::to_string(pb.sequences.size()) + " sequences to " + outPath);
     return 0;
 }
 
 int runJson(const Context& ctx, const std::string& imagePath) {
+    std::cout << zpe::playbookJson(openOrFail(imagePath, ctx), ctx.names).dump(1) << '\n';
+    return 0;
+}
+
+int runImport(const Context& ctx, const std::string& imagePath, const std::string& jsonPath, bool dryRun) {
+    const std::vector<uint8_t> bytes = zpe::readWholeFile(jsonPath);
+    nlohmann::json doc;
+    try {
+        doc = nlohmann::json::parse(bytes.begin(), bytes.end());
+    } catch (const nlohmann::json::parse_error& e) {
+        throw Failure{jsonPath + ": not JSON: " + e.what()};
+    }
+    const zpe::FileLock lock(imagePath);
     zpe::Playbook pb = openOrFail(imagePath, ctx);
-    std::cout << zpe::playbookJson(pb, ctx.names).dump(1) << '\n';
+    try {
+        zpe::applyPlaybookJson(pb, doc);
+    } catch (const zpe::ImportError& e) {
+        throw Failure{jsonPath + ": " + e.what() + "; nothing was written"};
+    }
+    if (dryRun) {
+        std::cout << zpe::planSave(pb, zpe::readUnchangedImage(pb)).summary.text() << '\n';
+        return 0;
+    }
+    std::cout << zpe::saveChanges(pb, ctx.dataDir).text() << '\n';
     return 0;
 }
 
@@ -171,40 +247,43 @@ int runTrace(const Context& ctx, const std::string& imagePath, const std::string
     return 0;
 }
 
-int runImport(const Context& ctx, const std::string& imagePath, const std::string& jsonPath, bool dryRun) {
-    const std::vector<uint8_t> bytes = zpe::readWholeFile(jsonPath);
-    nlohmann::json doc;
-    try {
-        doc = nlohmann::json::parse(bytes.begin(), bytes.end());
-    } catch (const nlohmann::json::parse_error& e) {
-        throw Failure{jsonPath + ": not JSON: " + e.what()};
+int runDiff(const Context& ctx, const std::string& originalPath, const std::string& editedPath, const std::string& ipsPath) {
+    const zpe::Playbook original = openOrFail(originalPath, ctx), edited = openOrFail(editedPath, ctx);
+    for (const std::string& line : zpe::describeDifferences(original, edited)) std::cout << line << '\n';
+    if (!ipsPath.empty()) {
+        zpe::refuseSameFile(ipsPath, editedPath);
+        writeOutput(ipsPath, zpe::makeIps(original.openedBytes, edited.openedBytes), originalPath);
     }
-    zpe::Playbook pb = openOrFail(imagePath, ctx);
-    try {
-        zpe::applyPlaybookJson(pb, doc);
-    } catch (const zpe::ImportError& e) {
-        throw Failure{jsonPath + ": " + e.what() + "; nothing was written"};
-    }
-    if (dryRun) {
-        std::cout << zpe::planSave(pb, zpe::readWholeFile(imagePath)).summary.text() << '\n';
-        return 0;
-    }
-    std::cout << zpe::saveChanges(pb, ctx.dataDir).text() << '\n';
     return 0;
 }
 
-// "WxH" in pixels, each 1 to 10000.
+int runPatch(const Context& ctx, const std::string& imagePath, const std::string& patchPath, const std::string& outPath) {
+    const std::string target = outPath.empty() ? imagePath : outPath;
+    const zpe::FileLock lock(target);
+    std::vector<uint8_t> patched;
+    try {
+        patched = zpe::applyIps(zpe::readWholeFile(imagePath), zpe::readWholeFile(patchPath), zpe::kMaxFileSize);
+    } catch (const zpe::PatchError& e) {
+        throw Failure{patchPath + ": " + e.what() + "; nothing was written"};
+    }
+    if (!outPath.empty()) zpe::refuseSameFile(outPath, patchPath);
+    zpe::replaceFileContents(target, patched);
+    ctx.said("applied " + patchPath + " to " + target);
+    return 0;
+}
+
+// "WxH" in pixels, each 1 to kMaxPictureSide.
 std::pair<int, int> parseSize(const std::string& text) {
     const auto x = text.find_first_of("xX");
-    try {
-        if (x != std::string::npos) {
-            size_t usedW = 0, usedH = 0;
-            const int w = std::stoi(text.substr(0, x), &usedW), h = std::stoi(text.substr(x + 1), &usedH);
-            if (usedW == x && usedH == text.size() - x - 1 && w >= 1 && h >= 1 && w <= 10000 && h <= 10000) return {w, h};
+    if (x != std::string::npos) {
+        try {
+            return {parseNumber(text.substr(0, x), 1, kMaxPictureSide, "a width"),
+                    parseNumber(text.substr(x + 1), 1, kMaxPictureSide, "a height")};
+        } catch (const UsageError&) {
         }
-    } catch (const std::exception&) {
     }
-    throw UsageError{"--size must be WIDTHxHEIGHT in pixels (1 to 10000 each), not '" + text + "'"};
+    throw UsageError{"--size must be WIDTHxHEIGHT in pixels (1 to " + std::to_string(kMaxPictureSide) + " each), not '" +
+                     text + "'"};
 }
 
 // The picture boxes' design sizes: 4935 x 3255 and 2055 x 3255 twips at 15 twips a pixel.
@@ -212,130 +291,145 @@ constexpr int kTwipsPerPixel = 15;
 constexpr std::pair<int, int> kPlayPictureSize{4935 / kTwipsPerPixel, 3255 / kTwipsPerPixel};
 constexpr std::pair<int, int> kFormationPictureSize{2055 / kTwipsPerPixel, 3255 / kTwipsPerPixel};
 
-int runRender(const Context& ctx, const std::string& imagePath, int slot, int formation, const std::string& outPath,
-              const std::string& sizeText) {
-    const bool drawSlot = slot >= 0;
-    if (drawSlot == (formation >= 0)) throw UsageError{"render needs exactly one of --slot and --formation"};
-    if (drawSlot && slot >= zpe::kSlotCount) throw UsageError{"--slot is a number from 0 to 63"};
-    const auto size = sizeText.empty() ? (drawSlot ? kPlayPictureSize : kFormationPictureSize) : parseSize(sizeText);
-    zpe::Playbook pb = openOrFail(imagePath, ctx);
-    if (!drawSlot && static_cast<size_t>(formation) >= pb.formations.size())
+struct RenderRequest {
+    int slot = -1, formation = -1, play = 1, scale = 1;
+    std::string out, size;
+};
+
+int runRender(const Context& ctx, const std::string& imagePath, const RenderRequest& r) {
+    const bool drawSlot = r.slot >= 0;
+    if (drawSlot == (r.formation >= 0)) throw UsageError{"render needs exactly one of --slot and --formation"};
+    if (drawSlot && r.slot >= zpe::kSlotCount) throw UsageError{"--slot is a number from 0 to 63"};
+    if (r.play < 1 || r.play > zpe::kPlaysPerSlot) throw UsageError{"--play is a number from 1 to 8"};
+    const auto size = r.size.empty() ? (drawSlot ? kPlayPictureSize : kFormationPictureSize) : parseSize(r.size);
+    if (r.scale < 1 || static_cast<long>(size.first) * r.scale > kMaxPictureSide ||
+        static_cast<long>(size.second) * r.scale > kMaxPictureSide)
+        throw UsageError{"--scale makes the picture larger than " + std::to_string(kMaxPictureSide) + " pixels a side"};
+    const zpe::Playbook pb = openOrFail(imagePath, ctx);
+    if (!drawSlot && static_cast<size_t>(r.formation) >= pb.formations.size())
         throw UsageError{"--formation is a number from 0 to " + std::to_string(pb.formations.size() - 1)};
-    zpe::QImageCanvas canvas(size.first, size.second);
+    zpe::RasterCanvas canvas(size.first * r.scale, size.second * r.scale);
+    zpe::ScaledCanvas scaled(canvas, r.scale);
     if (drawSlot) {
-        zpe::DrawPlay(canvas, pb, slot);
+        zpe::DrawPlay(scaled, pb, r.slot, r.play - 1);
     } else {
-        for (int player : zpe::drawFormation(canvas, pb, formation))
+        for (int player : zpe::drawFormation(scaled, pb, r.formation))
             std::cerr << "Unable to find the sequence for " << zpe::offPosNames[static_cast<size_t>(player)] << '\n';
     }
-    if (!canvas.savePng(QString::fromStdString(outPath))) throw Failure{outPath + ": cannot write the picture"};
-    return 0;
-}
-
-// Pictures of the window's four tabs, drawn offscreen.
-int runScreenshot(const Context& ctx, const std::string& imagePath, const std::string& dir) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    int argc = 1;
-    char name[] = "zpe";
-    char* argv[] = {name, nullptr};
-    QApplication app(argc, argv);
-    try {
-        for (const QString& path : zpe::writeScreenshots(QString::fromStdString(imagePath), QString::fromStdString(dir),
-                                                         QString::fromStdString(ctx.dataDir)))
-            std::cout << path.toStdString() << '\n';
-    } catch (const std::runtime_error& e) {
-        throw Failure{e.what()};
-    }
+    writeOutput(r.out, zpe::encodePng(canvas), imagePath);
+    if (r.out != kStdout)
+        ctx.said("drew " + (drawSlot ? "slot " + std::to_string(r.slot) + " play " + std::to_string(r.play)
+                                     : "formation " + std::to_string(r.formation)) +
+                 " into " + r.out + " (" + std::to_string(canvas.width()) + "x" + std::to_string(canvas.height()) + ")");
     return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A closed pipe or a size limit makes a write fail with a message instead of ending the program.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+
     CLI::App app{"zpe - Zentrel Playbook Editor, command line. Reads and edits the playbook of a cartridge image."};
-    app.require_subcommand(1);
-    std::string dataDir = executableFolder();
-    app.add_option("--data", dataDir, "Folder holding forms.txt, cmd.txt and cmdinfo/ (default: the executable's folder)");
+    app.require_subcommand(0, 1);
+    app.fallthrough();  // the options below are also accepted after the verb
+    app.set_version_flag("--version", std::string("zpe ") + ZPE_VERSION);
+    std::string dataDir = zpe::dataFolderFor(executableFolder());
+    bool quiet = false;
+    app.add_option("--data", dataDir, "Folder holding forms.txt, cmd.txt and cmdinfo/ (default: beside the executable)");
+    app.add_flag("-q,--quiet", quiet, "Verbs that write say nothing on success");
 
     std::string image, arg1, arg2;
-    bool kr = false;
+    bool kr = false, all = false, numbered = false, asJson = false, dryRun = false;
+    RenderRequest render;
     std::function<int(const Context&)> action;
     auto verb = [&](const char* name, const char* help) { return app.add_subcommand(name, help); };
     auto imageOption = [&](CLI::App* sub) { sub->add_option("IMAGE", image, "Cartridge image (*.nes)")->required(); };
+    auto then = [&](CLI::App* sub, std::function<int(const Context&)> run) {
+        sub->callback([&action, run = std::move(run)] { action = run; });
+    };
 
     auto* decode = verb("decode", "Decode the sequence at a game address");
     imageOption(decode);
     decode->add_option("ADDRESS", arg1, "Game address in hexadecimal (A000 or 0xA000)")->required();
     decode->add_flag("--kr", kr, "Decode 0xEA and 0xEC as commands that go on (kick formations)");
-    decode->callback([&] { action = [&](const Context& c) { return runDecode(c, image, arg1, kr); }; });
+    decode->add_flag("--all", all, "List every command (by default the first 4096)");
+    then(decode, [&](const Context& c) { return runDecode(c, image, arg1, kr, all); });
 
     auto* lists = verb("lists", "Print the four lists as the window shows them after opening IMAGE");
     imageOption(lists);
-    lists->callback([&] { action = [&](const Context& c) { return runLists(c, image); }; });
+    lists->add_flag("--numbered", numbered, "Put each row's index (the slot number for Play Slots) in front");
+    then(lists, [&](const Context& c) { return runLists(c, image, numbered); });
 
-    auto* cpu = verb("cpu", "Write the gap listing of IMAGE to OUT (default: cpu.txt in the working directory)");
+    auto* cpu = verb("cpu", "Write the gap listing of IMAGE to OUT (default: cpu.txt in the working directory; - for stdout)");
     imageOption(cpu);
     std::string cpuOut = "cpu.txt";
     cpu->add_option("OUT", cpuOut, "Output file");
-    cpu->callback([&] { action = [&](const Context& c) { return runCpu(c, image, cpuOut); }; });
+    then(cpu, [&](const Context& c) { return runCpu(c, image, cpuOut); });
 
-    auto* copy = verb("copy-slot", "Copy slot FROM over slot TO (0-63), then Safe Save");
+    auto* copy = verb("copy-slot", "Copy slot FROM over slot TO (0-63 or 0x00-0x3F), then Safe Save");
     imageOption(copy);
     copy->add_option("FROM", arg1, "Source slot")->required();
     copy->add_option("TO", arg2, "Target slot")->required();
-    copy->callback([&] { action = [&](const Context& c) { return runSlotAction(c, image, arg1, arg2, false); }; });
+    then(copy, [&](const Context& c) { return runSlotAction(c, image, arg1, arg2, false); });
 
-    auto* swap = verb("swap-slot", "Swap slots A and B (0-63), then Safe Save");
+    auto* swap = verb("swap-slot", "Swap slots A and B (0-63 or 0x00-0x3F), then Safe Save");
     imageOption(swap);
     swap->add_option("A", arg1, "First slot")->required();
     swap->add_option("B", arg2, "Second slot")->required();
-    swap->callback([&] { action = [&](const Context& c) { return runSlotAction(c, image, arg1, arg2, true); }; });
+    then(swap, [&](const Context& c) { return runSlotAction(c, image, arg1, arg2, true); });
 
     auto* full = verb("full-save", "Full Save: lay every sequence out anew from 0xA000 and rewrite all tables");
     imageOption(full);
-    full->callback([&] { action = [&](const Context& c) { return runFullSave(c, image); }; });
+    then(full, [&](const Context& c) { return runFullSave(c, image); });
 
-    auto* mask = verb("export-mask", "Export Mask ROM: 0xFF runs at the sequences' game addresses into OUT");
+    auto* mask = verb("export-mask", "Export Mask ROM: 0xFF runs at the sequences' game addresses into OUT (- for stdout)");
     imageOption(mask);
     mask->add_option("OUT", arg1, "Mask file to write")->required();
-    mask->callback([&] { action = [&](const Context& c) { return runExportMask(c, image, arg1); }; });
+    then(mask, [&](const Context& c) { return runExportMask(c, image, arg1); });
 
     auto* json = verb("json", "Print the whole playbook as JSON");
     imageOption(json);
-    json->callback([&] { action = [&](const Context& c) { return runJson(c, image); }; });
+    then(json, [&](const Context& c) { return runJson(c, image); });
 
     auto* import = verb("import", "Apply a playbook file in the shape zpe json writes, then Save (only what changed)");
     imageOption(import);
     import->add_option("FILE", arg1, "The playbook as JSON")->required();
-    bool dryRun = false;
     import->add_flag("--dry-run", dryRun, "Print what Save would do; write nothing");
-    import->callback([&] { action = [&](const Context& c) { return runImport(c, image, arg1, dryRun); }; });
+    then(import, [&](const Context& c) { return runImport(c, image, arg1, dryRun); });
 
     auto* check = verb("check", "Map the sequence area as the game reads it and report what Full Save would break");
     imageOption(check);
-    bool asJson = false;
     check->add_flag("--json", asJson, "Print the map as JSON");
-    check->callback([&] { action = [&](const Context& c) { return runCheck(c, image, asJson); }; });
+    then(check, [&](const Context& c) { return runCheck(c, image, asJson); });
 
     auto* trace = verb("trace", "List every command the game can reach from a game address, in address order");
     imageOption(trace);
     trace->add_option("ADDRESS", arg1, "Game address in the sequence area (A000-BFFF)")->required();
-    trace->callback([&] { action = [&](const Context& c) { return runTrace(c, image, arg1); }; });
+    then(trace, [&](const Context& c) { return runTrace(c, image, arg1); });
 
-    auto* render = verb("render", "Draw a slot's play or a formation into a PNG picture");
-    imageOption(render);
-    int slot = -1, formation = -1;
-    std::string out, size;
-    render->add_option("--slot", slot, "Play slot 0-63: its formation and first offensive play");
-    render->add_option("--formation", formation, "Formation number (a line of forms.txt, from 0)");
-    render->add_option("--out", out, "PNG file to write")->required();
-    render->add_option("--size", size, "Picture size in pixels, WxH (default: the window's picture size)");
-    render->callback([&] { action = [&](const Context& c) { return runRender(c, image, slot, formation, out, size); }; });
+    auto* diff = verb("diff", "List what differs between two images in playbook terms");
+    diff->add_option("ORIGINAL", image, "The image before")->required();
+    diff->add_option("EDITED", arg1, "The image after")->required();
+    diff->add_option("--ips", arg2, "Also write the byte differences as an IPS patch (- for stdout)");
+    then(diff, [&](const Context& c) { return runDiff(c, image, arg1, arg2); });
 
-    auto* screenshot = verb("screenshot", "Save a picture of each of the window's tabs with IMAGE open into DIR");
-    imageOption(screenshot);
-    screenshot->add_option("DIR", arg1, "Folder for formations.png, play-slots.png, plays.png, sequences.png")->required();
-    screenshot->callback([&] { action = [&](const Context& c) { return runScreenshot(c, image, arg1); }; });
+    auto* patch = verb("patch", "Apply an IPS patch to IMAGE (or write the result to --out)");
+    imageOption(patch);
+    patch->add_option("PATCH", arg1, "The IPS patch")->required();
+    patch->add_option("--out", arg2, "Write the patched image here instead of over IMAGE");
+    then(patch, [&](const Context& c) { return runPatch(c, image, arg1, arg2); });
+
+    auto* draw = verb("render", "Draw a slot's play or a formation into a PNG picture");
+    imageOption(draw);
+    draw->add_option("--slot", render.slot, "Play slot 0-63: its formation and one of its offensive plays");
+    draw->add_option("--play", render.play, "Which of the slot's eight plays, 1-8 (default 1)");
+    draw->add_option("--formation", render.formation, "Formation number (a line of forms.txt, from 0)");
+    draw->add_option("--out", render.out, "PNG file to write (- for stdout)")->required();
+    draw->add_option("--size", render.size, "Picture size in pixels, WxH (default: the window's picture size)");
+    draw->add_option("--scale", render.scale, "Draw K times larger: every coordinate and square (default 1)");
+    then(draw, [&](const Context& c) { return runRender(c, image, render); });
 
     try {
         app.parse(argc, argv);
@@ -345,15 +439,22 @@ int main(int argc, char** argv) {
     } catch (const CLI::CallForAllHelp&) {
         std::cout << app.help("", CLI::AppFormatMode::All);
         return 0;
+    } catch (const CLI::CallForVersion&) {
+        std::cout << app.version() << '\n';
+        return 0;
     } catch (const CLI::ParseError& e) {
         std::cerr << "zpe: " << e.what() << "\n\n" << app.help();
         return kExitUsage;
     }
-    if (!action) return kExitUsage;
+    if (!action) {
+        std::cerr << "zpe: a verb is required\n\n" << app.help();
+        return kExitUsage;
+    }
 
+    int code = kExitFailed;
     try {
-        const Context ctx{dataDir, zpe::loadCmdNames(dataDir)};
-        return action(ctx);
+        const Context ctx{dataDir, zpe::loadCmdNames(dataDir), quiet};
+        code = action(ctx);
     } catch (const UsageError& e) {
         std::cerr << "zpe: " << e.message << "\n\n" << app.help();
         return kExitUsage;
@@ -362,5 +463,12 @@ int main(int argc, char** argv) {
     } catch (const std::exception& e) {
         std::cerr << "zpe: " << e.what() << '\n';
     }
-    return kExitFailed;
+    // Output that could not be written (a full device, a closed pipe) is a failure too.
+    errno = 0;
+    std::cout.flush();
+    if (!std::cout) {
+        std::cerr << "zpe: cannot write to standard output" << (errno ? std::string(": ") + std::strerror(errno) : "") << '\n';
+        return kExitFailed;
+    }
+    return code;
 }

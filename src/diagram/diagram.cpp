@@ -111,7 +111,7 @@ int roundedHalf(int value) {
     return value > 0 ? (half % 2 == 0 ? half : half + 1) : (half % 2 == 0 ? half : half - 1);
 }
 
-void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex) {
+void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex, int playIndex) {
     pic.clear(kFieldColor);
     Drawing drawing(pic, Kind::Play, kPlayAnchor);
     drawing.scrimmage();
@@ -120,7 +120,7 @@ void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex) {
     const auto f = static_cast<size_t>(slot.formation());
     if (f >= pb.formations.size()) return;
     const clsFormation& formation = pb.formations[f];
-    const auto p = static_cast<size_t>(slot.oPlay(0));
+    const auto p = static_cast<size_t>(slot.oPlay(std::clamp(playIndex, 0, kPlaysPerSlot - 1)));
     const clsPlay* play = p < pb.plays.size() ? &pb.plays[p] : nullptr;
 
     for (int i = 0; i < kPlayersPerRecord; ++i) {

@@ -19,7 +19,8 @@ inline constexpr uint32_t kScrimmageColor = 0xFFFFFF;  // white
 // alone. A follow-on chain that comes back to an address already walked for the
 // same player and phase ends that phase there (as a sequence that continues
 // into itself does), so no walk goes round for ever.
-void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex);
+// `play` (0..7) picks which of the slot's eight offensive plays is drawn.
+void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex, int play = 0);
 
 // Clears `pic` and draws formation `f`. Returns the players (0..10, in order)
 // whose position sequence is not among the decoded sequences; nothing is drawn

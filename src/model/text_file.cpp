@@ -2,6 +2,7 @@
 
 #include "model/file_io.h"
 
+#include <unistd.h>
 #include <utility>
 
 namespace zpe {
@@ -24,6 +25,11 @@ std::vector<std::string> splitLines(const std::string& text) {
     }
     if (open) lines.push_back(std::move(current));
     return lines;
+}
+
+std::string dataFolderFor(const std::string& executableFolder) {
+    if (::access((executableFolder + "/forms.txt").c_str(), R_OK) == 0) return executableFolder;
+    return executableFolder + "/../share/zpe";
 }
 
 std::string readTextFile(const std::string& path) {

@@ -16,6 +16,10 @@ constexpr size_t kMaxDataTextLength = 255;
 // Lines are kept unchanged otherwise (no trimming).
 std::vector<std::string> splitLines(const std::string& text);
 
+// The folder of the data files for a program in `executableFolder`: beside it
+// when forms.txt is there, else ../share/zpe (where an install puts them).
+[[nodiscard]] std::string dataFolderFor(const std::string& executableFolder);
+
 // Reads a text file whole. Throws RomError naming the file when it cannot be read.
 std::string readTextFile(const std::string& path);
 

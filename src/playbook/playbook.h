@@ -20,8 +20,9 @@ struct Playbook {
     // True only for a playbook an open built to its end. Saves refuse while it
     // is false, so the model is never written into an image whose open did not complete.
     bool openComplete = false;
-    // The image's bytes as the open read them: what the gap listing, the area
-    // map and the saves that keep everything else compare against.
+    // The image's bytes as the editor last read or wrote them: what the gap
+    // listing and the area map read, and what a save expects to find on disk
+    // (anything else means another program changed the image meanwhile).
     std::vector<uint8_t> openedBytes;
 
     std::vector<clsFormation> formations;  // one per line of forms.txt

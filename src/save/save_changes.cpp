@@ -254,8 +254,7 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
 }
 
 SaveSummary saveChanges(Playbook& pb, const std::string& dataDir) {
-    requireCompleteOpen(pb);
-    SavePlan plan = planSave(pb, readWholeFile(pb.romPath));
+    SavePlan plan = planSave(pb, readUnchangedImage(pb));
     replaceFileContents(pb.romPath, plan.bytes);
     pb = openRom(pb.romPath, dataDir);
     return plan.summary;

@@ -28,11 +28,22 @@ void requireCompleteOpen(const Playbook& pb) {
         throw SaveError(pb.romPath + ": the image did not open completely; open an image again before saving");
 }
 
-void safeSave(const Playbook& pb) {
+std::vector<uint8_t> readUnchangedImage(const Playbook& pb) {
     requireCompleteOpen(pb);
-    Image image = Image::open(pb.romPath);
+    std::vector<uint8_t> bytes = readWholeFile(pb.romPath);
+    if (bytes != pb.openedBytes) {
+        const auto slash = pb.romPath.find_last_of('/');
+        throw SaveError((slash == std::string::npos ? pb.romPath : pb.romPath.substr(slash + 1)) +
+                        " changed on disk since it was opened; open it again");
+    }
+    return bytes;
+}
+
+void safeSave(Playbook& pb) {
+    Image image(pb.romPath, readUnchangedImage(pb));
     writeTables(pb, image, kSlotTables);
     replaceFileContents(pb.romPath, image.bytes());
+    pb.openedBytes = image.bytes();
 }
 
 Playbook relayout(const Playbook& pb) {
@@ -88,9 +99,10 @@ std::vector<uint8_t> fullSaveBytes(const Playbook& relaid, std::vector<uint8_t> 
 }
 
 void fullSave(Playbook& pb) {
-    requireCompleteOpen(pb);
+    std::vector<uint8_t> current = readUnchangedImage(pb);
     Playbook relaid = relayout(pb);
-    replaceFileContents(pb.romPath, fullSaveBytes(relaid, Image::open(pb.romPath).bytes()));
+    relaid.openedBytes = fullSaveBytes(relaid, std::move(current));
+    replaceFileContents(pb.romPath, relaid.openedBytes);
     pb = std::move(relaid);
 }
 

@@ -23,8 +23,14 @@ void requireCompleteOpen(const Playbook& pb);
 inline constexpr const char* kFullSaveQuestion =
     "Doing a full save will rewrite the offensive sequences and destroy the CPU AI.\r\n\r\nAre you sure you want to save?";
 
-// Writes the 64 playbook slots into the image named by romPath; nothing else changes.
-void safeSave(const Playbook& pb);
+// The image's current bytes, refusing (SaveError) an incomplete open and an
+// image that changed on disk since it was read (another program's change
+// would be lost). Every save reads the image through this.
+[[nodiscard]] std::vector<uint8_t> readUnchangedImage(const Playbook& pb);
+
+// Writes the 64 playbook slots into the image named by romPath; nothing else
+// changes. `pb.openedBytes` becomes what was written.
+void safeSave(Playbook& pb);
 
 // Lays every sequence out anew from 0xA000 in dictionary order on a copy of
 // the model: closing forward relative jumps become absolute ones, continuations,

@@ -32,6 +32,13 @@ namespace zpe {
 
 namespace {
 
+// A core message names the file by its whole path; the status bar names it by its name.
+QString shortMessage(const char* what, const QString& path) {
+    QString text = QString::fromLocal8Bit(what);
+    if (text.startsWith(path + ":")) text = QFileInfo(path).fileName() + text.mid(path.size());
+    return text;
+}
+
 QRect px(const TwipRect& r) { return QRect(pixels(r.left), pixels(r.top), pixels(r.width), pixels(r.height)); }
 
 QFrame* buttonBar(QWidget* parent) {
@@ -367,15 +374,18 @@ bool frmMain::openImage(const QString& path) {
     clearSeqPanel();
     try {
         Playbook opened = openRom(path.toStdString(), dataDir_.toStdString());
-        writeGapListing(opened, QDir(cpuDir_).filePath("cpu.txt").toStdString());
+        if (!cpuDir_.isEmpty()) writeGapListing(opened, QDir(cpuDir_).filePath("cpu.txt").toStdString());
         pb = std::move(opened);
-    } catch (const std::exception&) {
-        // The open ends silently; the path is kept, and saves refuse until an open completes.
+    } catch (const std::exception& e) {
+        // No box: the reason goes to the status bar. The path is kept, and saves refuse until an open completes.
         pb = Playbook{};
         pb.romPath = path.toStdString();
+        StatusBar1->setText(shortMessage(e.what(), path));
         return false;
     }
+    openedImage_ = pb.openedBytes;
     showPlaybook();
+    StatusBar1->setText("");
     return true;
 }
 

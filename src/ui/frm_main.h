@@ -39,13 +39,14 @@ enum class SlotAction { None, Copy, Swap };
 
 class frmMain : public QMainWindow {
 public:
-    // `dataDir` holds forms.txt, cmd.txt and cmdinfo/; cpu.txt goes to `cpuDir`.
+    // `dataDir` holds forms.txt, cmd.txt and cmdinfo/; cpu.txt goes to `cpuDir`
+    // (none is written when it is empty).
     frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* parent = nullptr);
     ~frmMain() override;
 
     // The open procedure after the dialog: reads the image into the model, writes
-    // cpu.txt and fills the lists. False (and silent) when it stopped: the lists
-    // stay empty and saves refuse until an open completes.
+    // cpu.txt and fills the lists. False when it stopped: no box, the reason in
+    // the status bar, the lists empty and saves refused until an open completes.
     bool openImage(const QString& path);
     // The selected tab, 1..4 (the tab strip's own numbering).
     int selectedTab() const;
@@ -142,6 +143,7 @@ private:
     bool showFormationGFX = false;
     bool showPlaySlotDetails = false;
     bool showSeqDetails = false;
+    std::vector<uint8_t> openedImage_;  // the image as File > Open read it (what an IPS patch is made against)
     clsSequence curSeq;            // the sequence editor's working copy
     bool updatingDetails = false;  // the panel is filling itself: changes are not edits
 

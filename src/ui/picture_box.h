@@ -1,8 +1,10 @@
 #pragma once
-// A picture box: a canvas kept in a QImage and painted as it stands, so a
-// drawing made while the box is hidden shows when it is shown.
-#include "render/qimage_canvas.h"
+// A picture box: the software canvas, painted as it stands, so a drawing made
+// while the box is hidden shows when it is shown, with the pixels `zpe render`
+// writes.
+#include "render/raster_canvas.h"
 
+#include <QImage>
 #include <QWidget>
 
 namespace zpe {
@@ -10,14 +12,19 @@ namespace zpe {
 class PictureBox : public QWidget {
 public:
     PictureBox(int widthPx, int heightPx, QWidget* parent);
-    QImageCanvas& canvas() { return canvas_; }
-    const QImage& image() const { return canvas_.image(); }
+    RasterCanvas& canvas() { return canvas_; }
+    // The canvas's pixels as an image (a copy).
+    QImage image() const;
 
 protected:
     void paintEvent(QPaintEvent*) override;
 
 private:
-    QImageCanvas canvas_;
+    RasterCanvas canvas_;
 };
+
+// The canvas's buffer seen as a QImage, without a copy; valid while the canvas
+// keeps its size.
+QImage wrapCanvas(const RasterCanvas& canvas);
 
 }  // namespace zpe

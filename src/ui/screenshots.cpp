@@ -2,7 +2,11 @@
 
 #include "ui/frm_main.h"
 
+#include "model/file_io.h"
+
 #include <QApplication>
+#include <QBuffer>
+#include <QLabel>
 #include <QDir>
 #include <QPixmap>
 #include <QTreeWidget>
@@ -23,17 +27,20 @@ public:
 
 QStringList writeScreenshots(const QString& imagePath, const QString& dir, const QString& dataDir) {
     SilentDialogs dialogs;
-    frmMain window(dialogs, dataDir, QDir::tempPath());
+    frmMain window(dialogs, dataDir, QString());  // no folder for cpu.txt: the pictures are all it writes
     window.show();
-    if (!window.openImage(imagePath))
-        throw std::runtime_error(imagePath.toStdString() + ": the image did not open");
+    if (!window.openImage(imagePath)) throw std::runtime_error(window.StatusBar1->text().toStdString());
     QDir().mkpath(dir);
 
     QStringList written;
     auto shoot = [&](const char* name) {
         QApplication::processEvents();
         const QString path = QDir(dir).filePath(name);
-        if (!window.grab().save(path, "PNG")) throw std::runtime_error(path.toStdString() + ": cannot write the picture");
+        QByteArray png;
+        QBuffer buffer(&png);
+        buffer.open(QIODevice::WriteOnly);
+        if (!window.grab().save(&buffer, "PNG")) throw std::runtime_error(path.toStdString() + ": cannot encode the picture");
+        replaceFileContents(path.toStdString(), std::vector<uint8_t>(png.begin(), png.end()));
         written << path;
     };
 

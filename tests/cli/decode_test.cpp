@@ -48,8 +48,16 @@ TEST(CliDecode, FailuresAndUsageErrors) {
     EXPECT_EQ(r.out, "");
 
     r = runProcess(ZPE_BIN, {"decode", file.path(), "1000"});
-    EXPECT_EQ(r.exitCode, 1) << "an address below 0x1FF0 lies before the start of the file";
-    EXPECT_NE(r.err.find("before the start"), std::string::npos);
+    EXPECT_EQ(r.exitCode, 2) << "an address below 0x1FF0 lies before the image";
+    EXPECT_EQ(r.err.find("zpe: game address 1000 lies before the image (its first byte is game address 1FF0)"), 0u) << r.err;
+
+    // A run without an end is listed up to 4096 commands unless --all.
+    const auto runaway = ImageBuilder().fill(offsetOfAddress(0xA000), 0x2000, 0x30).write();
+    r = runProcess(ZPE_BIN, {"decode", runaway.path(), "A000"});
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 4 + 4096);
+    EXPECT_NE(r.err.find("listed the first 4096 of"), std::string::npos);
+    r = runProcess(ZPE_BIN, {"decode", runaway.path(), "A000", "--all"});
+    EXPECT_GT(std::count(r.out.begin(), r.out.end(), '\n'), 4 + 4096);
 
     for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
              {"decode", file.path(), "XYZ"}, {"decode", file.path()}, {}, {"frobnicate"}, {"decode", file.path(), "12345"}}) {
@@ -61,6 +69,8 @@ TEST(CliDecode, FailuresAndUsageErrors) {
     r = runProcess(ZPE_BIN, {"--help"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_NE(r.out.find("decode"), std::string::npos);
+    r = runProcess(ZPE_BIN, {"--version"});
+    EXPECT_EQ(r.out.find("zpe "), 0u);
 }
 
 TEST(CliDecode, SequenceRunningIntoTheImageEndIsNotValid) {

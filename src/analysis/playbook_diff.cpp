@@ -1,0 +1,104 @@
+#include "analysis/playbook_diff.h"
+
+#include "model/hex.h"
+
+#include <algorithm>
+#include <map>
+
+namespace zpe {
+
+namespace {
+
+std::string quoted(const std::string& s) { return "\"" + s + "\""; }
+
+// The region of the image a file offset lies in, for bytes no table or sequence explains.
+std::string regionOf(int32_t offset) {
+    if (offset < kFormationTableOffset) return offset < 0x10 ? "the header" : "program data before the tables";
+    if (offset < kPointerTableOffset + 2 * kPointerCount) return "the formation, play and pointer tables";
+    if (offset >= kSequenceAreaOffset && offset < kSequenceAreaOffset + kSequenceAreaSize) return "the sequence area";
+    if (offset >= kOffSlotTableOffset && offset < kGfxTableOffset + kGfxRecordSize * kSlotCount) return "the slot tables";
+    return "other program data";
+}
+
+void slotDifferences(const clsPlaySlot& a, const clsPlaySlot& b, int s, std::vector<std::string>& out) {
+    const std::string slot = "slot " + std::to_string(s) + ": ";
+    if (a.name() != b.name()) out.push_back(slot + "name " + quoted(a.name()) + " -> " + quoted(b.name()));
+    if (a.formation() != b.formation())
+        out.push_back(slot + "formation " + std::to_string(a.formation()) + " -> " + std::to_string(b.formation()));
+    for (int k = 0; k < kPlaysPerSlot; ++k) {
+        if (a.oPlay(k) != b.oPlay(k))
+            out.push_back(slot + "offensive play " + std::to_string(k + 1) + " " + hex2(a.oPlay(k)) + " -> " + hex2(b.oPlay(k)));
+        if (a.dPlay(k) != b.dPlay(k))
+            out.push_back(slot + "defensive play " + std::to_string(k + 1) + " " + hex2(a.dPlay(k)) + " -> " + hex2(b.dPlay(k)));
+    }
+    if (a.Rusher() != b.Rusher())
+        out.push_back(slot + "rusher " + std::to_string(a.Rusher()) + " -> " + std::to_string(b.Rusher()));
+    int gfx = 0;
+    for (int k = 0; k < kGfxRecordSize; ++k) gfx += a.GFX(k) != b.GFX(k);
+    if (gfx) out.push_back(slot + std::to_string(gfx) + " graphics bytes");
+}
+
+}  // namespace
+
+std::vector<std::string> describeDifferences(const Playbook& original, const Playbook& edited) {
+    std::vector<std::string> out;
+    for (int s = 0; s < kSlotCount; ++s)
+        slotDifferences(original.playSlots[static_cast<size_t>(s)], edited.playSlots[static_cast<size_t>(s)], s, out);
+
+    std::map<int32_t, int32_t> renamed;  // an entry's old address -> its new one
+    auto entry = [&](int32_t a, int32_t b, const std::string& what) {
+        if (a == b) return;
+        out.push_back(what + ": " + hex4(a) + " -> " + hex4(b));
+        renamed.emplace(a, b);
+    };
+    for (int p = 0; p < kPlayCount; ++p)
+        for (int j = 0; j < kPlayersPerRecord; ++j)
+            entry(original.plays[static_cast<size_t>(p)].seqAddress(j), edited.plays[static_cast<size_t>(p)].seqAddress(j),
+                  "play " + std::to_string(p) + " player " + std::to_string(j));
+    for (size_t f = 0; f < original.formations.size() && f < edited.formations.size(); ++f)
+        for (int j = 0; j < kPlayersPerRecord; ++j)
+            entry(original.formations[f].posAddress(j), edited.formations[f].posAddress(j),
+                  "formation " + std::to_string(f) + " position " + std::to_string(j));
+    for (int i = 0; i < kPointerCount; ++i)
+        entry(original.seqPointers[static_cast<size_t>(i)], edited.seqPointers[static_cast<size_t>(i)], "pointer " + std::to_string(i));
+
+    // Bytes a sequence explains, by file offset.
+    std::vector<bool> explained(std::max(original.openedBytes.size(), edited.openedBytes.size()), false);
+    auto explain = [&](const Playbook& pb) {
+        for (const auto& [address, seq] : pb.sequences)
+            for (int32_t o = offsetOfAddress(address); o < offsetOfAddress(address) + seq.byteSize(); ++o)
+                if (o >= 0 && static_cast<size_t>(o) < explained.size()) explained[static_cast<size_t>(o)] = true;
+    };
+    explain(original);
+    explain(edited);
+
+    for (const auto& [address, seq] : original.sequences) {
+        const clsSequence* now = edited.sequences.find(address);
+        if (now && now->encode() != seq.encode()) out.push_back("sequence " + hex4(address) + " changed");
+    }
+    for (const auto& [address, seq] : edited.sequences) {
+        if (original.sequences.contains(address)) continue;
+        std::string from;
+        for (const auto& [a, b] : renamed)
+            if (b == address && original.sequences.contains(a)) from = hex4(a);
+        out.push_back(from.empty() ? "sequence " + hex4(address) + " added" : "sequence " + from + " moved to " + hex4(address));
+    }
+
+    std::map<std::string, int> other;
+    const std::vector<uint8_t>& a = original.openedBytes;
+    const std::vector<uint8_t>& b = edited.openedBytes;
+    const int32_t tablesEnd = kPointerTableOffset + 2 * kPointerCount;
+    const int32_t slotsStart = kOffSlotTableOffset, slotsEnd = kGfxTableOffset + kGfxRecordSize * kSlotCount;
+    for (size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
+        if (i < a.size() && i < b.size() && a[i] == b[i]) continue;
+        const auto offset = static_cast<int32_t>(i);
+        const bool table = (offset >= kFormationTableOffset && offset < tablesEnd) || (offset >= slotsStart && offset < slotsEnd);
+        if (table || explained[i]) continue;
+        ++other[regionOf(offset)];
+    }
+    for (const auto& [region, count] : other) out.push_back(std::to_string(count) + " other bytes in " + region);
+    if (a.size() != b.size()) out.push_back("size " + std::to_string(a.size()) + " -> " + std::to_string(b.size()) + " bytes");
+    return out;
+}
+
+}  // namespace zpe
