@@ -2,6 +2,7 @@
 #include "ui/frm_main.h"
 
 #include "analysis/check_report.h"
+#include "model/file_io.h"
 #include "playbook/open_rom.h"
 #include "save/save_changes.h"
 #include "save/saves.h"
@@ -409,6 +410,7 @@ void frmMain::reportFailure(const QString& title, const std::exception& error) {
 
 void frmMain::mnuFileSaveChanges_Click() {
     try {
+        const FileLock lock(pb.romPath);
         const SaveSummary summary = saveChanges(pb, dataDir_.toStdString());
         // The image was opened again: every list shows what it now holds; the tab stays.
         showPlaybook();
@@ -420,6 +422,7 @@ void frmMain::mnuFileSaveChanges_Click() {
 
 void frmMain::mnuFileSafeSave_Click() {
     try {
+        const FileLock lock(pb.romPath);
         safeSave(pb);
     } catch (const std::exception& e) {
         reportFailure("Safe Save", e);
@@ -431,6 +434,7 @@ void frmMain::mnuFileSave_Click() {
                                   MsgAnswer::Yes};
     if (dialogs_.message(question) != MsgAnswer::Yes) return;
     try {
+        const FileLock lock(pb.romPath);
         fullSave(pb);
     } catch (const std::exception& e) {
         reportFailure("Full Save", e);

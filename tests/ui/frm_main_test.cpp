@@ -290,6 +290,25 @@ private slots:
         QCOMPARE(rowCells(w->lvPlays, 1).at(1), QString("A00E"));
     }
 
+    void saveAfterAChangeOnDiskIsRefused() {
+        openWindowImage();
+        auto changed = image->read();
+        changed[0x10] ^= 0xFF;  // another program's change
+        image->write(changed);
+        w->pb.playSlots[0].name("MINE");
+        w->mnuFileSafeSave_Click();
+        QCOMPARE(dialogs->boxes.size(), size_t(1));
+        QCOMPARE(dialogs->boxes[0].text, QString("image.nes changed on disk since it was opened; open it again"));
+        QCOMPARE(image->read(), changed);
+    }
+
+    void failedOpenSaysWhyInTheStatusBar() {
+        const auto bad = ImageBuilder().pointer(3, 0x1234).write();
+        QVERIFY(!w->openImage(QString::fromStdString(bad.path())));
+        QVERIFY(dialogs->boxes.empty());
+        QCOMPARE(w->StatusBar1->text(), QString("image.nes: the pointer table points below the image (0x1234)"));
+    }
+
     void saveFailuresAreReported() {
         openWindowImage();
         ::chmod(image->path().c_str(), 0444);
