@@ -330,6 +330,7 @@ int main(int argc, char** argv) {
     // A closed pipe or a size limit makes a write fail with a message instead of ending the program.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
+    std::ios::sync_with_stdio(false);
 
     CLI::App app{"zpe - Zentrel Playbook Editor, command line. Reads and edits the playbook of a cartridge image."};
     app.require_subcommand(0, 1);

@@ -2,12 +2,14 @@
 
 #include "model/rom_error.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <csignal>
 #include <dirent.h>
 #include <fcntl.h>
 #include <string>
@@ -61,17 +63,21 @@ std::string kindOf(mode_t mode) {
 constexpr const char* kTempPrefix = ".zpe-tmp-";
 constexpr time_t kStaleAfterSeconds = 3600;
 
-// Removes temporaries of ours in `folder` that a killed save left, once they are an hour old.
+// Removes temporaries of ours in `folder` that a killed save left: those whose
+// writer (the process number in the name) is gone, and any an hour old.
 void removeStaleTemporaries(const std::string& folder) {
     DIR* dir = ::opendir(folder.c_str());
     if (!dir) return;
     const time_t now = ::time(nullptr);
+    const size_t prefix = std::strlen(kTempPrefix);
     while (const dirent* e = ::readdir(dir)) {
-        if (std::strncmp(e->d_name, kTempPrefix, std::strlen(kTempPrefix)) != 0) continue;
+        if (std::strncmp(e->d_name, kTempPrefix, prefix) != 0) continue;
         const std::string path = folder + "/" + e->d_name;
         struct stat st {};
-        if (::lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && now - st.st_mtime > kStaleAfterSeconds)
-            ::unlink(path.c_str());
+        if (::lstat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) continue;
+        const long pid = std::strtol(e->d_name + prefix, nullptr, 10);
+        const bool writerGone = pid > 0 && ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
+        if (writerGone || now - st.st_mtime > kStaleAfterSeconds) ::unlink(path.c_str());
     }
     ::closedir(dir);
 }
@@ -89,20 +95,26 @@ std::vector<uint8_t> readWholeFile(const std::string& path, int64_t maxSize) {
     if (size > maxSize)
         throw RomError(path + ": " + std::to_string(size) + " bytes, larger than the " + std::to_string(maxSize) +
                        " bytes of any file the editor reads");
-    std::vector<uint8_t> bytes;
-    bytes.reserve(static_cast<size_t>(size));
-    uint8_t buffer[65536];
+    // Read straight into the buffer: the size known, one read for a whole image.
+    std::vector<uint8_t> bytes(static_cast<size_t>(size) + 1);
+    size_t got = 0;
     for (;;) {
-        const ssize_t n = ::read(in.fd, buffer, sizeof buffer);
+        if (got == bytes.size()) {
+            if (static_cast<int64_t>(got) >= maxSize)
+                throw RomError(path + ": grew past " + std::to_string(maxSize) + " bytes while it was read");
+            bytes.resize(std::min<size_t>(bytes.size() * 2, static_cast<size_t>(maxSize) + 1));
+        }
+        const ssize_t n = ::read(in.fd, bytes.data() + got, bytes.size() - got);
         if (n < 0) {
             if (errno == EINTR) continue;
             throw RomError(path + ": cannot read the file: " + reason());
         }
         if (n == 0) break;
-        if (static_cast<int64_t>(bytes.size()) + n > maxSize)
-            throw RomError(path + ": grew past " + std::to_string(maxSize) + " bytes while it was read");
-        bytes.insert(bytes.end(), buffer, buffer + n);
+        got += static_cast<size_t>(n);
     }
+    if (static_cast<int64_t>(got) > maxSize)
+        throw RomError(path + ": grew past " + std::to_string(maxSize) + " bytes while it was read");
+    bytes.resize(got);
     return bytes;
 }
 
@@ -142,6 +154,7 @@ void replaceFileContents(const std::string& path, const std::vector<uint8_t>& by
         throw RomError(path + ": cannot reach the file: " + reason());
     }
     const std::string folder = folderOf(target);
+    removeStaleTemporaries(folder);
 
     // An unnamed file where the file system has them: a kill leaves nothing behind.
     Fd out;
@@ -150,8 +163,7 @@ void replaceFileContents(const std::string& path, const std::vector<uint8_t>& by
     if (out.fd < 0) {
         if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL && errno != ENOENT)
             throw RomError(path + ": cannot create a new file in its folder: " + reason());
-        removeStaleTemporaries(folder);
-        temp = folder + "/" + kTempPrefix + "XXXXXX";
+        temp = folder + "/" + kTempPrefix + std::to_string(::getpid()) + "-XXXXXX";
         out.fd = ::mkstemp(temp.data());
         if (out.fd < 0) throw RomError(path + ": cannot create a new file in its folder: " + reason());
     }
@@ -179,18 +191,14 @@ void replaceFileContents(const std::string& path, const std::vector<uint8_t>& by
             abandon("cannot give the new file a name");
         }
     }
-    if (::close(out.fd) != 0) {
-        out.fd = -1;
-        const std::string why = reason();
-        ::unlink(temp.c_str());
-        throw RomError(path + ": cannot write the file: " + why);
-    }
-    out.fd = -1;
+    // The name is taken over at once: the moment a kill could leave the named copy behind stays short.
     if (::rename(temp.c_str(), target.c_str()) != 0) {
         const std::string why = reason();
         ::unlink(temp.c_str());
         throw RomError(path + ": cannot replace the file: " + why);
     }
+    ::close(out.fd);
+    out.fd = -1;
     // Make the rename itself durable.
     Fd dir;
     dir.fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
