@@ -28,6 +28,12 @@ public:
 
     void scrimmage() { pic_.line(anchor_ + 4, 0, anchor_ + 4, pic_.height(), kScrimmageColor); }
 
+    // The next player's name, given to the canvas where he is first placed.
+    void player(const std::string& name) {
+        label_ = name;
+        labelled_ = false;
+    }
+
     void commands(const clsSequence& seq, uint32_t color) {
         for (int pos = 0; pos < seq.commandCount(); ++pos) command(seq, pos, color);
     }
@@ -59,6 +65,8 @@ private:
         x_ = pen(x);
         y_ = pen(y);
         square(kind_ == Kind::Formation, color);
+        if (!labelled_) pic_.label(x_, y_, label_, color);
+        labelled_ = true;
         curX_ = startX_ = x_;
         curY_ = startY_ = y_;
     }
@@ -97,6 +105,8 @@ private:
     int anchor_;
     int mid_;
     int curX_ = 0, curY_ = 0, startX_ = 0, startY_ = 0, x_ = 0, y_ = 0;
+    std::string label_;
+    bool labelled_ = true;
 };
 
 constexpr int kPlayAnchor = 100;        // x of the line of scrimmage in a play picture (it is drawn 4 px right of it)
@@ -125,6 +135,7 @@ void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex, int playIndex) {
 
     for (int i = 0; i < kPlayersPerRecord; ++i) {
         const uint32_t color = posColors[static_cast<size_t>(i)];
+        drawing.player(std::string(offPosNames[static_cast<size_t>(i)]));
         int32_t address = formation.posAddress(i);
         bool formationPhase = true;
         std::unordered_set<int32_t> walked;
@@ -158,6 +169,7 @@ std::vector<int> drawFormation(Canvas& pic, const Playbook& pb, int f) {
             continue;
         }
         const uint32_t color = posColors[static_cast<size_t>(i)];
+        drawing.player(std::string(offPosNames[static_cast<size_t>(i)]));
         drawing.commands(*seq, color);
         if (drawing.movedSincePlacement()) drawing.square(false, color);
     }

@@ -39,6 +39,16 @@ MsgAnswer QtDialogs::message(const MessageBoxSpec& box) {
         m.setDefaultButton(box.defaultButton == MsgAnswer::No ? QMessageBox::No : QMessageBox::Yes);
         return m.exec() == QMessageBox::Yes ? MsgAnswer::Yes : MsgAnswer::No;
     }
+    if (box.buttons == MsgButtons::SaveDiscardCancel) {
+        m.setStandardButtons(QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel);
+        m.setDefaultButton(QMessageBox::Save);
+        m.setEscapeButton(QMessageBox::Cancel);
+        switch (m.exec()) {
+        case QMessageBox::Save: return MsgAnswer::Save;
+        case QMessageBox::Discard: return MsgAnswer::Discard;
+        default: return MsgAnswer::Cancel;
+        }
+    }
     m.setStandardButtons(QMessageBox::Ok);
     m.exec();
     return MsgAnswer::Ok;

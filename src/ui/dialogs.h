@@ -9,8 +9,8 @@ class QWidget;
 namespace zpe {
 
 enum class MsgIcon { None, Information, Exclamation, Question };
-enum class MsgButtons { Ok, YesNo };
-enum class MsgAnswer { Ok, Yes, No };
+enum class MsgButtons { Ok, YesNo, SaveDiscardCancel };
+enum class MsgAnswer { Ok, Yes, No, Save, Discard, Cancel };
 
 struct MessageBoxSpec {
     QString text;

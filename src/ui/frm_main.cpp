@@ -4,12 +4,16 @@
 #include "analysis/check_report.h"
 #include "model/file_io.h"
 #include "playbook/open_rom.h"
+#include "save/ips.h"
 #include "save/save_changes.h"
+#include "ui/diagram_window.h"
 #include "save/saves.h"
 #include "ui/picture_box.h"
 #include "ui/up_down.h"
 
 #include <QAction>
+#include <QCloseEvent>
+#include <QUndoStack>
 #include <QApplication>
 #include <QComboBox>
 #include <QDir>
@@ -89,7 +93,7 @@ QTreeWidget* listView(QWidget* parent, std::initializer_list<Column> columns) {
 frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* parent)
     : QMainWindow(parent), sheets_(dataDir.toStdString()), dialogs_(dialogs), dataDir_(std::move(dataDir)),
       cpuDir_(std::move(cpuDir)) {
-    setWindowTitle("Zentrel Playbook Editor BETA3");
+    updateCaption();
     // The layout is designed in twips for an 8-point face; a larger default font would clip the columns.
     QFont face = font();
     face.setPointSize(8);
@@ -118,6 +122,8 @@ frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* par
     status->setFixedHeight(pixels(kStatusBarHeight) + 4);
     setStatusBar(status);
 
+    undoStack_ = new QUndoStack(this);
+    connect(undoStack_, &QUndoStack::cleanChanged, this, [this](bool clean) { setWindowModified(!clean); });
     buildMenus();
     buildFormationsTab();
     buildPlaySlotsTab();
@@ -125,6 +131,22 @@ frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* par
     buildSequencesTab();
     hideTabControls();
     for (QTreeWidget* lv : {lvFormations, lvPlaySlots, lvPlays, lvSequences}) lv->viewport()->installEventFilter(this);
+    // The keyboard moves the selection as a click does: the diagram and the panel follow.
+    connect(lvFormations, &QTreeWidget::currentItemChanged, this, [this] {
+        if (pressedList_ != lvFormations) lvFormations_Click();
+    });
+    connect(lvPlaySlots, &QTreeWidget::currentItemChanged, this, [this] {
+        if (pressedList_ == lvPlaySlots) return;
+        // The keyboard draws the slot; a pending copy or swap waits for a click or Enter.
+        const int row = selectedRow(lvPlaySlots);
+        if (row >= 0) DrawPlay(picPlay, row);
+        followSelection();
+    });
+    connect(lvPlaySlots, &QTreeWidget::itemActivated, this, [this] { lvPlaySlots_Click(); });
+    connect(lvSequences, &QTreeWidget::currentItemChanged, this, [this] {
+        if (pressedList_ != lvSequences) lvSequences_Click();
+    });
+    for (PictureBox* pic : {picFormation, picPlay}) pic->installEventFilter(this);
 
     Form_Load();
     setClientSize(kDesignClientWidth, kDesignClientHeight);
@@ -141,9 +163,17 @@ void frmMain::buildMenus() {
     mnuFileSave = file->addAction("Full Save (Unsafe!)", this, [this] { mnuFileSave_Click(); });
     file->addSeparator();
     mnuFileExportMaskROM = file->addAction("Export Mask ROM", this, [this] { mnuFileExportMaskROM_Click(); });
+    mnuFileExportIps = file->addAction("Export IPS Patch...", this, [this] { mnuFileExportIps_Click(); });
     mnuFileCheckImage = file->addAction("Check Image...", this, [this] { mnuFileCheckImage_Click(); });
     file->addSeparator();
     mnuFileExit = file->addAction("E&xit", this, [this] { mnuFileExit_Click(); });
+    QMenu* edit = menuBar()->addMenu("&Edit");
+    mnuEditUndo = undoStack_->createUndoAction(this, "&Undo");
+    mnuEditUndo->setShortcut(QKeySequence::Undo);
+    mnuEditRedo = undoStack_->createRedoAction(this, "&Redo");
+    mnuEditRedo->setShortcut(QKeySequence::Redo);
+    edit->addAction(mnuEditUndo);
+    edit->addAction(mnuEditRedo);
     QMenu* help = menuBar()->addMenu("&Help");
     mnuHelpAbout = help->addAction("&About", this, [this] { mnuHelpAbout_Click(); });
 }
@@ -307,15 +337,53 @@ void frmMain::updateMenuBar() {
     mnuFileSafeSave->setEnabled(open);
     mnuFileExportMaskROM->setEnabled(open);
     mnuFileCheckImage->setEnabled(pb.openComplete);
+    mnuFileExportIps->setEnabled(pb.openComplete);
+    updateCaption();
+}
+
+void frmMain::updateCaption() {
+    if (!pb.openComplete) {
+        setWindowTitle("Zentrel Playbook Editor BETA3");
+        setWindowModified(false);
+        return;
+    }
+    setWindowTitle("Zentrel Playbook Editor BETA3 - " + QFileInfo(QString::fromStdString(pb.romPath)).fileName() + "[*]");
+    setWindowModified(!undoStack_->isClean());
 }
 
 bool frmMain::eventFilter(QObject* watched, QEvent* event) {
-    if (event->type() == QEvent::MouseButtonRelease && static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
-        if (watched == lvFormations->viewport()) lvFormations_Click();
-        else if (watched == lvPlaySlots->viewport()) lvPlaySlots_Click();
-        else if (watched == lvSequences->viewport()) lvSequences_Click();
+    if (event->type() == QEvent::MouseButtonPress) {
+        for (QTreeWidget* lv : {lvFormations, lvPlaySlots, lvSequences})
+            if (watched == lv->viewport()) pressedList_ = lv;
+    }
+    if (event->type() == QEvent::MouseButtonRelease) {
+        pressedList_ = nullptr;
+        if (static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
+            if (watched == lvFormations->viewport()) lvFormations_Click();
+            else if (watched == lvPlaySlots->viewport()) lvPlaySlots_Click();
+            else if (watched == lvSequences->viewport()) lvSequences_Click();
+        }
+    }
+    if (event->type() == QEvent::MouseButtonDblClick) {
+        if (watched == picPlay) openDiagram(true);
+        else if (watched == picFormation) openDiagram(false);
     }
     return QMainWindow::eventFilter(watched, event);
+}
+
+void frmMain::openDiagram(bool slot) {
+    if (!pb.openComplete) return;
+    if (!diagram_) diagram_ = new DiagramWindow(pb, dialogs_, this);
+    diagramForSlot_ = slot;
+    diagram_->show();
+    diagram_->raise();
+    followSelection();
+}
+
+void frmMain::followSelection() {
+    if (!diagram_ || !diagram_->isVisible()) return;
+    if (diagramForSlot_) diagram_->showSlot(selectedRow(lvPlaySlots));
+    else diagram_->showFormation(selectedRow(lvFormations));
 }
 
 int frmMain::selectedRow(QTreeWidget* list) {
@@ -385,6 +453,7 @@ bool frmMain::openImage(const QString& path) {
         return false;
     }
     openedImage_ = pb.openedBytes;
+    undoStack_->clear();
     showPlaybook();
     StatusBar1->setText("");
     return true;
@@ -398,7 +467,28 @@ void frmMain::showPlaybook() {
     updateMenuBar();
 }
 
+bool frmMain::maybeKeepChanges() {
+    if (undoStack_->isClean() || !pb.openComplete) return true;
+    const QString name = QFileInfo(QString::fromStdString(pb.romPath)).fileName();
+    switch (dialogs_.message({"Save changes to " + name + " before closing?", kProgramName, MsgIcon::Question,
+                              MsgButtons::SaveDiscardCancel, MsgAnswer::Save})) {
+    case MsgAnswer::Save: return saveChanges();
+    case MsgAnswer::Discard: return true;
+    default: return false;
+    }
+}
+
+void frmMain::closeEvent(QCloseEvent* event) {
+    if (!maybeKeepChanges()) {
+        event->ignore();
+        return;
+    }
+    if (diagram_) diagram_->close();
+    event->accept();
+}
+
 void frmMain::mnuFileOpen_Click() {
+    if (!maybeKeepChanges()) return;
     const auto path = dialogs_.openFile(kRomFilter);
     if (!path) return;
     openImage(*path);
@@ -408,15 +498,22 @@ void frmMain::reportFailure(const QString& title, const std::exception& error) {
     dialogs_.message({QString::fromLocal8Bit(error.what()), title, MsgIcon::Exclamation, MsgButtons::Ok, MsgAnswer::Ok});
 }
 
-void frmMain::mnuFileSaveChanges_Click() {
+void frmMain::mnuFileSaveChanges_Click() { (void)saveChanges(); }
+
+bool frmMain::saveChanges() {
     try {
         const FileLock lock(pb.romPath);
-        const SaveSummary summary = saveChanges(pb, dataDir_.toStdString());
+        const SaveSummary summary = zpe::saveChanges(pb, dataDir_.toStdString());
+        // Steps that name a moved sequence's old address cannot be undone any more.
+        if (summary.moved.empty()) undoStack_->setClean();
+        else undoStack_->clear();
         // The image was opened again: every list shows what it now holds; the tab stays.
         showPlaybook();
         StatusBar1->setText(QString::fromStdString(summary.text()));
+        return true;
     } catch (const std::exception& e) {
         reportFailure("Save", e);
+        return false;
     }
 }
 
@@ -424,6 +521,7 @@ void frmMain::mnuFileSafeSave_Click() {
     try {
         const FileLock lock(pb.romPath);
         safeSave(pb);
+        undoStack_->setClean();
     } catch (const std::exception& e) {
         reportFailure("Safe Save", e);
     }
@@ -436,6 +534,8 @@ void frmMain::mnuFileSave_Click() {
     try {
         const FileLock lock(pb.romPath);
         fullSave(pb);
+        // Every sequence moved: no step can be undone against the new addresses.
+        undoStack_->clear();
     } catch (const std::exception& e) {
         reportFailure("Full Save", e);
         return;
@@ -468,6 +568,19 @@ void frmMain::mnuFileCheckImage_Click() {
     if (!pb.openComplete) return;
     dialogs_.showText("Check Image - " + QFileInfo(QString::fromStdString(pb.romPath)).fileName(),
                       QString::fromLatin1(checkReport(buildAreaMap(pb))));
+}
+
+void frmMain::mnuFileExportIps_Click() {
+    if (!pb.openComplete) return;
+    const auto path = dialogs_.saveFile("IPS Patches (*.ips)|*.ips|All Files|*.*");
+    if (!path) return;
+    try {
+        refuseSameFile(path->toStdString(), pb.romPath);
+        replaceFileContents(path->toStdString(), makeIps(openedImage_, readWholeFile(pb.romPath)));
+        StatusBar1->setText("Wrote the changes since the image was opened to " + QFileInfo(*path).fileName());
+    } catch (const std::exception& e) {
+        StatusBar1->setText(QString::fromLocal8Bit(e.what()));
+    }
 }
 
 void frmMain::mnuFileExit_Click() { close(); }

@@ -10,6 +10,7 @@
 #include "sequence/command_sheet.h"
 #include "ui/dialogs.h"
 #include "ui/layout.h"
+#include "ui/undo_steps.h"
 
 #include <QMainWindow>
 #include <array>
@@ -25,12 +26,15 @@ class QPlainTextEdit;
 class QPushButton;
 class QTabBar;
 class QTreeWidget;
+class QUndoStack;
 class QWidget;
 class FrmMainTest;
 class SeqPanelTest;
+class KeepsWorkTest;
 
 namespace zpe {
 
+class DiagramWindow;
 class PictureBox;
 class UpDown;
 
@@ -63,6 +67,7 @@ public:
     void mnuFileSave_Click();
     void mnuFileExportMaskROM_Click();
     void mnuFileCheckImage_Click();
+    void mnuFileExportIps_Click();
     void mnuFileExit_Click();
     void mnuHelpAbout_Click();
     void lvFormations_Click();
@@ -88,6 +93,7 @@ public:
     static void selectRow(QTreeWidget* list, int row);
 
 protected:
+    void closeEvent(QCloseEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
 
@@ -95,8 +101,26 @@ private:
     // The window tests and the screenshot writer look at the controls and the state.
     friend class ::FrmMainTest;
     friend class ::SeqPanelTest;
+    friend class ::KeepsWorkTest;
     friend QStringList writeScreenshots(const QString& imagePath, const QString& dir, const QString& dataDir);
 
+    // With unsaved changes, asks whether to save them first (Save / Discard /
+    // Cancel). True when the caller may go on: nothing unsaved, Discard, or a
+    // Save that succeeded.
+    bool maybeKeepChanges();
+    // Save, reporting a refusal; true when it wrote.
+    bool saveChanges();
+    // The caption: the program and the image's file name with the modified marker.
+    void updateCaption();
+    // Undo steps put these back.
+    void restoreSlots(const SlotStates& states);
+    void restoreSequence(const clsSequence& seq);
+    void restoreWorkingCopy(const clsSequence& seq);
+    // The row of the Sequences list that shows `address`; -1 when none does.
+    int sequenceRow(int32_t address) const;
+    // The big diagram follows the selection of the list it was opened from.
+    void openDiagram(bool slot);
+    void followSelection();
     void UpdateTabs();
     void updateMenuBar();
     void updateFormationButtons();
@@ -144,10 +168,15 @@ private:
     bool showPlaySlotDetails = false;
     bool showSeqDetails = false;
     std::vector<uint8_t> openedImage_;  // the image as File > Open read it (what an IPS patch is made against)
+    QUndoStack* undoStack_;
+    DiagramWindow* diagram_ = nullptr;  // the big diagram, when open
+    bool diagramForSlot_ = false;
+    QTreeWidget* pressedList_ = nullptr;  // a list the mouse is pressed on: its click handles the selection
     clsSequence curSeq;            // the sequence editor's working copy
     bool updatingDetails = false;  // the panel is filling itself: changes are not edits
 
     // --- Controls ---
+    QAction *mnuEditUndo, *mnuEditRedo, *mnuFileExportIps;
     QAction *mnuFileOpen, *mnuFileSaveChanges, *mnuFileSafeSave, *mnuFileSave, *mnuFileExportMaskROM, *mnuFileCheckImage, *mnuFileExit,
         *mnuHelpAbout;
     QWidget* client;  // the form's client area below the menu bar

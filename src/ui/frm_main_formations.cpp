@@ -13,6 +13,7 @@ void frmMain::lvFormations_Click() {
     updateFormationButtons();
     const int row = selectedRow(lvFormations);
     if (row < 0) return;
+    followSelection();
     const std::vector<int> missing = drawFormation(picFormation->canvas(), pb, row);
     picFormation->update();
     for (int player : missing)

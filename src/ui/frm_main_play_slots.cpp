@@ -4,6 +4,8 @@
 #include "ui/frm_main.h"
 #include "ui/picture_box.h"
 
+#include <QUndoStack>
+
 #include <QLabel>
 #include <QPushButton>
 #include <QTreeWidget>
@@ -55,6 +57,16 @@ void frmMain::cmdPlaySlotDetails_Click() {
     UpdateTabs();
 }
 
+void frmMain::restoreSlots(const SlotStates& states) {
+    for (const auto& [s, fields] : states) {
+        pb.playSlots[static_cast<size_t>(s)] = fields;
+        lvPlaySlots_refreshRow(s);
+    }
+    const int row = selectedRow(lvPlaySlots);
+    if (row >= 0) DrawPlay(picPlay, row);
+    followSelection();
+}
+
 void frmMain::lvPlaySlots_refreshRow(int row) {
     if (row < 0 || row >= kSlotCount) return;
     setRowCells(lvPlaySlots, row, playSlotRow(pb, row));
@@ -65,8 +77,11 @@ void frmMain::lvPlaySlots_Click() {
     if (slotAction != SlotAction::None) {
         // A click that leaves no row selected ends the pending action with no change.
         if (t >= 0) {
-            const SlotActionResult result = slotAction == SlotAction::Swap ? swapSlot(pb, slotActionSource, t)
-                                                                             : copySlot(pb, slotActionSource, t);
+            const bool swap = slotAction == SlotAction::Swap;
+            SlotStates before;
+            for (int s : {slotActionSource, t})
+                if (s >= 0 && s < kSlotCount) before.emplace_back(s, pb.playSlots[static_cast<size_t>(s)]);
+            const SlotActionResult result = swap ? swapSlot(pb, slotActionSource, t) : copySlot(pb, slotActionSource, t);
             switch (result.outcome) {
             case SlotActionOutcome::KindMixed:
                 slotAction = SlotAction::None;
@@ -76,13 +91,18 @@ void frmMain::lvPlaySlots_Click() {
             case SlotActionOutcome::SameSlot:
                 dialogs_.message({kActionCancelledMessage, "Cancel", MsgIcon::Information, MsgButtons::Ok, MsgAnswer::Ok});
                 break;
-            case SlotActionOutcome::Done:
-                for (int s : result.changedSlots) lvPlaySlots_refreshRow(s);
+            case SlotActionOutcome::Done: {
+                SlotStates after;
+                for (const auto& [s, fields] : before) after.emplace_back(s, pb.playSlots[static_cast<size_t>(s)]);
+                undoStack_->push(new SlotsStep(swap ? "Swap Slots" : "Copy Slot", before, after,
+                                               [this](const SlotStates& states) { restoreSlots(states); }));
                 break;
+            }
             }
         }
     }
     if (t >= 0) DrawPlay(picPlay, t);
+    followSelection();
     slotAction = SlotAction::None;
     updatePlaySlotButtons();
 }

@@ -12,6 +12,8 @@
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QRegularExpressionValidator>
+#include <QUndoStack>
 #include <QTreeWidget>
 
 namespace zpe {
@@ -46,6 +48,8 @@ void frmMain::buildSeqDetailsPanel() {
         txtSeqData[k] = new QLineEdit(e);
         txtSeqData[k]->setGeometry(px(4440, kSlotTops[k], 495, 285));
         txtSeqData[k]->setMaxLength(2);
+        // Only hexadecimal digits: typed or pasted text that is not hex is refused, not read as 0.
+        txtSeqData[k]->setValidator(new QRegularExpressionValidator(QRegularExpression("[0-9A-Fa-f]*"), txtSeqData[k]));
         connect(txtSeqData[k], &QLineEdit::textChanged, this,
                 [this, k](const QString&) { txtSeqData_Change(static_cast<int>(k)); });
         cmbCmdData[k] = new QComboBox(e);
@@ -192,10 +196,46 @@ void frmMain::cmdSeqApply_Click() {
     // Only into the sequence the working copy came from: a selection moved
     // without a click (the keyboard) must not receive another sequence's commands.
     if (!address || !pb.sequences.contains(*address) || curSeq.address() != *address) return;
-    clsSequence& stored = pb.sequences.at(*address);
-    stored.clone(curSeq);
-    lvSequences->selectedItems().first()->setText(1, QString::fromLatin1(stored.commandString(cmdNames)));
+    const clsSequence before = pb.sequences.at(*address);
+    undoStack_->push(new SequenceStep("Apply Sequence Edit", before, curSeq,
+                                      [this](const clsSequence& seq) { restoreSequence(seq); }));
     cmdSeqApply->setEnabled(false);
+}
+
+int frmMain::sequenceRow(int32_t address) const {
+    for (int r = 0; r < lvSequences->topLevelItemCount(); ++r)
+        if (lvSequences->topLevelItem(r)->data(0, Qt::UserRole).toInt() == address) return r;
+    return -1;
+}
+
+void frmMain::restoreSequence(const clsSequence& seq) {
+    if (!pb.sequences.contains(seq.address())) return;
+    clsSequence& stored = pb.sequences.at(seq.address());
+    stored.clone(seq);
+    const int row = sequenceRow(seq.address());
+    if (row >= 0) lvSequences->topLevelItem(row)->setText(1, QString::fromLatin1(stored.commandString(cmdNames)));
+    // The panel shows what is stored now.
+    if (curSeq.address() == seq.address()) {
+        curSeq.clone(stored);
+        lstSeqCommands_update();
+        cmdSeqApply->setEnabled(false);
+    }
+}
+
+void frmMain::restoreWorkingCopy(const clsSequence& seq) {
+    // The panel shows the working copy of the selected sequence: select its row first.
+    const int row = sequenceRow(seq.address());
+    if (row < 0) return;
+    if (selectedRow(lvSequences) != row) {
+        const QSignalBlocker quiet(lvSequences);
+        selectRow(lvSequences, row);
+    }
+    const int current = lstSeqCommands->currentRow();
+    curSeq.clone(seq);
+    lstSeqCommands_update();
+    if (current >= 0 && current < lstSeqCommands->count()) lstSeqCommands->setCurrentRow(current);
+    cmdSeqApply->setEnabled(true);
+    cmdSeqAddCmd->setEnabled(true);
 }
 
 void frmMain::cmdSeqAddCmd_Click() {
@@ -208,11 +248,12 @@ void frmMain::cmdSeqAddCmd_Click() {
     }
     const int p = lstSeqCommands->currentRow();  // the new command goes after it; -1: at the top
     const QString name = QString::fromStdString(hex2(code));
+    const clsSequence before = curSeq;
     switch (curSeq.insertCommand(p, static_cast<int16_t>(code))) {
     case clsSequence::Insert::Done:
-        lstSeqCommands_update();
+        undoStack_->push(new SequenceStep("Add Command", before, curSeq,
+                                          [this](const clsSequence& seq) { restoreWorkingCopy(seq); }));
         lstSeqCommands->setCurrentRow(p + 1);
-        cmdSeqApply->setEnabled(true);
         StatusBar1->setText("");
         return;
     case clsSequence::Insert::EndsSequence:

@@ -1,0 +1,200 @@
+// The window keeps the user's work: the question before unsaved changes are
+// lost, undo and redo, checked input, the keyboard, the big diagram.
+#include "window_fixture.h"
+#include "ui/diagram_window.h"
+#include "ui/picture_box.h"
+
+#include <QAction>
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QTest>
+#include <QTreeWidget>
+#include <QUndoStack>
+
+using namespace zpe;
+using zpe::test::ImageBuilder;
+
+namespace {
+// Slots 0..7 with distinct fields; slot 2's plays 1 and 5 differ.
+ImageBuilder workImage() {
+    ImageBuilder b;
+    b.bytesAt(0xA000, {0xD0, 0xF0, 0x12, 0xEE})
+        .bytesAt(0xA010, {0xD7, 0x00, 0x20, 0xE4})
+        .bytesAt(0xA020, {0xD7, 0x20, 0x00, 0xE4})
+        .formation(4, {0xA000})
+        .play(0, {0xA010})
+        .play(1, {0xA020})
+        .pointer(0, 0xA010);
+    for (int s = 0; s < 8; ++s) b.slot(s, {"SLOT " + std::to_string(s), 4, {0, 0, 0, 0, 1, 0, 0, 0}, {}});
+    return b;
+}
+}  // namespace
+
+class KeepsWorkTest : public QObject {
+    Q_OBJECT
+
+    test::WindowFixture fx;
+    std::unique_ptr<frmMain>& w = fx.w;
+
+    void open() {
+        fx.dialogs->files.push_back(fx.imagePath());
+        w->mnuFileOpen_Click();
+        QVERIFY(w->pb.openComplete);
+    }
+    // An edit that only Apply stores: the first command's data of A010.
+    void applyAnEdit() {
+        w->selectTab(4);
+        frmMain::selectRow(w->lvSequences, w->sequenceRow(0xA010));
+        w->txtSeqData[1]->setText("7C");
+        w->cmdSeqApply_Click();
+    }
+    QStringList slotRows() {
+        QStringList rows;
+        for (int r = 0; r < 8; ++r) rows << w->lvPlaySlots->topLevelItem(r)->text(0) + w->lvPlaySlots->topLevelItem(r)->text(3);
+        return rows;
+    }
+
+private slots:
+    void init() { fx.start(workImage()); }
+    void cleanup() { fx.stop(); }
+
+    void captionAndNoQuestionWhenNothingIsUnsaved() {
+        QCOMPARE(w->windowTitle(), QString("Zentrel Playbook Editor BETA3"));
+        open();
+        QCOMPARE(w->windowTitle(), QString("Zentrel Playbook Editor BETA3 - image.nes[*]"));
+        QVERIFY(!w->isWindowModified());
+        QVERIFY(w->close());
+        QVERIFY(fx.dialogs->boxes.empty());
+    }
+
+    void exitWithAnUnsavedApplyAsks() {
+        open();
+        applyAnEdit();
+        QVERIFY(w->isWindowModified());
+        const auto before = fx.image->read();
+        fx.dialogs->answers = {MsgAnswer::Cancel};
+        QVERIFY(!w->close());
+        QCOMPARE(fx.dialogs->boxes.back().text, QString("Save changes to image.nes before closing?"));
+        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x7C));  // Cancel keeps the edit
+        fx.dialogs->answers = {MsgAnswer::Save};
+        QVERIFY(w->close());
+        const auto after = fx.image->read();
+        QCOMPARE(int(after[static_cast<size_t>(offsetOfAddress(0xA012))]), 0x7C);
+        QCOMPARE(after.size(), before.size());
+    }
+
+    void discardClosesAndOpenAsksToo() {
+        open();
+        applyAnEdit();
+        fx.dialogs->answers = {MsgAnswer::Cancel};
+        fx.dialogs->files.push_back(fx.imagePath());
+        w->mnuFileOpen_Click();
+        QCOMPARE(fx.dialogs->boxes.size(), size_t(1));
+        QVERIFY(fx.dialogs->filters.size() == 1);  // Cancel: no file dialog
+        const auto before = fx.image->read();
+        fx.dialogs->answers = {MsgAnswer::Discard};
+        QVERIFY(w->close());
+        QCOMPARE(fx.image->read(), before);
+    }
+
+    void undoAndRedoRestoreRowsAndBytes() {
+        open();
+        w->selectTab(2);
+        const QStringList rows = slotRows();
+        const auto slots0 = w->pb.playSlots;
+        frmMain::selectRow(w->lvPlaySlots, 1);
+        w->cmdCopyPlaySlot_Click();
+        test::WindowFixture::clickRow(w->lvPlaySlots, 3);
+        frmMain::selectRow(w->lvPlaySlots, 2);
+        w->cmdSwapPlaySlot_Click();
+        test::WindowFixture::clickRow(w->lvPlaySlots, 5);
+        QCOMPARE(w->mnuEditUndo->text(), QString("&Undo Swap Slots"));
+        const auto slots2 = w->pb.playSlots;
+        const QStringList rows2 = slotRows();
+        w->undoStack_->undo();
+        w->undoStack_->undo();
+        QCOMPARE(slotRows(), rows);
+        QVERIFY(w->pb.playSlots == slots0);
+        QVERIFY(!w->isWindowModified());
+        w->undoStack_->redo();
+        w->undoStack_->redo();
+        QCOMPARE(slotRows(), rows2);
+        QVERIFY(w->pb.playSlots == slots2);
+
+        // Add, then Apply; undo both.
+        w->selectTab(4);
+        frmMain::selectRow(w->lvSequences, w->sequenceRow(0xA010));
+        const clsSequence stored = w->pb.sequences.at(0xA010);
+        const QString cell = w->lvSequences->topLevelItem(w->sequenceRow(0xA010))->text(1);
+        w->cmbNewSeqCmd->setCurrentIndex(1);  // 00: a two-byte command
+        w->cmdSeqAddCmd_Click();
+        QCOMPARE(w->curSeq.commandCount(), 3);
+        w->cmdSeqApply_Click();
+        QCOMPARE(w->pb.sequences.at(0xA010).byteSize(), stored.byteSize() + 2);
+        QCOMPARE(w->mnuEditUndo->text(), QString("&Undo Apply Sequence Edit"));
+        w->undoStack_->undo();
+        QCOMPARE(w->pb.sequences.at(0xA010).commands(), stored.commands());
+        QCOMPARE(w->pb.sequences.at(0xA010).byteSize(), stored.byteSize());
+        QCOMPARE(w->lvSequences->topLevelItem(w->sequenceRow(0xA010))->text(1), cell);
+        w->undoStack_->undo();
+        QCOMPARE(w->curSeq.commandCount(), 2);  // the Add is undone in the working copy
+        w->undoStack_->redo();
+        w->undoStack_->redo();
+        QCOMPARE(w->pb.sequences.at(0xA010).commandCount(), 3);
+        // A save marks the stack clean.
+        w->mnuFileSafeSave_Click();
+        QVERIFY(w->undoStack_->isClean());
+        QVERIFY(!w->isWindowModified());
+    }
+
+    void dataBoxesTakeOnlyHex() {
+        open();
+        w->selectTab(4);
+        frmMain::selectRow(w->lvSequences, w->sequenceRow(0xA010));
+        QLineEdit* box = w->txtSeqData[1];
+        box->clear();
+        QTest::keyClicks(box, "ZZ");
+        QCOMPARE(box->text(), QString());
+        QTest::keyClicks(box, "3f");
+        QCOMPARE(box->text(), QString("3f"));
+        QCOMPARE(w->curSeq.data(0, 1), int16_t(0x3F));
+    }
+
+    void keyboardSelectionUpdatesThePanel() {
+        open();
+        w->selectTab(4);
+        w->cmdSeqDetails_Click();
+        w->lvSequences->setFocus();
+        frmMain::selectRow(w->lvSequences, 0);
+        QTest::keyClick(w->lvSequences, Qt::Key_Down);
+        const int row = frmMain::selectedRow(w->lvSequences);
+        QCOMPARE(row, 1);
+        QCOMPARE(w->curSeq.address(), w->lvSequences->topLevelItem(row)->data(0, Qt::UserRole).toInt());
+    }
+
+    void bigDiagramDrawsTheChosenPlayAndSavesAtItsSize() {
+        open();
+        w->selectTab(2);
+        frmMain::selectRow(w->lvPlaySlots, 2);
+        QTest::mouseDClick(static_cast<QWidget*>(w->picPlay), Qt::LeftButton);
+        QVERIFY(w->diagram_ && w->diagram_->isVisible());
+        w->diagram_->resize(700, 500);
+        QApplication::processEvents();
+        const QImage first = w->diagram_->picture();
+        w->diagram_->choosePlay(4);  // play 5: play 1 of the image, another path
+        const QImage fifth = w->diagram_->picture();
+        QVERIFY(first != fifth);
+        w->diagram_->choosePlay(0);
+        QCOMPARE(w->diagram_->picture(), first);
+        const QString png = QString::fromStdString(fx.cwd.file("big.png"));
+        fx.dialogs->files.push_back(png);
+        w->diagram_->savePicture();
+        QCOMPARE(QImage(png).size(), w->diagram_->picture().size());
+    }
+};
+
+QTEST_MAIN(KeepsWorkTest)
+#include "keeps_work_test.moc"
