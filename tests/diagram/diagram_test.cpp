@@ -213,14 +213,5 @@ TEST(FormationDiagram, FollowOnsAreNotFollowedAndBadIndexesDrawNothing) {
     EXPECT_EQ(c.ops.size(), 2u);
 }
 
-TEST(Rounding, HalfGoesToTheEvenNeighbour) {
-    EXPECT_EQ(roundedHalf(217), 108);
-    EXPECT_EQ(roundedHalf(215), 108);
-    EXPECT_EQ(roundedHalf(216), 108);
-    EXPECT_EQ(roundedHalf(1), 0);
-    EXPECT_EQ(roundedHalf(3), 2);
-    EXPECT_EQ(roundedHalf(0), 0);
-}
-
 }  // namespace
 }  // namespace zpe

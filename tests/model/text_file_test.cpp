@@ -49,22 +49,5 @@ TEST(FieldReader, FreeFormatFields) {
     EXPECT_EQ(fields(""), Lines{});
 }
 
-TEST(Hex, FixedAndPlainForms) {
-    EXPECT_EQ(hex2(5), "05");
-    EXPECT_EQ(hex2(0x1F), "1F");
-    EXPECT_EQ(hex2(0x123), "23");
-    EXPECT_EQ(hex2(-1), "FF");
-    EXPECT_EQ(hex4(0xA000), "A000");
-    EXPECT_EQ(hex4(0x1F), "001F");
-    EXPECT_EQ(hex4(0x12345), "2345");
-    EXPECT_EQ(hex4(-1), "FFFF");
-    EXPECT_EQ(hexPlain(0), "0");
-    EXPECT_EQ(hexPlain(0xA007), "A007");
-    EXPECT_EQ(leadingHexValue("c7"), 0xC7);
-    EXPECT_EQ(leadingHexValue("1FFzz"), 0x1FF);
-    EXPECT_EQ(leadingHexValue("zz"), 0);
-    EXPECT_EQ(leadingHexValue(""), 0);
-}
-
 }  // namespace
 }  // namespace zpe

@@ -89,14 +89,6 @@ TEST(OpenRom, RowsOfTheFourLists) {
         << "sorted on the Address text, not in discovery order";
 }
 
-TEST(OpenRom, SlotRowOfAFormationWithoutName) {
-    // The open refuses such an image; a row built for one anyway shows the number.
-    Playbook pb;
-    pb.formations.resize(2);
-    pb.playSlots[3].formation(30);
-    EXPECT_EQ(playSlotRow(pb, 3).cells[2], "#30");
-}
-
 TEST(OpenRom, FailuresThrowNamingTheFileAndReturnNoPlaybook) {
     struct Case {
         const char* what;

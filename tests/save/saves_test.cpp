@@ -63,27 +63,6 @@ TEST(SafeSave, WritesOnlyTheSlotTablesWithTheirNormalisations) {
                                       {kRusherTableOffset, kRusherTableOffset + 2}});
 }
 
-TEST(SafeSave, SwapExchangesTheSlotRecords) {
-    DataDir data;
-    auto o = openBuilt(playbookImage().slot(3, {"THREE", 4, {1, 2, 3}, {4, 5, 6}}).gfx(3, Bytes(42, 0x33)).rusher(3, 4)
-                           .slot(40, {"FORTY", 4}),
-                       data);
-    ASSERT_TRUE(o.result.ok);
-    const Bytes before = o.file.read();
-    ASSERT_EQ(swapSlot(o.pb, 0, 3).outcome, SlotActionOutcome::Done);
-    safeSave(o.pb);
-    const Bytes after = o.file.read();
-    EXPECT_EQ(slice(after, kOffSlotTableOffset, 24), slice(before, kOffSlotTableOffset + 3 * 24, 24));
-    EXPECT_EQ(slice(after, kDefSlotTableOffset, 8), slice(before, kDefSlotTableOffset + 3 * 8, 8));
-    EXPECT_EQ(slice(after, kGfxTableOffset, 42), Bytes(42, 0x33));
-    EXPECT_EQ(after[kRusherTableOffset], 4);
-    EXPECT_EQ(after[kRusherTableOffset + 3], 6);
-    // The gap between the rusher and graphics tables, the pointer table and the sequences stay.
-    EXPECT_EQ(slice(after, 0x27526, 32), slice(before, 0x27526, 32));
-    EXPECT_EQ(slice(after, kPointerTableOffset, 384), slice(before, kPointerTableOffset, 384));
-    EXPECT_EQ(slice(after, kSequenceAreaOffset, kSequenceAreaSize), slice(before, kSequenceAreaOffset, kSequenceAreaSize));
-}
-
 TEST(SafeSave, RefusesWithoutACompleteOpenAndOnReadOnlyImages) {
     Playbook never;
     EXPECT_THROW(safeSave(never), SaveError);
@@ -142,15 +121,6 @@ TEST(FullSave, RelaysInDictionaryOrderAndRelinks) {
 
     // Reopening the saved image finds the same playbook at the new addresses.
     EXPECT_EQ(openRom(o.file.path(), data.path()).sequences.keys(), (std::vector<int32_t>{0xA000, 0xA00A, 0xA00E, 0xA01C}));
-}
-
-TEST(FullSave, TwiceWritesIdenticalFiles) {
-    DataDir data;
-    auto o = openBuilt(playbookImage(), data);
-    fullSave(o.pb);
-    const Bytes first = o.file.read();
-    fullSave(o.pb);
-    EXPECT_EQ(o.file.read(), first);
 }
 
 TEST(FullSave, WorkedExampleFromThreeSequences) {

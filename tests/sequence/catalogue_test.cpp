@@ -6,15 +6,6 @@
 namespace zpe {
 namespace {
 
-TEST(CommandCatalogue, DefaultsAreHexCodesWithoutLeadingZeros) {
-    test::TempDir empty;
-    const CmdNames names = loadCmdNames(empty.path());
-    EXPECT_EQ(names[0xC7], "C7");
-    EXPECT_EQ(names[0x30], "30");
-    EXPECT_EQ(names[0x05], "5");
-    EXPECT_EQ(names[0x00], "0");
-}
-
 TEST(CommandCatalogue, RecordsApplyInFileOrder) {
     test::TempDir dir;
     dir.writeText("cmd.txt",
@@ -40,17 +31,6 @@ TEST(CommandCatalogue, FieldsPairAcrossLines) {
     EXPECT_EQ(names[0xC0], "Drop Back");
     EXPECT_EQ(names[0xC1], "Wait");
     EXPECT_EQ(names[0xC2], "C2") << "a code without a name at the end is ignored";
-}
-
-TEST(CommandCatalogue, NewCommandListHoldsEveryShownCode) {
-    CmdNames names = defaultCmdNames();
-    names[0xC0] = "Drop Back";
-    const auto items = newCommandItems(names);
-    EXPECT_EQ(items[0], "");
-    EXPECT_EQ(items[1], "00: 0");
-    EXPECT_EQ(items[12], "B0: B0");
-    EXPECT_EQ(items[13], "C0: Drop Back");
-    EXPECT_EQ(items[76], "FF: FF");
 }
 
 }  // namespace

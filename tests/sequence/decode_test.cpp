@@ -100,13 +100,6 @@ TEST(DecodeRelativeJump, ForwardTargetCountsFromTheJumpByte) {
     EXPECT_EQ(self.nextSequence(), 0xA010);
 }
 
-TEST(DecodeAddressRange, SpansTheSequenceBytes) {
-    EXPECT_EQ(decodeBytes({0x30, 0x51, 0xFE, 0x05}).AddressRange(), "A000-A003");
-    Bytes thirtyTwo(31, 0x30);
-    thirtyTwo.push_back(0xE4);
-    EXPECT_EQ(decodeBytes(thirtyTwo).AddressRange(), "A000-A01F");
-}
-
 TEST(DecodeLimits, RunawaySequenceStopsAtTheCommandLimit) {
     Bytes many(kMaxCommands + 10, 0x30);
     const clsSequence seq = decodeBytes(many);
@@ -125,24 +118,6 @@ TEST(DecodeLimits, AllLowCodesRoundTrip) {
         ASSERT_EQ(seq.commandCount(), 2) << std::hex << b;
         EXPECT_EQ(seq.encode(), bytes) << std::hex << b;
     }
-}
-
-TEST(SequenceClone, CopyAnswersLikeTheOriginalAndIsIndependent) {
-    clsSequence original = decodeBytes({0xD7, 5, 3, 0xFF, 0x00, 0xB0});
-    original.data(0, 15, 77);  // an entry beyond dataLen travels too
-    clsSequence copy;
-    copy.clone(original);
-    EXPECT_EQ(copy.address(), original.address());
-    EXPECT_EQ(copy.byteSize(), original.byteSize());
-    EXPECT_EQ(copy.nextSequence(), 0xB000);
-    EXPECT_EQ(copy.commands(), original.commands());
-    EXPECT_EQ(copy.data(0, 15), 77);
-    original.data(0, 200, 77);
-    EXPECT_EQ(original.data(0, 200), 0) << "no command has a 201st value: it is not kept";
-    copy.data(1, 1, 0xA0);
-    copy.removeCommand(0);
-    EXPECT_EQ(original.commandCount(), 2);
-    EXPECT_EQ(original.nextSequence(), 0xB000);
 }
 
 TEST(SequenceAccess, IndexesOutsideTheSequenceAreErrors) {

@@ -41,7 +41,6 @@ public:
     TempFile& operator=(TempFile&&) = delete;
 
     const std::string& path() const { return path_; }
-    std::string folder() const { return dir_.string(); }
     std::vector<uint8_t> read() const;
     void write(const std::vector<uint8_t>& bytes) const;
 

@@ -137,35 +137,6 @@ private slots:
         QCOMPARE(w->curSeq.commandCount(), 0);
     }
 
-    void upAndDownStopAtTheEnds() {
-        pickSequence("A000");
-        w->udSeqCommand_UpClick();  // row 0: nothing
-        QCOMPARE(rows().at(0), QString("A000: Block LE"));
-        w->udSeqCommand_DownClick();
-        QCOMPARE(rows().at(0), QString("A001: Move Relative (D-05,L-03)"));
-        QCOMPARE(rows().at(1), QString("A000: Block LE"));
-        QCOMPARE(w->lstSeqCommands->currentRow(), 1);
-        QVERIFY(!w->cmdSeqApply->isEnabled());  // a move alone does not enable Apply
-        w->lstSeqCommands->setCurrentRow(3);
-        w->udSeqCommand_DownClick();  // last row: nothing
-        QCOMPARE(rows().at(3), QString("A007: +A:A010"));
-        w->udSeqCommand_UpClick();
-        QCOMPARE(w->lstSeqCommands->currentRow(), 2);
-        QCOMPARE(rows().at(2), QString("A007: +A:A010"));
-    }
-
-    void applyAfterRemovalRewritesTheCommandsCellOnly() {
-        pickSequence("A000");
-        QTreeWidgetItem* row = w->lvSequences->selectedItems().first();
-        w->cmdSeqDelCmd_Click();
-        w->cmdSeqApply_Click();
-        QCOMPARE(row->text(0), QString("A000-A009"));  // the address text stays
-        QCOMPARE(row->text(1), QString("Move Relative (D-05,L-03); Cond. Branch (C7) to 1234; +A:A010; "));
-        QCOMPARE(w->pb.sequences.at(0xA000).commandCount(), 3);
-        QCOMPARE(w->pb.sequences.at(0xA000).byteSize(), 9);
-        QVERIFY(!w->cmdSeqApply->isEnabled());
-    }
-
     void applyOnlyIntoTheSequenceTheCopyCameFrom() {
         pickSequence("A000");
         w->cmdSeqDelCmd_Click();
