@@ -180,6 +180,33 @@ void BM_SavePlan(benchmark::State& state) {
 }
 BENCHMARK(BM_SavePlan)->Unit(benchmark::kMillisecond);
 
+// A hostile image: from 0xA000 to the end one command without an end, and
+// every table entry pointing into it. The open must refuse it in well under
+// 200 ms.
+void BM_HostileOpen(benchmark::State& state) {
+    std::vector<uint8_t> bytes(0x40010, 0x31);
+    Image img("hostile.nes", bytes);
+    for (int i = 0; i < kPointerCount; ++i) {
+        img.seekOffset(kPointerTableOffset + 2 * i);
+        img.writeWord(0xA000 + 7 * i);
+    }
+    for (int p = 0; p < kPlayCount; ++p)
+        for (int j = 0; j < kPlayersPerRecord; ++j) {
+            img.seekOffset(kPlayTableOffset + kAddressRecordSize * p + 2 * j);
+            img.writeWord(0xA001 + 5 * (p * 11 + j));
+        }
+    const std::vector<std::string> names(22, "F");
+    for (auto _ : state) {
+        Image copy = img;
+        try {
+            benchmark::DoNotOptimize(loadPlaybook(copy, names).sequences.size());
+        } catch (const std::exception&) {
+            // refused, as it should be
+        }
+    }
+}
+BENCHMARK(BM_HostileOpen)->Unit(benchmark::kMillisecond);
+
 }  // namespace
 
 BENCHMARK_MAIN();

@@ -31,8 +31,8 @@ public:
         while (!pb_.sequences.contains(address) && !invalid_.count(address)) {
             if (address < kAddressOffsetDelta)
                 throw RomError(image_.path() + ": " + from + " points below the image (0x" + hex4(address) + ")");
-            clsSequence seq;
-            seq.address(address);
+            clsSequence& seq = scratch_;  // an invalid start leaves its room for the next one
+            seq.reset(address);
             image_.seekOffset(offsetOfAddress(address));
             seq.load(image_, KR);
             decoded_ += seq.commandCount();
@@ -45,6 +45,7 @@ public:
             }
             const int32_t next = seq.nextSequence();
             pb_.sequences.insert(address, std::move(seq));
+            scratch_ = clsSequence();
             if (next <= 0) return;
             from = "sequence " + hex4(address);
             address = next;
@@ -56,6 +57,7 @@ private:
     Image& image_;
     std::unordered_set<int32_t> invalid_;
     int64_t decoded_ = 0;
+    clsSequence scratch_;
 };
 
 void discoverSequences(Playbook& pb, Image& image) {

@@ -98,6 +98,14 @@ void clsSequence::load(Image& fp, bool KR) {
     }
 }
 
+void clsSequence::reset(int32_t address) {
+    startAddr_ = address;
+    cmds_.clear();
+    sizeBytes_ = 0;
+    nextAddr_ = 0;
+    truncated_ = false;
+}
+
 bool clsSequence::isValid() const { return !truncated_ && nextAddr_ != 0xFFFF; }
 
 std::string clsSequence::AddressRange() const { return hex4(startAddr_) + "-" + hex4(startAddr_ + sizeBytes_ - 1); }

@@ -55,6 +55,11 @@ public:
     // kMaxCommands) without an end command stops there and is not valid.
     void load(Image& fp, bool KR);
 
+    // Makes this an empty sequence at `address`, ready for load(), keeping the
+    // room its commands took (decoding many sequences one after the other
+    // then costs no fresh memory).
+    void reset(int32_t address);
+
     // False when the follow-on address is 0xFFFF (bytes FF FF FF) or when
     // decoding ran out of image before an end command.
     bool isValid() const;

@@ -2,6 +2,8 @@
 #include "support/process.h"
 
 #include <gtest/gtest.h>
+#include <QImage>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 
@@ -38,26 +40,23 @@ struct Fixture {
     }
 };
 
-TEST(CliLists, PrintsTheFourListsWithoutWritingCpuTxt) {
+TEST(CliVerbs, OptionsAnywhereStandardOutputHexSlotsAndPatches) {
     Fixture f;
-    TempDir cwd;
-    const auto r = f.zpe({"lists", f.image.path()}, cwd.path());
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_EQ(r.out.find("## Formations\nFORM 0\tBFFD\t"), 0u);
-    EXPECT_NE(r.out.find("\n## Play Slots\nRUN ZERO\tR1\tFORM 4\t00:01\t00:02\t"), std::string::npos);
-    EXPECT_NE(r.out.find("\n## Plays\n0\tA007\tFFFF\t"), std::string::npos);
-    EXPECT_NE(r.out.find("\n## Sequences\nA000-A003\tD0(F0 12) ; E4; \nA007-A00B\t"), std::string::npos);
-    EXPECT_FALSE(std::filesystem::exists(cwd.file("cpu.txt")));
-}
-
-TEST(CliCpu, WritesTheGapListing) {
-    Fixture f;
-    TempDir cwd;
-    auto r = f.zpe({"cpu", f.image.path()}, cwd.path());
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_EQ(test::readFileText(cwd.file("cpu.txt")), "\r\nA004: 01 02 03 \r\n");
-    r = f.zpe({"cpu", f.image.path(), cwd.file("gaps.txt")});
-    EXPECT_EQ(test::readFileText(cwd.file("gaps.txt")), "\r\nA004: 01 02 03 \r\n");
+    TempDir out;
+    const std::string original = out.file("original.nes");
+    std::filesystem::copy_file(f.image.path(), original);
+    auto r = runProcess(ZPE_BIN, {"lists", f.image.path(), "--numbered", "--data", f.data.path()}, out.path());
+    EXPECT_NE(r.out.find("\n## Play Slots\n0\tRUN ZERO\tR1\t"), std::string::npos) << r.err;
+    EXPECT_FALSE(std::filesystem::exists(out.file("cpu.txt"))) << "only the cpu verb writes the gap listing";
+    EXPECT_EQ(f.zpe({"cpu", f.image.path(), "-"}).out, "\r\nA004: 01 02 03 \r\n");
+    r = f.zpe({"copy-slot", f.image.path(), "0x00", "0x09"});
+    EXPECT_EQ(r.out.find("copied slot 0 over slot 9; "), 0u) << r.err;
+    r = f.zpe({"diff", original, f.image.path(), "--ips", out.file("p.ips")});
+    EXPECT_NE(r.out.find("slot 9: name \"RUN NINE\" -> \"RUN ZERO\"\n"), std::string::npos) << r.out;
+    ASSERT_EQ(f.zpe({"-q", "patch", original, out.file("p.ips")}).exitCode, 0);
+    EXPECT_EQ(test::readFileBytes(original), f.image.read());
+    r = f.zpe({"render", f.image.path(), "--slot", "0", "--play", "2", "--scale", "2", "--out", "-"});
+    EXPECT_EQ(QImage::fromData(QByteArray::fromStdString(r.out)).size(), QSize(658, 434));
 }
 
 TEST(CliSlots, CopyAndSwapThenSafeSave) {
