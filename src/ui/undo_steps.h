@@ -14,10 +14,13 @@ namespace zpe {
 
 using SlotStates = std::vector<std::pair<int, clsPlaySlot>>;  // slot index and its fields
 
-// A copy or a swap of slots.
-class SlotsStep : public QUndoCommand {
+// One edit: the state before it and after it, and how the window puts a
+// state back (a copy or swap of slots; "Apply" of the stored sequence; "Add"
+// in the working copy).
+template <typename State>
+class StateStep : public QUndoCommand {
 public:
-    SlotsStep(const QString& text, SlotStates before, SlotStates after, std::function<void(const SlotStates&)> restore)
+    StateStep(const QString& text, State before, State after, std::function<void(const State&)> restore)
         : before_(std::move(before)), after_(std::move(after)), restore_(std::move(restore)) {
         setText(text);
     }
@@ -25,23 +28,11 @@ public:
     void redo() override { restore_(after_); }
 
 private:
-    SlotStates before_, after_;
-    std::function<void(const SlotStates&)> restore_;
+    State before_, after_;
+    std::function<void(const State&)> restore_;
 };
 
-// A change of one sequence: "Apply" (the stored sequence) or "Add" (the working copy).
-class SequenceStep : public QUndoCommand {
-public:
-    SequenceStep(const QString& text, clsSequence before, clsSequence after, std::function<void(const clsSequence&)> restore)
-        : before_(std::move(before)), after_(std::move(after)), restore_(std::move(restore)) {
-        setText(text);
-    }
-    void undo() override { restore_(before_); }
-    void redo() override { restore_(after_); }
-
-private:
-    clsSequence before_, after_;
-    std::function<void(const clsSequence&)> restore_;
-};
+using SlotsStep = StateStep<SlotStates>;
+using SequenceStep = StateStep<clsSequence>;
 
 }  // namespace zpe
