@@ -472,7 +472,7 @@ bool frmMain::maybeKeepChanges() {
     const QString name = QFileInfo(QString::fromStdString(pb.romPath)).fileName();
     switch (dialogs_.message({"Save changes to " + name + " before closing?", kProgramName, MsgIcon::Question,
                               MsgButtons::SaveDiscardCancel, MsgAnswer::Save})) {
-    case MsgAnswer::Save: return saveChanges();
+    case MsgAnswer::Save: return runSave();
     case MsgAnswer::Discard: return true;
     default: return false;
     }
@@ -498,9 +498,9 @@ void frmMain::reportFailure(const QString& title, const std::exception& error) {
     dialogs_.message({QString::fromLocal8Bit(error.what()), title, MsgIcon::Exclamation, MsgButtons::Ok, MsgAnswer::Ok});
 }
 
-void frmMain::mnuFileSaveChanges_Click() { (void)saveChanges(); }
+void frmMain::mnuFileSaveChanges_Click() { (void)runSave(); }
 
-bool frmMain::saveChanges() {
+bool frmMain::runSave() {
     try {
         const FileLock lock(pb.romPath);
         const SaveSummary summary = zpe::saveChanges(pb, dataDir_.toStdString());

@@ -109,7 +109,7 @@ private:
     // Save that succeeded.
     bool maybeKeepChanges();
     // Save, reporting a refusal; true when it wrote.
-    bool saveChanges();
+    bool runSave();
     // The caption: the program and the image's file name with the modified marker.
     void updateCaption();
     // Undo steps put these back.
