@@ -100,26 +100,24 @@ int applyPlaybookJson(Playbook& pb, const json& doc) {
         if (!(slot == before)) ++changes;
     }
 
-    const json& plays = r.array(doc, "", "plays", kPlayCount);
-    for (size_t p = 0; p < plays.size(); ++p) {
-        const json& players = r.array(plays[p], place("plays", p), "players", kPlayersPerRecord);
-        for (int j = 0; j < kPlayersPerRecord; ++j) {
-            const std::string where = place("plays", p) + "/players/" + std::to_string(j);
-            const int32_t a = r.address(players[static_cast<size_t>(j)], where, true);
-            entry(a, pb.plays[p].seqAddress(j), where);
-            out.plays[p].seqAddress(j, a);
+    // The eleven addresses of each play or formation record, checked and stored by `store`.
+    auto records = [&](const char* table, const char* list, size_t count, bool nullAllowed, auto before, auto store) {
+        const json& all = r.array(doc, "", table, count);
+        for (size_t i = 0; i < all.size(); ++i) {
+            const json& players = r.array(all[i], place(table, i), list, kPlayersPerRecord);
+            for (int j = 0; j < kPlayersPerRecord; ++j) {
+                const std::string where = place(table, i) + "/" + list + "/" + std::to_string(j);
+                const int32_t a = r.address(players[static_cast<size_t>(j)], where, nullAllowed);
+                entry(a, before(i, j), where);
+                store(i, j, a);
+            }
         }
-    }
-    const json& formations = r.array(doc, "", "formations", pb.formations.size());
-    for (size_t f = 0; f < formations.size(); ++f) {
-        const json& positions = r.array(formations[f], place("formations", f), "positions", kPlayersPerRecord);
-        for (int j = 0; j < kPlayersPerRecord; ++j) {
-            const std::string where = place("formations", f) + "/positions/" + std::to_string(j);
-            const int32_t a = r.address(positions[static_cast<size_t>(j)], where, false);
-            entry(a, pb.formations[f].posAddress(j), where);
-            out.formations[f].posAddress(j, a);
-        }
-    }
+    };
+    records("plays", "players", kPlayCount, true, [&](size_t p, int j) { return pb.plays[p].seqAddress(j); },
+            [&](size_t p, int j, int32_t a) { out.plays[p].seqAddress(j, a); });
+    records("formations", "positions", pb.formations.size(), false,
+            [&](size_t f, int j) { return pb.formations[f].posAddress(j); },
+            [&](size_t f, int j, int32_t a) { out.formations[f].posAddress(j, a); });
     const json& pointers = r.array(doc, "", "pointers", kPointerCount);
     for (size_t i = 0; i < pointers.size(); ++i) {
         const int32_t a = r.address(pointers[i], place("pointers", i), false);

@@ -80,7 +80,6 @@ std::vector<int32_t> sortKeys(std::vector<int32_t> keys) {
 
 std::string gapListing(const Playbook& pb) {
     const std::vector<int32_t> sortedKeys = sortKeys(pb.sequences.keys());
-    Image image(pb.romPath, pb.openedBytes);
     std::string text;
     for (size_t i = 0; i + 1 < sortedKeys.size(); ++i) {
         const clsSequence& s = pb.sequences.at(sortedKeys[i]);
@@ -89,10 +88,12 @@ std::string gapListing(const Playbook& pb) {
         const int32_t start = s.address() + s.byteSize();
         const int32_t gap = t.address() - start;
         if (gap <= 0) continue;
-        image.seekOffset(offsetOfAddress(start));
+        const int32_t offset = offsetOfAddress(start);
+        if (offset < 0 || static_cast<size_t>(offset) + static_cast<size_t>(gap) > pb.openedBytes.size())
+            throw RomError(pb.romPath + ": read past the end of the file at offset 0x" + hexPlain(offset));
         for (int32_t k = 1; k <= gap; ++k) {
             if ((k - 1) % 16 == 0) text += "\r\n" + hex4(start + k - 1) + ": ";
-            text += hex2(image.readByte()) + " ";
+            text += hex2(pb.openedBytes[static_cast<size_t>(offset + k - 1)]) + " ";
         }
         text += "\r\n";
     }

@@ -33,17 +33,6 @@ public:
         entries_.emplace_back(address, std::move(seq));
     }
 
-    // Gives the entry under `from` the key `to`, keeping its place in the order.
-    // `to` must not be present yet.
-    void changeKey(int32_t from, int32_t to) {
-        if (from == to) return;
-        if (contains(to)) throw std::logic_error("sequence address already present");
-        const size_t i = indexOf(from);
-        index_.erase(from);
-        index_.emplace(to, i);
-        entries_[i].first = to;
-    }
-
     void clear() {
         entries_.clear();
         index_.clear();

@@ -97,6 +97,7 @@ struct Change {
     int32_t address = 0;
     int32_t oldSize = 0;
     const clsSequence* seq = nullptr;
+    std::vector<uint8_t> bytes;  // its encoding at its own address
 };
 
 }  // namespace
@@ -140,9 +141,9 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
         if (!before)
             throw SaveError(pb.romPath + ": " + name(address) + " is no longer in the image as it was opened; open it again");
         const int32_t oldSize = before->byteSize();
-        const std::vector<uint8_t> bytes = encodeAt(seq, address, oldSize, address, {});
+        std::vector<uint8_t> bytes = encodeAt(seq, address, oldSize, address, {});
         if (static_cast<int32_t>(bytes.size()) == oldSize && bytes == bytesAt(image, address, oldSize)) continue;
-        changes.push_back({address, oldSize, &seq});
+        changes.push_back({address, oldSize, &seq, std::move(bytes)});
     }
     std::vector<Change> byAddress = changes;
     std::sort(byAddress.begin(), byAddress.end(), [](const Change& a, const Change& b) { return a.address < b.address; });
@@ -156,7 +157,7 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     std::vector<std::pair<int32_t, int32_t>> moveOrder;
     std::vector<Change> inPlace;
     for (const Change& c : changes) {
-        std::vector<uint8_t> bytes = encodeAt(*c.seq, c.address, c.oldSize, c.address, {});
+        std::vector<uint8_t> bytes = c.bytes;
         if (static_cast<int32_t>(bytes.size()) <= c.oldSize) {
             inPlace.push_back(c);
             continue;

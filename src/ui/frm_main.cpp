@@ -438,9 +438,6 @@ void frmMain::fillLists(const ListRows& rows) {
 }
 
 bool frmMain::openImage(const QString& path) {
-    clearLists();
-    // The previous image's working copy must not be applied to this one.
-    clearSeqPanel();
     try {
         Playbook opened = openRom(path.toStdString(), dataDir_.toStdString());
         if (!cpuDir_.isEmpty()) writeGapListing(opened, QDir(cpuDir_).filePath("cpu.txt").toStdString());
@@ -449,6 +446,9 @@ bool frmMain::openImage(const QString& path) {
         // No box: the reason goes to the status bar. The path is kept, and saves refuse until an open completes.
         pb = Playbook{};
         pb.romPath = path.toStdString();
+        clearLists();
+        clearSeqPanel();  // the previous image's working copy must not be applied to anything
+        updateCaption();
         StatusBar1->setText(shortMessage(e.what(), path));
         return false;
     }
