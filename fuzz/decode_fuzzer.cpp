@@ -34,7 +34,7 @@ void decodeAt(const std::vector<uint8_t>& bytes, int32_t offset, bool kr) {
         copy.data(0, 0, static_cast<int16_t>(bytes.size() & 0x1F));
         check(static_cast<int32_t>(copy.encode().size()) == copy.byteSize());
         copy.convertRelJump();
-        copy.removeCommand(copy.commandCount() - 1);
+        (void)copy.removeCommand(0);
         check(static_cast<int32_t>(copy.encode().size()) == copy.byteSize());
     }
 }

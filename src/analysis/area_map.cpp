@@ -1,7 +1,7 @@
 #include "analysis/area_map.h"
 
-#include "model/tables.h"
 #include "sequence/command_codes.h"
+#include "sequence/command_format.h"
 
 #include <algorithm>
 
@@ -12,24 +12,6 @@ using namespace cmd;
 namespace {
 
 size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
-
-// The game's length of a high code: its length table, except where the
-// handler, not the table, decides (the stance and hike codes and Human Control
-// go on after one byte, the jumps set the pointer, the lock-ups never return).
-int32_t highCodeLength(uint8_t code) {
-    switch (code) {
-    case kHumanControl: case kCenterSnap: case kThreePointStance: case kTwoPointStance: case kQbStance:
-    case kLongSnap: case kHangC2: case kHangC3: case kHangC6: case kHangCB: case kHangF1:
-        return 1;
-    case kRelativeJump: return 2;
-    case kAbsoluteJump: return 3;
-    default: return cmdLenHigh[static_cast<size_t>(code - kFirstHighCode)];
-    }
-}
-
-bool endsThePath(uint8_t code) {
-    return code == kCelebrate || code == kDejected || code == kRelativeJump || code == kAbsoluteJump || isLockUp(code);
-}
 
 int32_t wordAt(std::span<const uint8_t> area, size_t at) { return area[at] + 256 * area[at + 1]; }
 
@@ -80,29 +62,18 @@ bool readGameCommand(std::span<const uint8_t> area, int32_t address, GameCommand
     if (!inArea(address) || areaIndex(address) >= area.size()) return false;
     const size_t at = areaIndex(address);
     const uint8_t code = area[at];
+    const CommandFormat f = commandFormat(code, false, at + 1 < area.size() ? area[at + 1] : -1);
     GameCommand c;
     c.address = address;
     c.code = code;
-    const int32_t low = code & kLowCodeMask;
-    if (isLowCode(code)) {
-        c.length = low == kComPass ? (code & kLowNibbleMask) + 4 : cmdLenByNibble[static_cast<size_t>(low >> 4)];
-    } else {
-        c.length = highCodeLength(code);
-    }
+    c.length = f.gameLength;
     if (at + static_cast<size_t>(c.length) > area.size()) return false;
-    c.fallsThrough = !endsThePath(code);
-    if (code == kRelativeJump) {
-        const int32_t offset = area[at + 1];
-        c.target = address + (offset >= kBackwardOffset ? offset - 256 : offset);
-    } else if (code == kAbsoluteJump) {
-        c.target = wordAt(area, at + 1);
-    } else if ((isLowCode(code) && low == kRandomBranch) || code == kBranchComVsHuman || code == kBranchComBoost ||
-               code == kBranchNotHuman) {
-        c.target = wordAt(area, at + 1);
-        c.addressField = true;
-    } else if (isLowCode(code) && low == kComPass) {
-        c.target = wordAt(area, at + static_cast<size_t>(c.length) - 2);
-        c.addressField = true;
+    c.fallsThrough = f.gameGoesOn;
+    if (f.field == FieldKind::Relative) {
+        c.target = address + static_cast<int8_t>(area[at + static_cast<size_t>(f.fieldAt)]);
+    } else if (f.field == FieldKind::Word) {
+        c.target = wordAt(area, at + static_cast<size_t>(f.fieldAt));
+        c.addressField = code != kAbsoluteJump;
     }
     out = c;
     return true;

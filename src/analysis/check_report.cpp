@@ -63,7 +63,7 @@ std::string gameCommandText(const GameCommand& c, std::span<const uint8_t> area,
         for (int32_t k = 1; k < c.length; ++k) command.data[static_cast<size_t>(k - 1)] = area[at + static_cast<size_t>(k)];
         command.dataLen = static_cast<int16_t>(c.length - 1);
     }
-    std::string text = trimmed(commandText(command, c.target, names));
+    std::string text = trimmed(commandText(command, c.address, c.target, names));
     if (c.addressField) text += " -> " + hex4(c.target);
     return text;
 }

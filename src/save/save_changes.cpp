@@ -7,82 +7,20 @@
 #include "playbook/open_rom.h"
 #include "playbook/table_codec.h"
 #include "save/saves.h"
+#include "save/verify_write.h"
 #include "sequence/command_codes.h"
+#include "sequence/command_format.h"
 
 #include <algorithm>
 #include <optional>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace zpe {
 
 using namespace cmd;
 
 namespace {
-
-using Moves = std::unordered_map<int32_t, int32_t>;  // old start -> new start
-
-int32_t word(int16_t lo, int16_t hi) { return (lo & 0xFF) + 256 * (hi & 0xFF); }
-
-// The address a command names (jump or branch target), by the addresses its
-// commands had when the sequence was read; none for other commands.
-std::optional<int32_t> namedAddress(const SeqCommand& c) {
-    switch (c.command) {
-    case kAbsoluteJump: case kBranchComVsHuman: case kBranchNotHuman: case kBranchComBoost:
-        return word(c.data[0], c.data[1]);
-    case kRandomBranch: return word(c.data[1], c.data[2]);
-    case kRelativeJump: {
-        const int32_t offset = c.data[0] & 0xFF;
-        return c.address + (offset >= kBackwardOffset ? offset - 256 : offset);
-    }
-    default: return std::nullopt;
-    }
-}
-
-void setAddress(int16_t& lo, int16_t& hi, int32_t target) {
-    lo = static_cast<int16_t>(target & 0xFF);
-    hi = static_cast<int16_t>((target >> 8) & 0xFF);
-}
-
-// The bytes of `seq` with its first byte at `at`. Addresses that name one of
-// its own commands (by the address the command had in the old bytes
-// [oldStart, oldStart + oldSize)) follow that command; a closing absolute jump
-// to a sequence in `moves` follows it to its new start; a closing relative
-// jump is re-expressed for its place, as an absolute jump when out of reach.
-std::vector<uint8_t> encodeAt(const clsSequence& seq, int32_t oldStart, int32_t oldSize, int32_t at, const Moves& moves) {
-    std::vector<SeqCommand> cmds = seq.commands();
-    std::unordered_map<int32_t, size_t> byOldAddress;
-    std::vector<int32_t> position(cmds.size());
-    int32_t next = at;
-    for (size_t i = 0; i < cmds.size(); ++i) {
-        if (cmds[i].address >= oldStart && cmds[i].address < oldStart + oldSize) byOldAddress.emplace(cmds[i].address, i);
-        position[i] = next;
-        next += cmds[i].encodedSize();
-    }
-    for (size_t i = 0; i < cmds.size(); ++i) {
-        SeqCommand& c = cmds[i];
-        const std::optional<int32_t> named = namedAddress(c);
-        if (!named) continue;
-        int32_t target = *named;
-        if (const auto own = byOldAddress.find(target); own != byOldAddress.end()) target = position[own->second];
-        else if (const auto moved = moves.find(target); moved != moves.end() && c.command == kAbsoluteJump) target = moved->second;
-
-        if (c.command == kRandomBranch) {
-            setAddress(c.data[1], c.data[2], target);
-        } else if (c.command != kRelativeJump) {
-            setAddress(c.data[0], c.data[1], target);
-        } else if (i + 1 == cmds.size()) {
-            const int32_t offset = target - position[i];
-            if (offset >= -128 && offset <= 127) {
-                c.data[0] = static_cast<int16_t>(offset & 0xFF);
-            } else {
-                c.command = kAbsoluteJump;
-                c.dataLen = 2;
-                setAddress(c.data[0], c.data[1], target);
-            }
-        }
-    }
-    return encodeCommands(cmds);
-}
 
 std::vector<uint8_t> bytesAt(const std::vector<uint8_t>& image, int32_t address, int32_t size) {
     const int32_t offset = offsetOfAddress(address);
@@ -93,11 +31,61 @@ std::vector<uint8_t> bytesAt(const std::vector<uint8_t>& image, int32_t address,
 
 std::string name(int32_t address) { return "sequence " + hex4(address); }
 
-struct Change {
-    int32_t address = 0;
-    int32_t oldSize = 0;
+bool goesOnInGame(const SeqCommand& c, bool kick) {
+    const auto code = static_cast<uint8_t>(isLowCode(c.command) ? c.command | (c.data[0] & kLowNibbleMask) : c.command);
+    return commandFormat(code, kick, -1).gameGoesOn;
+}
+
+// Where the game went on after a sequence as it was read (-1: it did not).
+int32_t continuationOf(const clsSequence& before) {
+    if (before.commandCount() == 0 || !goesOnInGame(before.commands().back(), before.kick())) return -1;
+    return before.address() + before.byteSize();
+}
+
+// One sequence of the model on its way into the image.
+struct Placement {
+    int32_t key = 0;
     const clsSequence* seq = nullptr;
-    std::vector<uint8_t> bytes;  // its encoding at its own address
+    int32_t oldSize = 0;
+    bool changed = false;
+    bool moved = false;
+    int32_t place = 0;
+    int32_t continuation = -1;      // where the game went on after it (-1: nowhere)
+    bool jumpToContinuation = false;  // an absolute jump to it follows the last command
+    std::vector<SeqCommand> commands;  // what is written: the sequence's commands and that jump
+};
+
+std::vector<SeqCommand> withContinuation(const clsSequence& seq, int32_t continuation) {
+    std::vector<SeqCommand> out = seq.commands();
+    SeqCommand jump;
+    jump.command = kAbsoluteJump;
+    jump.dataLen = 2;
+    jump.target = continuation;
+    out.push_back(jump);
+    return out;
+}
+
+int32_t sizeOf(const std::vector<SeqCommand>& cmds) {
+    int32_t n = 0;
+    for (const SeqCommand& c : cmds) n += c.encodedSize();
+    return n;
+}
+
+// The resolver of a sequence standing at `at`: a field naming one of its own
+// commands follows that command.
+struct OwnPlaces {
+    std::unordered_map<int32_t, int32_t> byOrigin;
+    OwnPlaces(const std::vector<SeqCommand>& cmds, int32_t at) {
+        for (const SeqCommand& c : cmds) {
+            byOrigin.emplace(c.origin, at);
+            at += c.encodedSize();
+        }
+    }
+    std::optional<int32_t> find(int32_t origin) const {
+        const auto it = byOrigin.find(origin);
+        if (it == byOrigin.end()) return std::nullopt;
+        return it->second;
+    }
 };
 
 }  // namespace
@@ -121,94 +109,179 @@ std::string SaveSummary::text() const {
 SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     requireCompleteOpen(pb);
     // The image as the editor reads it now: the old sequences, their bytes, the area map.
-    std::vector<std::string> formNames;
-    for (const clsFormation& f : pb.formations) formNames.push_back(f.name());
     Image reading(pb.romPath, image);
     Playbook old;
     try {
-        old = loadPlaybook(reading, formNames);
+        old = loadPlaybook(reading, formationNames(pb));
     } catch (const RomError& e) {
         throw SaveError(pb.romPath + ": the image cannot be read as it was opened (" + e.what() + "); nothing was saved");
     }
     old.openedBytes = image;
+    old.openComplete = true;
     const AreaMap map = buildAreaMap(old);
     std::vector<AreaRun> free = map.freeRuns();
+    const std::span<const uint8_t> area = areaBytes(image);
+    std::vector<GameCommand> game;
+    game.reserve(map.commands.size());
+    for (int32_t a : map.commands) {
+        GameCommand g;
+        if (readGameCommand(area, a, g)) game.push_back(g);
+    }
+    std::vector<uint8_t> gameStart(kSequenceAreaSize, 0);
+    for (int32_t a : map.commands) gameStart[static_cast<size_t>(a - kSequenceAreaAddress)] = 1;
 
-    // Sequences whose bytes changed.
-    std::vector<Change> changes;
+    std::vector<Placement> all;
+    all.reserve(pb.sequences.size());
     for (const auto& [address, seq] : pb.sequences) {
         const clsSequence* before = old.sequences.find(address);
         if (!before)
             throw SaveError(pb.romPath + ": " + name(address) + " is no longer in the image as it was opened; open it again");
-        const int32_t oldSize = before->byteSize();
-        std::vector<uint8_t> bytes = encodeAt(seq, address, oldSize, address, {});
-        if (static_cast<int32_t>(bytes.size()) == oldSize && bytes == bytesAt(image, address, oldSize)) continue;
-        changes.push_back({address, oldSize, &seq, std::move(bytes)});
+        if (const std::string problem = seq.verify(); !problem.empty())
+            throw SaveError(pb.romPath + ": " + name(address) + ": " + problem + "; nothing was saved");
+        Placement p;
+        p.key = address;
+        p.seq = &seq;
+        p.oldSize = before->byteSize();
+        p.place = address;
+        p.commands = seq.commands();
+        const OwnPlaces own(p.commands, address);
+        const std::vector<uint8_t> bytes =
+            encodeCommands(p.commands, address, [&](size_t, int32_t t) { return own.find(t).value_or(t); });
+        p.changed = static_cast<int32_t>(bytes.size()) != p.oldSize || bytes != bytesAt(image, address, p.oldSize);
+        p.continuation = continuationOf(*before);
+        all.push_back(std::move(p));
     }
-    std::vector<Change> byAddress = changes;
-    std::sort(byAddress.begin(), byAddress.end(), [](const Change& a, const Change& b) { return a.address < b.address; });
-    for (size_t i = 0; i + 1 < byAddress.size(); ++i)
-        if (byAddress[i].address + byAddress[i].oldSize > byAddress[i + 1].address)
-            throw SaveError(pb.romPath + ": " + name(byAddress[i].address) + " and " + name(byAddress[i + 1].address) +
-                            " were both changed and share bytes in the image; nothing was saved");
 
-    // Sequences that outgrew their bytes move into the first free run that holds them.
-    Moves moves;
+    // Where each changed sequence goes: in place when its bytes (and the jump
+    // to where the game went on after it) fit in its old bytes, no other
+    // sequence shares them and whatever led into them still finds its
+    // command; otherwise into the first free run that holds it.
+    std::vector<AreaRun> rewritten;  // old bytes rewritten in place, with the placement that rewrites them
+    std::vector<size_t> rewrittenBy;
     std::vector<std::pair<int32_t, int32_t>> moveOrder;
-    std::vector<Change> inPlace;
-    for (const Change& c : changes) {
-        std::vector<uint8_t> bytes = c.bytes;
-        if (static_cast<int32_t>(bytes.size()) <= c.oldSize) {
-            inPlace.push_back(c);
+    for (size_t n = 0; n < all.size(); ++n) {
+        Placement& p = all[n];
+        if (!p.changed) continue;
+        const clsSequence& seq = *p.seq;
+        const bool goesOn = goesOnInGame(seq.commands().back(), seq.kick());
+        if (goesOn && p.continuation < 0)
+            throw SaveError(pb.romPath + ": " + name(p.key) + " now ends with " + hex2(seq.commands().back().command) +
+                            ", after which the game goes on, but the game did not go on after it before; end it with a jump. "
+                            "Nothing was saved");
+        const int32_t size = seq.byteSize();
+        bool inPlace = size <= p.oldSize;
+        if (inPlace && goesOn && size != p.oldSize) inPlace = size + 3 <= p.oldSize;
+        for (const auto& [address, other] : old.sequences)
+            if (inPlace && address != p.key && address < p.key + p.oldSize && address + other.byteSize() > p.key) inPlace = false;
+        if (inPlace) {
+            const OwnPlaces own(seq.commands(), p.key);
+            for (const GameCommand& g : game) {
+                if (g.address >= p.key && g.address < p.key + p.oldSize) continue;
+                for (const int32_t t : {g.fallsThrough ? g.address + g.length : -1, g.target})
+                    if (t > p.key && t < p.key + p.oldSize && own.find(t) != std::optional<int32_t>(t)) inPlace = false;
+            }
+        }
+        if (inPlace) {
+            if (goesOn && size != p.oldSize) {
+                p.commands = withContinuation(seq, p.continuation);
+                p.jumpToContinuation = true;
+            }
+            rewritten.push_back({p.key, p.key + p.oldSize - 1});
+            rewrittenBy.push_back(n);
             continue;
         }
-        if (c.seq->readsDifferentlyByGame() || old.sequences.at(c.address).readsDifferentlyByGame())
-            throw SaveError(pb.romPath + ": " + name(c.address) +
+        if (seq.readsDifferentlyByGame() || old.sequences.at(p.key).readsDifferentlyByGame())
+            throw SaveError(pb.romPath + ": " + name(p.key) +
                             " holds a COM pass or 0xF1, which the game reads with other lengths, and would have to move; "
-                            "it can only be changed within its " + std::to_string(c.oldSize) + " bytes. Nothing was saved");
-        auto need = static_cast<int32_t>(bytes.size());
+                            "it can only be changed within its " + std::to_string(p.oldSize) + " bytes. Nothing was saved");
+        if (goesOn) {
+            p.commands = withContinuation(seq, p.continuation);
+            p.jumpToContinuation = true;
+        }
+        auto need = sizeOf(p.commands);
         std::optional<size_t> chosen;
         for (int attempt = 0; attempt < 2 && !chosen; ++attempt) {
             const auto run = std::find_if(free.begin(), free.end(), [&](const AreaRun& r) { return r.size() >= need; });
             if (run == free.end()) break;
-            bytes = encodeAt(*c.seq, c.address, c.oldSize, run->start, {});
+            const OwnPlaces own(p.commands, run->start);
+            const auto bytes = encodeCommands(p.commands, run->start, [&](size_t, int32_t t) { return own.find(t).value_or(t); });
             if (static_cast<int32_t>(bytes.size()) <= run->size()) chosen = static_cast<size_t>(run - free.begin());
-            else need = static_cast<int32_t>(bytes.size());  // its relative jump became absolute there
+            else need = static_cast<int32_t>(bytes.size());  // a relative jump became absolute there
         }
         if (!chosen) {
             int32_t largest = 0;
             for (const AreaRun& r : free) largest = std::max(largest, r.size());
-            throw SaveError(pb.romPath + ": " + name(c.address) + " needs " + std::to_string(need) +
+            throw SaveError(pb.romPath + ": " + name(p.key) + " needs " + std::to_string(need) +
                             " bytes, but the largest free run of the sequence area holds " + std::to_string(largest) +
                             "; nothing was saved");
         }
         AreaRun& run = free[*chosen];
-        moves.emplace(c.address, run.start);
-        moveOrder.emplace_back(c.address, run.start);
-        run.start += static_cast<int32_t>(bytes.size());
+        p.moved = true;
+        p.place = run.start;
+        moveOrder.emplace_back(p.key, run.start);
+        run.start += need;
         if (run.start > run.end) free.erase(free.begin() + static_cast<std::ptrdiff_t>(*chosen));
     }
+    std::unordered_map<int32_t, int32_t> moves(moveOrder.begin(), moveOrder.end());
 
-    // A sequence changed in place must not write over another sequence's bytes.
-    for (const Change& c : inPlace)
-        for (const auto& [address, seq] : old.sequences)
-            if (address != c.address && address < c.address + c.oldSize && address + seq.byteSize() > c.address)
-                throw SaveError(pb.romPath + ": " + name(c.address) + " shares bytes with " + name(address) +
-                                "; changing it in place would change that one too. Nothing was saved");
-
+    // Every sequence encoded at its place. A field names, in this order: one
+    // of its own commands; a moved sequence's start (closing absolute jumps
+    // follow it; other references keep running the old copy, which stays);
+    // a command of bytes rewritten in place, wherever it stands now; or an
+    // address, which must be where the game ran a command before or outside
+    // the area.
     SavePlan plan;
+    SaveLayout layout;
     Image out(pb.romPath, image);
-    for (const auto& [address, seq] : pb.sequences) {
-        const int32_t oldSize = old.sequences.at(address).byteSize();
-        const auto moved = moves.find(address);
-        const int32_t at = moved == moves.end() ? address : moved->second;
-        const std::vector<uint8_t> bytes = encodeAt(seq, address, oldSize, at, moves);
-        if (moved == moves.end()) {
-            if (static_cast<int32_t>(bytes.size()) == oldSize && bytes == bytesAt(image, address, oldSize)) continue;
-            ++plan.summary.inPlace;
+    for (Placement& p : all) {
+        const OwnPlaces own(p.commands, p.place);
+        auto resolve = [&](size_t i, int32_t t) -> int32_t {
+            if (p.jumpToContinuation && i + 1 == p.commands.size()) return t;  // where the game went on, as it was
+            if (const auto mine = own.find(t)) return *mine;
+            const std::string where = name(p.key) + " command " + std::to_string(i);
+            if (isNewOrigin(t))
+                throw SaveError(pb.romPath + ": " + where + " names a new command it no longer holds; nothing was saved");
+            if (const auto m = moves.find(t); m != moves.end() && p.commands[i].command == kAbsoluteJump) return m->second;
+            for (size_t r = 0; r < rewritten.size(); ++r) {
+                if (t < rewritten[r].start || t > rewritten[r].end) continue;
+                const Placement& q = all[rewrittenBy[r]];
+                if (t == q.key) return t;
+                if (const auto there = OwnPlaces(q.commands, q.place).find(t)) return *there;
+                throw SaveError(pb.romPath + ": " + where + " leads to " + hex4(t) + ", a command that the edit of " +
+                                name(q.key) + " removed; nothing was saved");
+            }
+            if (p.changed && inArea(t) && !gameStart[static_cast<size_t>(t - kSequenceAreaAddress)] && !moves.count(t))
+                throw SaveError(pb.romPath + ": " + where + " leads to " + hex4(t) +
+                                ", where the game runs no command (the middle of a command, or unused bytes); nothing was saved");
+            return t;
+        };
+        LaidSequence laid;
+        laid.key = p.key;
+        laid.place = p.place;
+        std::vector<int32_t> places;
+        const std::vector<uint8_t> bytes = encodeCommands(p.commands, p.place, resolve, &places);
+        for (size_t i = 0; i < p.commands.size(); ++i) {
+            const SeqCommand& c = p.commands[i];
+            laid.targets.push_back(c.target == SeqCommand::kNoTarget ? SeqCommand::kNoTarget : resolve(i, c.target));
         }
-        out.seekOffset(offsetOfAddress(at));
-        for (uint8_t b : bytes) out.writeByte(b);
+        if (p.jumpToContinuation) {
+            laid.continuationAt = places.back();
+            places.pop_back();
+            laid.targets.pop_back();
+        }
+        laid.places = std::move(places);
+        laid.continuation = goesOnInGame(p.seq->commands().back(), p.seq->kick()) ? p.continuation : -1;
+        laid.end = p.place + static_cast<int32_t>(bytes.size());
+        const bool same = !p.moved && static_cast<int32_t>(bytes.size()) == p.oldSize && bytes == bytesAt(image, p.key, p.oldSize);
+        if (!same) {
+            if (!p.moved && !p.changed && static_cast<int32_t>(bytes.size()) > p.oldSize)
+                throw SaveError(pb.romPath + ": " + name(p.key) + " would grow where it stands; nothing was saved");
+            if (!p.moved) ++plan.summary.inPlace;
+            laid.written = true;
+            out.seekOffset(offsetOfAddress(p.place));
+            for (uint8_t b : bytes) out.writeByte(b);
+        }
+        layout.sequences.push_back(std::move(laid));
     }
 
     auto remapped = [&](int32_t a) {
@@ -236,21 +309,21 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
         ++plan.summary.slotsWritten;
     }
 
-    // References the save cannot follow: address fields of the game, and the
-    // editor's closing relative jumps, that name a moved sequence's old start.
+    // References the save does not follow: address fields of the game, and
+    // relative jumps, that name a moved sequence's old start from elsewhere.
+    std::unordered_set<int32_t> followed;  // the closing absolute jumps of the editor's sequences, which follow
+    for (const auto& [address, seq] : pb.sequences)
+        if (seq.commands().back().command == kAbsoluteJump) followed.insert(seq.commands().back().origin);
     for (const auto& [from, to] : moveOrder) {
         const int32_t end = from + old.sequences.at(from).byteSize();
-        for (const AddressField& f : map.fields)
-            if (f.target == from && (f.at < from || f.at >= end)) ++plan.summary.leftOnOldCopies;
-        for (const auto& [address, seq] : pb.sequences) {
-            if (address == from || seq.commandCount() == 0) continue;
-            const SeqCommand& last = seq.commands().back();
-            if (last.command == kRelativeJump && namedAddress(last) == from) ++plan.summary.leftOnOldCopies;
-        }
+        for (const GameCommand& g : game)
+            if (g.target == from && (g.address < from || g.address >= end) && !followed.count(g.address))
+                ++plan.summary.leftOnOldCopies;
     }
     plan.summary.moved = std::move(moveOrder);
     for (const AreaRun& r : free) plan.summary.freeBytesLeft += r.size();
     plan.bytes = out.bytes();
+    (void)verifyWrite(pb, old, plan.bytes, layout);
     return plan;
 }
 

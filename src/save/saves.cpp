@@ -2,7 +2,9 @@
 
 #include "model/file_io.h"
 #include "model/hex.h"
+#include "playbook/open_rom.h"
 #include "playbook/table_codec.h"
+#include "save/verify_write.h"
 #include "sequence/command_codes.h"
 
 #include <filesystem>
@@ -39,9 +41,26 @@ std::vector<uint8_t> readUnchangedImage(const Playbook& pb) {
     return bytes;
 }
 
+namespace {
+
+// Every sequence standing where it stands, nothing of the area written.
+SaveLayout unchangedLayout(const Playbook& pb) {
+    SaveLayout layout;
+    layout.gameReading = false;
+    for (const auto& [key, seq] : pb.sequences) layout.sequences.push_back(laidAt(key, seq, key, false));
+    return layout;
+}
+
+}  // namespace
+
 void safeSave(Playbook& pb) {
     Image image(pb.romPath, readUnchangedImage(pb));
     writeTables(pb, image, kSlotTables);
+    // What the image must read back as: its own sequences and tables, the model's slots.
+    Image current(pb.romPath, pb.openedBytes);
+    Playbook expected = loadPlaybook(current, formationNames(pb));
+    expected.playSlots = pb.playSlots;
+    (void)verifyWrite(expected, pb, image.bytes(), unchangedLayout(expected));
     replaceFileContents(pb.romPath, image.bytes());
     pb.openedBytes = image.bytes();
 }
@@ -49,33 +68,75 @@ void safeSave(Playbook& pb) {
 Playbook relayout(const Playbook& pb) {
     // The copy takes every change; `pb` stays as it is, also when the layout is refused.
     Playbook out = pb;
-    std::unordered_map<int32_t, int32_t> addressMap;
-    addressMap.reserve(out.sequences.size());
-    int64_t nextFree = kSequenceAreaAddress;
-    for (auto& [key, seq] : out.sequences) {
-        addressMap.emplace(key, static_cast<int32_t>(nextFree));
-        seq.convertRelJump();
-        nextFree += seq.byteSize();
-    }
-    const int64_t total = nextFree - kSequenceAreaAddress;
-    if (total > kSequenceAreaSize)
-        throw SaveError(pb.romPath + ": the sequences need " + std::to_string(total) + " bytes, more than the " +
-                        std::to_string(kSequenceAreaSize) + "-byte sequence area (0xA000-0xBFFF) holds; nothing was saved");
+    for (auto& [key, seq] : out.sequences) seq.convertRelJump();
 
-    SequenceMap relaid;
-    for (auto& [key, seq] : out.sequences) {
-        seq.address(addressMap.at(key));
-        const int32_t target = seq.nextSequence();
-        if (target > 0 && addressMap.count(target) != 0) {
-            for (int i = 0; i < seq.commandCount(); ++i) {
-                if (seq.command(i) != cmd::kAbsoluteJump) continue;
-                const int32_t n = addressMap.at(target);
-                seq.data(i, 0, static_cast<int16_t>(n & 0xFF));
-                seq.data(i, 1, static_cast<int16_t>((n / 256) & 0xFF));
-                break;
+    // New starts in dictionary order. A field naming a command follows it to
+    // its new place; a relative jump that no longer reaches its target
+    // becomes absolute, one byte longer, which moves what follows: the layout
+    // is computed again until the sizes stay (they only grow, so this ends).
+    std::unordered_map<int32_t, int32_t> addressMap, commandPlace;
+    std::vector<std::vector<uint8_t>> encoded(out.sequences.size());
+    for (int round = 0;; ++round) {
+        addressMap.clear();
+        commandPlace.clear();
+        int64_t nextFree = kSequenceAreaAddress;
+        size_t n = 0;
+        for (const auto& [key, seq] : out.sequences) {
+            addressMap.emplace(key, static_cast<int32_t>(nextFree));
+            auto at = static_cast<int32_t>(nextFree);
+            for (const SeqCommand& c : seq.commands()) {
+                if (!isNewOrigin(c.origin)) commandPlace.emplace(c.origin, at);
+                at += c.encodedSize();
             }
+            nextFree += encoded[n].empty() ? seq.byteSize() : static_cast<int64_t>(encoded[n].size());
+            ++n;
         }
-        relaid.insert(seq.address(), std::move(seq));
+        const int64_t total = nextFree - kSequenceAreaAddress;
+        if (total > kSequenceAreaSize)
+            throw SaveError(pb.romPath + ": the sequences need " + std::to_string(total) + " bytes, more than the " +
+                            std::to_string(kSequenceAreaSize) + "-byte sequence area (0xA000-0xBFFF) holds; nothing was saved");
+        bool settled = true;
+        n = 0;
+        for (const auto& [key, seq] : out.sequences) {
+            const int32_t start = addressMap.at(key);
+            std::unordered_map<int32_t, int32_t> own;
+            int32_t at = start;
+            for (const SeqCommand& c : seq.commands()) {
+                own.emplace(c.origin, at);
+                at += c.encodedSize();
+            }
+            std::vector<uint8_t> bytes = encodeCommands(seq.commands(), start, [&](size_t, int32_t t) {
+                if (const auto it = own.find(t); it != own.end()) return it->second;
+                if (const auto it = addressMap.find(t); it != addressMap.end()) return it->second;
+                if (const auto it = commandPlace.find(t); it != commandPlace.end()) return it->second;
+                return t;
+            });
+            const size_t before = encoded[n].empty() ? static_cast<size_t>(seq.byteSize()) : encoded[n].size();
+            if (bytes.size() != before) settled = false;
+            encoded[n++] = std::move(bytes);
+        }
+        if (settled || round > 8) break;
+    }
+
+    // The relaid sequences read as they will stand: each command's origin is its new place.
+    SequenceMap relaid;
+    size_t n = 0;
+    for (auto& [key, seq] : out.sequences) {
+        const int32_t start = addressMap.at(key);
+        Image bytes("layout", std::vector<uint8_t>(encoded[n++]));
+        clsSequence fresh;
+        fresh.reset(0);
+        fresh.load(bytes, seq.kick());
+        // Decoded at 0: origins and relative jumps' targets move to the sequence's start.
+        std::vector<SeqCommand> cmds = fresh.commands();
+        for (SeqCommand& c : cmds) {
+            c.origin += start;
+            if (c.command == cmd::kRelativeJump) c.target += start;
+        }
+        clsSequence placed = seq;
+        placed.address(start);
+        placed.assign(std::move(cmds));
+        relaid.insert(start, std::move(placed));
     }
     out.sequences = std::move(relaid);
 
@@ -101,9 +162,13 @@ std::vector<uint8_t> fullSaveBytes(const Playbook& relaid, std::vector<uint8_t> 
 void fullSave(Playbook& pb) {
     std::vector<uint8_t> current = readUnchangedImage(pb);
     Playbook relaid = relayout(pb);
-    relaid.openedBytes = fullSaveBytes(relaid, std::move(current));
-    replaceFileContents(pb.romPath, relaid.openedBytes);
-    pb = std::move(relaid);
+    const std::vector<uint8_t> bytes = fullSaveBytes(relaid, std::move(current));
+    // Full Save may lose what only the game reads (its question says so): the editor's reading is checked.
+    SaveLayout layout = unchangedLayout(relaid);
+    for (LaidSequence& laid : layout.sequences) laid.written = true;
+    Playbook again = verifyWrite(relaid, pb, bytes, layout);
+    replaceFileContents(pb.romPath, bytes);
+    pb = std::move(again);
 }
 
 std::vector<uint8_t> maskBytes(const Playbook& pb, std::vector<uint8_t> existing) {

@@ -26,9 +26,14 @@ std::string moveAxis(int16_t v, const char* positive, const char* negative) {
 
 }  // namespace
 
-std::string clsSequence::commandName(int i, const CmdNames& names) const { return commandText(at(i), nextAddr_, names); }
+std::string clsSequence::commandName(int i, const CmdNames& names) const {
+    const SeqCommand& c = at(i);
+    // Only a jump's text depends on where it stands.
+    if (c.command != cmd::kRelativeJump && c.command != cmd::kAbsoluteJump) return commandText(c, 0, 0, names);
+    return commandText(c, place(i), fieldTarget(i), names);
+}
 
-std::string commandText(const SeqCommand& command, int32_t followOn, const CmdNames& names) {
+std::string commandText(const SeqCommand& command, int32_t place, int32_t fieldTarget, const CmdNames& names) {
     const int16_t d0 = command.data[0], d1 = command.data[1], d2 = command.data[2];
     switch (command.command) {
     case cmd::kRandomBranch: return "Cond. Branch (20) to " + hex2(d2) + hex2(d1);
@@ -44,12 +49,12 @@ std::string commandText(const SeqCommand& command, int32_t followOn, const CmdNa
         return "Move Relative (" + moveAxis(d0, "D-", "U-") + (vertical ? "," : "") + moveAxis(d1, "R-", "L-") + ")";
     }
     case cmd::kRelativeJump:
-        if ((d0 & 0xFF) >= cmd::kBackwardOffset) {
-            const int32_t back = 256 - (d0 & 0xFF);
+        if (fieldTarget < place) {
+            const int32_t back = place - fieldTarget;
             return "Loop Back " + decimal(back) + " byte" + (back == 1 ? "" : "s");
         }
-        return "+R:" + hexPlain(followOn);
-    case cmd::kAbsoluteJump: return "+A:" + hexPlain(followOn);
+        return "+R:" + hexPlain(fieldTarget);
+    case cmd::kAbsoluteJump: return "+A:" + hexPlain(fieldTarget);
     default: break;
     }
     std::string text = names[static_cast<size_t>(command.command) & 0xFF];
@@ -66,7 +71,13 @@ std::string commandText(const SeqCommand& command, int32_t followOn, const CmdNa
 
 std::string clsSequence::commandString(const CmdNames& names) const {
     std::string text;
-    for (int i = 0; i < commandCount(); ++i) text += commandName(i, names) + "; ";
+    int32_t place = startAddr_;
+    for (int i = 0; i < commandCount(); ++i) {
+        const SeqCommand& c = cmds_[static_cast<size_t>(i)];
+        const bool jump = c.command == cmd::kRelativeJump || c.command == cmd::kAbsoluteJump;
+        text += commandText(c, place, jump ? fieldTarget(i) : 0, names) + "; ";
+        place += c.encodedSize();
+    }
     return text;
 }
 

@@ -104,7 +104,7 @@ void frmMain::lvSequences_Click() {
 void frmMain::lstSeqCommands_update() {
     lstSeqCommands->clear();
     for (int i = 0; i < curSeq.commandCount(); ++i)
-        lstSeqCommands->addItem(QString::fromLatin1((curSeq.commandAddress(i) < 0 ? std::string("new ") : hex4(curSeq.commandAddress(i))) +
+        lstSeqCommands->addItem(QString::fromLatin1((isNewOrigin(curSeq.commandAddress(i)) ? std::string("new ") : hex4(curSeq.commandAddress(i))) +
                                                     ": " + curSeq.commandName(i, cmdNames)));
     if (lstSeqCommands->count() == 0) {
         for (size_t k = 0; k < kPanelSlots; ++k) {
@@ -170,15 +170,23 @@ void frmMain::cmbCmdData_Click(int index) {
 void frmMain::cmdSeqDelCmd_Click() {
     const int p = lstSeqCommands->currentRow();
     if (p < 0) return;
-    curSeq.removeCommand(p);
+    if (!curSeq.removeCommand(p)) {
+        StatusBar1->setText("The sequence's last command ends it; it cannot be removed.");
+        return;
+    }
     cmdSeqApply->setEnabled(true);
     lstSeqCommands_update();
+    lstSeqCommands->setCurrentRow(std::min(p, lstSeqCommands->count() - 1));
 }
 
 void frmMain::udSeqCommand_UpClick() {
     const int p = lstSeqCommands->currentRow();
     if (p < 1) return;
-    curSeq.swapCommands(p, p - 1);
+    if (!curSeq.swapCommands(p, p - 1)) {
+        StatusBar1->setText("The command that ends the sequence stays last.");
+        return;
+    }
+    cmdSeqApply->setEnabled(true);
     lstSeqCommands_update();
     lstSeqCommands->setCurrentRow(p - 1);
 }
@@ -186,7 +194,11 @@ void frmMain::udSeqCommand_UpClick() {
 void frmMain::udSeqCommand_DownClick() {
     const int p = lstSeqCommands->currentRow();
     if (p < 0 || p >= lstSeqCommands->count() - 1) return;
-    curSeq.swapCommands(p, p + 1);
+    if (!curSeq.swapCommands(p, p + 1)) {
+        StatusBar1->setText("The command that ends the sequence stays last.");
+        return;
+    }
+    cmdSeqApply->setEnabled(true);
     lstSeqCommands_update();
     lstSeqCommands->setCurrentRow(p + 1);
 }

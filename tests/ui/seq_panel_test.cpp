@@ -124,17 +124,21 @@ private slots:
         QVERIFY(!w->txtCmdNotes->toPlainText().contains(kReadsDifferentlyNote));
     }
 
-    void removeDownToNothing() {
+    // Remove and the arrows never leave a sequence without its end command last.
+    void theEndCommandStaysLast() {
         pickSequence("A020");
         w->cmdSeqDelCmd_Click();
         QCOMPARE(rows(), QStringList{"A023: E4"});
         QVERIFY(w->cmdSeqApply->isEnabled());
+        QCOMPARE(w->lstSeqCommands->currentRow(), 0);
         w->cmdSeqDelCmd_Click();
-        QCOMPARE(w->lstSeqCommands->count(), 0);
-        for (int k = 0; k < 4; ++k) QVERIFY(w->txtSeqData[k]->isHidden() && w->cmbCmdData[k]->isHidden());
-        QCOMPARE(w->txtCmdNotes->toPlainText(), QString());
-        w->cmdSeqDelCmd_Click();  // nothing selected: nothing happens
-        QCOMPARE(w->curSeq.commandCount(), 0);
+        QCOMPARE(rows(), QStringList{"A023: E4"});
+        QVERIFY(w->StatusBar1->text().contains("ends it"));
+        pickSequence("A000");
+        w->lstSeqCommands->setCurrentRow(w->lstSeqCommands->count() - 2);
+        w->udSeqCommand_DownClick();
+        QVERIFY(w->StatusBar1->text().contains("stays last"));
+        QVERIFY(w->curSeq.verify().empty());
     }
 
     void applyOnlyIntoTheSequenceTheCopyCameFrom() {

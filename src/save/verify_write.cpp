@@ -1,0 +1,198 @@
+#include "save/verify_write.h"
+
+#include "analysis/area_map.h"
+#include "model/hex.h"
+#include "model/rom_error.h"
+#include "playbook/open_rom.h"
+#include "sequence/command_codes.h"
+#include "sequence/command_format.h"
+
+namespace zpe {
+
+namespace {
+
+size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
+
+// The data indexes of a command's address field as the editor reads it ({-1, -1}: none).
+std::pair<int, int> fieldIndexes(const SeqCommand& c) {
+    const auto code = static_cast<uint8_t>(cmd::isLowCode(c.command) ? c.command | (c.data[0] & 0x0F) : c.command);
+    const CommandFormat f = commandFormat(code, false, -1);
+    if (f.field == FieldKind::None || f.gameFieldOnly) return {-1, -1};
+    const int lo = dataOfByte(c.command, f.fieldAt);
+    return {lo, f.field == FieldKind::Word ? lo + 1 : -1};
+}
+
+std::string seqName(int32_t key) { return "sequence " + hex4(key); }
+
+}  // namespace
+
+std::vector<std::string> formationNames(const Playbook& pb) {
+    std::vector<std::string> names;
+    names.reserve(pb.formations.size());
+    for (const clsFormation& f : pb.formations) names.push_back(f.name());
+    return names;
+}
+
+LaidSequence laidAt(int32_t key, const clsSequence& seq, int32_t place, bool written) {
+    clsSequence there = seq;
+    there.address(place);
+    LaidSequence laid;
+    laid.key = key;
+    laid.place = place;
+    laid.written = written;
+    int32_t at = place;
+    for (int i = 0; i < there.commandCount(); ++i) {
+        laid.places.push_back(at);
+        laid.targets.push_back(there.fieldTarget(i));
+        at += there.commands()[static_cast<size_t>(i)].encodedSize();
+    }
+    laid.end = at;
+    return laid;
+}
+
+Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::vector<uint8_t>& bytes,
+                     const SaveLayout& layout) {
+    auto fail = [&](const std::string& what) {
+        throw VerifyError(model.romPath + ": internal error: reading back what this save would write, " + what +
+                          "; nothing was written");
+    };
+    Playbook again;
+    try {
+        Image image(model.romPath, bytes);
+        again = loadPlaybook(image, formationNames(model));
+    } catch (const RomError& e) {
+        fail(std::string("the image would not open (") + e.what() + ")");
+    }
+    if (again.sequences.empty()) fail("no sequence would be found");
+    for (int s = 0; s < kSlotCount; ++s)
+        if (static_cast<size_t>(again.playSlots[static_cast<size_t>(s)].formation()) >= again.formations.size())
+            fail("slot " + std::to_string(s) + " would name a formation forms.txt does not have");
+    again.openedBytes = bytes;
+    again.openComplete = true;
+    if (layout.sequences.size() != model.sequences.size()) fail("the layout does not hold every sequence");
+
+    // The tables: every slot as the model has it, every entry naming where its sequence now stands.
+    for (int s = 0; s < kSlotCount; ++s)
+        if (!(again.playSlots[static_cast<size_t>(s)] == model.playSlots[static_cast<size_t>(s)]))
+            fail("slot " + std::to_string(s) + " would read back differently");
+    std::unordered_map<int32_t, int32_t> placeOf;
+    for (const LaidSequence& laid : layout.sequences) placeOf.emplace(laid.key, laid.place);
+    auto placed = [&](int32_t a) {
+        const auto it = placeOf.find(a);
+        return it == placeOf.end() ? a : it->second;
+    };
+    const std::vector<AreaEntry> wanted = playbookEntries(model), got = playbookEntries(again);
+    if (wanted.size() != got.size()) fail("the tables would hold other entries");
+    for (size_t e = 0; e < wanted.size(); ++e)
+        if (got[e].target != placed(wanted[e].target))
+            fail(wanted[e].name() + " would name " + hex4(got[e].target) + ", not " + hex4(placed(wanted[e].target)));
+
+    // The editor's reading: each sequence holds its commands, each field names what the layout put there.
+    size_t k = 0;
+    for (const auto& [key, seq] : model.sequences) {
+        const LaidSequence& laid = layout.sequences[k++];
+        const clsSequence* back = again.sequences.find(laid.place);
+        if (!back) fail(seqName(key) + " would not be found at " + hex4(laid.place));
+        if (back->commandCount() != seq.commandCount())
+            fail(seqName(key) + " would read back as " + std::to_string(back->commandCount()) + " commands, not " +
+                 std::to_string(seq.commandCount()));
+        int32_t at = back->address();
+        for (int i = 0; i < seq.commandCount(); ++i) {
+            const SeqCommand& want = seq.commands()[static_cast<size_t>(i)];
+            const SeqCommand& got = back->commands()[static_cast<size_t>(i)];
+            const std::string where = "command " + std::to_string(i) + " of " + seqName(key);
+            const bool madeAbsolute = want.command == cmd::kRelativeJump && got.command == cmd::kAbsoluteJump;
+            if (got.command != want.command && !madeAbsolute)
+                fail(where + " would read back as " + hex2(got.command) + ", not " + hex2(want.command));
+            if (static_cast<size_t>(i) < laid.places.size() && at != laid.places[static_cast<size_t>(i)])
+                fail(where + " would stand at " + hex4(at) + ", not " + hex4(laid.places[static_cast<size_t>(i)]));
+            const auto [lo, hi] = fieldIndexes(want);
+            if (!madeAbsolute)
+                for (int d = 0; d < want.dataLen; ++d)
+                    if (d != lo && d != hi && (got.data[static_cast<size_t>(d)] & 0xFF) != (want.data[static_cast<size_t>(d)] & 0xFF))
+                        fail(where + " would read back with data " + std::to_string(d) + " = " +
+                             hexPlain(got.data[static_cast<size_t>(d)]) + ", not " + hexPlain(want.data[static_cast<size_t>(d)]));
+            if (lo >= 0 && static_cast<size_t>(i) < laid.targets.size()) {
+                const int32_t wanted = laid.targets[static_cast<size_t>(i)];
+                if (back->fieldTarget(i) != wanted)
+                    fail(where + " would lead to " + hex4(back->fieldTarget(i)) + ", not to " + hex4(wanted));
+            }
+            at += got.encodedSize();
+        }
+    }
+    if (!layout.gameReading) return again;
+
+    // The game's reading.
+    const AreaMap oldMap = buildAreaMap(before);
+    const AreaMap newMap = buildAreaMap(again);
+    const std::span<const uint8_t> oldArea = areaBytes(before.openedBytes), newArea = areaBytes(bytes);
+    std::vector<uint8_t> oldStart(kSequenceAreaSize, 0), expected(kSequenceAreaSize, 0);
+    std::vector<int32_t> owner(kSequenceAreaSize, -1);
+    for (int32_t a : oldMap.commands) oldStart[areaIndex(a)] = 1;
+    std::vector<const clsSequence*> models;
+    for (const auto& [key, seq] : model.sequences) models.push_back(&seq);
+    for (size_t s = 0; s < layout.sequences.size(); ++s) {
+        const LaidSequence& laid = layout.sequences[s];
+        if (!laid.written) continue;
+        for (int32_t a = laid.place; a < laid.end; ++a)
+            if (inArea(a)) owner[areaIndex(a)] = static_cast<int32_t>(s);
+        for (int32_t p : laid.places)
+            if (inArea(p)) expected[areaIndex(p)] = 1;
+        if (inArea(laid.continuationAt)) expected[areaIndex(laid.continuationAt)] = 1;
+    }
+
+    for (int32_t a : newMap.commands) {
+        const int32_t s = owner[areaIndex(a)];
+        if (s >= 0) {
+            if (!expected[areaIndex(a)] && !models[static_cast<size_t>(s)]->readsDifferentlyByGame())
+                fail("the game would run " + hex4(a) + " in the middle of a command of " +
+                     seqName(layout.sequences[static_cast<size_t>(s)].key) + " as written");
+        } else if (!oldStart[areaIndex(a)]) {
+            fail("the game would run a command at " + hex4(a) + ", where it ran none before");
+        }
+    }
+
+    // Each written sequence runs its commands in order and goes on where it went on before.
+    for (size_t s = 0; s < layout.sequences.size(); ++s) {
+        const LaidSequence& laid = layout.sequences[s];
+        if (!laid.written || models[s]->readsDifferentlyByGame()) continue;
+        for (size_t i = 0; i < laid.places.size(); ++i) {
+            GameCommand g;
+            const std::string where = "command " + std::to_string(i) + " of " + seqName(laid.key);
+            if (!readGameCommand(newArea, laid.places[i], g)) fail(where + " would run off the sequence area");
+            const int32_t next = laid.places[i] + g.length;
+            if (i + 1 < laid.places.size()) {
+                if (!g.fallsThrough || next != laid.places[i + 1]) fail("the game would not go from " + where + " to the next");
+                continue;
+            }
+            if (laid.continuation < 0) continue;
+            if (!g.fallsThrough) fail("the game would stop after " + where + " instead of going on at " + hex4(laid.continuation));
+            if (laid.continuationAt >= 0) {
+                GameCommand jump;
+                if (next != laid.continuationAt || !readGameCommand(newArea, next, jump) || jump.target != laid.continuation)
+                    fail("the game would not go on at " + hex4(laid.continuation) + " after " + where);
+            } else if (next != laid.continuation) {
+                fail("the game would go on at " + hex4(next) + " after " + where + ", not at " + hex4(laid.continuation));
+            }
+        }
+    }
+
+    // What led into bytes rewritten in place still finds the command it led to.
+    for (int32_t a : oldMap.commands) {
+        if (owner[areaIndex(a)] >= 0) continue;
+        GameCommand g;
+        if (!readGameCommand(oldArea, a, g)) continue;
+        for (const int32_t t : {g.fallsThrough ? a + g.length : -1, g.target}) {
+            if (!inArea(t) || owner[areaIndex(t)] < 0) continue;
+            const auto s = static_cast<size_t>(owner[areaIndex(t)]);
+            const LaidSequence& laid = layout.sequences[s];
+            bool same = t == laid.place && laid.place == laid.key;
+            for (size_t i = 0; !same && i < laid.places.size(); ++i)
+                same = laid.places[i] == t && models[s]->commands()[i].origin == t;
+            if (!same) fail("the command at " + hex4(a) + " would lead to " + hex4(t) + ", which " + seqName(laid.key) + " rewrote");
+        }
+    }
+    return again;
+}
+
+}  // namespace zpe

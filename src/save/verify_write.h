@@ -1,0 +1,57 @@
+#pragma once
+// The check every save runs on the bytes it is about to write, before they
+// land: the image is read back from those bytes both ways (the editor's
+// reading and the game's) and compared with what the edited model says. A
+// difference means the save planned something other than the edit, so it is
+// refused as an internal error with the first difference named, and nothing
+// is written.
+#include "playbook/playbook.h"
+#include "save/saves.h"
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace zpe {
+
+// A save whose own check found a difference: a fault of the program, not of the user's edit.
+class VerifyError : public SaveError {
+public:
+    explicit VerifyError(const std::string& what) : SaveError(what) {}
+};
+
+// One sequence as a save lays it out.
+struct LaidSequence {
+    int32_t key = 0;                  // its address in the model (where it was read)
+    int32_t place = 0;                // where its first byte is written
+    std::vector<int32_t> places;      // each command's address in the layout
+    std::vector<int32_t> targets;     // each command's field as written (SeqCommand::kNoTarget: none)
+    bool written = false;             // its bytes are written by this save
+    int32_t end = 0;                  // first address after what is written (continuation jump included)
+    int32_t continuationAt = -1;      // where the jump to the old continuation stands (-1: none)
+    int32_t continuation = -1;        // where the game goes on after its last command (-1: it does not)
+};
+
+struct SaveLayout {
+    std::vector<LaidSequence> sequences;  // one per sequence of the model, in its order
+    // True: also compare the game's reading (Save). False: the editor's only
+    // (Full Save, which may drop what only the game reads).
+    bool gameReading = true;
+};
+
+// A sequence laid out at `place` as the model holds it, its fields naming
+// what they name there; `written` as given.
+[[nodiscard]] LaidSequence laidAt(int32_t key, const clsSequence& seq, int32_t place, bool written);
+
+// Reads `bytes` back and compares them with `model` laid out as `layout` says;
+// `before` is the image as it was opened (its playbook with openedBytes set).
+// Returns the playbook the bytes open as; throws VerifyError on the first
+// difference, naming it.
+Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::vector<uint8_t>& bytes,
+                     const SaveLayout& layout);
+
+// The formation names a playbook was opened with (to read an image back the same way).
+[[nodiscard]] std::vector<std::string> formationNames(const Playbook& pb);
+
+}  // namespace zpe
