@@ -3,9 +3,11 @@
 #include "model/hex.h"
 #include "playbook/list_rows.h"
 
-namespace zpe {
+#include <algorithm>
+#include <cstdio>
+#include <zlib.h>
 
-namespace {
+namespace zpe {
 
 std::string latin1ToUtf8(const std::string& bytes) {
     std::string out;
@@ -20,14 +22,30 @@ std::string latin1ToUtf8(const std::string& bytes) {
     return out;
 }
 
+namespace {
+
 std::string addr(int32_t a) { return hex4(a); }
 
 }  // namespace
+
+nlohmann::ordered_json imageFingerprint(const std::vector<uint8_t>& bytes) {
+    // zlib's crc32 takes its length as a 32-bit count: feed it in pieces.
+    uLong crc = crc32(0L, Z_NULL, 0);
+    for (size_t at = 0; at < bytes.size();) {
+        const auto n = static_cast<uInt>(std::min<size_t>(bytes.size() - at, 1u << 30));
+        crc = crc32(crc, bytes.data() + at, n);
+        at += n;
+    }
+    char hex[9];
+    std::snprintf(hex, sizeof hex, "%08lX", static_cast<unsigned long>(crc & 0xFFFFFFFFUL));
+    return {{"size", bytes.size()}, {"crc32", hex}};
+}
 
 nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names) {
     using json = nlohmann::ordered_json;
     json root;
     root["image"] = latin1ToUtf8(pb.romPath);
+    root["fingerprint"] = imageFingerprint(pb.openedBytes);
 
     json formations = json::array();
     for (size_t f = 0; f < pb.formations.size(); ++f) {
@@ -79,7 +97,8 @@ nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names) {
         for (int i = 0; i < seq.commandCount(); ++i) {
             json data = json::array();
             for (int k = 0; k < seq.dataLen(i); ++k) data.push_back(seq.data(i, k));
-            commands.push_back({{"address", addr(seq.commandAddress(i))},
+            const int32_t origin = seq.commandAddress(i);
+            commands.push_back({{"address", isNewOrigin(origin) ? json(nullptr) : json(addr(origin))},
                                 {"code", hex2(seq.command(i))},
                                 {"data", data},
                                 {"text", latin1ToUtf8(seq.commandName(i, names))}});

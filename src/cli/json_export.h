@@ -7,6 +7,13 @@
 
 namespace zpe {
 
+// 8-bit text as UTF-8: each byte becomes the Latin-1 code point of the same value.
+[[nodiscard]] std::string latin1ToUtf8(const std::string& bytes);
+
+// What binds a playbook file to one state of one image: its size and the
+// CRC-32 of its bytes, {"size": 262160, "crc32": "1A2B3C4D"}.
+[[nodiscard]] nlohmann::ordered_json imageFingerprint(const std::vector<uint8_t>& bytes);
+
 // The whole playbook as JSON. Names are 8-bit text: each byte becomes the
 // Latin-1 code point of the same value.
 [[nodiscard]] nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names);

@@ -1,6 +1,15 @@
 #include "cli/json_import.h"
 
+#include "analysis/area_map.h"
+#include "cli/json_export.h"
 #include "model/hex.h"
+#include "playbook/list_rows.h"
+#include "sequence/command_codes.h"
+#include "sequence/command_format.h"
+
+#include <cmath>
+#include <unordered_map>
+#include <unordered_set>
 
 namespace zpe {
 
@@ -22,11 +31,36 @@ struct Reader {
         return a;
     }
     int integer(const json& v, const std::string& where, int lo, int hi) const {
-        if (!v.is_number_integer()) throw ImportError(where, "not a whole number");
-        const auto n = v.get<int64_t>();
-        if (n < lo || n > hi)
-            throw ImportError(where, std::to_string(n) + " is outside " + std::to_string(lo) + " to " + std::to_string(hi));
-        return static_cast<int>(n);
+        const std::string range = " is outside " + std::to_string(lo) + " to " + std::to_string(hi);
+        if (v.is_number_unsigned()) {
+            const auto n = v.get<uint64_t>();
+            if (n > static_cast<uint64_t>(hi)) throw ImportError(where, std::to_string(n) + range);
+            return static_cast<int>(n);
+        }
+        if (v.is_number_integer()) {
+            const auto n = v.get<int64_t>();
+            if (n < lo || n > hi) throw ImportError(where, std::to_string(n) + range);
+            return static_cast<int>(n);
+        }
+        // A whole number too large for 64 bits arrives as a floating-point value.
+        if (v.is_number_float() && std::isfinite(v.get<double>()) && std::floor(v.get<double>()) == v.get<double>())
+            throw ImportError(where, v.dump() + range);
+        throw ImportError(where, "not a whole number");
+    }
+    // A derived field: it may stay as exported or say what the import makes of it; anything else is refused.
+    template <typename T>
+    void derived(const json& parent, const std::string& where, const std::string& key, const T& before, const T& after) const {
+        if (!parent.is_object() || !parent.contains(key)) return;
+        const json& v = parent[key];
+        if (v == json(before) || v == json(after)) return;
+        throw ImportError(where + "/" + key, "is worked out from the rest of the file (" + json(after).dump() +
+                                                 " after this import); it cannot be set");
+    }
+    // A field that names something fixed: it must stay as exported.
+    template <typename T>
+    void fixed(const json& parent, const std::string& where, const std::string& key, const T& value, const char* why) const {
+        if (!parent.is_object() || !parent.contains(key)) return;
+        if (parent[key] != json(value)) throw ImportError(where + "/" + key, std::string("cannot be changed: ") + why);
     }
     // A 16-bit address as four hexadecimal digits; null stands for kNoSequence where allowed.
     int32_t address(const json& v, const std::string& where, bool nullAllowed) const {
@@ -59,7 +93,16 @@ std::string place(const std::string& table, size_t i) { return "/" + table + "/"
 
 }  // namespace
 
-int applyPlaybookJson(Playbook& pb, const json& doc) {
+void requireSameImage(const json& doc, const std::vector<uint8_t>& image, const std::string& jsonName,
+                      const std::string& imageName) {
+    if (!doc.is_object() || !doc.contains("fingerprint"))
+        throw ImportError("/fingerprint", "missing: " + jsonName + " does not say which state of " + imageName +
+                                              " it was written from; export again (or --force)");
+    if (doc["fingerprint"] != json(imageFingerprint(image)))
+        throw ImportError("/fingerprint", jsonName + " was written from another state of " + imageName + "; export again");
+}
+
+int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
     const Reader r;
     if (!doc.is_object()) throw ImportError("/", "not a playbook object");
     Playbook out = pb;  // every change goes here first; `pb` changes only when all are good
@@ -77,6 +120,11 @@ int applyPlaybookJson(Playbook& pb, const json& doc) {
         const json& j = slots[s];
         clsPlaySlot& slot = out.playSlots[s];
         const clsPlaySlot before = slot;
+        r.fixed(j, where, "index", s, "slots are listed in order");
+        r.fixed(j, where, "group", slotGroupLabel(static_cast<int>(s)), "a slot's group follows from its index");
+        const json& gfx = r.array(j, where, "gfx", kGfxRecordSize);
+        for (int k = 0; k < kGfxRecordSize; ++k)
+            slot.GFX(k, r.integer(gfx[static_cast<size_t>(k)], where + "/gfx/" + std::to_string(k), 0, 255));
         const std::string name = r.latin1(r.at(j, where, "name"), where + "/name");
         if (name.size() > static_cast<size_t>(kSlotNameLength))
             throw ImportError(where + "/name", "longer than the " + std::to_string(kSlotNameLength) + " bytes a slot name holds");
@@ -104,6 +152,7 @@ int applyPlaybookJson(Playbook& pb, const json& doc) {
     auto records = [&](const char* table, const char* list, size_t count, bool nullAllowed, auto before, auto store) {
         const json& all = r.array(doc, "", table, count);
         for (size_t i = 0; i < all.size(); ++i) {
+            r.fixed(all[i], place(table, i), "index", i, "records are listed in order");
             const json& players = r.array(all[i], place(table, i), list, kPlayersPerRecord);
             for (int j = 0; j < kPlayersPerRecord; ++j) {
                 const std::string where = place(table, i) + "/" + list + "/" + std::to_string(j);
@@ -113,6 +162,10 @@ int applyPlaybookJson(Playbook& pb, const json& doc) {
             }
         }
     };
+    const json& formationList = r.array(doc, "", "formations", pb.formations.size());
+    for (size_t f = 0; f < formationList.size(); ++f)
+        r.fixed(formationList[f], place("formations", f), "name", latin1ToUtf8(pb.formations[f].name()),
+                "formation names come from forms.txt beside the program");
     records("plays", "players", kPlayCount, true, [&](size_t p, int j) { return pb.plays[p].seqAddress(j); },
             [&](size_t p, int j, int32_t a) { out.plays[p].seqAddress(j, a); });
     records("formations", "positions", pb.formations.size(), false,
@@ -125,38 +178,121 @@ int applyPlaybookJson(Playbook& pb, const json& doc) {
         out.seqPointers[i] = a;
     }
 
-    const json& sequences = r.array(doc, "", "sequences", pb.sequences.size());
-    size_t index = 0;
-    for (auto& [address, seq] : out.sequences) {
+    const json& sequences = r.at(doc, "", "sequences");
+    if (!sequences.is_array()) throw ImportError("/sequences", "not a list");
+    const AreaMap map = buildAreaMap(pb);
+    std::unordered_set<int32_t> gameStarts(map.commands.begin(), map.commands.end()), usedOutside;
+    for (const AreaEntry& e : map.outside) usedOutside.insert(e.target);
+    for (const AddressField& f : map.leaves) usedOutside.insert(f.target);
+    std::unordered_set<int32_t> seen;
+    for (size_t index = 0; index < sequences.size(); ++index) {
         const std::string where = place("sequences", index);
-        const json& commands = r.at(sequences[index++], where, "commands");
+        const json& entry = sequences[index];
+        const int32_t key = r.address(r.at(entry, where, "address"), where + "/address", false);
+        if (!pb.sequences.contains(key)) throw ImportError(where + "/address", hex4(key) + " is the address of no sequence");
+        if (!seen.insert(key).second) throw ImportError(where + "/address", hex4(key) + " is listed twice");
+        const clsSequence& before = pb.sequences.at(key);
+        clsSequence& seq = out.sequences.at(key);
+        std::unordered_map<int32_t, int> oldByOrigin;
+        for (int i = 0; i < before.commandCount(); ++i) oldByOrigin.emplace(before.commandAddress(i), i);
+
+        const json& commands = r.at(entry, where, "commands");
         if (!commands.is_array()) throw ImportError(where + "/commands", "not a list");
-        std::vector<std::pair<int, std::vector<int>>> wanted;
+        if (commands.size() > static_cast<size_t>(kMaxCommands)) throw ImportError(where + "/commands", "too many commands");
+        std::vector<SeqCommand> cmds;
+        std::vector<int> relative;  // per command: 1 when its relative jump's offset is still to be read
+        int32_t newOrigin = kNewOrigin;
         for (size_t i = 0; i < commands.size(); ++i) {
             const std::string at = where + "/commands/" + std::to_string(i);
-            const json& code = r.at(commands[i], at, "code");
+            const json& c = commands[i];
+            SeqCommand cmd;
+            if (c.is_object() && c.contains("address") && !c["address"].is_null()) {
+                cmd.origin = r.address(c["address"], at + "/address", false);
+                if (!oldByOrigin.count(cmd.origin))
+                    throw ImportError(at + "/address", hex4(cmd.origin) + " is the address of no command of this sequence");
+            } else {
+                cmd.origin = newOrigin--;
+            }
+            const json& code = r.at(c, at, "code");
             if (!code.is_string() || code.get<std::string>().size() != 2 ||
                 code.get<std::string>().find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
                 throw ImportError(at + "/code", "not a code of two hexadecimal digits");
-            const json& data = r.at(commands[i], at, "data");
+            const auto value = static_cast<int>(leadingHexValue(code.get<std::string>()));
+            if (value < 0xC0 && (value & 0x0F) != 0) throw ImportError(at + "/code", "not a command code");
+            cmd.command = static_cast<int16_t>(value);
+            const json& data = r.at(c, at, "data");
             if (!data.is_array()) throw ImportError(at + "/data", "not a list");
-            std::vector<int> values;
-            for (size_t k = 0; k < data.size(); ++k) values.push_back(r.integer(data[k], at + "/data/" + std::to_string(k), 0, 255));
-            wanted.emplace_back(static_cast<int>(leadingHexValue(code.get<std::string>())), std::move(values));
+            if (data.size() > static_cast<size_t>(kMaxDataValues)) throw ImportError(at + "/data", "more values than any command takes");
+            for (size_t k = 0; k < data.size(); ++k)
+                cmd.data[k] = static_cast<int16_t>(r.integer(data[k], at + "/data/" + std::to_string(k), 0, value < 0xC0 && k == 0 ? 15 : 255));
+            cmd.dataLen = static_cast<int16_t>(data.size());
+            const auto old = oldByOrigin.find(cmd.origin);
+            if (cmd::isLockUp(value) && (old == oldByOrigin.end() || before.command(old->second) != value))
+                throw ImportError(at + "/code", code.get<std::string>() + " locks the game up when it runs; it can only stay where it is");
+            cmds.push_back(cmd);
         }
-        std::vector<std::pair<int, std::vector<int>>> current;
-        for (int i = 0; i < seq.commandCount(); ++i) {
-            std::vector<int> values;
-            for (int k = 0; k < seq.dataLen(i); ++k) values.push_back(seq.data(i, k));
-            current.emplace_back(seq.command(i), std::move(values));
+        // The counts, and what each field names: an absolute address (jumps and
+        // branches), or for a relative jump an offset from where the command was
+        // read (a new one: from where it will stand).
+        int32_t placeNow = key;
+        std::unordered_map<int32_t, int32_t> originAt;
+        for (SeqCommand& c : cmds) {
+            originAt.emplace(placeNow, c.origin);
+            placeNow += std::max<int32_t>(1, c.encodedSize());
         }
-        if (wanted == current) continue;
+        placeNow = key;
+        for (size_t i = 0; i < cmds.size(); ++i) {
+            SeqCommand& c = cmds[i];
+            const std::string at = where + "/commands/" + std::to_string(i);
+            const int next = i + 1 < cmds.size() ? (cmds[i + 1].command < 0xC0 ? cmds[i + 1].command | cmds[i + 1].data[0] : cmds[i + 1].command) : -1;
+            const CommandFormat f = commandFormat(static_cast<uint8_t>(c.command < 0xC0 ? c.command | c.data[0] : c.command), seq.kick(), next);
+            const int wanted = std::max<int>(0, editorDataLen(f));
+            if (c.dataLen != wanted)
+                throw ImportError(at + "/data", "takes " + std::to_string(wanted) + " data values, not " + std::to_string(c.dataLen));
+            c.dataLen = editorDataLen(f);
+            if (f.field == FieldKind::Relative) {
+                const int32_t from = isNewOrigin(c.origin) ? placeNow : c.origin;
+                c.target = from + static_cast<int8_t>(c.data[0] & 0xFF);
+                if (isNewOrigin(c.origin))
+                    if (const auto it = originAt.find(c.target); it != originAt.end()) c.target = it->second;
+            } else if (f.field == FieldKind::Word && !f.gameFieldOnly) {
+                const int lo = dataOfByte(c.command, f.fieldAt);
+                c.target = (c.data[static_cast<size_t>(lo)] & 0xFF) + 256 * (c.data[static_cast<size_t>(lo) + 1] & 0xFF);
+            }
+            placeNow += c.encodedSize();
+        }
+        // Jumps and branches lead to a command: of this sequence, one the game
+        // runs, or an address outside the area the image already uses.
+        std::unordered_set<int32_t> own;
+        for (const SeqCommand& c : cmds) own.insert(c.origin);
+        for (size_t i = 0; i < cmds.size(); ++i) {
+            const int32_t t = cmds[i].target;
+            if (t == SeqCommand::kNoTarget || own.count(t)) continue;
+            const auto old = oldByOrigin.find(cmds[i].origin);
+            if (old != oldByOrigin.end() && before.commands()[static_cast<size_t>(old->second)].target == t) continue;
+            const bool fine = inArea(t) ? gameStarts.count(t) != 0 || pb.sequences.contains(t) : usedOutside.count(t) != 0;
+            if (!fine)
+                throw ImportError(where + "/commands/" + std::to_string(i) + "/data",
+                                  "leads to " + hex4(t) + ", which is " +
+                                      (inArea(t) ? "not the start of a command the game runs"
+                                                 : "outside the sequence area and used by nothing in the image"));
+        }
         try {
-            seq.setCommands(wanted);
+            seq.assign(std::move(cmds));
         } catch (const std::invalid_argument& e) {
             throw ImportError(where + "/commands", e.what());
         }
-        ++changes;
+        r.derived(entry, where, "size", before.byteSize(), seq.byteSize());
+        r.derived(entry, where, "next", hex4(before.nextSequence()), hex4(seq.nextSequence()));
+        r.derived(entry, where, "valid", before.isValid(), seq.isValid());
+        if (!seq.isValid()) throw ImportError(where + "/commands", "ends in a jump to FFFF, which the game cannot run");
+        for (size_t i = 0; i < commands.size(); ++i) {
+            const std::string at = where + "/commands/" + std::to_string(i);
+            const auto old = oldByOrigin.find(seq.commandAddress(static_cast<int>(i)));
+            const std::string oldText = old == oldByOrigin.end() ? "" : latin1ToUtf8(before.commandName(old->second, names));
+            r.derived(commands[i], at, "text", oldText, latin1ToUtf8(seq.commandName(static_cast<int>(i), names)));
+        }
+        if (seq.commands() != before.commands() || seq.byteSize() != before.byteSize()) ++changes;
     }
     pb = std::move(out);
     return changes;

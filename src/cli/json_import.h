@@ -3,6 +3,7 @@
 // playbook: slot fields, play, formation and pointer entries, and sequence
 // commands. Everything is checked before anything changes.
 #include "playbook/playbook.h"
+#include "sequence/catalogue.h"
 
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -16,12 +17,22 @@ public:
     ImportError(const std::string& where, const std::string& why) : std::runtime_error(where + ": " + why) {}
 };
 
+// Refuses (ImportError at "/fingerprint") a file written from another state
+// of the image than `image`'s bytes, or one without a fingerprint.
+void requireSameImage(const nlohmann::json& doc, const std::vector<uint8_t>& image, const std::string& jsonName,
+                      const std::string& imageName);
+
 // Applies every difference between `doc` and `pb` to `pb`: a slot's name,
-// formation, play numbers and rusher value; play, formation and pointer
-// entries (each changed one must name a sequence of the playbook); the
-// commands of each sequence (matched by position; the address, size, next and
-// text fields are ignored). Throws ImportError, leaving `pb` as it was, on any
-// missing, extra or out-of-range value. Returns the number of values changed.
-int applyPlaybookJson(Playbook& pb, const nlohmann::json& doc);
+// formation, play numbers, rusher value and graphics bytes; play, formation
+// and pointer entries (each changed one must name a sequence of the
+// playbook); the commands of the sequences the file lists, matched by their
+// address (where they were read), each command by its own address (its
+// origin; none: a new command), jump and branch targets naming commands by
+// their origins. Fields worked out from others (sizes, follow-ons, texts) may
+// stay as exported or say what the import makes of them; fields that name
+// fixed things (indexes, groups, formation names) cannot change. Throws
+// ImportError, leaving `pb` as it was, on any missing, extra, out-of-range or
+// refused value. Returns the number of records changed.
+int applyPlaybookJson(Playbook& pb, const nlohmann::json& doc, const CmdNames& names);
 
 }  // namespace zpe

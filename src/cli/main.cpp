@@ -207,19 +207,28 @@ int runJson(const Context& ctx, const std::string& imagePath) {
     return 0;
 }
 
-int runImport(const Context& ctx, const std::string& imagePath, const std::string& jsonPath, bool dryRun) {
+std::string baseName(const std::string& path) {
+    const auto slash = path.find_last_of('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+int runImport(const Context& ctx, const std::string& imagePath, const std::string& jsonPath, bool dryRun, bool force) {
     const std::vector<uint8_t> bytes = zpe::readWholeFile(jsonPath);
     nlohmann::json doc;
     try {
         doc = nlohmann::json::parse(bytes.begin(), bytes.end());
-    } catch (const nlohmann::json::parse_error& e) {
-        throw Failure{jsonPath + ": not JSON: " + e.what()};
+    } catch (const nlohmann::json::exception& e) {
+        // The reader's own words name the byte; a number beyond any range arrives here too.
+        throw Failure{jsonPath + ": not JSON this program can read: " + e.what()};
     }
     const zpe::FileLock lock(imagePath);
     zpe::Playbook pb = openOrFail(imagePath, ctx);
     try {
-        zpe::applyPlaybookJson(pb, doc);
+        if (!force) zpe::requireSameImage(doc, pb.openedBytes, baseName(jsonPath), baseName(imagePath));
+        zpe::applyPlaybookJson(pb, doc, ctx.names);
     } catch (const zpe::ImportError& e) {
+        throw Failure{jsonPath + ": " + e.what() + "; nothing was written"};
+    } catch (const nlohmann::json::exception& e) {
         throw Failure{jsonPath + ": " + e.what() + "; nothing was written"};
     }
     if (dryRun) {
@@ -398,7 +407,9 @@ int main(int argc, char** argv) {
     imageOption(import);
     import->add_option("FILE", arg1, "The playbook as JSON")->required();
     import->add_flag("--dry-run", dryRun, "Print what Save would do; write nothing");
-    then(import, [&](const Context& c) { return runImport(c, image, arg1, dryRun); });
+    bool force = false;
+    import->add_flag("--force", force, "Import a file written from another state of IMAGE (its fingerprint differs)");
+    then(import, [&](const Context& c) { return runImport(c, image, arg1, dryRun, force); });
 
     auto* check = verb("check", "Map the sequence area as the game reads it and report what Full Save would break");
     imageOption(check);

@@ -28,7 +28,7 @@ public:
     // invalid sequence or no follow-on.
     void followChain(int32_t address, bool KR, const std::string& entry) {
         std::string from = entry;
-        while (!pb_.sequences.contains(address) && !invalid_.count(address)) {
+        while (!pb_.sequences.contains(address) && !invalid_.count(invalidKey(address, KR))) {
             if (address < kAddressOffsetDelta)
                 throw RomError(image_.path() + ": " + from + " points below the image (0x" + hex4(address) + ")");
             clsSequence& seq = scratch_;  // an invalid start leaves its room for the next one
@@ -40,7 +40,7 @@ public:
                 throw RomError(image_.path() + ": not a playbook image: its tables lead to more than " +
                                std::to_string(kMaxDecodedCommands) + " commands");
             if (!seq.isValid()) {
-                invalid_.insert(address);
+                invalid_.insert(invalidKey(address, KR));
                 return;
             }
             const int32_t next = seq.nextSequence();
@@ -53,9 +53,13 @@ public:
     }
 
 private:
+    // A start is invalid in one reading: a kick formation's (where the stances
+    // go on) or the plain one, so it is remembered with the reading.
+    static int64_t invalidKey(int32_t address, bool KR) { return static_cast<int64_t>(address) * 2 + (KR ? 1 : 0); }
+
     Playbook& pb_;
     Image& image_;
-    std::unordered_set<int32_t> invalid_;
+    std::unordered_set<int64_t> invalid_;
     int64_t decoded_ = 0;
     clsSequence scratch_;
 };

@@ -125,7 +125,7 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
     // The game's reading.
     const AreaMap oldMap = buildAreaMap(before);
     const AreaMap newMap = buildAreaMap(again);
-    const std::span<const uint8_t> oldArea = areaBytes(before.openedBytes), newArea = areaBytes(bytes);
+    const std::span<const uint8_t> newArea = areaBytes(bytes);
     std::vector<uint8_t> oldStart(kSequenceAreaSize, 0), expected(kSequenceAreaSize, 0);
     std::vector<int32_t> owner(kSequenceAreaSize, -1);
     for (int32_t a : oldMap.commands) oldStart[areaIndex(a)] = 1;
@@ -177,11 +177,11 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
         }
     }
 
-    // What led into bytes rewritten in place still finds the command it led to.
-    for (int32_t a : oldMap.commands) {
+    // What leads into bytes rewritten in place from outside them still finds the command it led to.
+    for (int32_t a : newMap.commands) {
         if (owner[areaIndex(a)] >= 0) continue;
         GameCommand g;
-        if (!readGameCommand(oldArea, a, g)) continue;
+        if (!readGameCommand(newArea, a, g)) continue;
         for (const int32_t t : {g.fallsThrough ? a + g.length : -1, g.target}) {
             if (!inArea(t) || owner[areaIndex(t)] < 0) continue;
             const auto s = static_cast<size_t>(owner[areaIndex(t)]);

@@ -64,6 +64,61 @@ TEST(CliImport, RoundTripChangesExactlyWhatTheFileSaysAndKeepsTheGamesBytes) {
     EXPECT_EQ(test::readFileBytes(d.image), bytes);
 }
 
+// The sequence at `address` in an exported document.
+json& sequenceAt(json& doc, const std::string& address) {
+    for (json& s : doc["sequences"])
+        if (s["address"] == address) return s;
+    throw std::runtime_error("no sequence " + address);
+}
+
+TEST(CliImport, CommandsAreMatchedByWhereTheyWereReadSoLoopsKeepTheirTargets) {
+    Demo d;
+    json doc = d.exported();
+    // A147: D7 08 14, FC FF E0 (A14A), 30, FE FC (a loop back to A14A).
+    json& cmds = sequenceAt(doc, "A147")["commands"];
+    cmds.erase(0);                                                     // shrinks in place
+    json& grown = sequenceAt(doc, "A150")["commands"];                 // D7 00 28, FC FF E0 (A153), 38, FE FC
+    grown.insert(grown.begin() + 2, json{{"code", "F3"}, {"data", {1}}});  // between the loop's target and the loop
+    const std::string file = d.write("edit.json", doc.dump());
+    auto r = d.zpe({"import", d.image, file});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto bytes = test::readFileBytes(d.image);
+    auto at = [&](int32_t a, size_t n) {
+        const auto o = static_cast<size_t>(offsetOfAddress(a));
+        return std::vector<uint8_t>(bytes.begin() + static_cast<std::ptrdiff_t>(o), bytes.begin() + static_cast<std::ptrdiff_t>(o + n));
+    };
+    EXPECT_EQ(at(0xA147, 6), (std::vector<uint8_t>{0xFC, 0xFF, 0xE0, 0x33, 0xFE, 0xFC})) << r.out;
+    const json after = d.exported();
+    const std::string arrow = "A150 \u2192 ";
+    ASSERT_NE(r.out.find(arrow), std::string::npos) << r.out;
+    const std::string moved = r.out.substr(r.out.find(arrow) + arrow.size(), 4);
+    const json& loop = sequenceAt(const_cast<json&>(after), moved)["commands"];
+    EXPECT_EQ(loop[4]["text"], "Loop Back 6 bytes") << "back to the FC, over the F3";
+    // The same file again is refused: it describes the image as it was.
+    r = d.zpe({"import", d.image, file});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("edit.json was written from another state of demo.nes; export again"), std::string::npos) << r.err;
+    // What is there now imports as no change, twice.
+    for (int run = 0; run < 2; ++run) {
+        r = d.zpe({"import", d.image, d.write("same.json", d.exported().dump())});
+        EXPECT_EQ(r.out.find("Saved: 0 sequences in place, 0 moved"), 0u) << r.out;
+    }
+}
+
+TEST(CliImport, AFileFromBeforeACopyIsRefusedUnlessForcedAndThenRestoresTheWholeSlot) {
+    Demo d;
+    const auto original = test::readFileBytes(d.image);
+    const std::string file = d.write("before.json", d.exported().dump());
+    ASSERT_EQ(d.zpe({"copy-slot", d.image, "0", "1"}).exitCode, 0);
+    const auto copied = test::readFileBytes(d.image);
+    auto r = d.zpe({"import", d.image, file});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(test::readFileBytes(d.image), copied);
+    r = d.zpe({"import", d.image, file, "--force"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(test::readFileBytes(d.image), original) << "names, plays and graphics bytes all come back";
+}
+
 TEST(CliImport, BadInputNamesThePlaceAndWritesNothing) {
     Demo d;
     const auto original = test::readFileBytes(d.image);
@@ -72,16 +127,31 @@ TEST(CliImport, BadInputNamesThePlaceAndWritesNothing) {
         std::function<void(json&)> edit;
         const char* says;
     };
+    auto lastOf = [](json& j, const char* a) -> json& { return sequenceAt(j, a)["commands"].back(); };
+    auto beforeEnd = [](json& j, const char* a, json c) {
+        json& cmds = sequenceAt(j, a)["commands"];
+        cmds.insert(cmds.end() - 1, std::move(c));
+    };
     const std::vector<Case> cases{
         {[](json& j) { j["slots"].erase(63); }, "/slots: holds 63 entries, not 64"},
         {[](json& j) { j["slots"][3]["name"] = "A NAME MUCH TOO LONG"; }, "/slots/3/name: longer than the 15 bytes"},
         {[](json& j) { j["slots"][40]["offensivePlays"][2] = 256; }, "/slots/40/offensivePlays/2: 256 is outside 0 to 255"},
+        {[](json& j) { j["slots"][40]["offensivePlays"][2] = 18446744073709551615ULL; }, "18446744073709551615 is outside 0 to 255"},
+        {[](json& j) { j["slots"][2]["gfx"][5] = 300; }, "/slots/2/gfx/5: 300 is outside"},
+        {[](json& j) { j["slots"][2]["group"] = "P4"; }, "/slots/2/group: cannot be changed"},
         {[](json& j) { j["slots"][1]["rusher"] = 3; }, "/slots/1/rusher"},
         {[](json& j) { j["plays"][5]["players"][0] = "B123"; }, "/plays/5/players/0: B123 is the address of no sequence"},
-        {[](json& j) { j["sequences"][0]["commands"][0]["code"] = "35"; }, "/sequences/0/commands: command 0: not a command code"},
-        {[](json& j) { j["sequences"][0]["commands"][0]["data"] = {1}; }, "/sequences/0/commands: command 0: takes 2 data values"},
+        {[](json& j) { j["sequences"][0]["commands"][0]["code"] = "35"; }, "/sequences/0/commands/0/code: not a command code"},
+        {[](json& j) { j["sequences"][0]["commands"][0]["data"] = {1}; }, "/sequences/0/commands/0/data: takes 2 data values"},
         {[](json& j) { j["sequences"][0]["commands"].erase(j["sequences"][0]["commands"].size() - 1); },
          "the last command must end the sequence"},
+        {[](json& j) { j["sequences"][0]["commands"][0]["address"] = "0000"; }, "0000 is the address of no command"},
+        {[](json& j) { j["sequences"][0]["size"] = 999; }, "/sequences/0/size: is worked out"},
+        {[&](json& j) { lastOf(j, "A13E")["data"] = {0x00, 0x10}; }, "leads to 1000, which is outside the sequence area"},
+        {[&](json& j) { lastOf(j, "A13E")["data"] = {0xFF, 0xFF}; }, "FFFF"},
+        {[&](json& j) { lastOf(j, "A13E")["data"] = {0x48, 0xA1}; }, "leads to A148, which is not the start of a command"},
+        {[&](json& j) { beforeEnd(j, "A147", {{"code", "C2"}, {"data", json::array()}}); }, "C2 locks the game up"},
+        {[&](json& j) { beforeEnd(j, "A147", {{"code", "EA"}, {"data", json::array()}}); }, "ends the sequence before its last"},
     };
     for (const Case& c : cases) {
         json j = doc;
@@ -91,9 +161,11 @@ TEST(CliImport, BadInputNamesThePlaceAndWritesNothing) {
         EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
         EXPECT_EQ(test::readFileBytes(d.image), original) << c.says;
     }
-    const auto r = d.zpe({"import", d.image, d.write("broken.json", "{\"slots\": [")});
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_NE(r.err.find("broken.json: not JSON"), std::string::npos) << r.err;
+    for (const char* text : {"{\"slots\": [", "{\"slots\": 1e400}"}) {
+        const auto r = d.zpe({"import", d.image, d.write("broken.json", text)});
+        EXPECT_EQ(r.exitCode, 1);
+        EXPECT_NE(r.err.find("broken.json: not JSON"), std::string::npos) << r.err;
+    }
 }
 
 }  // namespace

@@ -43,9 +43,15 @@ TEST(OpenRom, KickFormationsDecodeWithKR) {
                            .bytesAt(0xA000, {0xEA, 0xD7, 0x01, 0x02, 0xE4})
                            .formation(3, {0xA000})
                            .bytesAt(0xA010, {0xEA, 0xD7, 0x01, 0x02, 0xE4})
-                           .formation(4, {0xA010}),
+                           .formation(4, {0xA010})
+                           // Invalid as a kick formation's (the stance goes on into FF FF FF), valid plainly.
+                           .bytesAt(0xA030, {0xEA, 0xFF, 0xFF, 0xFF})
+                           .formationPlayer(0, 0, 0xA030)
+                           .pointer(0, 0xA030),
                        data);
     ASSERT_TRUE(o.result.ok);
+    ASSERT_TRUE(o.pb.sequences.contains(0xA030)) << "decoded again in the plain reading";
+    EXPECT_EQ(o.pb.sequences.at(0xA030).commandCount(), 1);
     EXPECT_EQ(o.pb.sequences.at(0xA000).commandCount(), 3) << "formation 3 reads past the stance";
     EXPECT_EQ(o.pb.sequences.at(0xA010).commandCount(), 1) << "formation 4 stops at the stance";
 }
