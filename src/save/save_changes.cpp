@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <optional>
 #include <unordered_map>
-#include <unordered_set>
 
 namespace zpe {
 
@@ -241,7 +240,17 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
             const std::string where = name(p.key) + " command " + std::to_string(i);
             if (isNewOrigin(t))
                 throw SaveError(pb.romPath + ": " + where + " names a new command it no longer holds; nothing was saved");
-            if (const auto m = moves.find(t); m != moves.end() && p.commands[i].command == kAbsoluteJump) return m->second;
+            // A jump follows a moved sequence; a relative one of a sequence not
+            // otherwise changed only where it reaches (it keeps its size).
+            if (const auto m = moves.find(t); m != moves.end()) {
+                const int16_t code = p.commands[i].command;
+                if (code == kAbsoluteJump) return m->second;
+                if (code == kRelativeJump) {
+                    const int32_t offset = m->second - (p.place + sizeOf(p.commands) - 2);
+                    const bool forward = (p.commands[i].data[0] & 0xFF) < kBackwardOffset;
+                    if (p.changed || p.moved || (offset >= -128 && offset <= 127 && (offset >= 0) == forward)) return m->second;
+                }
+            }
             for (size_t r = 0; r < rewritten.size(); ++r) {
                 if (t < rewritten[r].start || t > rewritten[r].end) continue;
                 const Placement& q = all[rewrittenBy[r]];
@@ -311,19 +320,24 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
 
     // References the save does not follow: address fields of the game, and
     // relative jumps, that name a moved sequence's old start from elsewhere.
-    std::unordered_set<int32_t> followed;  // the closing absolute jumps of the editor's sequences, which follow
-    for (const auto& [address, seq] : pb.sequences)
-        if (seq.commands().back().command == kAbsoluteJump) followed.insert(seq.commands().back().origin);
-    for (const auto& [from, to] : moveOrder) {
-        const int32_t end = from + old.sequences.at(from).byteSize();
-        for (const GameCommand& g : game)
-            if (g.target == from && (g.address < from || g.address >= end) && !followed.count(g.address))
-                ++plan.summary.leftOnOldCopies;
-    }
     plan.summary.moved = std::move(moveOrder);
     for (const AreaRun& r : free) plan.summary.freeBytesLeft += r.size();
     plan.bytes = out.bytes();
-    (void)verifyWrite(pb, old, plan.bytes, layout);
+    const Playbook written = verifyWrite(pb, old, plan.bytes, layout);
+    plan.layout = std::move(layout);
+
+    // References the save does not follow (the game's branches, the
+    // computer's logic): what the game still reaches that leads to a moved
+    // sequence's old start.
+    const AreaMap after = buildAreaMap(written);
+    const std::span<const uint8_t> newArea = areaBytes(plan.bytes);
+    for (int32_t a : after.commands) {
+        GameCommand g;
+        if (readGameCommand(newArea, a, g) && moves.count(g.target)) {
+            const int32_t from = g.target, end = from + old.sequences.at(from).byteSize();
+            if (a < from || a >= end) ++plan.summary.leftOnOldCopies;
+        }
+    }
     return plan;
 }
 

@@ -8,6 +8,7 @@
 // pointed at the new one. The old bytes stay, so whatever else reaches them
 // (the computer teams' logic, branch commands) runs what it ran before.
 #include "playbook/playbook.h"
+#include "save/verify_write.h"
 
 #include <string>
 #include <utility>
@@ -29,6 +30,7 @@ struct SaveSummary {
 struct SavePlan {
     std::vector<uint8_t> bytes;  // the whole new image
     SaveSummary summary;
+    SaveLayout layout;           // where each sequence went, as the check before the write read it back
 };
 
 // What Save would write over `image` (the file's current bytes) for `pb`.

@@ -400,8 +400,11 @@ std::vector<uint8_t> encodeCommands(const std::vector<SeqCommand>& commands, int
         if (lo >= 0 && c.target != SeqCommand::kNoTarget) {
             const int32_t t = resolve(i, c.target);
             if (hi < 0) {
+                // A relative jump keeps its direction: forward it goes on
+                // elsewhere, backward it loops, as the editor reads it.
                 const int32_t offset = t - place;
-                if (offset >= -128 && offset <= 127) {
+                const bool forward = (c.data[static_cast<size_t>(lo)] & 0xFF) < kBackwardOffset;
+                if (offset >= -128 && offset <= 127 && (offset >= 0) == forward) {
                     c.data[static_cast<size_t>(lo)] = static_cast<int16_t>(offset & 0xFF);
                 } else {  // out of a relative jump's reach
                     c.command = kAbsoluteJump;
