@@ -3,6 +3,7 @@
 // rows, the gap listing, both diagrams of every slot and formation, Full Save's
 // layout and bytes, and the mask. None may crash, hang or trip a sanitizer.
 #include "analysis/check_report.h"
+#include "fuzz_image.h"
 #include "diagram/diagram.h"
 #include "playbook/list_rows.h"
 #include "playbook/open_rom.h"
@@ -30,19 +31,9 @@ public:
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace zpe;
-    // The first bytes cover the formation, play and pointer tables; the rest
-    // the start of the sequence area; the slot tables take what is left over.
-    std::vector<uint8_t> bytes(0x28000, 0xFF);
-    const size_t tables = kPointerTableOffset + 2 * kPointerCount - kFormationTableOffset;
-    for (size_t i = 0; i < size; ++i) {
-        const size_t at = i < tables ? kFormationTableOffset + i
-                                     : i < tables + kSequenceAreaSize ? kSequenceAreaOffset + (i - tables)
-                                                                      : kOffSlotTableOffset + (i - tables - kSequenceAreaSize) % 0x200;
-        bytes[at] = data[i];
-    }
+    const std::vector<uint8_t> bytes = fuzz::imageFromInput(data, size);
     Image image("fuzz.nes", bytes);
-    std::vector<std::string> names;
-    for (int f = 0; f < 22; ++f) names.push_back("F");
+    const std::vector<std::string> names = fuzz::formationNames();
     Playbook pb;
     try {
         pb = loadPlaybook(image, names);
