@@ -266,7 +266,8 @@ int runDiff(const Context& ctx, const std::string& originalPath, const std::stri
     return 0;
 }
 
-int runPatch(const Context& ctx, const std::string& imagePath, const std::string& patchPath, const std::string& outPath) {
+int runPatch(const Context& ctx, const std::string& imagePath, const std::string& patchPath, const std::string& outPath,
+             bool force) {
     const std::string target = outPath.empty() ? imagePath : outPath;
     const zpe::FileLock lock(target);
     std::vector<uint8_t> patched;
@@ -276,6 +277,16 @@ int runPatch(const Context& ctx, const std::string& imagePath, const std::string
         throw Failure{patchPath + ": " + e.what() + "; nothing was written"};
     }
     if (!outPath.empty()) zpe::refuseSameFile(outPath, patchPath);
+    // Like every write: what would not open as an image of the game is refused before it lands.
+    if (!force) {
+        try {
+            zpe::Image result(target, patched);
+            (void)zpe::openImage(result, ctx.dataDir);
+        } catch (const zpe::RomError& e) {
+            throw Failure{patchPath + ": the patched image would not open (" + e.what() +
+                          "); nothing was written (--force writes it anyway)"};
+        }
+    }
     zpe::replaceFileContents(target, patched);
     ctx.said("applied " + patchPath + " to " + target);
     return 0;
@@ -351,7 +362,7 @@ int main(int argc, char** argv) {
     app.add_flag("-q,--quiet", quiet, "Verbs that write say nothing on success");
 
     std::string image, arg1, arg2;
-    bool kr = false, all = false, numbered = false, asJson = false, dryRun = false;
+    bool kr = false, all = false, numbered = false, asJson = false, dryRun = false, force = false;
     RenderRequest render;
     std::function<int(const Context&)> action;
     auto verb = [&](const char* name, const char* help) { return app.add_subcommand(name, help); };
@@ -407,7 +418,6 @@ int main(int argc, char** argv) {
     imageOption(import);
     import->add_option("FILE", arg1, "The playbook as JSON")->required();
     import->add_flag("--dry-run", dryRun, "Print what Save would do; write nothing");
-    bool force = false;
     import->add_flag("--force", force, "Import a file written from another state of IMAGE (its fingerprint differs)");
     then(import, [&](const Context& c) { return runImport(c, image, arg1, dryRun, force); });
 
@@ -431,7 +441,8 @@ int main(int argc, char** argv) {
     imageOption(patch);
     patch->add_option("PATCH", arg1, "The IPS patch")->required();
     patch->add_option("--out", arg2, "Write the patched image here instead of over IMAGE");
-    then(patch, [&](const Context& c) { return runPatch(c, image, arg1, arg2); });
+    patch->add_flag("--force", force, "Write a result that no longer opens as an image of the game");
+    then(patch, [&](const Context& c) { return runPatch(c, image, arg1, arg2, force); });
 
     auto* draw = verb("render", "Draw a slot's play or a formation into a PNG picture");
     imageOption(draw);

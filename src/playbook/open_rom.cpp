@@ -116,6 +116,11 @@ Playbook loadPlaybook(Image& image, const std::vector<std::string>& formNames) {
 
 Playbook openRom(const std::string& path, const std::string& dataDir) {
     Image image = Image::open(path);
+    return openImage(image, dataDir);
+}
+
+Playbook openImage(Image& image, const std::string& dataDir) {
+    const std::string& path = image.path();
     const std::string formsPath = dataDir + "/forms.txt";
     const std::vector<std::string> formNames = readFormNames(formsPath);
     if (formNames.empty()) throw RomError(formsPath + ": names no formation");

@@ -55,6 +55,16 @@ TEST(CliVerbs, OptionsAnywhereStandardOutputHexSlotsAndPatches) {
     EXPECT_NE(r.out.find("slot 9: name \"RUN NINE\" -> \"RUN ZERO\"\n"), std::string::npos) << r.out;
     ASSERT_EQ(f.zpe({"-q", "patch", original, out.file("p.ips")}).exitCode, 0);
     EXPECT_EQ(test::readFileBytes(original), f.image.read());
+    // A patch whose result would not open (slot 0 naming formation 0x60) is refused unless forced.
+    const int32_t at = kOffSlotTableOffset + kSlotNameLength;  // the formation byte follows the name
+    const std::string ips = std::string("PATCH") + static_cast<char>(at >> 16) + static_cast<char>((at >> 8) & 0xFF) +
+                            static_cast<char>(at & 0xFF) + std::string("\0\x01\x60", 3) + "EOF";
+    out.writeText("bad.ips", ips);
+    r = f.zpe({"patch", original, out.file("bad.ips")});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("the patched image would not open"), std::string::npos) << r.err;
+    EXPECT_EQ(test::readFileBytes(original), f.image.read());
+    EXPECT_EQ(f.zpe({"-q", "patch", original, out.file("bad.ips"), "--force"}).exitCode, 0);
     r = f.zpe({"render", f.image.path(), "--slot", "0", "--play", "2", "--scale", "2", "--out", "-"});
     EXPECT_EQ(QImage::fromData(QByteArray::fromStdString(r.out)).size(), QSize(658, 434));
 }
