@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <optional>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace zpe {
 
@@ -126,6 +127,9 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
         GameCommand g;
         if (readGameCommand(area, a, g)) game.push_back(g);
     }
+    std::unordered_set<int32_t> usedOutside;  // addresses outside the area that the image already leads to
+    for (const AreaEntry& e : map.outside) usedOutside.insert(e.target);
+    for (const AddressField& f : map.leaves) usedOutside.insert(f.target);
     std::vector<uint8_t> gameStart(kSequenceAreaSize, 0);
     for (int32_t a : map.commands) gameStart[static_cast<size_t>(a - kSequenceAreaAddress)] = 1;
 
@@ -262,6 +266,9 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
             if (p.changed && inArea(t) && !gameStart[static_cast<size_t>(t - kSequenceAreaAddress)] && !moves.count(t))
                 throw SaveError(pb.romPath + ": " + where + " leads to " + hex4(t) +
                                 ", where the game runs no command (the middle of a command, or unused bytes); nothing was saved");
+            if (p.changed && !inArea(t) && (t == 0xFFFF || !usedOutside.count(t)))
+                throw SaveError(pb.romPath + ": " + where + " leads to " + hex4(t) +
+                                ", outside the sequence area, where nothing in the image leads; nothing was saved");
             return t;
         };
         LaidSequence laid;

@@ -379,8 +379,10 @@ void clsSequence::convertRelJump() {
 }
 
 bool clsSequence::readsDifferentlyByGame() const {
-    for (const SeqCommand& c : cmds_)
-        if (c.command == kComPass || c.command == kHangF1) return true;
+    for (const SeqCommand& c : cmds_) {
+        const CommandFormat f = commandFormat(codeByte(c), kick_, -1);
+        if (f.editorLength != f.gameLength) return true;
+    }
     return false;
 }
 

@@ -124,6 +124,8 @@ TEST(Save, RefusalsWriteNothing) {
         {"a COM pass would move", [](Playbook& pb) { grow(pb, 0xA050); }, "COM pass"},
         {"a jump into the middle of a command", [](Playbook& pb) { pb.sequences.at(0xA010).data(1, 0, 0x01); },
          "where the game runs no command"},
+        {"a jump out of the area where nothing leads", [](Playbook& pb) { pb.sequences.at(0xA010).data(1, 1, 0x10); },
+         "where nothing in the image leads"},
         {"an end the game goes on after, where it stopped", [](Playbook& pb) {
              pb.sequences.at(0xA010).setCommands({{0x30, {0}}, {0xE4, {}}});
          }, "did not go on after it before"},
