@@ -162,6 +162,10 @@ void BM_SavePlan(benchmark::State& state) {
             img.seekOffset(kPlayTableOffset + kAddressRecordSize * p + 2 * j);
             img.writeWord(kSequenceAreaAddress + 4 * ((kPointerCount + p * 11 + j) % kSequences));
         }
+    for (int s = 0; s < kSlotCount; ++s) {  // every slot on formation 0, as an image the open accepts
+        img.seekOffset(kOffSlotTableOffset + kOffSlotRecordSize * s + kSlotNameLength);
+        img.writeByte(0);
+    }
     std::vector<std::string> names(22, "F");
     for (int f = 0; f < 22; ++f) {
         img.seekOffset(kFormationTableOffset + kAddressRecordSize * f);
