@@ -21,8 +21,10 @@ ImageBuilder panelImage() {
         .bytesAt(0xA000, {0x32, 0xD7, 0x05, 0xFD, 0xC7, 0x34, 0x12, 0xFF, 0x10, 0xA0})
         .bytesAt(0xA010, {0x94, 0x11, 0x22, 0x33, 0x44, 0xE4})
         .bytesAt(0xA020, {0xD7, 0x01, 0x02, 0xE4})
+        .bytesAt(0xA030, {0x32, 0xD7, 0x05, 0xFD, 0xFE, 0xFC})  // a loop back to the block
         .pointer(0, 0xA000)
-        .pointer(1, 0xA020);
+        .pointer(1, 0xA020)
+        .pointer(2, 0xA030);
 }
 }  // namespace
 
@@ -173,6 +175,29 @@ private slots:
         QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x7C));
         const auto bytes = image->read();
         QCOMPARE(int(bytes[static_cast<size_t>(offsetOfAddress(0xA010) + 2)]), 0x7C);
+    }
+
+    // A loop names its command: an insert between them shows the new distance
+    // at once, and Full Save then Save writes what the list shows.
+    void aLoopKeepsItsCommandThroughFullSaveAndSave() {
+        pickSequence("A030");
+        w->cmbNewSeqCmd->setCurrentIndex(newCommandItemOf(0xF3));
+        w->cmdSeqAddCmd_Click();  // after the block, before the loop
+        QCOMPARE(rows().last(), QString("A034: Loop Back 6 bytes"));
+        w->cmdSeqApply_Click();
+        dialogs->answers.push_back(MsgAnswer::Yes);
+        w->mnuFileSave_Click();
+        const int32_t relaid = w->pb.seqPointers[2];
+        QVERIFY(relaid != 0xA030);
+        pickSequence(QString::fromStdString(hex4(relaid)));
+        w->lstSeqCommands->setCurrentRow(0);
+        w->cmdSeqAddCmd_Click();
+        w->cmdSeqApply_Click();
+        QVERIFY(w->runSave());
+        const clsSequence& seq = w->pb.sequences.at(w->pb.seqPointers[2]);
+        QCOMPARE(seq.command(0), int16_t(0x30));
+        QCOMPARE(seq.fieldTarget(seq.commandCount() - 1), seq.place(0));
+        QCOMPARE(QString::fromStdString(seq.commandName(seq.commandCount() - 1, defaultCmdNames())), QString("Loop Back 8 bytes"));
     }
 
     void editApplySaveKeepsEverythingElse() {
