@@ -244,8 +244,8 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         for (size_t i = 0; i < cmds.size(); ++i) {
             SeqCommand& c = cmds[i];
             const std::string at = where + "/commands/" + std::to_string(i);
-            const int next = i + 1 < cmds.size() ? (cmds[i + 1].command < 0xC0 ? cmds[i + 1].command | cmds[i + 1].data[0] : cmds[i + 1].command) : -1;
-            const CommandFormat f = commandFormat(static_cast<uint8_t>(c.command < 0xC0 ? c.command | c.data[0] : c.command), seq.kick(), next);
+            const int next = i + 1 < cmds.size() ? codeByte(cmds[i + 1]) : -1;
+            const CommandFormat f = commandFormat(codeByte(c), seq.kick(), next);
             const int wanted = std::max<int>(0, editorDataLen(f));
             if (c.dataLen != wanted)
                 throw ImportError(at + "/data", "takes " + std::to_string(wanted) + " data values, not " + std::to_string(c.dataLen));

@@ -32,8 +32,7 @@ std::vector<uint8_t> bytesAt(const std::vector<uint8_t>& image, int32_t address,
 std::string name(int32_t address) { return "sequence " + hex4(address); }
 
 bool goesOnInGame(const SeqCommand& c, bool kick) {
-    const auto code = static_cast<uint8_t>(isLowCode(c.command) ? c.command | (c.data[0] & kLowNibbleMask) : c.command);
-    return commandFormat(code, kick, -1).gameGoesOn;
+    return commandFormat(codeByte(c), kick, -1).gameGoesOn;
 }
 
 // Where the game went on after a sequence as it was read (-1: it did not).

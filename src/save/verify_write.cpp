@@ -5,22 +5,12 @@
 #include "model/rom_error.h"
 #include "playbook/open_rom.h"
 #include "sequence/command_codes.h"
-#include "sequence/command_format.h"
 
 namespace zpe {
 
 namespace {
 
 size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
-
-// The data indexes of a command's address field as the editor reads it ({-1, -1}: none).
-std::pair<int, int> fieldIndexes(const SeqCommand& c) {
-    const auto code = static_cast<uint8_t>(cmd::isLowCode(c.command) ? c.command | (c.data[0] & 0x0F) : c.command);
-    const CommandFormat f = commandFormat(code, false, -1);
-    if (f.field == FieldKind::None || f.gameFieldOnly) return {-1, -1};
-    const int lo = dataOfByte(c.command, f.fieldAt);
-    return {lo, f.field == FieldKind::Word ? lo + 1 : -1};
-}
 
 std::string seqName(int32_t key) { return "sequence " + hex4(key); }
 
@@ -106,7 +96,7 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
                 fail(where + " would read back as " + hex2(got.command) + ", not " + hex2(want.command));
             if (static_cast<size_t>(i) < laid.places.size() && at != laid.places[static_cast<size_t>(i)])
                 fail(where + " would stand at " + hex4(at) + ", not " + hex4(laid.places[static_cast<size_t>(i)]));
-            const auto [lo, hi] = fieldIndexes(want);
+            const auto [lo, hi] = addressFieldData(want);
             if (!madeAbsolute)
                 for (int d = 0; d < want.dataLen; ++d)
                     if (d != lo && d != hi && (got.data[static_cast<size_t>(d)] & 0xFF) != (want.data[static_cast<size_t>(d)] & 0xFF))

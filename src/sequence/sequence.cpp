@@ -16,10 +16,6 @@ namespace {
 
 uint8_t clampByte(int32_t v) { return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v); }
 
-// The code byte a command is written with.
-uint8_t codeByte(const SeqCommand& c) {
-    return isLowCode(c.command) ? clampByte(c.command + (c.data[0] & kLowNibbleMask)) : clampByte(c.command);
-}
 
 // The format of command i of `cmds` in the editor's reading (the long snap
 // looks at the command after it).
@@ -28,19 +24,12 @@ CommandFormat formatAt(const std::vector<SeqCommand>& cmds, size_t i, bool kick)
     return commandFormat(codeByte(cmds[i]), kick, next);
 }
 
-// The data indexes of a command's address field, or {-1, -1}.
-std::pair<int, int> fieldData(const SeqCommand& c) {
-    const CommandFormat f = commandFormat(codeByte(c), false, -1);
-    if (f.field == FieldKind::None || f.gameFieldOnly) return {-1, -1};
-    const int lo = dataOfByte(c.command, f.fieldAt);
-    return {lo, f.field == FieldKind::Word ? lo + 1 : -1};
-}
 
 int32_t signedByte(int32_t v) { return (v & 0xFF) >= 0x80 ? (v & 0xFF) - 256 : (v & 0xFF); }
 
 // The address a command's field holds in its bytes, the command standing at `place`.
 int32_t fieldValue(const SeqCommand& c, int32_t place) {
-    const auto [lo, hi] = fieldData(c);
+    const auto [lo, hi] = addressFieldData(c);
     if (lo < 0) return SeqCommand::kNoTarget;
     if (hi < 0) return place + signedByte(c.data[static_cast<size_t>(lo)]);
     return (c.data[static_cast<size_t>(lo)] & 0xFF) + 256 * (c.data[static_cast<size_t>(hi)] & 0xFF);
@@ -58,6 +47,17 @@ std::unordered_map<int32_t, int32_t> placesByOrigin(const std::vector<SeqCommand
 }
 
 }  // namespace
+
+uint8_t codeByte(const SeqCommand& c) {
+    return isLowCode(c.command) ? clampByte(c.command + (c.data[0] & kLowNibbleMask)) : clampByte(c.command);
+}
+
+std::pair<int, int> addressFieldData(const SeqCommand& c) {
+    const CommandFormat f = commandFormat(codeByte(c), false, -1);
+    if (f.field == FieldKind::None || f.gameFieldOnly) return {-1, -1};
+    const int lo = dataOfByte(c.command, f.fieldAt);
+    return {lo, f.field == FieldKind::Word ? lo + 1 : -1};
+}
 
 int32_t SeqCommand::encodedSize() const {
     if (isLowCode(command)) return dataLen;
@@ -175,7 +175,7 @@ void clsSequence::relink() {
     const auto places = placesByOrigin(cmds_, startAddr_);
     int32_t at = startAddr_;
     for (SeqCommand& c : cmds_) {
-        const auto [lo, hi] = fieldData(c);
+        const auto [lo, hi] = addressFieldData(c);
         if (lo >= 0 && c.target != SeqCommand::kNoTarget) {
             const auto own = places.find(c.target);
             const int32_t t = own == places.end() ? c.target : own->second;
@@ -206,7 +206,7 @@ void clsSequence::data(int pos, int i, int16_t value) {
     if (i < 0 || i > 255) throw std::out_of_range("data index " + std::to_string(i) + " outside 0 to 255");
     if (i >= kMaxDataValues) return;
     cmd.data[static_cast<size_t>(i)] = value;
-    const auto [lo, hi] = fieldData(cmd);
+    const auto [lo, hi] = addressFieldData(cmd);
     if (i == lo || i == hi) {
         cmd.target = identityAt(fieldValue(cmd, place(pos)));
     } else if (cmd.command == kComPass && i == 0) {
@@ -281,7 +281,7 @@ std::string clsSequence::verify() const {
         const bool last = i + 1 == cmds_.size();
         if (f.editorEnds && !last) return at(i, "ends the sequence before its last command");
         if (last && !f.editorEnds) return at(i, "the last command must end the sequence");
-        const bool hasField = fieldData(c).first >= 0;
+        const bool hasField = addressFieldData(c).first >= 0;
         if (hasField != (c.target != SeqCommand::kNoTarget))
             return at(i, hasField ? "its address field names nothing" : "names a target but has no address field");
         size += c.encodedSize();
@@ -398,7 +398,7 @@ std::vector<uint8_t> encodeCommands(const std::vector<SeqCommand>& commands, int
         SeqCommand c = commands[i];
         const auto place = static_cast<int32_t>(at + static_cast<int32_t>(out.size()));
         if (places) places->push_back(place);
-        const auto [lo, hi] = fieldData(c);
+        const auto [lo, hi] = addressFieldData(c);
         if (lo >= 0 && c.target != SeqCommand::kNoTarget) {
             const int32_t t = resolve(i, c.target);
             if (hi < 0) {

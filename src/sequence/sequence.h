@@ -9,6 +9,7 @@
 #include <functional>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace zpe {
@@ -47,6 +48,13 @@ struct SeqCommand {
 
     bool operator==(const SeqCommand&) const = default;
 };
+
+// The code byte a command is written with (a low code's nibble is its data 0).
+[[nodiscard]] uint8_t codeByte(const SeqCommand& c);
+// The data indexes of a command's address field as the editor holds it: the
+// offset of a relative jump ({i, -1}), the low and high byte of an address
+// ({lo, hi}); {-1, -1} for none (a COM pass's address lies beyond its data).
+[[nodiscard]] std::pair<int, int> addressFieldData(const SeqCommand& c);
 
 // The text of one command standing at `place`; `fieldTarget` is the address
 // its field names at that layout (shown by 0x20, 0xC7, and the jumps). Names
