@@ -46,6 +46,7 @@ struct Placement {
     int32_t key = 0;
     const clsSequence* seq = nullptr;
     int32_t oldSize = 0;
+    int32_t inPlaceSize = 0;  // bytes it takes written at its own address
     bool changed = false;
     bool moved = false;
     int32_t place = 0;
@@ -149,6 +150,7 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
         const OwnPlaces own(p.commands, address);
         const std::vector<uint8_t> bytes =
             encodeCommands(p.commands, address, [&](size_t, int32_t t) { return own.find(t).value_or(t); });
+        p.inPlaceSize = static_cast<int32_t>(bytes.size());  // a relative jump out of reach is one byte longer
         p.changed = static_cast<int32_t>(bytes.size()) != p.oldSize || bytes != bytesAt(image, address, p.oldSize);
         p.continuation = continuationOf(*before);
         all.push_back(std::move(p));
@@ -170,7 +172,7 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
             throw SaveError(pb.romPath + ": " + name(p.key) + " now ends with " + hex2(seq.commands().back().command) +
                             ", after which the game goes on, but the game did not go on after it before; end it with a jump. "
                             "Nothing was saved");
-        const int32_t size = seq.byteSize();
+        const int32_t size = p.inPlaceSize;
         bool inPlace = size <= p.oldSize;
         if (inPlace && goesOn && size != p.oldSize) inPlace = size + 3 <= p.oldSize;
         for (const auto& [address, other] : old.sequences)
