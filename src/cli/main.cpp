@@ -17,6 +17,7 @@
 #include "playbook/open_rom.h"
 #include "playbook/slot_actions.h"
 #include "render/png.h"
+#include "save/compact.h"
 #include "save/ips.h"
 #include "save/save_changes.h"
 #include "save/saves.h"
@@ -239,6 +240,17 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
     return 0;
 }
 
+int runCompact(const Context& ctx, const std::string& imagePath, bool dryRun) {
+    const zpe::FileLock lock(imagePath);
+    zpe::Playbook pb = openOrFail(imagePath, ctx);
+    if (dryRun) {
+        std::cout << zpe::planCompact(pb).summary.text() << '\n';
+        return 0;
+    }
+    std::cout << zpe::compactImage(pb, ctx.dataDir).text() << '\n';
+    return 0;
+}
+
 int runCheck(const Context& ctx, const std::string& imagePath, bool asJson) {
     const zpe::AreaMap map = zpe::buildAreaMap(openOrFail(imagePath, ctx));
     if (asJson) std::cout << zpe::areaMapJson(map).dump(1) << '\n';
@@ -420,6 +432,11 @@ int main(int argc, char** argv) {
     import->add_flag("--dry-run", dryRun, "Print what Save would do; write nothing");
     import->add_flag("--force", force, "Import a file written from another state of IMAGE (its fingerprint differs)");
     then(import, [&](const Context& c) { return runImport(c, image, arg1, dryRun, force); });
+
+    auto* compact = verb("compact", "Lay the sequence area out anew as the game reads it: every command kept, free space in one run");
+    imageOption(compact);
+    compact->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
+    then(compact, [&](const Context& c) { return runCompact(c, image, dryRun); });
 
     auto* check = verb("check", "Map the sequence area as the game reads it and report what Full Save would break");
     imageOption(check);

@@ -1,0 +1,282 @@
+#include "save/compact.h"
+
+#include "analysis/area_map.h"
+#include "model/file_io.h"
+#include "model/hex.h"
+#include "model/rom_error.h"
+#include "playbook/open_rom.h"
+#include "playbook/table_codec.h"
+#include "save/saves.h"
+#include "save/verify_write.h"
+#include "sequence/command_format.h"
+
+#include <algorithm>
+
+namespace zpe {
+
+namespace {
+
+constexpr uint8_t kBlankByte = 0xFF;  // what fills the area after the last kept byte, as Full Save fills it
+
+size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
+
+std::string thousands(int64_t n) {
+    std::string digits = std::to_string(n), out;
+    for (size_t i = 0; i < digits.size(); ++i) {
+        if (i > 0 && (digits.size() - i) % 3 == 0) out += ',';
+        out += digits[i];
+    }
+    return out;
+}
+
+// An address field of the area: `at` holds a one-byte offset from `owner`
+// (relative) or a little-endian address.
+struct Field {
+    int32_t at = 0;
+    int32_t owner = 0;
+    bool relative = false;
+    int32_t target = 0;
+};
+
+// The fields the game reads, then those of editor commands the game never runs.
+std::vector<Field> fieldsOf(const Playbook& old, const AreaMap& map, std::span<const uint8_t> area) {
+    std::vector<Field> fields;
+    std::vector<uint8_t> gameStart(kSequenceAreaSize, 0);
+    for (int32_t a : map.commands) {
+        gameStart[areaIndex(a)] = 1;
+        GameCommand g;
+        if (!readGameCommand(area, a, g) || g.target < 0) continue;
+        const size_t i = areaIndex(a);
+        const CommandFormat f = commandFormat(g.code, false, i + 1 < area.size() ? area[i + 1] : -1);
+        fields.push_back({a + f.fieldAt, a, f.field == FieldKind::Relative, g.target});
+    }
+    for (const auto& [key, seq] : old.sequences) {
+        int32_t at = key;
+        for (const SeqCommand& c : seq.commands()) {
+            const auto [lo, hi] = addressFieldData(c);
+            bool gameBytes = false;
+            for (int32_t b = at; b < at + c.encodedSize(); ++b) gameBytes |= inArea(b) && (map.use[areaIndex(b)] & kUseGame);
+            if (lo >= 0 && inArea(at) && !gameBytes && !gameStart[areaIndex(at)])
+                fields.push_back({at + byteOfData(c.command, lo), at, hi < 0, c.target});
+            at += c.encodedSize();
+        }
+    }
+    return fields;
+}
+
+// The compaction read back: the game runs from every entry what it ran before
+// (each command with its code and operands, every successor the moved one),
+// and the editor's sequences decode to the same commands.
+void verifyCompaction(const Playbook& old, const AreaMap& map, const CompactPlan& plan) {
+    auto fail = [&](const std::string& what) {
+        throw VerifyError(old.romPath + ": internal error: reading back the compacted image, " + what + "; nothing was written");
+    };
+    Playbook again;
+    try {
+        Image image(old.romPath, plan.bytes);
+        again = loadPlaybook(image, formationNames(old));
+    } catch (const RomError& e) {
+        fail(std::string("it would not open (") + e.what() + ")");
+    }
+    again.openedBytes = plan.bytes;
+    const std::vector<AreaEntry> before = playbookEntries(old), after = playbookEntries(again);
+    if (before.size() != after.size()) fail("the tables would hold other entries");
+    for (size_t e = 0; e < before.size(); ++e)
+        if (after[e].target != plan.moved(before[e].target))
+            fail(before[e].name() + " would name " + hex4(after[e].target) + ", not " + hex4(plan.moved(before[e].target)));
+
+    const std::span<const uint8_t> oldArea = areaBytes(old.openedBytes), newArea = areaBytes(plan.bytes);
+    const AreaMap now = buildAreaMap(again);
+    if (now.commands.size() != map.commands.size())
+        fail("the game would run " + std::to_string(now.commands.size()) + " commands, not " + std::to_string(map.commands.size()));
+    for (int32_t a : map.commands) {
+        GameCommand was, is;
+        const int32_t m = plan.moved(a);
+        if (m < 0 || !readGameCommand(oldArea, a, was) || !readGameCommand(newArea, m, is))
+            fail("the command at " + hex4(a) + " would not be found at its new place");
+        if (is.code != was.code || is.length != was.length || is.fallsThrough != was.fallsThrough)
+            fail("the command at " + hex4(a) + " would read differently at " + hex4(m));
+        if (was.target >= 0 && is.target != plan.moved(was.target))
+            fail("the command at " + hex4(a) + " would lead to " + hex4(is.target) + ", not " + hex4(plan.moved(was.target)));
+        if (was.fallsThrough && plan.moved(a + was.length) != m + is.length)
+            fail("the command at " + hex4(a) + " would no longer be followed by the one after it");
+        const CommandFormat f = commandFormat(was.code, false, -1);
+        for (int32_t k = 1; k < was.length; ++k) {
+            const bool field = f.field != FieldKind::None && k >= f.fieldAt && k < f.fieldAt + (f.field == FieldKind::Word ? 2 : 1);
+            if (!field && oldArea[areaIndex(a) + static_cast<size_t>(k)] != newArea[areaIndex(m) + static_cast<size_t>(k)])
+                fail("the operands of the command at " + hex4(a) + " would change");
+        }
+    }
+    for (const auto& [key, seq] : old.sequences) {
+        const clsSequence* back = again.sequences.find(plan.moved(key));
+        if (!back || back->commandCount() != seq.commandCount())
+            fail("sequence " + hex4(key) + " would not read back at " + hex4(plan.moved(key)) + " with its commands");
+        for (int i = 0; i < seq.commandCount(); ++i) {
+            if (back->command(i) != seq.command(i) || back->dataLen(i) != seq.dataLen(i))
+                fail("command " + std::to_string(i) + " of sequence " + hex4(key) + " would read back differently");
+            if (seq.readsDifferentlyByGame()) continue;  // its editor data may hold a field the game reads
+            const auto [lo, hi] = addressFieldData(seq.commands()[static_cast<size_t>(i)]);
+            if (lo >= 0 && back->fieldTarget(i) != plan.moved(seq.fieldTarget(i)))
+                fail("command " + std::to_string(i) + " of sequence " + hex4(key) + " would lead elsewhere");
+            for (int d = 0; d < seq.dataLen(i); ++d)
+                if (d != lo && d != hi && back->data(i, d) != seq.data(i, d))
+                    fail("command " + std::to_string(i) + " of sequence " + hex4(key) + " would read back with other data");
+        }
+    }
+}
+
+}  // namespace
+
+int32_t CompactPlan::moved(int32_t address) const {
+    if (!inArea(address) || newAddress.empty()) return address;
+    return newAddress[areaIndex(address)];
+}
+
+std::string CompactSummary::text() const {
+    return "Compacted: " + thousands(keptBytes) + " bytes the game runs, " + thousands(freeBytes) + " free in one run from " +
+           hex4(freeStart) + " (before: " + thousands(runsBefore) + " run" + (runsBefore == 1 ? "" : "s") + ", largest " +
+           thousands(largestBefore) + " bytes); " + thousands(fieldsRelinked) + " address field" +
+           (fieldsRelinked == 1 ? "" : "s") + " relinked.";
+}
+
+CompactPlan planCompact(const Playbook& pb) {
+    requireCompleteOpen(pb);
+    const std::string& path = pb.romPath;
+    Playbook old;
+    try {
+        Image image(path, pb.openedBytes);
+        old = loadPlaybook(image, formationNames(pb));
+    } catch (const RomError& e) {
+        throw SaveError(path + ": the image cannot be read as it was opened (" + e.what() + "); nothing was written");
+    }
+    old.openedBytes = pb.openedBytes;
+    old.openComplete = true;
+    const std::span<const uint8_t> area = areaBytes(old.openedBytes);
+    if (area.size() < static_cast<size_t>(kSequenceAreaSize))
+        throw SaveError(path + ": the image ends inside the sequence area; nothing was written");
+    const AreaMap map = buildAreaMap(old);
+    if (!map.runsOff.empty())
+        throw SaveError(path + ": the game runs off the end of the sequence area from " + hex4(map.runsOff.front()) +
+                        " (into whatever follows the area), which a new layout cannot keep; nothing was written");
+
+    CompactPlan plan;
+    plan.newAddress.assign(kSequenceAreaSize, -1);
+    std::vector<uint8_t> packed;
+    packed.reserve(kSequenceAreaSize);
+    for (size_t i = 0; i < map.use.size(); ++i) {
+        if (map.use[i] == 0) continue;
+        plan.newAddress[i] = kSequenceAreaAddress + static_cast<int32_t>(packed.size());
+        packed.push_back(area[i]);
+    }
+
+    // Which command the game runs each byte as part of (two: shared).
+    std::vector<int32_t> cover(kSequenceAreaSize, -1);
+    std::vector<uint8_t> shared(kSequenceAreaSize, 0);
+    for (int32_t a : map.commands) {
+        GameCommand g;
+        if (!readGameCommand(area, a, g)) continue;
+        for (int32_t b = a; b < a + g.length; ++b) {
+            if (cover[areaIndex(b)] >= 0 && cover[areaIndex(b)] != a) shared[areaIndex(b)] = 1;
+            else cover[areaIndex(b)] = a;
+        }
+    }
+    auto sharer = [&](int32_t byte, int32_t owner) {
+        for (int32_t a : map.commands) {
+            GameCommand g;
+            if (a != owner && readGameCommand(area, a, g) && byte >= a && byte < a + g.length) return a;
+        }
+        return owner;
+    };
+    for (const Field& f : fieldsOf(old, map, area)) {
+        if (inArea(f.target) && plan.moved(f.target) < 0)
+            throw SaveError(path + ": the field of the command at " + hex4(f.owner) + " leads to " + hex4(f.target) +
+                            ", where nothing is kept; nothing was written");
+        const auto at = static_cast<size_t>(plan.moved(f.at) - kSequenceAreaAddress);
+        std::vector<uint8_t> value;
+        if (f.relative) {
+            const int32_t offset = plan.moved(f.target) - plan.moved(f.owner);
+            if (offset < -128 || offset > 127)  // never: the order is kept, so no distance grows
+                throw SaveError(path + ": the relative jump at " + hex4(f.owner) + " would be out of reach; nothing was written");
+            value = {static_cast<uint8_t>(offset & 0xFF)};
+        } else {
+            const int32_t t = plan.moved(f.target);
+            value = {static_cast<uint8_t>(t & 0xFF), static_cast<uint8_t>((t >> 8) & 0xFF)};
+        }
+        bool changed = false;
+        for (size_t k = 0; k < value.size(); ++k) {
+            if (packed[at + k] == value[k]) continue;
+            const int32_t byte = f.at + static_cast<int32_t>(k);
+            if (shared[areaIndex(byte)])
+                throw SaveError(path + ": the commands at " + hex4(f.owner) + " and " + hex4(sharer(byte, f.owner)) +
+                                " share the bytes of an address that moves; relinking one would change the other. Nothing was written");
+            packed[at + k] = value[k];
+            changed = true;
+        }
+        plan.summary.fieldsRelinked += changed ? 1 : 0;
+    }
+
+    Playbook relinked = old;
+    for (auto& pointer : relinked.seqPointers) pointer = plan.moved(pointer);
+    for (auto& form : relinked.formations)
+        for (int j = 0; j < kPlayersPerRecord; ++j) form.posAddress(j, plan.moved(form.posAddress(j)));
+    for (auto& play : relinked.plays)
+        for (int j = 0; j < kPlayersPerRecord; ++j)
+            if (play.seqAddress(j) != kNoSequence) play.seqAddress(j, plan.moved(play.seqAddress(j)));
+    const std::vector<AreaEntry> was = playbookEntries(old), now = playbookEntries(relinked);
+    for (size_t e = 0; e < was.size() && e < now.size(); ++e) plan.summary.fieldsRelinked += was[e].target != now[e].target;
+
+    Image out(path, old.openedBytes);
+    out.seekOffset(kSequenceAreaOffset);
+    for (uint8_t b : packed) out.writeByte(b);
+    for (size_t i = packed.size(); i < static_cast<size_t>(kSequenceAreaSize); ++i) out.writeByte(kBlankByte);
+    writeTables(relinked, out, kFormationTable | kPlayTable | kPointerTable);
+    plan.bytes = out.bytes();
+
+    const std::vector<AreaRun> runs = map.freeRuns();
+    plan.summary.runsBefore = static_cast<int>(runs.size());
+    for (const AreaRun& r : runs) plan.summary.largestBefore = std::max(plan.summary.largestBefore, r.size());
+    plan.summary.keptBytes = static_cast<int32_t>(packed.size());
+    plan.summary.freeStart = kSequenceAreaAddress + plan.summary.keptBytes;
+    plan.summary.freeBytes = kSequenceAreaSize - plan.summary.keptBytes;
+    verifyCompaction(old, map, plan);
+    return plan;
+}
+
+Playbook carryOver(const Playbook& pb, const CompactPlan& plan) {
+    Playbook out = pb;
+    auto moved = [&](int32_t a) {
+        const int32_t m = plan.moved(a);
+        return m < 0 ? a : m;
+    };
+    SequenceMap sequences;
+    for (const auto& [key, seq] : pb.sequences) {
+        std::vector<SeqCommand> cmds = seq.commands();
+        for (SeqCommand& c : cmds) {
+            if (!isNewOrigin(c.origin)) c.origin = moved(c.origin);
+            if (c.target != SeqCommand::kNoTarget && !isNewOrigin(c.target)) c.target = moved(c.target);
+        }
+        clsSequence carried = seq;
+        carried.address(moved(key));
+        carried.assign(std::move(cmds));
+        sequences.insert(moved(key), std::move(carried));
+    }
+    out.sequences = std::move(sequences);
+    for (auto& pointer : out.seqPointers) pointer = moved(pointer);
+    for (auto& form : out.formations)
+        for (int j = 0; j < kPlayersPerRecord; ++j) form.posAddress(j, moved(form.posAddress(j)));
+    for (auto& play : out.plays)
+        for (int j = 0; j < kPlayersPerRecord; ++j)
+            if (play.seqAddress(j) != kNoSequence) play.seqAddress(j, moved(play.seqAddress(j)));
+    out.openedBytes = plan.bytes;
+    return out;
+}
+
+CompactSummary compactImage(Playbook& pb, const std::string& dataDir) {
+    (void)readUnchangedImage(pb);
+    const CompactPlan plan = planCompact(pb);
+    replaceFileContents(pb.romPath, plan.bytes);
+    pb = openRom(pb.romPath, dataDir);
+    return plan.summary;
+}
+
+}  // namespace zpe

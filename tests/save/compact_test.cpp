@@ -1,0 +1,122 @@
+// Compact: the area packed as the game reads it, one free run, nothing the
+// game runs lost or changed, refused where a layout cannot keep it.
+#include "analysis/area_map.h"
+#include "save/compact.h"
+#include "save/saves.h"
+#include "support/playbook_fixture.h"
+
+#include <gtest/gtest.h>
+
+namespace zpe {
+namespace {
+
+using test::DataDir;
+using test::ImageBuilder;
+using Bytes = std::vector<uint8_t>;
+
+// Sequences with gaps between them: a relative jump over a gap (A003 -> A023),
+// a branch into another sequence's middle command (A023 -> A043), a loop back
+// (A045 -> A040), Human Control with the computer's logic after it (A026,
+// A073), a COM pass whose receiver script is A070; entries at a sequence's
+// middle (pointer 3) and a sequence shared by many entries (A040).
+ImageBuilder gappedImage() {
+    ImageBuilder b;
+    b.bytesAt(0xA000, {0xD7, 0x01, 0x01, 0xFE, 0x20})
+        .bytesAt(0xA023, {0xC7, 0x43, 0xA0, 0x30, 0xE4, 0xDF, 0xFE, 0xFF})
+        .bytesAt(0xA040, {0xD7, 0x02, 0x02, 0xF3, 0x05, 0xFE, 0xFB})
+        .bytesAt(0xA060, {0x92, 0x41, 0xF5, 0x13, 0x70, 0xA0, 0xE4, 0xDF, 0xFE, 0xFF})
+        .bytesAt(0xA070, {0xD7, 0x03, 0x03, 0xE4, 0xF3, 0x00, 0xFE, 0xFE})
+        .pointer(0, 0xA000).pointer(1, 0xA023).pointer(2, 0xA040).pointer(3, 0xA043)
+        .play(0, {0xA000, 0xA040, 0xA060})
+        .formation(4, {0xA070});
+    for (int i = 4; i < 10; ++i) b.pointer(i, 0xA040);
+    return b;
+}
+
+// The codes the game runs from `entry`, in the order of its walk.
+Bytes gameCodes(const Playbook& pb, int32_t entry) {
+    Bytes codes;
+    for (const GameCommand& g : traceFrom(areaBytes(pb.openedBytes), entry)) codes.push_back(g.code);
+    return codes;
+}
+
+TEST(Compact, PacksEverythingTheGameRunsIntoOneRunAndAgainChangesNothing) {
+    DataDir data;
+    auto o = test::openBuilt(gappedImage(), data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    const Playbook before = o.pb;
+    const CompactSummary s = compactImage(o.pb, data.path());
+    const Bytes once = o.file.read();
+    EXPECT_EQ(s.keptBytes, 5 + 8 + 7 + 10 + 8 + 3) << "and the FF FF FF the unused entries lead to";
+    EXPECT_EQ(s.freeStart, 0xA000 + s.keptBytes);
+    EXPECT_EQ(s.runsBefore, 5);
+    EXPECT_EQ(buildAreaMap(o.pb).freeRuns().size(), 1u);
+    EXPECT_NE(s.text().find(" free in one run from A029 (before: 5 runs, largest 8,069 bytes)"), std::string::npos) << s.text();
+
+    // The relative jump stays relative, shorter by the gap; every entry follows.
+    const auto area = areaBytes(o.pb.openedBytes);
+    EXPECT_EQ(Bytes(area.begin() + 3, area.begin() + 5), (Bytes{0xFE, 0x02}));
+    EXPECT_EQ(o.pb.seqPointers[3], o.pb.seqPointers[2] + 3) << "the middle entry moved with its sequence";
+    for (int p = 4; p < 10; ++p) EXPECT_EQ(o.pb.seqPointers[static_cast<size_t>(p)], o.pb.seqPointers[2]);
+    for (int p = 0; p < 4; ++p)
+        EXPECT_EQ(gameCodes(o.pb, o.pb.seqPointers[static_cast<size_t>(p)]), gameCodes(before, before.seqPointers[static_cast<size_t>(p)]))
+            << "pointer " << p;
+    EXPECT_EQ(gameCodes(o.pb, o.pb.formations[4].posAddress(0)), gameCodes(before, 0xA070));
+    EXPECT_EQ(o.pb.sequences.size(), before.sequences.size());
+    // Outside the area only the entries changed.
+    const Bytes original = before.openedBytes;
+    for (size_t i = 0; i < once.size(); ++i) {
+        const bool inArea = i >= static_cast<size_t>(kSequenceAreaOffset) && i < static_cast<size_t>(kSequenceAreaOffset + kSequenceAreaSize);
+        const bool tables = i >= static_cast<size_t>(kFormationTableOffset) && i < static_cast<size_t>(kPointerTableOffset + 2 * kPointerCount);
+        if (!inArea && !tables) {
+            ASSERT_EQ(once[i], original[i]) << std::hex << i;
+        }
+    }
+    (void)compactImage(o.pb, data.path());
+    EXPECT_EQ(o.file.read(), once) << "a second compaction changes nothing";
+}
+
+TEST(Compact, RefusesWhatALayoutCannotKeep) {
+    DataDir data;
+    struct Case {
+        const char* what;
+        ImageBuilder image;
+        const char* says;
+    };
+    const std::vector<Case> cases{
+        {"a path off the end", ImageBuilder().bytesAt(0xBFFC, {0xD7, 0x01, 0x01, 0xE4}).pointer(0, 0xBFFC),
+         "runs off the end of the sequence area from BFFF"},
+        // A branch into the address bytes of another branch, which move.
+        {"shared address bytes", ImageBuilder().bytesAt(0xA005, {0xF3, 0x01, 0xE4}).bytesAt(0xA010, {0xC7, 0x05, 0xA0, 0xE4})
+                                     .bytesAt(0xA020, {0xCA, 0x11, 0xA0, 0xE4}).pointer(0, 0xA010).pointer(1, 0xA020),
+         "the commands at A010 and A011 share the bytes"},
+    };
+    for (const Case& c : cases) {
+        auto o = test::openBuilt(c.image, data);
+        ASSERT_TRUE(o.result.ok) << c.what << ": " << o.result.error;
+        const Bytes before = o.file.read();
+        try {
+            (void)compactImage(o.pb, data.path());
+            ADD_FAILURE() << c.what << ": compacted";
+        } catch (const SaveError& e) {
+            EXPECT_NE(std::string(e.what()).find(c.says), std::string::npos) << c.what << ": " << e.what();
+        }
+        EXPECT_EQ(o.file.read(), before) << c.what;
+    }
+}
+
+// An edit not yet saved is carried to the compacted image and then saved there.
+TEST(Compact, CarriesUnsavedEditsOverForSave) {
+    DataDir data;
+    auto o = test::openBuilt(gappedImage(), data);
+    ASSERT_TRUE(o.result.ok);
+    ASSERT_EQ(o.pb.sequences.at(0xA040).insertCommand(0, 0xF4), clsSequence::Insert::Done);
+    const CompactPlan plan = planCompact(o.pb);
+    Playbook carried = carryOver(o.pb, plan);
+    const clsSequence& seq = carried.sequences.at(plan.moved(0xA040));
+    EXPECT_EQ(seq.commandName(seq.commandCount() - 1, defaultCmdNames()), "Loop Back 7 bytes");
+    EXPECT_EQ(seq.commandAddress(0), plan.moved(0xA040));
+}
+
+}  // namespace
+}  // namespace zpe
