@@ -1,15 +1,20 @@
 // Treats arbitrary bytes as the tables and sequence area of an image and runs
 // everything that reads a playbook: the open procedure's reading part, the list
 // rows, the gap listing, both diagrams of every slot and formation, Full Save's
-// layout and bytes, and the mask. None may crash, hang or trip a sanitizer.
+// layout and bytes, the mask and compaction. None may crash, hang or trip a
+// sanitizer, and compaction's check before the write must never fire.
 #include "analysis/check_report.h"
 #include "fuzz_image.h"
 #include "diagram/diagram.h"
 #include "playbook/list_rows.h"
 #include "playbook/open_rom.h"
+#include "save/compact.h"
 #include "save/saves.h"
+#include "save/verify_write.h"
 
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
 #include <vector>
 
@@ -52,6 +57,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     (void)checkReport(map);
     const auto area = areaBytes(bytes);
     for (const GameCommand& c : traceFrom(area, kSequenceAreaAddress)) (void)gameCommandText(c, area, cmd);
+    // Compaction in memory: it may refuse, but its check before the write must never fire.
+    pb.romPath = "fuzz.nes";
+    pb.openComplete = true;
+    if (!pb.sequences.empty()) {
+        try {
+            (void)planCompact(pb);
+        } catch (const VerifyError& e) {
+            std::fprintf(stderr, "compaction's check fired: %s\n", e.what());
+            std::abort();
+        } catch (const SaveError&) {
+            // a path off the end, shared address bytes
+        }
+    }
     try {
         const Playbook relaid = relayout(pb);
         (void)fullSaveBytes(relaid, bytes);

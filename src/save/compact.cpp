@@ -180,6 +180,15 @@ CompactPlan planCompact(const Playbook& pb) {
             else cover[areaIndex(b)] = a;
         }
     }
+    // Where the editor reads a command's code byte: a relinked address must not change what it reads there.
+    std::vector<uint8_t> editorCode(kSequenceAreaSize, 0);
+    for (const auto& [key, seq] : old.sequences) {
+        int32_t at = key;
+        for (const SeqCommand& c : seq.commands()) {
+            if (inArea(at)) editorCode[areaIndex(at)] = 1;
+            at += c.encodedSize();
+        }
+    }
     auto sharer = [&](int32_t byte, int32_t owner) {
         for (int32_t a : map.commands) {
             GameCommand g;
@@ -209,6 +218,12 @@ CompactPlan planCompact(const Playbook& pb) {
             if (shared[areaIndex(byte)])
                 throw SaveError(path + ": the commands at " + hex4(f.owner) + " and " + hex4(sharer(byte, f.owner)) +
                                 " share the bytes of an address that moves; relinking one would change the other. Nothing was written");
+            if (editorCode[areaIndex(byte)]) {
+                const CommandFormat was = commandFormat(packed[at + k], false, -1), now = commandFormat(value[k], false, -1);
+                if (was.command != now.command || was.editorLength != now.editorLength)
+                    throw SaveError(path + ": the address the command at " + hex4(f.owner) + " holds at " + hex4(byte) +
+                                    " is a command for the editor, which relinking would change; nothing was written");
+            }
             packed[at + k] = value[k];
             changed = true;
         }
@@ -231,6 +246,22 @@ CompactPlan planCompact(const Playbook& pb) {
     for (size_t i = packed.size(); i < static_cast<size_t>(kSequenceAreaSize); ++i) out.writeByte(kBlankByte);
     writeTables(relinked, out, kFormationTable | kPlayTable | kPointerTable);
     plan.bytes = out.bytes();
+
+    // Sequences outside the area keep their bytes, so they can neither lead
+    // into it (their addresses would go stale) nor lie in the tables rewritten here.
+    for (const auto& [key, seq] : old.sequences) {
+        if (inArea(key) && inArea(key + seq.byteSize() - 1)) continue;
+        const int32_t from = offsetOfAddress(key);
+        for (int32_t o = std::max(from, 0); o < from + seq.byteSize() && o < static_cast<int32_t>(plan.bytes.size()); ++o)
+            if (!inArea(addressOfOffset(o)) && plan.bytes[static_cast<size_t>(o)] != old.openedBytes[static_cast<size_t>(o)])
+                throw SaveError(path + ": sequence " + hex4(key) + " lies in the tables compaction rewrites; nothing was written");
+        for (int i = 0; i < seq.commandCount(); ++i) {
+            const int32_t t = seq.fieldTarget(i);
+            if (t != SeqCommand::kNoTarget && inArea(t) && plan.moved(t) != t)
+                throw SaveError(path + ": sequence " + hex4(key) + ", outside the sequence area, leads into it at " + hex4(t) +
+                                ", which moves; nothing was written");
+        }
+    }
 
     const std::vector<AreaRun> runs = map.freeRuns();
     plan.summary.runsBefore = static_cast<int>(runs.size());
