@@ -5,6 +5,7 @@
 #include "model/file_io.h"
 #include "playbook/list_rows.h"
 #include "playbook/open_rom.h"
+#include "save/compact.h"
 #include "save/save_changes.h"
 #include "save/saves.h"
 
@@ -141,6 +142,43 @@ void BM_AreaMap(benchmark::State& state) {
     state.SetComplexityN(state.range(0));
 }
 BENCHMARK(BM_AreaMap)->Arg(1024)->Arg(kSequenceAreaSize)->Unit(benchmark::kMicrosecond)->Complexity();
+
+// Compaction (pack, relink, read back both ways) of an area whose first
+// `range` bytes hold 6-byte sequences (a move, then an absolute jump to the
+// next) with a 2-byte gap after each, every table entry pointing into them.
+void BM_Compact(benchmark::State& state) {
+    const auto size = static_cast<int32_t>(state.range(0));
+    std::vector<uint8_t> bytes(0x40010, 0xFF);
+    Image img("bench.nes", bytes);
+    const int32_t count = size / 8;
+    for (int32_t k = 0; k < count; ++k) {
+        const int32_t a = kSequenceAreaAddress + 8 * k, next = kSequenceAreaAddress + 8 * ((k + 1) % count);
+        img.seekOffset(offsetOfAddress(a));
+        for (int b : {0xD7, 0x01, 0x01, 0xFF, next & 0xFF, next >> 8}) img.writeByte(b);
+    }
+    auto entry = [&](int i) { return kSequenceAreaAddress + 8 * (i % count); };
+    for (int i = 0; i < kPointerCount; ++i) {
+        img.seekOffset(kPointerTableOffset + 2 * i);
+        img.writeWord(entry(i * 7));
+    }
+    for (int p = 0; p < kPlayCount; ++p)
+        for (int j = 0; j < kPlayersPerRecord; ++j) {
+            img.seekOffset(kPlayTableOffset + kAddressRecordSize * p + 2 * j);
+            img.writeWord(entry(p * 11 + j));
+        }
+    for (int f = 0; f < 22; ++f)
+        for (int j = 0; j < kPlayersPerRecord; ++j) {
+            img.seekOffset(kFormationTableOffset + kAddressRecordSize * f + 2 * j);
+            img.writeWord(entry(f * 3 + j));
+        }
+    Playbook pb = loadPlaybook(img, std::vector<std::string>(22, "F"));
+    pb.romPath = "bench.nes";
+    pb.openComplete = true;
+    pb.openedBytes = img.bytes();
+    for (auto _ : state) benchmark::DoNotOptimize(planCompact(pb).summary.keptBytes);
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_Compact)->Arg(1024)->Arg(2048)->Arg(4096)->Arg(kSequenceAreaSize)->Unit(benchmark::kMillisecond)->Complexity();
 
 // Save's plan (compare, place, rewrite references) for 50 changed sequences,
 // half of them grown so they move, on an area filled with 1,500 four-byte

@@ -310,4 +310,14 @@ CompactSummary compactImage(Playbook& pb, const std::string& dataDir) {
     return plan.summary;
 }
 
+CompactSaveSummary compactAndSave(Playbook& pb, const std::string& dataDir) {
+    (void)readUnchangedImage(pb);
+    const CompactPlan compacted = planCompact(pb);
+    const Playbook carried = carryOver(pb, compacted);
+    const SavePlan saved = planSave(carried, compacted.bytes);
+    replaceFileContents(pb.romPath, saved.bytes);
+    pb = openRom(pb.romPath, dataDir);
+    return {compacted.summary, saved.summary};
+}
+
 }  // namespace zpe

@@ -8,6 +8,7 @@
 // script) and every table entry into the area is relinked to where its
 // target now stands; nothing outside the area changes except those entries.
 #include "playbook/playbook.h"
+#include "save/save_changes.h"
 
 #include <cstdint>
 #include <string>
@@ -54,5 +55,15 @@ struct CompactPlan {
 // and opens it again into `pb` (edits not yet saved are not carried: save them
 // first, or use carryOver with Save's plan).
 CompactSummary compactImage(Playbook& pb, const std::string& dataDir);
+
+// Compact and Save in one write: the image is compacted, the model's edits
+// carried over and saved into it (Save's plan and its check on the compacted
+// bytes), then the image is opened again into `pb`. For a save that found no
+// free run large enough. Returns both summaries.
+struct CompactSaveSummary {
+    CompactSummary compacted;
+    SaveSummary saved;
+};
+CompactSaveSummary compactAndSave(Playbook& pb, const std::string& dataDir);
 
 }  // namespace zpe

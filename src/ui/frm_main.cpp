@@ -7,6 +7,7 @@
 #include "save/ips.h"
 #include "save/save_changes.h"
 #include "ui/diagram_window.h"
+#include "save/compact.h"
 #include "save/saves.h"
 #include "ui/picture_box.h"
 #include "ui/up_down.h"
@@ -161,6 +162,7 @@ void frmMain::buildMenus() {
     mnuFileSaveChanges->setShortcut(QKeySequence::Save);
     mnuFileSafeSave = file->addAction("&Safe Save", this, [this] { mnuFileSafeSave_Click(); });
     mnuFileSave = file->addAction("Full Save (Unsafe!)", this, [this] { mnuFileSave_Click(); });
+    mnuFileCompact = file->addAction("Compact Sequence Area...", this, [this] { mnuFileCompact_Click(); });
     file->addSeparator();
     mnuFileExportMaskROM = file->addAction("Export Mask ROM", this, [this] { mnuFileExportMaskROM_Click(); });
     mnuFileExportIps = file->addAction("Export IPS Patch...", this, [this] { mnuFileExportIps_Click(); });
@@ -337,6 +339,7 @@ void frmMain::updateMenuBar() {
     mnuFileSafeSave->setEnabled(open);
     mnuFileExportMaskROM->setEnabled(open);
     mnuFileCheckImage->setEnabled(pb.openComplete);
+    mnuFileCompact->setEnabled(pb.openComplete);
     mnuFileExportIps->setEnabled(pb.openComplete);
     updateCaption();
 }
@@ -511,9 +514,68 @@ bool frmMain::runSave() {
         showPlaybook();
         StatusBar1->setText(QString::fromStdString(summary.text()));
         return true;
+    } catch (const SaveError& e) {
+        // No free run holds a grown sequence: compaction makes one.
+        if (dynamic_cast<const VerifyError*>(&e) == nullptr && std::string(e.what()).find("largest free run") != std::string::npos) {
+            const QString question = QString::fromLocal8Bit(e.what()) +
+                                     "\n\nCompact the sequence area first (every command the game runs is kept, the free "
+                                     "space becomes one run) and then save? (Compact and Save)";
+            if (dialogs_.message({question, "Save", MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::No}) == MsgAnswer::Yes)
+                return runCompactAndSave();
+            return false;
+        }
+        reportFailure("Save", e);
+        return false;
     } catch (const std::exception& e) {
         reportFailure("Save", e);
         return false;
+    }
+}
+
+bool frmMain::runCompactAndSave() {
+    try {
+        const FileLock lock(pb.romPath);
+        const CompactSaveSummary summary = compactAndSave(pb, dataDir_.toStdString());
+        // Every address moved: no step can be undone against the old ones.
+        undoStack_->clear();
+        showPlaybook();
+        StatusBar1->setText(QString::fromStdString(summary.compacted.text() + " " + summary.saved.text()));
+        return true;
+    } catch (const std::exception& e) {
+        reportFailure("Compact and Save", e);
+        return false;
+    }
+}
+
+void frmMain::mnuFileCompact_Click() {
+    // Edits not saved yet are saved into the compacted image in the same write.
+    const bool edits = !undoStack_->isClean();
+    CompactSummary preview;
+    try {
+        (void)readUnchangedImage(pb);
+        preview = planCompact(pb).summary;
+    } catch (const std::exception& e) {
+        reportFailure("Compact Sequence Area", e);
+        return;
+    }
+    QString text = QString::fromStdString(preview.text()).replace("Compacted: ", "Compacting keeps ") +
+                   "\n\nThis writes the image at once and cannot be undone.";
+    if (edits) text += " Your unsaved edits are saved with it.";
+    text += "\n\nCompact the sequence area?";
+    if (dialogs_.message({text, "Compact Sequence Area", MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::No}) != MsgAnswer::Yes)
+        return;
+    if (edits) {
+        (void)runCompactAndSave();
+        return;
+    }
+    try {
+        const FileLock lock(pb.romPath);
+        const CompactSummary summary = compactImage(pb, dataDir_.toStdString());
+        undoStack_->clear();
+        showPlaybook();
+        StatusBar1->setText(QString::fromStdString(summary.text()));
+    } catch (const std::exception& e) {
+        reportFailure("Compact Sequence Area", e);
     }
 }
 

@@ -67,6 +67,10 @@ public:
     void mnuFileSave_Click();
     void mnuFileExportMaskROM_Click();
     void mnuFileCheckImage_Click();
+    void mnuFileCompact_Click();
+    // Compacts, saves every edit into the compacted image and opens it again;
+    // true when it wrote.
+    bool runCompactAndSave();
     void mnuFileExportIps_Click();
     void mnuFileExit_Click();
     void mnuHelpAbout_Click();
@@ -177,7 +181,8 @@ private:
 
     // --- Controls ---
     QAction *mnuEditUndo, *mnuEditRedo, *mnuFileExportIps;
-    QAction *mnuFileOpen, *mnuFileSaveChanges, *mnuFileSafeSave, *mnuFileSave, *mnuFileExportMaskROM, *mnuFileCheckImage, *mnuFileExit,
+    QAction *mnuFileOpen, *mnuFileSaveChanges, *mnuFileSafeSave, *mnuFileSave, *mnuFileCompact, *mnuFileExportMaskROM,
+        *mnuFileCheckImage, *mnuFileExit,
         *mnuHelpAbout;
     QWidget* client;  // the form's client area below the menu bar
     QFrame* tabsFrame;

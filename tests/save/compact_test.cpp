@@ -118,5 +118,33 @@ TEST(Compact, CarriesUnsavedEditsOverForSave) {
     EXPECT_EQ(seq.commandAddress(0), plan.moved(0xA040));
 }
 
+// A grown sequence that fits no free run: Save refuses, Compact and Save makes the room.
+TEST(Compact, CompactAndSaveMakesRoomWhereSaveFoundNone) {
+    DataDir data;
+    ImageBuilder b;
+    for (int k = 0; k < 1024; ++k) {  // five bytes used, three free, all over the area
+        const int32_t a = 0xA000 + 8 * k;
+        b.bytesAt(a, {0xD7, 0x01, 0x01, 0xC4, 0x00});
+        b.playPlayer(k / 11, k % 11, a);
+    }
+    auto o = test::openBuilt(b, data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    ASSERT_EQ(o.pb.sequences.at(0xA000).insertCommand(0, 0xF3), clsSequence::Insert::Done);
+    const Bytes before = o.file.read();
+    try {
+        ADD_FAILURE() << "saved: " << saveChanges(o.pb, data.path()).text();
+    } catch (const SaveError& e) {
+        EXPECT_NE(std::string(e.what()).find("largest free run of the sequence area holds 3"), std::string::npos) << e.what();
+    }
+    EXPECT_EQ(o.file.read(), before);
+    const CompactSaveSummary s = compactAndSave(o.pb, data.path());
+    EXPECT_EQ(s.compacted.freeStart, 0xA000 + 5 * 1024 + 3);
+    ASSERT_EQ(s.saved.moved.size(), 1u);
+    const clsSequence& grown = o.pb.sequences.at(o.pb.plays[0].seqAddress(0));
+    EXPECT_EQ(grown.commandCount(), 3);
+    EXPECT_EQ(grown.command(1), 0xF3);
+    EXPECT_EQ(o.pb.sequences.at(o.pb.plays[0].seqAddress(1)).address(), 0xA000 + 5) << "the rest packed";
+}
+
 }  // namespace
 }  // namespace zpe

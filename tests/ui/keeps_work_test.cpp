@@ -70,6 +70,43 @@ private slots:
         QVERIFY(fx.dialogs->boxes.empty());
     }
 
+    // Compact asks, writes at once and names what moved; with an edit pending it saves that too.
+    void compactFromTheMenu() {
+        open();
+        applyAnEdit();
+        fx.dialogs->answers.push_back(MsgAnswer::Yes);
+        w->mnuFileCompact_Click();
+        QVERIFY(fx.dialogs->boxes.back().text.contains("Your unsaved edits are saved with it."));
+        QVERIFY(w->StatusBar1->text().startsWith("Compacted: "));
+        QVERIFY(w->StatusBar1->text().contains("Saved: 1 sequence in place"));
+        // After A000 (four bytes) and the FF FF FF the game runs after its stance.
+        QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA007);
+        QCOMPARE(w->pb.sequences.at(0xA007).data(0, 1), int16_t(0x7C));
+        QVERIFY(!w->isWindowModified());
+    }
+
+    // When Save finds no free run for a grown sequence it offers Compact and Save.
+    void saveWithoutRoomOffersCompactAndSave() {
+        ImageBuilder full;
+        for (int k = 0; k < 1024; ++k) {
+            full.bytesAt(0xA000 + 8 * k, {0xD7, 0x01, 0x01, 0xC4, 0x00});
+            full.playPlayer(k / 11, k % 11, 0xA000 + 8 * k);
+        }
+        fx.stop();
+        fx.start(full);
+        open();
+        w->selectTab(4);
+        frmMain::selectRow(w->lvSequences, w->sequenceRow(0xA000));
+        w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
+        w->cmdSeqAddCmd_Click();
+        w->cmdSeqApply_Click();
+        fx.dialogs->answers.push_back(MsgAnswer::Yes);
+        QVERIFY(w->runSave());
+        QVERIFY(fx.dialogs->boxes.back().text.endsWith("(Compact and Save)"));
+        QCOMPARE(w->pb.sequences.at(w->pb.plays[0].seqAddress(0)).commandCount(), 3);
+        QVERIFY(!w->isWindowModified());
+    }
+
     void exitWithAnUnsavedApplyAsks() {
         open();
         applyAnEdit();

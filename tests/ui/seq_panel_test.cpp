@@ -181,7 +181,7 @@ private slots:
     // at once, and Full Save then Save writes what the list shows.
     void aLoopKeepsItsCommandThroughFullSaveAndSave() {
         pickSequence("A030");
-        w->cmbNewSeqCmd->setCurrentIndex(newCommandItemOf(0xF3));
+        w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
         w->cmdSeqAddCmd_Click();  // after the block, before the loop
         QCOMPARE(rows().last(), QString("A034: Loop Back 6 bytes"));
         w->cmdSeqApply_Click();
@@ -218,11 +218,11 @@ private slots:
 
     void addApplySaveReopen() {
         pickSequence("A020");  // D7 01 02 E4
-        w->cmbNewSeqCmd->setCurrentIndex(newCommandItemOf(0xE4));
+        w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xE4));
         w->cmdSeqAddCmd_Click();
         QVERIFY(w->StatusBar1->text().contains("ends a sequence"));
         QCOMPARE(w->curSeq.commandCount(), 2);
-        w->cmbNewSeqCmd->setCurrentIndex(newCommandItemOf(0xF3));
+        w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
         w->cmdSeqAddCmd_Click();  // after the selected first command
         QCOMPARE(rows().at(1), QString("new : F3(0) "));
         QVERIFY(w->cmdSeqApply->isEnabled());
@@ -234,12 +234,6 @@ private slots:
         for (const auto& [address, seq] : w->pb.sequences)
             found = found || (seq.commandCount() == 3 && seq.command(1) == 0xF3);
         QVERIFY(found);
-    }
-
-    static int newCommandItemOf(int code) {
-        for (int i = 0; i < 77; ++i)
-            if (newCommandCode(i) == code) return i;
-        return 0;
     }
 
     void shippedSheetsLabelTheDemoCommands() {

@@ -11,6 +11,13 @@
 
 namespace zpe::test {
 
+// The item of the new-command list that adds `code` (0 when none does).
+inline int newCommandItemOf(int code) {
+    for (int i = 0; i < 77; ++i)
+        if (newCommandCode(i) == code) return i;
+    return 0;
+}
+
 struct WindowFixture {
     TempDir data;  // forms.txt (22 names) and whatever sheets a test adds
     TempDir cwd;   // where cpu.txt goes
