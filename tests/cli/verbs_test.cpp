@@ -173,3 +173,26 @@ TEST(CliOpenFailures, SayWhyOnOneLine) {
 
 }  // namespace
 }  // namespace zpe
+
+namespace zpe {
+namespace {
+
+TEST(CliCompact, DryRunWritesNothingAndASecondRunChangesNothing) {
+    Fixture f;
+    const auto original = f.image.read();
+    auto r = f.zpe({"compact", f.image.path(), "--dry-run"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out.find("Compacted: "), 0u) << r.out;
+    EXPECT_EQ(f.image.read(), original);
+    r = f.zpe({"compact", f.image.path()});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto once = f.image.read();
+    EXPECT_NE(once, original);
+    const std::string lists = f.zpe({"lists", f.image.path()}).out;
+    EXPECT_NE(lists.find("A007-A00B\tMove Relative (R-10); +R:A00C; \nA00C-A00D\tBlock RE; "), std::string::npos) << lists;
+    ASSERT_EQ(f.zpe({"compact", f.image.path()}).exitCode, 0);
+    EXPECT_EQ(f.image.read(), once);
+}
+
+}  // namespace
+}  // namespace zpe
