@@ -16,7 +16,7 @@ using Bytes = std::vector<uint8_t>;
 
 // Sequences with gaps between them: a relative jump over a gap (A003 -> A023),
 // a branch into another sequence's middle command (A023 -> A043), a loop back
-// (A045 -> A040), Human Control with the computer's logic after it (A026,
+// (A045 -> A040), an absolute jump (A083 -> A040), Human Control with the computer's logic after it (A026,
 // A073), a COM pass whose receiver script is A070; entries at a sequence's
 // middle (pointer 3) and a sequence shared by many entries (A040).
 ImageBuilder gappedImage() {
@@ -26,7 +26,8 @@ ImageBuilder gappedImage() {
         .bytesAt(0xA040, {0xD7, 0x02, 0x02, 0xF3, 0x05, 0xFE, 0xFB})
         .bytesAt(0xA060, {0x92, 0x41, 0xF5, 0x13, 0x70, 0xA0, 0xE4, 0xDF, 0xFE, 0xFF})
         .bytesAt(0xA070, {0xD7, 0x03, 0x03, 0xE4, 0xF3, 0x00, 0xFE, 0xFE})
-        .pointer(0, 0xA000).pointer(1, 0xA023).pointer(2, 0xA040).pointer(3, 0xA043)
+        .bytesAt(0xA080, {0xD7, 0x05, 0x05, 0xFF, 0x40, 0xA0})
+        .pointer(0, 0xA000).pointer(1, 0xA023).pointer(2, 0xA040).pointer(3, 0xA043).pointer(10, 0xA080)
         .play(0, {0xA000, 0xA040, 0xA060})
         .formation(4, {0xA070});
     for (int i = 4; i < 10; ++i) b.pointer(i, 0xA040);
@@ -47,11 +48,11 @@ TEST(Compact, PacksEverythingTheGameRunsIntoOneRunAndAgainChangesNothing) {
     const Playbook before = o.pb;
     const CompactSummary s = compactImage(o.pb, data.path());
     const Bytes once = o.file.read();
-    EXPECT_EQ(s.keptBytes, 5 + 8 + 7 + 10 + 8 + 3) << "and the FF FF FF the unused entries lead to";
+    EXPECT_EQ(s.keptBytes, 5 + 8 + 7 + 10 + 8 + 6 + 3) << "and the FF FF FF the unused entries lead to";
     EXPECT_EQ(s.freeStart, 0xA000 + s.keptBytes);
-    EXPECT_EQ(s.runsBefore, 5);
+    EXPECT_EQ(s.runsBefore, 6);
     EXPECT_EQ(buildAreaMap(o.pb).freeRuns().size(), 1u);
-    EXPECT_NE(s.text().find(" free in one run from A029 (before: 5 runs, largest 8,069 bytes)"), std::string::npos) << s.text();
+    EXPECT_NE(s.text().find(" free in one run from A02F (before: 6 runs, largest 8,055 bytes)"), std::string::npos) << s.text();
 
     // The relative jump stays relative, shorter by the gap; every entry follows.
     const auto area = areaBytes(o.pb.openedBytes);
@@ -62,6 +63,7 @@ TEST(Compact, PacksEverythingTheGameRunsIntoOneRunAndAgainChangesNothing) {
         EXPECT_EQ(gameCodes(o.pb, o.pb.seqPointers[static_cast<size_t>(p)]), gameCodes(before, before.seqPointers[static_cast<size_t>(p)]))
             << "pointer " << p;
     EXPECT_EQ(gameCodes(o.pb, o.pb.formations[4].posAddress(0)), gameCodes(before, 0xA070));
+    EXPECT_EQ(o.pb.sequences.at(o.pb.seqPointers[10]).nextSequence(), o.pb.seqPointers[2]) << "the absolute jump follows";
     EXPECT_EQ(o.pb.sequences.size(), before.sequences.size());
     // Outside the area only the entries changed.
     const Bytes original = before.openedBytes;
