@@ -32,6 +32,11 @@ struct Playbook {
     SequenceMap sequences;
 };
 
+// True when `a` and `b` hold the same slots, table entries and sequences
+// (every command, its origin and what it names): nothing of one is unsaved
+// against the other.
+[[nodiscard]] bool sameContent(const Playbook& a, const Playbook& b);
+
 // Slot kinds: 0..31 running, 32..63 passing; groups of eight (R1..R4, P1..P4).
 constexpr int slotGroup(int slot) { return slot / kSlotsPerGroup; }
 constexpr bool isPassingSlot(int slot) { return slot >= kRunningSlotCount; }

@@ -37,14 +37,17 @@ MsgAnswer QtDialogs::message(const MessageBoxSpec& box) {
     if (box.buttons == MsgButtons::YesNo) {
         m.setStandardButtons(QMessageBox::Yes | QMessageBox::No);
         m.setDefaultButton(box.defaultButton == MsgAnswer::No ? QMessageBox::No : QMessageBox::Yes);
+        m.setEscapeButton(QMessageBox::No);
         return m.exec() == QMessageBox::Yes ? MsgAnswer::Yes : MsgAnswer::No;
     }
-    if (box.buttons == MsgButtons::SaveDiscardCancel) {
-        m.setStandardButtons(QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel);
-        m.setDefaultButton(QMessageBox::Save);
+    if (box.buttons == MsgButtons::SaveDiscardCancel || box.buttons == MsgButtons::ApplyDiscardCancel) {
+        const auto keep = box.buttons == MsgButtons::SaveDiscardCancel ? QMessageBox::Save : QMessageBox::Apply;
+        m.setStandardButtons(keep | QMessageBox::Discard | QMessageBox::Cancel);
+        m.setDefaultButton(keep);
         m.setEscapeButton(QMessageBox::Cancel);
         switch (m.exec()) {
         case QMessageBox::Save: return MsgAnswer::Save;
+        case QMessageBox::Apply: return MsgAnswer::Apply;
         case QMessageBox::Discard: return MsgAnswer::Discard;
         default: return MsgAnswer::Cancel;
         }

@@ -9,8 +9,8 @@ class QWidget;
 namespace zpe {
 
 enum class MsgIcon { None, Information, Exclamation, Question };
-enum class MsgButtons { Ok, YesNo, SaveDiscardCancel };
-enum class MsgAnswer { Ok, Yes, No, Save, Discard, Cancel };
+enum class MsgButtons { Ok, YesNo, SaveDiscardCancel, ApplyDiscardCancel };
+enum class MsgAnswer { Ok, Yes, No, Save, Discard, Cancel, Apply };
 
 struct MessageBoxSpec {
     QString text;

@@ -124,7 +124,7 @@ frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* par
     setStatusBar(status);
 
     undoStack_ = new QUndoStack(this);
-    connect(undoStack_, &QUndoStack::cleanChanged, this, [this](bool clean) { setWindowModified(!clean); });
+    connect(undoStack_, &QUndoStack::indexChanged, this, [this](int) { refreshModified(); });
     buildMenus();
     buildFormationsTab();
     buildPlaySlotsTab();
@@ -153,7 +153,10 @@ frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* par
     setClientSize(kDesignClientWidth, kDesignClientHeight);
 }
 
-frmMain::~frmMain() = default;
+frmMain::~frmMain() {
+    // The undo stack goes with the window's children, after this object: it must not call back into it.
+    undoStack_->disconnect(this);
+}
 
 void frmMain::buildMenus() {
     QMenu* file = menuBar()->addMenu("&File");
@@ -351,8 +354,12 @@ void frmMain::updateCaption() {
         return;
     }
     setWindowTitle("Zentrel Playbook Editor BETA3 - " + QFileInfo(QString::fromStdString(pb.romPath)).fileName() + "[*]");
-    setWindowModified(!undoStack_->isClean());
+    refreshModified();
 }
+
+bool frmMain::unsavedWork() const { return pb.openComplete && (workingCopyEdited() || !sameContent(pb, inFile_)); }
+
+void frmMain::refreshModified() { setWindowModified(unsavedWork()); }
 
 bool frmMain::eventFilter(QObject* watched, QEvent* event) {
     if (event->type() == QEvent::MouseButtonPress) {
@@ -448,6 +455,7 @@ bool frmMain::openImage(const QString& path) {
     } catch (const std::exception& e) {
         // No box: the reason goes to the status bar. The path is kept, and saves refuse until an open completes.
         pb = Playbook{};
+        inFile_ = Playbook{};
         pb.romPath = path.toStdString();
         clearLists();
         clearSeqPanel();  // the previous image's working copy must not be applied to anything
@@ -456,6 +464,7 @@ bool frmMain::openImage(const QString& path) {
         return false;
     }
     openedImage_ = pb.openedBytes;
+    inFile_ = pb;
     undoStack_->clear();
     showPlaybook();
     StatusBar1->setText("");
@@ -471,7 +480,7 @@ void frmMain::showPlaybook() {
 }
 
 bool frmMain::maybeKeepChanges() {
-    if (undoStack_->isClean() || !pb.openComplete) return true;
+    if (!unsavedWork()) return true;
     const QString name = QFileInfo(QString::fromStdString(pb.romPath)).fileName();
     switch (dialogs_.message({"Save changes to " + name + " before closing?", kProgramName, MsgIcon::Question,
                               MsgButtons::SaveDiscardCancel, MsgAnswer::Save})) {
@@ -504,12 +513,14 @@ void frmMain::reportFailure(const QString& title, const std::exception& error) {
 void frmMain::mnuFileSaveChanges_Click() { (void)runSave(); }
 
 bool frmMain::runSave() {
+    applyWorkingCopy();  // what the panel shows is what the user means to save
     try {
         const FileLock lock(pb.romPath);
         const SaveSummary summary = zpe::saveChanges(pb, dataDir_.toStdString());
         // Steps that name a moved sequence's old address cannot be undone any more.
         if (summary.moved.empty()) undoStack_->setClean();
         else undoStack_->clear();
+        inFile_ = pb;
         // The image was opened again: every list shows what it now holds; the tab stays.
         showPlaybook();
         StatusBar1->setText(QString::fromStdString(summary.text()));
@@ -533,10 +544,12 @@ bool frmMain::runSave() {
 }
 
 bool frmMain::runCompactAndSave() {
+    applyWorkingCopy();
     try {
         const FileLock lock(pb.romPath);
         const CompactSaveSummary summary = compactAndSave(pb, dataDir_.toStdString());
         // Every address moved: no step can be undone against the old ones.
+        inFile_ = pb;
         undoStack_->clear();
         showPlaybook();
         StatusBar1->setText(QString::fromStdString(summary.compacted.text() + " " + summary.saved.text()));
@@ -549,7 +562,7 @@ bool frmMain::runCompactAndSave() {
 
 void frmMain::mnuFileCompact_Click() {
     // Edits not saved yet are saved into the compacted image in the same write.
-    const bool edits = !undoStack_->isClean();
+    const bool edits = unsavedWork();
     CompactSummary preview;
     try {
         (void)readUnchangedImage(pb);
@@ -571,6 +584,7 @@ void frmMain::mnuFileCompact_Click() {
     try {
         const FileLock lock(pb.romPath);
         const CompactSummary summary = compactImage(pb, dataDir_.toStdString());
+        inFile_ = pb;
         undoStack_->clear();
         showPlaybook();
         StatusBar1->setText(QString::fromStdString(summary.text()));
@@ -583,26 +597,38 @@ void frmMain::mnuFileSafeSave_Click() {
     try {
         const FileLock lock(pb.romPath);
         safeSave(pb);
-        undoStack_->setClean();
+        // Safe Save writes the slots alone: sequence edits stay unsaved.
+        inFile_.playSlots = pb.playSlots;
+        refreshModified();
+        StatusBar1->setText(unsavedWork() ? "Safe Save: the 64 slots written; sequence edits are not saved yet (File > Save writes them)."
+                                          : "Safe Save: the 64 slots written.");
     } catch (const std::exception& e) {
         reportFailure("Safe Save", e);
     }
 }
 
 void frmMain::mnuFileSave_Click() {
+    // No is the default: Enter alone must not blank the computer teams' logic.
     const MessageBoxSpec question{QString::fromLatin1(kFullSaveQuestion), "Warning", MsgIcon::Question, MsgButtons::YesNo,
-                                  MsgAnswer::Yes};
+                                  MsgAnswer::No};
     if (dialogs_.message(question) != MsgAnswer::Yes) return;
     try {
         const FileLock lock(pb.romPath);
+        applyWorkingCopy();
         fullSave(pb);
         // Every sequence moved: no step can be undone against the new addresses.
+        inFile_ = pb;
         undoStack_->clear();
     } catch (const std::exception& e) {
         reportFailure("Full Save", e);
         return;
     }
     refreshAddressLists();
+    int32_t bytes = 0;
+    for (const auto& [address, seq] : pb.sequences) bytes += seq.byteSize();
+    StatusBar1->setText(QString("Full Save: %1 sequences laid out anew from A000 (%2 bytes), every table rewritten.")
+                            .arg(pb.sequences.size())
+                            .arg(bytes));
 }
 
 void frmMain::refreshAddressLists() {

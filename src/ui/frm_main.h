@@ -114,6 +114,14 @@ private:
     bool maybeKeepChanges();
     // Save, reporting a refusal; true when it wrote.
     bool runSave();
+    // Every change not in the file: slots, entries, applied sequence edits, and
+    // the editor panel's working copy when it differs from its sequence.
+    bool unsavedWork() const;
+    bool workingCopyEdited() const;
+    // The caption's modified marker follows unsavedWork().
+    void refreshModified();
+    // Stores the working copy into its sequence as one undo step, when it was edited.
+    void applyWorkingCopy();
     // The caption: the program and the image's file name with the modified marker.
     void updateCaption();
     // Undo steps put these back.
@@ -177,6 +185,9 @@ private:
     bool diagramForSlot_ = false;
     QTreeWidget* pressedList_ = nullptr;  // a list the mouse is pressed on: its click handles the selection
     clsSequence curSeq;            // the sequence editor's working copy
+    // What the image file holds, as a model: whatever differs from it (and an
+    // unapplied working copy) is unsaved work, marked in the caption and asked about.
+    Playbook inFile_;
     bool updatingDetails = false;  // the panel is filling itself: changes are not edits
 
     // --- Controls ---

@@ -93,11 +93,40 @@ std::optional<int32_t> frmMain::selectedSequenceAddress() const {
 void frmMain::lvSequences_Click() {
     const auto address = selectedSequenceAddress();
     if (!address) return;
+    if (*address != curSeq.address() && workingCopyEdited()) {
+        const QString from = QString::fromStdString(hex4(curSeq.address()));
+        switch (dialogs_.message({"The edits of sequence " + from + " are not applied yet. Apply them before leaving it?",
+                                  "Sequences", MsgIcon::Question, MsgButtons::ApplyDiscardCancel, MsgAnswer::Apply})) {
+        case MsgAnswer::Apply: applyWorkingCopy(); break;
+        case MsgAnswer::Discard: break;
+        default: {
+            // Stay on the edited sequence, its edits kept.
+            const QSignalBlocker quiet(lvSequences);
+            selectRow(lvSequences, sequenceRow(curSeq.address()));
+            return;
+        }
+        }
+    }
     const clsSequence* stored = pb.sequences.find(*address);
     if (!stored) return;
-    curSeq.clone(*stored);  // unapplied edits of the previous working copy are dropped
+    curSeq.clone(*stored);
     lstSeqCommands_update();
     cmdSeqAddCmd->setEnabled(true);
+    cmdSeqApply->setEnabled(false);
+    refreshModified();
+}
+
+bool frmMain::workingCopyEdited() const {
+    const clsSequence* stored = pb.sequences.find(curSeq.address());
+    return stored && curSeq.commandCount() > 0 &&
+           (stored->byteSize() != curSeq.byteSize() || stored->commands() != curSeq.commands());
+}
+
+void frmMain::applyWorkingCopy() {
+    if (!workingCopyEdited()) return;
+    const clsSequence before = pb.sequences.at(curSeq.address());
+    undoStack_->push(new SequenceStep("Apply Sequence Edit", before, curSeq,
+                                      [this](const clsSequence& seq) { restoreSequence(seq); }));
     cmdSeqApply->setEnabled(false);
 }
 
@@ -154,6 +183,7 @@ void frmMain::txtSeqData_Change(int index) {
     const auto value = static_cast<int16_t>(leadingHexValue(txtSeqData[static_cast<size_t>(index)]->text().toStdString()) & 0xFF);
     curSeq.data(p, index, value);
     lstSeqCommands_refresh();
+    refreshModified();
 }
 
 void frmMain::cmbCmdData_Click(int index) {
@@ -165,6 +195,7 @@ void frmMain::cmbCmdData_Click(int index) {
     cmdSeqApply->setEnabled(true);
     curSeq.data(p, index, static_cast<int16_t>(item));
     lstSeqCommands_refresh();
+    refreshModified();
 }
 
 void frmMain::cmdSeqDelCmd_Click() {
@@ -177,6 +208,7 @@ void frmMain::cmdSeqDelCmd_Click() {
     cmdSeqApply->setEnabled(true);
     lstSeqCommands_update();
     lstSeqCommands->setCurrentRow(std::min(p, lstSeqCommands->count() - 1));
+    refreshModified();
 }
 
 void frmMain::udSeqCommand_UpClick() {
@@ -189,6 +221,7 @@ void frmMain::udSeqCommand_UpClick() {
     cmdSeqApply->setEnabled(true);
     lstSeqCommands_update();
     lstSeqCommands->setCurrentRow(p - 1);
+    refreshModified();
 }
 
 void frmMain::udSeqCommand_DownClick() {
@@ -201,6 +234,7 @@ void frmMain::udSeqCommand_DownClick() {
     cmdSeqApply->setEnabled(true);
     lstSeqCommands_update();
     lstSeqCommands->setCurrentRow(p + 1);
+    refreshModified();
 }
 
 void frmMain::cmdSeqApply_Click() {
@@ -208,9 +242,7 @@ void frmMain::cmdSeqApply_Click() {
     // Only into the sequence the working copy came from: a selection moved
     // without a click (the keyboard) must not receive another sequence's commands.
     if (!address || !pb.sequences.contains(*address) || curSeq.address() != *address) return;
-    const clsSequence before = pb.sequences.at(*address);
-    undoStack_->push(new SequenceStep("Apply Sequence Edit", before, curSeq,
-                                      [this](const clsSequence& seq) { restoreSequence(seq); }));
+    applyWorkingCopy();  // an Apply that changes nothing is no undo step
     cmdSeqApply->setEnabled(false);
 }
 

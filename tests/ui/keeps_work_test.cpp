@@ -181,9 +181,11 @@ private slots:
         w->undoStack_->redo();
         w->undoStack_->redo();
         QCOMPARE(w->pb.sequences.at(0xA010).commandCount(), 3);
-        // A save marks the stack clean.
+        // Safe Save writes the slots only: the sequence edit stays marked until Save writes it.
         w->mnuFileSafeSave_Click();
-        QVERIFY(w->undoStack_->isClean());
+        QVERIFY(w->isWindowModified());
+        QVERIFY(w->StatusBar1->text().contains("not saved yet"));
+        QVERIFY(w->runSave());
         QVERIFY(!w->isWindowModified());
     }
 

@@ -143,14 +143,28 @@ private slots:
         QVERIFY(w->curSeq.verify().empty());
     }
 
-    void applyOnlyIntoTheSequenceTheCopyCameFrom() {
+    // Leaving a sequence with edits not applied asks; Apply never copies them into another sequence.
+    void unappliedEditsAreMarkedAndAskedAbout() {
         pickSequence("A000");
         w->cmdSeqDelCmd_Click();
-        // The selection moves without a click (as the keyboard does): Apply must not copy A000 into it.
+        QVERIFY(w->isWindowModified());
+        dialogs->answers.push_back(MsgAnswer::Cancel);
+        frmMain::selectRow(w->lvSequences, 2);  // as the keyboard moves it
+        QCOMPARE(dialogs->boxes.back().buttons, MsgButtons::ApplyDiscardCancel);
+        QCOMPARE(w->curSeq.address(), 0xA000);
+        QCOMPARE(w->selectedSequenceAddress(), std::optional<int32_t>(0xA000));
+        QCOMPARE(w->curSeq.commandCount(), 3);  // Cancel keeps the edit
+        dialogs->answers.push_back(MsgAnswer::Apply);
         frmMain::selectRow(w->lvSequences, 2);
         w->cmdSeqApply_Click();
         QCOMPARE(w->pb.sequences.at(0xA020).commandCount(), 2);
-        QCOMPARE(w->pb.sequences.at(0xA000).commandCount(), 4);
+        QCOMPARE(w->pb.sequences.at(0xA000).commandCount(), 3);
+        QVERIFY(w->isWindowModified());
+        // A typed value not applied: Exit asks about it too.
+        w->txtSeqData[1]->setText("7");
+        dialogs->answers.push_back(MsgAnswer::Cancel);
+        QVERIFY(!w->close());
+        QCOMPARE(dialogs->boxes.back().buttons, MsgButtons::SaveDiscardCancel);
     }
 
     void openingAnotherImageClearsThePanel() {
@@ -170,6 +184,8 @@ private slots:
         dialogs->answers.push_back(MsgAnswer::Yes);
         w->mnuFileSave_Click();
         QVERIFY(dialogs->boxes.size() == 1);
+        QCOMPARE(dialogs->boxes.back().defaultButton, MsgAnswer::No);  // Enter alone does not blank the logic
+        QVERIFY(w->StatusBar1->text().startsWith("Full Save: 4 sequences laid out anew from A000"));
         // Reopen: the sequence now lies after A000's (10 bytes) and A010's (6).
         QVERIFY(w->openImage(QString::fromStdString(image->path())));
         QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x7C));
