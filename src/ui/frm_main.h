@@ -122,6 +122,11 @@ private:
     void refreshModified();
     // Stores the working copy into its sequence as one undo step, when it was edited.
     void applyWorkingCopy();
+    // A typed or listed value into the working copy, as an undo step.
+    void editWorkingValue(int index, int16_t value);
+    // Records an edit already made to the working copy (`before` the state
+    // before it) as an undo step and shows `row` selected.
+    void pushWorkingCopyStep(const QString& text, const clsSequence& before, int row);
     // The caption: the program and the image's file name with the modified marker.
     void updateCaption();
     // Undo steps put these back.

@@ -16,6 +16,8 @@
 #include <QUndoStack>
 #include <QTreeWidget>
 
+#include <algorithm>
+
 namespace zpe {
 
 namespace {
@@ -177,64 +179,69 @@ void frmMain::lstSeqCommands_Click() {
 
 void frmMain::txtSeqData_Change(int index) {
     if (updatingDetails) return;
-    const int p = lstSeqCommands->currentRow();
-    if (p < 0 || p >= curSeq.commandCount()) return;
-    cmdSeqApply->setEnabled(true);
     const auto value = static_cast<int16_t>(leadingHexValue(txtSeqData[static_cast<size_t>(index)]->text().toStdString()) & 0xFF);
-    curSeq.data(p, index, value);
-    lstSeqCommands_refresh();
-    refreshModified();
+    editWorkingValue(index, value);
 }
 
 void frmMain::cmbCmdData_Click(int index) {
     if (updatingDetails) return;
-    const int p = lstSeqCommands->currentRow();
-    if (p < 0 || p >= curSeq.commandCount()) return;
     const int item = cmbCmdData[static_cast<size_t>(index)]->currentIndex();
-    if (item < 0) return;
-    cmdSeqApply->setEnabled(true);
-    curSeq.data(p, index, static_cast<int16_t>(item));
+    if (item >= 0) editWorkingValue(index, static_cast<int16_t>(item));
+}
+
+void frmMain::editWorkingValue(int index, int16_t value) {
+    const int p = lstSeqCommands->currentRow();
+    if (p < 0 || p >= curSeq.commandCount() || curSeq.data(p, index) == value) return;
+    const clsSequence before = curSeq;
+    curSeq.data(p, index, value);
+    // Typing into one box of one command is one step.
+    const int64_t key = (static_cast<int64_t>(curSeq.address()) << 20) | (static_cast<int64_t>(p) << 4) | index;
+    undoStack_->push(new SequenceStep("Edit Value", before, curSeq, [this](const clsSequence& seq) { restoreWorkingCopy(seq); },
+                                      true, key));
     lstSeqCommands_refresh();
+    cmdSeqApply->setEnabled(workingCopyEdited());
+    refreshModified();
+}
+
+void frmMain::pushWorkingCopyStep(const QString& text, const clsSequence& before, int row) {
+    undoStack_->push(new SequenceStep(text, before, curSeq, [this](const clsSequence& seq) { restoreWorkingCopy(seq); }, true));
+    lstSeqCommands_update();
+    lstSeqCommands->setCurrentRow(std::clamp(row, 0, lstSeqCommands->count() - 1));
+    cmdSeqApply->setEnabled(workingCopyEdited());
     refreshModified();
 }
 
 void frmMain::cmdSeqDelCmd_Click() {
     const int p = lstSeqCommands->currentRow();
     if (p < 0) return;
+    const clsSequence before = curSeq;
     if (!curSeq.removeCommand(p)) {
         StatusBar1->setText("The sequence's last command ends it; it cannot be removed.");
         return;
     }
-    cmdSeqApply->setEnabled(true);
-    lstSeqCommands_update();
-    lstSeqCommands->setCurrentRow(std::min(p, lstSeqCommands->count() - 1));
-    refreshModified();
+    pushWorkingCopyStep("Remove Command", before, p);
 }
 
 void frmMain::udSeqCommand_UpClick() {
     const int p = lstSeqCommands->currentRow();
     if (p < 1) return;
+    const clsSequence before = curSeq;
     if (!curSeq.swapCommands(p, p - 1)) {
         StatusBar1->setText("The command that ends the sequence stays last.");
         return;
     }
-    cmdSeqApply->setEnabled(true);
-    lstSeqCommands_update();
-    lstSeqCommands->setCurrentRow(p - 1);
-    refreshModified();
+    pushWorkingCopyStep("Move Command Up", before, p - 1);
 }
 
 void frmMain::udSeqCommand_DownClick() {
     const int p = lstSeqCommands->currentRow();
     if (p < 0 || p >= lstSeqCommands->count() - 1) return;
+    const clsSequence before = curSeq;
     if (!curSeq.swapCommands(p, p + 1)) {
         StatusBar1->setText("The command that ends the sequence stays last.");
         return;
     }
-    cmdSeqApply->setEnabled(true);
-    lstSeqCommands_update();
-    lstSeqCommands->setCurrentRow(p + 1);
-    refreshModified();
+    pushWorkingCopyStep("Move Command Down", before, p + 1);
 }
 
 void frmMain::cmdSeqApply_Click() {
@@ -258,12 +265,9 @@ void frmMain::restoreSequence(const clsSequence& seq) {
     stored.clone(seq);
     const int row = sequenceRow(seq.address());
     if (row >= 0) lvSequences->topLevelItem(row)->setText(1, QString::fromLatin1(stored.commandString(cmdNames)));
-    // The panel shows what is stored now.
-    if (curSeq.address() == seq.address()) {
-        curSeq.clone(stored);
-        lstSeqCommands_update();
-        cmdSeqApply->setEnabled(false);
-    }
+    // The panel keeps its working copy: undoing an Apply leaves its edits there, not applied.
+    if (curSeq.address() == seq.address()) cmdSeqApply->setEnabled(workingCopyEdited());
+    refreshModified();
 }
 
 void frmMain::restoreWorkingCopy(const clsSequence& seq) {
@@ -278,8 +282,9 @@ void frmMain::restoreWorkingCopy(const clsSequence& seq) {
     curSeq.clone(seq);
     lstSeqCommands_update();
     if (current >= 0 && current < lstSeqCommands->count()) lstSeqCommands->setCurrentRow(current);
-    cmdSeqApply->setEnabled(true);
+    cmdSeqApply->setEnabled(workingCopyEdited());
     cmdSeqAddCmd->setEnabled(true);
+    refreshModified();
 }
 
 void frmMain::cmdSeqAddCmd_Click() {

@@ -189,6 +189,34 @@ private slots:
         QVERIFY(!w->isWindowModified());
     }
 
+    // Typed values, Remove and the arrows are undo steps; typing into one box is one step.
+    void everyPanelEditIsAnUndoStep() {
+        open();
+        w->selectTab(4);
+        frmMain::selectRow(w->lvSequences, w->sequenceRow(0xA010));  // D7 00 20, E4
+        QLineEdit* box = w->txtSeqData[1];
+        box->setText("7");
+        box->setText("7C");
+        QCOMPARE(w->undoStack_->count(), 1);
+        QCOMPARE(w->mnuEditUndo->text(), QString("&Undo Edit Value"));
+        w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
+        w->cmdSeqAddCmd_Click();  // D7, F3, E4
+        w->lstSeqCommands->setCurrentRow(0);
+        w->udSeqCommand_DownClick();  // F3, D7, E4
+        QCOMPARE(w->curSeq.command(1), int16_t(0xD7));
+        w->cmdSeqDelCmd_Click();  // F3, E4
+        QCOMPARE(w->curSeq.commandCount(), 2);
+        w->undoStack_->undo();
+        QCOMPARE(w->curSeq.command(1), int16_t(0xD7));
+        QCOMPARE(w->curSeq.data(1, 1), int16_t(0x7C));  // the value typed before the removal is back
+        w->undoStack_->undo();
+        QCOMPARE(w->curSeq.command(0), int16_t(0xD7));
+        w->undoStack_->undo();
+        w->undoStack_->undo();
+        QCOMPARE(w->curSeq.commands(), w->pb.sequences.at(0xA010).commands());
+        QVERIFY(!w->isWindowModified());
+    }
+
     void dataBoxesTakeOnlyHex() {
         open();
         w->selectTab(4);
