@@ -350,9 +350,22 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
 }
 
 SaveSummary saveChanges(Playbook& pb, const std::string& dataDir) {
-    SavePlan plan = planSave(pb, readUnchangedImage(pb));
+    const std::vector<uint8_t> image = readUnchangedImage(pb);
+    SavePlan plan = planSave(pb, image);
+    if (plan.bytes == image) {
+        plan.summary.nothingToWrite = true;  // a rewrite would only change the file's time and inode
+        return plan.summary;
+    }
     replaceFileContents(pb.romPath, plan.bytes);
     pb = openRom(pb.romPath, dataDir);
+    return plan.summary;
+}
+
+SaveSummary saveChangesAs(Playbook& pb, const std::string& newPath, const std::string& dataDir) {
+    requireCompleteOpen(pb);
+    SavePlan plan = planSave(pb, pb.openedBytes);
+    replaceFileContents(newPath, plan.bytes);
+    pb = openRom(newPath, dataDir);
     return plan.summary;
 }
 

@@ -22,6 +22,7 @@ struct SaveSummary {
     std::vector<std::pair<int32_t, int32_t>> moved;  // old start, new start
     int leftOnOldCopies = 0;  // address fields and relative jumps that still name an old start
     int32_t freeBytesLeft = 0;  // free bytes of the area after the moves
+    bool nothingToWrite = false;  // the image already held everything: the file was left alone
     // "Saved: 3 sequences in place, 1 moved (A123 → BA00), 2 references left on
     // old copies, 412 free bytes left." (slots, when written, come first).
     [[nodiscard]] std::string text() const;
@@ -46,5 +47,11 @@ struct SavePlan {
 // model shows what the image now holds. On a refusal or failure nothing is
 // written and `pb` is as it was.
 SaveSummary saveChanges(Playbook& pb, const std::string& dataDir);
+
+// Save As: the edited image (the bytes `pb` was opened from, with every edit
+// saved into them as Save would) written to `newPath`, which `pb` then names,
+// opened again. The image `pb` came from is not touched, also when it changed
+// on disk meanwhile.
+SaveSummary saveChangesAs(Playbook& pb, const std::string& newPath, const std::string& dataDir);
 
 }  // namespace zpe

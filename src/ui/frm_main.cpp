@@ -161,8 +161,11 @@ frmMain::~frmMain() {
 void frmMain::buildMenus() {
     QMenu* file = menuBar()->addMenu("&File");
     mnuFileOpen = file->addAction("&Open...", this, [this] { mnuFileOpen_Click(); });
+    mnuFileOpen->setShortcut(QKeySequence::Open);
     mnuFileSaveChanges = file->addAction("&Save", this, [this] { mnuFileSaveChanges_Click(); });
     mnuFileSaveChanges->setShortcut(QKeySequence::Save);
+    mnuFileSaveAs = file->addAction("Save &As...", this, [this] { (void)runSaveAs(); });
+    mnuFileSaveAs->setShortcut(QKeySequence::SaveAs);
     mnuFileSafeSave = file->addAction("&Safe Save", this, [this] { mnuFileSafeSave_Click(); });
     mnuFileSave = file->addAction("Full Save (Unsafe!)", this, [this] { mnuFileSave_Click(); });
     mnuFileCompact = file->addAction("Compact Sequence Area...", this, [this] { mnuFileCompact_Click(); });
@@ -172,6 +175,7 @@ void frmMain::buildMenus() {
     mnuFileCheckImage = file->addAction("Check Image...", this, [this] { mnuFileCheckImage_Click(); });
     file->addSeparator();
     mnuFileExit = file->addAction("E&xit", this, [this] { mnuFileExit_Click(); });
+    mnuFileExit->setShortcut(QKeySequence::Quit);
     QMenu* edit = menuBar()->addMenu("&Edit");
     mnuEditUndo = undoStack_->createUndoAction(this, "&Undo");
     mnuEditUndo->setShortcut(QKeySequence::Undo);
@@ -339,6 +343,7 @@ void frmMain::updateMenuBar() {
     const bool open = !pb.romPath.empty();
     mnuFileSave->setEnabled(open);
     mnuFileSaveChanges->setEnabled(open);
+    mnuFileSaveAs->setEnabled(pb.openComplete);
     mnuFileSafeSave->setEnabled(open);
     mnuFileExportMaskROM->setEnabled(open);
     mnuFileCheckImage->setEnabled(pb.openComplete);
@@ -512,20 +517,68 @@ void frmMain::reportFailure(const QString& title, const std::exception& error) {
 
 void frmMain::mnuFileSaveChanges_Click() { (void)runSave(); }
 
+void frmMain::afterSave(const SaveSummary& summary) {
+    // The image was opened again: the lists show what it now holds; the tab, the
+    // sequence (followed to where it moved) and its command stay selected.
+    const auto selected = selectedSequenceAddress();
+    const int command = lstSeqCommands->currentRow();
+    // Steps that name a moved sequence's old address cannot be undone any more.
+    if (summary.moved.empty()) undoStack_->setClean();
+    else undoStack_->clear();
+    inFile_ = pb;
+    showPlaybook();
+    if (!selected) return;
+    int32_t address = *selected;
+    for (const auto& [from, to] : summary.moved)
+        if (from == address) address = to;
+    const int row = sequenceRow(address);
+    if (row < 0) return;
+    selectRow(lvSequences, row);
+    lvSequences_Click();
+    if (command >= 0 && command < lstSeqCommands->count()) lstSeqCommands->setCurrentRow(command);
+}
+
+bool frmMain::runSaveAs() {
+    const auto chosen = dialogs_.saveFile(kRomFilter);
+    if (!chosen) return false;
+    QString path = *chosen;
+    if (QFileInfo(path).suffix().isEmpty()) path += ".nes";
+    if (QFileInfo(path) == QFileInfo(QString::fromStdString(pb.romPath))) return runSave();
+    applyWorkingCopy();
+    try {
+        const FileLock lock(path.toStdString());
+        const SaveSummary summary = saveChangesAs(pb, path.toStdString(), dataDir_.toStdString());
+        afterSave(summary);
+        undoStack_->clear();  // the steps belong to the other file
+        updateCaption();
+        StatusBar1->setText("Saved as " + QFileInfo(path).fileName() + ". " + QString::fromStdString(summary.text()));
+        return true;
+    } catch (const std::exception& e) {
+        reportFailure("Save As", e);
+        return false;
+    }
+}
+
 bool frmMain::runSave() {
     applyWorkingCopy();  // what the panel shows is what the user means to save
     try {
         const FileLock lock(pb.romPath);
         const SaveSummary summary = zpe::saveChanges(pb, dataDir_.toStdString());
-        // Steps that name a moved sequence's old address cannot be undone any more.
-        if (summary.moved.empty()) undoStack_->setClean();
-        else undoStack_->clear();
-        inFile_ = pb;
-        // The image was opened again: every list shows what it now holds; the tab stays.
-        showPlaybook();
+        if (summary.nothingToWrite) {
+            StatusBar1->setText("Nothing to save: the image already holds every change; the file was left alone.");
+            return true;
+        }
+        afterSave(summary);
         StatusBar1->setText(QString::fromStdString(summary.text()));
         return true;
     } catch (const SaveError& e) {
+        // Another program changed the image: writing over it would lose that; a new file loses nothing.
+        if (std::string(e.what()).find("changed on disk") != std::string::npos) {
+            const QString question = QString::fromLocal8Bit(e.what()) + "\n\nSave your edits as a new file instead? (Save As)";
+            if (dialogs_.message({question, "Save", MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::Yes}) == MsgAnswer::Yes)
+                return runSaveAs();
+            return false;
+        }
         // No free run holds a grown sequence: compaction makes one.
         if (dynamic_cast<const VerifyError*>(&e) == nullptr && std::string(e.what()).find("largest free run") != std::string::npos) {
             const QString question = QString::fromLocal8Bit(e.what()) +

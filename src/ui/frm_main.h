@@ -5,6 +5,7 @@
 // controls and events they answer (control_Event).
 #include "playbook/list_rows.h"
 #include "playbook/playbook.h"
+#include "save/save_changes.h"
 #include "sequence/catalogue.h"
 #include "sequence/command_panel.h"
 #include "sequence/command_sheet.h"
@@ -114,6 +115,11 @@ private:
     bool maybeKeepChanges();
     // Save, reporting a refusal; true when it wrote.
     bool runSave();
+    // Save As: the edited image into a new file, which the window then works on.
+    bool runSaveAs();
+    // After a save opened the image again: lists, undo, what is in the file,
+    // and the selected sequence and command kept.
+    void afterSave(const SaveSummary& summary);
     // Every change not in the file: slots, entries, applied sequence edits, and
     // the editor panel's working copy when it differs from its sequence.
     bool unsavedWork() const;
@@ -197,7 +203,7 @@ private:
 
     // --- Controls ---
     QAction *mnuEditUndo, *mnuEditRedo, *mnuFileExportIps;
-    QAction *mnuFileOpen, *mnuFileSaveChanges, *mnuFileSafeSave, *mnuFileSave, *mnuFileCompact, *mnuFileExportMaskROM,
+    QAction *mnuFileOpen, *mnuFileSaveChanges, *mnuFileSaveAs, *mnuFileSafeSave, *mnuFileSave, *mnuFileCompact, *mnuFileExportMaskROM,
         *mnuFileCheckImage, *mnuFileExit,
         *mnuHelpAbout;
     QWidget* client;  // the form's client area below the menu bar

@@ -217,6 +217,46 @@ private slots:
         QVERIFY(!w->isWindowModified());
     }
 
+    // Save keeps the selection, following a moved sequence; with nothing to write it leaves the file alone.
+    void saveKeepsTheSelectionAndWritesOnlyWhatChanged() {
+        open();
+        QVERIFY(w->runSave());
+        QVERIFY(w->StatusBar1->text().startsWith("Nothing to save"));
+        w->selectTab(4);
+        frmMain::selectRow(w->lvSequences, w->sequenceRow(0xA010));
+        w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
+        w->lstSeqCommands->setCurrentRow(0);
+        w->cmdSeqAddCmd_Click();  // grows past its bytes: it moves
+        QVERIFY(w->runSave());    // applies the pending Add first
+        const auto moved = w->selectedSequenceAddress();
+        QVERIFY(moved && *moved != 0xA010);
+        QCOMPARE(w->pb.plays[0].seqAddress(0), *moved);
+        QCOMPARE(w->curSeq.address(), *moved);
+        QCOMPARE(w->lstSeqCommands->currentRow(), 1);
+        QCOMPARE(w->selectedTab(), 4);
+    }
+
+    // Save As writes the edited image to a new file and goes on there; the old file is untouched,
+    // and when another program changed it, Save offers Save As.
+    void saveAsContinuesInTheNewFile() {
+        open();
+        const auto original = fx.image->read();
+        applyAnEdit();
+        std::vector<uint8_t> changed = original;
+        changed[0x10] ^= 1;  // another program writes the image
+        fx.image->write(changed);
+        const QString copy = QString::fromStdString(fx.cwd.file("copy"));
+        fx.dialogs->answers.push_back(MsgAnswer::Yes);
+        fx.dialogs->files.push_back(copy);
+        QVERIFY(w->runSave());
+        QVERIFY(fx.dialogs->boxes.back().text.contains("(Save As)"));
+        QCOMPARE(QString::fromStdString(w->pb.romPath), copy + ".nes");
+        QCOMPARE(fx.image->read(), changed);
+        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x7C));
+        QVERIFY(w->windowTitle().contains("copy.nes"));
+        QVERIFY(!w->isWindowModified());
+    }
+
     void dataBoxesTakeOnlyHex() {
         open();
         w->selectTab(4);
