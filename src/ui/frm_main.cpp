@@ -4,6 +4,7 @@
 #include "analysis/check_report.h"
 #include "model/file_io.h"
 #include "playbook/open_rom.h"
+#include "diagram/diagram.h"
 #include "save/ips.h"
 #include "save/save_changes.h"
 #include "ui/diagram_window.h"
@@ -124,7 +125,10 @@ frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* par
     setStatusBar(status);
 
     undoStack_ = new QUndoStack(this);
-    connect(undoStack_, &QUndoStack::indexChanged, this, [this](int) { refreshModified(); });
+    connect(undoStack_, &QUndoStack::indexChanged, this, [this](int) {
+        refreshModified();
+        refreshPictures();  // Apply, undo and redo change what the pictures draw
+    });
     buildMenus();
     buildFormationsTab();
     buildPlaySlotsTab();
@@ -139,9 +143,8 @@ frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* par
     connect(lvPlaySlots, &QTreeWidget::currentItemChanged, this, [this] {
         if (pressedList_ == lvPlaySlots) return;
         // The keyboard draws the slot; a pending copy or swap waits for a click or Enter.
-        const int row = selectedRow(lvPlaySlots);
-        if (row >= 0) DrawPlay(picPlay, row);
-        followSelection();
+        updatePlayChoice();
+        refreshPictures();
     });
     connect(lvPlaySlots, &QTreeWidget::itemActivated, this, [this] { lvPlaySlots_Click(); });
     connect(lvSequences, &QTreeWidget::currentItemChanged, this, [this] {
@@ -215,6 +218,10 @@ void frmMain::buildPlaySlotsTab() {
     fraPlayDetails->resize(fraPlayDetails->width(), pixels(kPlayDetailsHeight));
     picPlay = new PictureBox(pixels(4935), pixels(3255), fraPlayDetails);
     picPlay->move(pixels(120), pixels(240));
+    cmbPlay = new QComboBox(fraPlayDetails);
+    cmbPlay->setGeometry(pixels(5200), pixels(240), pixels(1800), pixels(315));
+    cmbPlay->setToolTip("Which of the slot's eight plays the picture shows (offensive:defensive play numbers)");
+    connect(cmbPlay, &QComboBox::activated, this, [this](int) { refreshPictures(); });
 }
 
 void frmMain::buildPlaysTab() {
@@ -465,6 +472,8 @@ bool frmMain::openImage(const QString& path) {
         clearLists();
         clearSeqPanel();  // the previous image's working copy must not be applied to anything
         updateCaption();
+        updatePlayChoice();
+        refreshPictures();
         StatusBar1->setText(shortMessage(e.what(), path));
         return false;
     }
@@ -482,6 +491,34 @@ void frmMain::showPlaybook() {
     sheets_.clear();
     fillLists(buildRows(pb, cmdNames));
     updateMenuBar();
+    updatePlayChoice();
+    refreshPictures();  // nothing of the previous image stays drawn
+}
+
+void frmMain::updatePlayChoice() {
+    const int keep = std::max(cmbPlay->currentIndex(), 0);
+    cmbPlay->clear();
+    const int s = pb.openComplete ? selectedRow(lvPlaySlots) : -1;
+    cmbPlay->setEnabled(s >= 0);
+    if (s < 0) return;
+    const clsPlaySlot& slot = pb.playSlots[static_cast<size_t>(s)];
+    for (int k = 0; k < kPlaysPerSlot; ++k)
+        cmbPlay->addItem(QString("Play %1  %2:%3").arg(k + 1).arg(QString::fromStdString(hex2(slot.oPlay(k))))
+                             .arg(QString::fromStdString(hex2(slot.dPlay(k)))));
+    cmbPlay->setCurrentIndex(keep);
+}
+
+void frmMain::refreshPictures() {
+    constexpr uint32_t kEmptyPicture = 0xF0F0F0;  // the face colour of an empty picture box
+    const int f = pb.openComplete ? selectedRow(lvFormations) : -1;
+    if (f >= 0) (void)drawFormation(picFormation->canvas(), pb, f);
+    else picFormation->canvas().clear(kEmptyPicture);
+    picFormation->update();
+    const int s = pb.openComplete ? selectedRow(lvPlaySlots) : -1;
+    if (s >= 0) zpe::DrawPlay(picPlay->canvas(), pb, s, std::max(cmbPlay->currentIndex(), 0));
+    else picPlay->canvas().clear(kEmptyPicture);
+    picPlay->update();
+    followSelection();
 }
 
 bool frmMain::maybeKeepChanges() {

@@ -150,6 +150,11 @@ private:
     void updatePlaySlotButtons();
     void lvPlaySlots_refreshRow(int row);
     void DrawPlay(PictureBox* pic, int slotIndex);
+    // Draws both pictures (and the big diagram) from the model as it is now:
+    // the selected formation, the selected slot's chosen play; empty without a selection.
+    void refreshPictures();
+    // Fills the play selector with the selected slot's eight plays.
+    void updatePlayChoice();
     void lstSeqCommands_update();
     void lstSeqCommands_refresh();
     // Empties the panel and disables "Apply" (a new image, a relaid one).
@@ -214,6 +219,7 @@ private:
     QFrame *fraFormationButtons, *fraPlaySlots, *fraPlayDetails, *fraSeq, *fraSeqDetails;
     QPushButton *cmdFormationViewGFX, *cmdCopyPlaySlot, *cmdSwapPlaySlot, *cmdPlaySlotDetails, *cmdSeqDetails;
     PictureBox *picFormation, *picPlay;
+    QComboBox* cmbPlay;  // which of the slot's eight plays picPlay draws
     QLabel* StatusBar1;
     // The sequence editor panel inside fraSeqDetails.
     QListWidget* lstSeqCommands;

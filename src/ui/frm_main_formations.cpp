@@ -28,7 +28,8 @@ void frmMain::cmdFormationViewGFX_Click() {
 
 void frmMain::updateFormationButtons() {
     cmdFormationViewGFX->setText(showFormationGFX ? "Hide GFX" : "View GFX");
-    cmdFormationViewGFX->setEnabled(selectedRow(lvFormations) >= 0);
+    // "Hide GFX" stays usable while the graphics show, with or without a selection.
+    cmdFormationViewGFX->setEnabled(selectedRow(lvFormations) >= 0 || showFormationGFX);
 }
 
 }  // namespace zpe

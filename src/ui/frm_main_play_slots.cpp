@@ -6,14 +6,17 @@
 
 #include <QUndoStack>
 
+#include <QComboBox>
 #include <QLabel>
+
+#include <algorithm>
 #include <QPushButton>
 #include <QTreeWidget>
 
 namespace zpe {
 
 void frmMain::DrawPlay(PictureBox* pic, int slotIndex) {
-    zpe::DrawPlay(pic->canvas(), pb, slotIndex);
+    zpe::DrawPlay(pic->canvas(), pb, slotIndex, pic == picPlay ? std::max(cmbPlay->currentIndex(), 0) : 0);
     pic->update();
 }
 
@@ -62,9 +65,8 @@ void frmMain::restoreSlots(const SlotStates& states) {
         pb.playSlots[static_cast<size_t>(s)] = fields;
         lvPlaySlots_refreshRow(s);
     }
-    const int row = selectedRow(lvPlaySlots);
-    if (row >= 0) DrawPlay(picPlay, row);
-    followSelection();
+    updatePlayChoice();
+    refreshPictures();
 }
 
 void frmMain::lvPlaySlots_refreshRow(int row) {
@@ -86,6 +88,8 @@ void frmMain::lvPlaySlots_Click() {
             case SlotActionOutcome::KindMixed:
                 slotAction = SlotAction::None;
                 updatePlaySlotButtons();
+                updatePlayChoice();
+                refreshPictures();  // the selection moved: the picture shows it
                 dialogs_.message({kKindRefusedMessage, "Information", MsgIcon::Information, MsgButtons::Ok, MsgAnswer::Ok});
                 return;
             case SlotActionOutcome::SameSlot:
@@ -101,8 +105,8 @@ void frmMain::lvPlaySlots_Click() {
             }
         }
     }
-    if (t >= 0) DrawPlay(picPlay, t);
-    followSelection();
+    updatePlayChoice();
+    refreshPictures();
     slotAction = SlotAction::None;
     updatePlaySlotButtons();
 }

@@ -2,6 +2,8 @@
 // lost, undo and redo, checked input, the keyboard, the big diagram.
 #include "window_fixture.h"
 #include "ui/diagram_window.h"
+#include "diagram/diagram.h"
+#include "render/raster_canvas.h"
 #include "ui/picture_box.h"
 
 #include <QAction>
@@ -255,6 +257,34 @@ private slots:
         QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x7C));
         QVERIFY(w->windowTitle().contains("copy.nes"));
         QVERIFY(!w->isWindowModified());
+    }
+
+    // The pictures always draw the model: after Apply and undo, for the chosen play, and nothing of an image closed.
+    void picturesFollowTheModel() {
+        open();
+        auto drawn = [&](int slot, int play) {
+            RasterCanvas c(w->picPlay->canvas().width(), w->picPlay->canvas().height());
+            zpe::DrawPlay(c, w->pb, slot, play);
+            return wrapCanvas(c).copy();
+        };
+        w->selectTab(2);
+        test::WindowFixture::clickRow(w->lvPlaySlots, 2);
+        QCOMPARE(w->picPlay->image(), drawn(2, 0));
+        const QImage before = w->picPlay->image();
+        applyAnEdit();  // A010, play 0's QB
+        QVERIFY(w->picPlay->image() != before);
+        QCOMPARE(w->picPlay->image(), drawn(2, 0));
+        w->undoStack_->undo();
+        QCOMPARE(w->picPlay->image(), before);
+        w->cmbPlay->setCurrentIndex(4);
+        emit w->cmbPlay->activated(4);
+        QCOMPARE(w->picPlay->image(), drawn(2, 4));
+        w->selectTab(1);
+        test::WindowFixture::clickRow(w->lvFormations, 4);
+        open();  // the same file again: nothing selected, nothing drawn
+        RasterCanvas empty(w->picFormation->canvas().width(), w->picFormation->canvas().height());
+        empty.clear(0xF0F0F0);
+        QCOMPARE(w->picFormation->image(), wrapCanvas(empty).copy());
     }
 
     void dataBoxesTakeOnlyHex() {
