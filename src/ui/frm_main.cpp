@@ -27,7 +27,9 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMenu>
 #include <QMenuBar>
+#include <QSettings>
 #include <QMouseEvent>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -165,6 +167,8 @@ void frmMain::buildMenus() {
     QMenu* file = menuBar()->addMenu("&File");
     mnuFileOpen = file->addAction("&Open...", this, [this] { mnuFileOpen_Click(); });
     mnuFileOpen->setShortcut(QKeySequence::Open);
+    mnuFileRecent = file->addMenu("Open &Recent");
+    connect(file, &QMenu::aboutToShow, this, [this] { updateRecentMenu(); });
     mnuFileSaveChanges = file->addAction("&Save", this, [this] { mnuFileSaveChanges_Click(); });
     mnuFileSaveChanges->setShortcut(QKeySequence::Save);
     mnuFileSaveAs = file->addAction("Save &As...", this, [this] { (void)runSaveAs(); });
@@ -479,6 +483,7 @@ bool frmMain::openImage(const QString& path) {
     }
     openedImage_ = pb.openedBytes;
     inFile_ = pb;
+    rememberRecent(path);
     undoStack_->clear();
     showPlaybook();
     StatusBar1->setText("");
@@ -548,6 +553,38 @@ void frmMain::mnuFileOpen_Click() {
     openImage(*path);
 }
 
+QStringList frmMain::recentFiles() const {
+    QSettings settings = settingsPath_.isEmpty() ? QSettings("Zentrel", "Playbook Editor")
+                                                 : QSettings(settingsPath_, QSettings::IniFormat);
+    return settings.value("recentFiles").toStringList();
+}
+
+void frmMain::rememberRecent(const QString& path) {
+    constexpr int kRecentFiles = 8;
+    QSettings settings = settingsPath_.isEmpty() ? QSettings("Zentrel", "Playbook Editor")
+                                                 : QSettings(settingsPath_, QSettings::IniFormat);
+    QStringList list = settings.value("recentFiles").toStringList();
+    const QString full = QFileInfo(path).absoluteFilePath();
+    list.removeAll(full);
+    list.prepend(full);
+    while (list.size() > kRecentFiles) list.removeLast();
+    settings.setValue("recentFiles", list);
+}
+
+void frmMain::updateRecentMenu() {
+    mnuFileRecent->clear();
+    const QStringList list = recentFiles();
+    for (int i = 0; i < list.size(); ++i) {
+        const QString path = list[i];
+        QAction* a = mnuFileRecent->addAction(QString("&%1 %2").arg(i + 1).arg(QFileInfo(path).fileName()), this, [this, path] {
+            if (maybeKeepChanges()) openImage(path);
+        });
+        a->setToolTip(path);
+        a->setStatusTip(path);
+    }
+    mnuFileRecent->setEnabled(!list.isEmpty());
+}
+
 void frmMain::reportFailure(const QString& title, const std::exception& error) {
     dialogs_.message({QString::fromLocal8Bit(error.what()), title, MsgIcon::Exclamation, MsgButtons::Ok, MsgAnswer::Ok});
 }
@@ -588,6 +625,7 @@ bool frmMain::runSaveAs() {
         afterSave(summary);
         undoStack_->clear();  // the steps belong to the other file
         updateCaption();
+        rememberRecent(path);
         StatusBar1->setText("Saved as " + QFileInfo(path).fileName() + ". " + QString::fromStdString(summary.text()));
         return true;
     } catch (const std::exception& e) {

@@ -23,6 +23,7 @@ class QFrame;
 class QLabel;
 class QLineEdit;
 class QListWidget;
+class QMenu;
 class QPlainTextEdit;
 class QPushButton;
 class QTabBar;
@@ -117,6 +118,10 @@ private:
     bool runSave();
     // Save As: the edited image into a new file, which the window then works on.
     bool runSaveAs();
+    // The recent files (File > Open Recent), newest first, at most eight, kept in the settings.
+    QStringList recentFiles() const;
+    void rememberRecent(const QString& path);
+    void updateRecentMenu();
     // After a save opened the image again: lists, undo, what is in the file,
     // and the selected sequence and command kept.
     void afterSave(const SaveSummary& summary);
@@ -208,6 +213,8 @@ private:
 
     // --- Controls ---
     QAction *mnuEditUndo, *mnuEditRedo, *mnuFileExportIps;
+    QMenu* mnuFileRecent;
+    QString settingsPath_;  // an INI file for the settings; empty: the platform's place (tests set one)
     QAction *mnuFileOpen, *mnuFileSaveChanges, *mnuFileSaveAs, *mnuFileSafeSave, *mnuFileSave, *mnuFileCompact, *mnuFileExportMaskROM,
         *mnuFileCheckImage, *mnuFileExit,
         *mnuHelpAbout;

@@ -8,6 +8,8 @@
 
 #include <QAction>
 #include <QComboBox>
+#include <QFileInfo>
+#include <QMenu>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
@@ -285,6 +287,19 @@ private slots:
         RasterCanvas empty(w->picFormation->canvas().width(), w->picFormation->canvas().height());
         empty.clear(0xF0F0F0);
         QCOMPARE(w->picFormation->image(), wrapCanvas(empty).copy());
+    }
+
+    // File > Open Recent lists what was opened, newest first, and opens it.
+    void recentFilesReopen() {
+        w->settingsPath_ = QString::fromStdString(fx.cwd.file("settings.ini"));
+        open();
+        w->updateRecentMenu();
+        const QList<QAction*> recent = w->mnuFileRecent->actions();
+        QVERIFY(!recent.isEmpty());
+        QCOMPARE(recent.first()->toolTip(), QFileInfo(fx.imagePath()).absoluteFilePath());
+        w->pb = Playbook{};
+        recent.first()->trigger();
+        QVERIFY(w->pb.openComplete);
     }
 
     void dataBoxesTakeOnlyHex() {

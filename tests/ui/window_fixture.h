@@ -5,6 +5,7 @@
 #include "support/image_builder.h"
 #include "ui/frm_main.h"
 
+#include <QStandardPaths>
 #include <QTest>
 #include <QTreeWidget>
 #include <memory>
@@ -29,6 +30,8 @@ struct WindowFixture {
 
     // Writes the image and shows a new window (nothing opened yet).
     void start(const ImageBuilder& builder) {
+        // Settings (the recent files) go to a test folder, never the user's.
+        QStandardPaths::setTestModeEnabled(true);
         image = std::make_unique<TempFile>(builder.write());
         dialogs = std::make_unique<FakeDialogs>();
         w = std::make_unique<frmMain>(*dialogs, QString::fromStdString(data.path()), QString::fromStdString(cwd.path()));
