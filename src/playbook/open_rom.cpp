@@ -121,6 +121,11 @@ Playbook openRom(const std::string& path, const std::string& dataDir) {
 
 Playbook openImage(Image& image, const std::string& dataDir) {
     const std::string& path = image.path();
+    // The playbook's tables end with the slots' graphics records: a shorter file cannot be an image of the game.
+    constexpr int64_t kTablesEnd = kGfxTableOffset + static_cast<int64_t>(kSlotCount) * kGfxRecordSize;
+    if (static_cast<int64_t>(image.bytes().size()) < kTablesEnd)
+        throw RomError(path + ": not an image of the game: too short (" + std::to_string(image.bytes().size()) +
+                       " bytes; its playbook tables end at byte " + std::to_string(kTablesEnd) + ")");
     const std::string formsPath = dataDir + "/forms.txt";
     const std::vector<std::string> formNames = readFormNames(formsPath);
     if (formNames.empty()) throw RomError(formsPath + ": names no formation");

@@ -8,6 +8,18 @@
 namespace zpe {
 
 namespace {
+// The data values the game reads as signed bytes: steps and offsets of moves
+// (vertical, then horizontal), the drop-back, speed changes and the relative jump.
+bool readsSigned(int code, int slot) {
+    switch (code) {
+    case cmd::kDropBack: case cmd::kMoveRelative: case cmd::kMoveToBall: case 0xCD: case 0xCE: case 0xCF:
+        return slot <= 1;
+    case cmd::kMoveToField: return slot == 1;
+    case 0xE2: case 0xE3: case 0xF7: case cmd::kRelativeJump: return slot == 0;
+    default: return false;
+    }
+}
+
 // Data values are shown as the 16-bit form of the stored value.
 std::string valueText(int16_t v) { return hexPlain(static_cast<uint16_t>(v)); }
 }  // namespace
@@ -24,6 +36,10 @@ CommandPanelView describeCommand(const clsSequence& seq, int pos, const CommandS
         slot.maxLength = k == 0 && cmd::isLowCode(code) ? 1 : 2;
         slot.shown = k < shown;
         if (slot.shown) slot.text = valueText(seq.data(pos, k));
+        if (slot.shown && readsSigned(code, k)) {
+            const int v = seq.data(pos, k) & 0xFF;
+            slot.meaning = "= " + std::to_string(v >= 0x80 ? v - 256 : v);
+        }
     }
 
     if (sheet) {

@@ -26,6 +26,7 @@ struct DataSlotView {
     int selected = -1;       // the list item of the value; -1 when the value has no item
     std::string text;        // the text box: the value in hexadecimal ("" when not shown)
     int maxLength = 2;       // hexadecimal digits the text box takes
+    std::string meaning;     // a signed value in decimal ("= -8" for F8) where the command reads it signed; else ""
 };
 
 struct CommandPanelView {

@@ -191,6 +191,15 @@ void frmMain::buildMenus() {
     edit->addAction(mnuEditUndo);
     edit->addAction(mnuEditRedo);
     QMenu* help = menuBar()->addMenu("&Help");
+    help->addAction("&Keyboard and Mouse", this, [this] {
+        dialogs_.message({"Ctrl+O  open an image\nCtrl+S  save every edit\nCtrl+Shift+S  save as a new file\n"
+                          "Ctrl+Z / Ctrl+Shift+Z  undo / redo\nCtrl+Q  quit\n\n"
+                          "Arrow keys in a list  select and draw, as a click does\n"
+                          "Enter on a play slot  complete a pending copy or swap\n"
+                          "Enter in a data box  apply the edits\n"
+                          "Double-click a picture  open the big diagram",
+                          "Keyboard and Mouse", MsgIcon::Information, MsgButtons::Ok, MsgAnswer::Ok});
+    });
     mnuHelpAbout = help->addAction("&About", this, [this] { mnuHelpAbout_Click(); });
 }
 
@@ -202,6 +211,7 @@ void frmMain::buildFormationsTab() {
     fraFormationButtons = buttonBar(client);
     cmdFormationViewGFX = button("View GFX", fraFormationButtons, 2880, 60);
     connect(cmdFormationViewGFX, &QPushButton::clicked, this, [this] { cmdFormationViewGFX_Click(); });
+    cmdFormationViewGFX->setToolTip("Show or hide the picture of the selected formation");
     picFormation = new PictureBox(pixels(kPicFormationWidth), pixels(kPicFormationHeight), client);
 }
 
@@ -214,6 +224,11 @@ void frmMain::buildPlaySlotsTab() {
     cmdCopyPlaySlot = button("Copy", fraPlaySlots, 240, 60);
     cmdSwapPlaySlot = button("Swap", fraPlaySlots, 1560, 60);
     cmdPlaySlotDetails = button("Show Details", fraPlaySlots, 2880, 60);
+    cmdCopyPlaySlot->setEnabled(false);  // until a slot is selected
+    cmdSwapPlaySlot->setEnabled(false);
+    cmdCopyPlaySlot->setToolTip("Copy the selected slot over the slot you click next");
+    cmdSwapPlaySlot->setToolTip("Swap the selected slot with the slot you click next");
+    cmdPlaySlotDetails->setToolTip("Show or hide the picture of the selected slot's play");
     connect(cmdCopyPlaySlot, &QPushButton::clicked, this, [this] { cmdCopyPlaySlot_Click(); });
     connect(cmdSwapPlaySlot, &QPushButton::clicked, this, [this] { cmdSwapPlaySlot_Click(); });
     connect(cmdPlaySlotDetails, &QPushButton::clicked, this, [this] { cmdPlaySlotDetails_Click(); });
@@ -239,6 +254,7 @@ void frmMain::buildSequencesTab() {
     lvSequences->setSortingEnabled(false);
     fraSeq = buttonBar(client);
     cmdSeqDetails = button("Show Details", fraSeq, 2880, 60);
+    cmdSeqDetails->setToolTip("Show or hide the editor of the selected sequence");
     connect(cmdSeqDetails, &QPushButton::clicked, this, [this] { cmdSeqDetails_Click(); });
     fraSeqDetails = new QFrame(client);
     fraSeqDetails->setFrameShape(QFrame::Box);
@@ -476,6 +492,7 @@ bool frmMain::openImage(const QString& path) {
         clearLists();
         clearSeqPanel();  // the previous image's working copy must not be applied to anything
         updateCaption();
+        updatePlaySlotButtons();
         updatePlayChoice();
         refreshPictures();
         StatusBar1->setText(shortMessage(e.what(), path));

@@ -233,6 +233,7 @@ private:
     UpDown* udSeqCommand;
     std::array<QLabel*, kPanelSlots> lblCmdData{};
     std::array<QLineEdit*, kPanelSlots> txtSeqData{};
+    std::array<QLabel*, kPanelSlots> lblCmdMeaning{};  // "= -8": a signed value in decimal
     std::array<QComboBox*, kPanelSlots> cmbCmdData{};
     QPlainTextEdit* txtCmdNotes;
     QPushButton *cmdSeqDelCmd, *cmdSeqApply, *cmdSeqAddCmd;

@@ -76,6 +76,7 @@ void frmMain::lvPlaySlots_refreshRow(int row) {
 
 void frmMain::lvPlaySlots_Click() {
     const int t = selectedRow(lvPlaySlots);
+    QString done;  // what the status bar says afterwards
     if (slotAction != SlotAction::None) {
         // A click that leaves no row selected ends the pending action with no change.
         if (t >= 0) {
@@ -100,6 +101,8 @@ void frmMain::lvPlaySlots_Click() {
                 for (const auto& [s, fields] : before) after.emplace_back(s, pb.playSlots[static_cast<size_t>(s)]);
                 undoStack_->push(new SlotsStep(swap ? "Swap Slots" : "Copy Slot", before, after,
                                                [this](const SlotStates& states) { restoreSlots(states); }));
+                done = swap ? QString("Swapped slots %1 and %2 (not saved yet).").arg(slotActionSource).arg(t)
+                            : QString("Copied slot %1 over slot %2 (not saved yet).").arg(slotActionSource).arg(t);
                 break;
             }
             }
@@ -109,6 +112,7 @@ void frmMain::lvPlaySlots_Click() {
     refreshPictures();
     slotAction = SlotAction::None;
     updatePlaySlotButtons();
+    if (!done.isEmpty()) StatusBar1->setText(done);
 }
 
 }  // namespace zpe

@@ -40,6 +40,9 @@ void frmMain::buildSeqDetailsPanel() {
     udSeqCommand->onDownClick = [this] { udSeqCommand_DownClick(); };
 
     cmdSeqDelCmd = new QPushButton("Remove", e);
+    cmdSeqDelCmd->setToolTip("Remove the selected command from the working copy (Edit > Undo brings it back)");
+    udSeqCommand->setToolTip("Move the selected command up or down");
+    lstSeqCommands->setToolTip("The working copy's commands: where each was read (\"new\" for an added one) and what it does");
     cmdSeqDelCmd->setGeometry(px(3120, 1680, 1215, 375));
     connect(cmdSeqDelCmd, &QPushButton::clicked, this, [this] { cmdSeqDelCmd_Click(); });
 
@@ -54,6 +57,12 @@ void frmMain::buildSeqDetailsPanel() {
         txtSeqData[k]->setValidator(new QRegularExpressionValidator(QRegularExpression("[0-9A-Fa-f]*"), txtSeqData[k]));
         connect(txtSeqData[k], &QLineEdit::textChanged, this,
                 [this, k](const QString&) { txtSeqData_Change(static_cast<int>(k)); });
+        connect(txtSeqData[k], &QLineEdit::returnPressed, this, [this] { cmdSeqApply_Click(); });  // Enter applies
+        txtSeqData[k]->setToolTip("The value in hexadecimal; Enter applies the edits");
+        lblCmdMeaning[k] = new QLabel(e);
+        lblCmdMeaning[k]->setGeometry(px(4980, kSlotTops[k], 900, 285));
+        lblCmdMeaning[k]->setToolTip("The value as the game reads it: a signed step or offset");
+        lblCmdMeaning[k]->hide();
         cmbCmdData[k] = new QComboBox(e);
         cmbCmdData[k]->setGeometry(px(4800, kSlotTops[k], 1095, 315));
         cmbCmdData[k]->setEditable(false);
@@ -70,10 +79,13 @@ void frmMain::buildSeqDetailsPanel() {
     cmbNewSeqCmd = new QComboBox(e);
     cmbNewSeqCmd->setGeometry(px(120, 2280, 2895, 315));
     cmdSeqAddCmd = new QPushButton("Add", e);
+    cmdSeqAddCmd->setToolTip("Add the command chosen in the list after the selected one");
+    cmbNewSeqCmd->setToolTip("The command Add inserts");
     cmdSeqAddCmd->setGeometry(px(3120, 2280, 1215, 375));
     cmdSeqAddCmd->setEnabled(false);  // until a sequence is in the panel
     connect(cmdSeqAddCmd, &QPushButton::clicked, this, [this] { cmdSeqAddCmd_Click(); });
     cmdSeqApply = new QPushButton("Apply", e);
+    cmdSeqApply->setToolTip("Store the working copy into the sequence (File > Save writes it into the image)");
     cmdSeqApply->setGeometry(px(4440, 2280, 1215, 375));
     connect(cmdSeqApply, &QPushButton::clicked, this, [this] { cmdSeqApply_Click(); });
 }
@@ -141,6 +153,7 @@ void frmMain::lstSeqCommands_update() {
         for (size_t k = 0; k < kPanelSlots; ++k) {
             txtSeqData[k]->hide();
             cmbCmdData[k]->hide();
+            lblCmdMeaning[k]->hide();
         }
         txtCmdNotes->clear();
         return;
@@ -166,6 +179,8 @@ void frmMain::lstSeqCommands_Click() {
         txtSeqData[k]->setMaxLength(slot.maxLength);
         txtSeqData[k]->setText(QString::fromLatin1(slot.text));
         txtSeqData[k]->setVisible(slot.shown && !slot.list);
+        lblCmdMeaning[k]->setText(QString::fromStdString(slot.meaning));
+        lblCmdMeaning[k]->setVisible(slot.shown && !slot.list && !slot.meaning.empty());
         // The list stands where the text box was.
         cmbCmdData[k]->move(txtSeqData[k]->pos());
         cmbCmdData[k]->clear();
@@ -199,6 +214,8 @@ void frmMain::editWorkingValue(int index, int16_t value) {
     undoStack_->push(new SequenceStep("Edit Value", before, curSeq, [this](const clsSequence& seq) { restoreWorkingCopy(seq); },
                                       true, key));
     lstSeqCommands_refresh();
+    const std::string meaning = describeCommand(curSeq, p, nullptr).dataSlots[static_cast<size_t>(index)].meaning;
+    lblCmdMeaning[static_cast<size_t>(index)]->setText(QString::fromStdString(meaning));
     cmdSeqApply->setEnabled(workingCopyEdited());
     refreshModified();
 }
@@ -324,6 +341,7 @@ void frmMain::clearSeqPanel() {
         lblCmdData[k]->hide();
         txtSeqData[k]->hide();
         cmbCmdData[k]->hide();
+        lblCmdMeaning[k]->hide();
     }
     txtCmdNotes->clear();
     cmdSeqApply->setEnabled(false);

@@ -9,6 +9,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QTabBar>
+#include <QLineEdit>
 #include <QTest>
 #include <QTreeWidget>
 #include <sys/stat.h>
@@ -70,6 +71,15 @@ class FrmMainTest : public QObject {
 private slots:
     void init() { fx.start(windowImage()); }
     void cleanup() { fx.stop(); }
+
+    // Every button, data box and list says what it does; an empty list enables no copy or swap.
+    void everyControlHasATooltip() {
+        for (QWidget* c : w->findChildren<QWidget*>()) {
+            if (!qobject_cast<QPushButton*>(c) && !qobject_cast<QLineEdit*>(c)) continue;
+            QVERIFY2(!c->toolTip().isEmpty(), qPrintable(c->objectName() + " " + c->metaObject()->className()));
+        }
+        QVERIFY(!w->cmdCopyPlaySlot->isEnabled() && !w->cmdSwapPlaySlot->isEnabled());
+    }
 
     void startUpShowsTheEmptyFormationsTab() {
         QCOMPARE(w->windowTitle(), QString("Zentrel Playbook Editor BETA3"));
@@ -170,7 +180,7 @@ private slots:
         const QStringList row3 = rowCells(w->lvPlaySlots, 3);
         clickRow(w->lvPlaySlots, 5);
         QCOMPARE(w->slotAction, SlotAction::None);
-        QCOMPARE(w->StatusBar1->text(), QString());
+        QCOMPARE(w->StatusBar1->text(), QString("Copied slot 2 over slot 5 (not saved yet)."));
         QCOMPARE(w->cmdCopyPlaySlot->text(), QString("Copy"));
         QCOMPARE(rowCells(w->lvPlaySlots, 6), row3);
         QCOMPARE(rowCells(w->lvPlaySlots, 3), row3);

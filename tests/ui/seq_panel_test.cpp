@@ -126,6 +126,18 @@ private slots:
         QVERIFY(!w->txtCmdNotes->toPlainText().contains(kReadsDifferentlyNote));
     }
 
+    // A signed step shows its decimal value beside the hex; Enter in a box applies.
+    void signedValuesAndEnter() {
+        pickSequence("A000");
+        w->lstSeqCommands->setCurrentRow(1);  // D7 05 FD
+        QCOMPARE(w->lblCmdMeaning[0]->text(), QString("= 5"));
+        QCOMPARE(w->lblCmdMeaning[1]->text(), QString("= -3"));
+        w->txtSeqData[1]->setText("F8");
+        QCOMPARE(w->lblCmdMeaning[1]->text(), QString("= -8"));
+        QTest::keyClick(w->txtSeqData[1], Qt::Key_Return);
+        QCOMPARE(w->pb.sequences.at(0xA000).data(1, 1), int16_t(0xF8));
+    }
+
     // Remove and the arrows never leave a sequence without its end command last.
     void theEndCommandStaysLast() {
         pickSequence("A020");
