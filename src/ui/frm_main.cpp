@@ -87,9 +87,25 @@ QTreeWidget* listView(QWidget* parent, std::initializer_list<Column> columns) {
     }
     lv->setHeaderItem(header);
     i = 0;
-    for (const Column& c : columns) lv->setColumnWidth(i++, pixels(c.width));
+    QVariantList design;
+    for (const Column& c : columns) {
+        lv->setColumnWidth(i++, pixels(c.width));
+        design << pixels(c.width);
+    }
+    lv->setProperty("designWidths", design);
     lv->header()->setStretchLastSection(false);
+    lv->header()->setSectionResizeMode(QHeaderView::Interactive);  // the user may widen any column
     return lv;
+}
+
+// Columns at least as wide as their design and as their longest text, so
+// nothing is cut where there is room; the list scrolls sideways otherwise.
+void fitColumns(QTreeWidget* lv) {
+    const QVariantList design = lv->property("designWidths").toList();
+    for (int c = 0; c < lv->columnCount() && c < design.size(); ++c) {
+        lv->resizeColumnToContents(c);
+        if (lv->columnWidth(c) < design[c].toInt()) lv->setColumnWidth(c, design[c].toInt());
+    }
 }
 
 }  // namespace
@@ -340,7 +356,10 @@ void frmMain::hideTabControls() {
 void frmMain::UpdateTabs() {
     hideTabControls();
     slotAction = SlotAction::None;
-    const LayoutInput in{selectedTab(), tabClient(), showFormationGFX, showPlaySlotDetails, showSeqDetails};
+    LayoutInput in{selectedTab(), tabClient(), showFormationGFX, showPlaySlotDetails, showSeqDetails};
+    // The display area at the design size: the strip's place there, less the same header and border.
+    if (const auto strip = tabStripRect(kDesignClientWidth, kDesignClientHeight, twips(statusBar()->height())))
+        in.designHeight = tabClientArea(*strip, twips(tabs->sizeHint().height()), twips(2)).height;
     bool completed = true;
     for (const LayoutStep& step : tabLayout(in)) {
         // A move to a negative size ends the pass; what is not yet shown stays hidden.
@@ -362,6 +381,7 @@ void frmMain::UpdateTabs() {
         }
     }
     if (!completed) return;
+    if (in.tab == static_cast<int>(TabIndex::Sequences) && showSeqDetails) growSeqDetails(seqDetailsHeight(in) - kSeqDetailsHeight);
     if (in.tab == static_cast<int>(TabIndex::Formations)) updateFormationButtons();
     if (in.tab == static_cast<int>(TabIndex::PlaySlots)) updatePlaySlotButtons();
 }
@@ -445,7 +465,10 @@ void frmMain::selectRow(QTreeWidget* list, int row) {
 void frmMain::setRowCells(QTreeWidget* list, int index, const ListRow& row) {
     QTreeWidgetItem* item = list->topLevelItem(index);
     if (!item) return;
-    for (size_t c = 0; c < row.cells.size(); ++c) item->setText(static_cast<int>(c), QString::fromLatin1(row.cells[c]));
+    for (size_t c = 0; c < row.cells.size(); ++c) {
+        item->setText(static_cast<int>(c), QString::fromLatin1(row.cells[c]));
+        item->setToolTip(static_cast<int>(c), QString::fromLatin1(row.cells[c]));
+    }
 }
 
 void frmMain::clearLists() {
@@ -461,6 +484,7 @@ QList<QTreeWidgetItem*> makeItems(const QTreeWidget* lv, const std::vector<ListR
         auto* item = new QTreeWidgetItem;
         for (size_t c = 0; c < row.cells.size(); ++c) {
             item->setText(static_cast<int>(c), QString::fromLatin1(row.cells[c]));
+            item->setToolTip(static_cast<int>(c), QString::fromLatin1(row.cells[c]));  // the whole text where it is cut
             item->setTextAlignment(static_cast<int>(c), Qt::Alignment(lv->headerItem()->textAlignment(static_cast<int>(c))));
         }
         if (row.address >= 0) item->setData(0, Qt::UserRole, row.address);
@@ -471,12 +495,16 @@ QList<QTreeWidgetItem*> makeItems(const QTreeWidget* lv, const std::vector<ListR
 }  // namespace
 
 void frmMain::fillLists(const ListRows& rows) {
-    for (int c = 1; c <= 11; ++c) lvFormations->setColumnWidth(c, pixels(700));
+    // An open narrows the formation columns to 700 twips, as far as their addresses allow.
+    QVariantList design = lvFormations->property("designWidths").toList();
+    for (int c = 1; c <= 11 && c < design.size(); ++c) design[c] = pixels(700);
+    lvFormations->setProperty("designWidths", design);
     lvFormations->addTopLevelItems(makeItems(lvFormations, rows.formations));
     lvPlaySlots->addTopLevelItems(makeItems(lvPlaySlots, rows.playSlots));
     lvPlays->addTopLevelItems(makeItems(lvPlays, rows.plays));
     // The core gives the Sequences rows in the list's order: ascending on the Address text.
     lvSequences->addTopLevelItems(makeItems(lvSequences, rows.sequences));
+    for (QTreeWidget* lv : {lvFormations, lvPlaySlots, lvPlays, lvSequences}) fitColumns(lv);
 }
 
 bool frmMain::openImage(const QString& path) {
@@ -783,6 +811,7 @@ void frmMain::refreshAddressLists() {
     // Row keys name sequence addresses: the list is rebuilt, and the panel's working copy goes with it.
     lvSequences->clear();
     lvSequences->addTopLevelItems(makeItems(lvSequences, rows.sequences));
+    for (QTreeWidget* lv : {lvFormations, lvPlays, lvSequences}) fitColumns(lv);
     clearSeqPanel();
 }
 

@@ -160,6 +160,8 @@ private:
     void refreshPictures();
     // Fills the play selector with the selected slot's eight plays.
     void updatePlayChoice();
+    // The editor panel's command list takes `extra` twips more height; the controls under it move down.
+    void growSeqDetails(int extra);
     void lstSeqCommands_update();
     void lstSeqCommands_refresh();
     // Empties the panel and disables "Apply" (a new image, a relaid one).

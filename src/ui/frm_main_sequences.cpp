@@ -90,6 +90,14 @@ void frmMain::buildSeqDetailsPanel() {
     connect(cmdSeqApply, &QPushButton::clicked, this, [this] { cmdSeqApply_Click(); });
 }
 
+void frmMain::growSeqDetails(int extra) {
+    lstSeqCommands->setGeometry(px(120, 240, 2895, 1875 + extra));
+    cmbNewSeqCmd->move(pixels(120), pixels(2280 + extra));
+    cmdSeqAddCmd->move(pixels(3120), pixels(2280 + extra));
+    cmdSeqApply->move(pixels(4440), pixels(2280 + extra));
+    cmdSeqDelCmd->move(pixels(3120), pixels(1680 + extra));
+}
+
 void frmMain::cmdSeqDetails_Click() {
     showSeqDetails = !showSeqDetails;
     UpdateTabs();
@@ -149,6 +157,7 @@ void frmMain::lstSeqCommands_update() {
     for (int i = 0; i < curSeq.commandCount(); ++i)
         lstSeqCommands->addItem(QString::fromLatin1((isNewOrigin(curSeq.commandAddress(i)) ? std::string("new ") : hex4(curSeq.commandAddress(i))) +
                                                     ": " + curSeq.commandName(i, cmdNames)));
+    for (int i = 0; i < lstSeqCommands->count(); ++i) lstSeqCommands->item(i)->setToolTip(lstSeqCommands->item(i)->text());
     if (lstSeqCommands->count() == 0) {
         for (size_t k = 0; k < kPanelSlots; ++k) {
             txtSeqData[k]->hide();
@@ -164,6 +173,7 @@ void frmMain::lstSeqCommands_update() {
 void frmMain::lstSeqCommands_refresh() {
     for (int i = 0; i < curSeq.commandCount() && i < lstSeqCommands->count(); ++i)
         lstSeqCommands->item(i)->setText(QString::fromLatin1(curSeq.commandName(i, cmdNames)));
+    for (int i = 0; i < lstSeqCommands->count(); ++i) lstSeqCommands->item(i)->setToolTip(lstSeqCommands->item(i)->text());
 }
 
 void frmMain::lstSeqCommands_Click() {
@@ -281,7 +291,11 @@ void frmMain::restoreSequence(const clsSequence& seq) {
     clsSequence& stored = pb.sequences.at(seq.address());
     stored.clone(seq);
     const int row = sequenceRow(seq.address());
-    if (row >= 0) lvSequences->topLevelItem(row)->setText(1, QString::fromLatin1(stored.commandString(cmdNames)));
+    if (row >= 0) {
+        const QString text = QString::fromLatin1(stored.commandString(cmdNames));
+        lvSequences->topLevelItem(row)->setText(1, text);
+        lvSequences->topLevelItem(row)->setToolTip(1, text);
+    }
     // The panel keeps its working copy: undoing an Apply leaves its edits there, not applied.
     if (curSeq.address() == seq.address()) cmdSeqApply->setEnabled(workingCopyEdited());
     refreshModified();

@@ -1,5 +1,6 @@
 #include "ui/layout.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace zpe {
@@ -23,6 +24,11 @@ TwipRect tabClientArea(const TwipRect& strip, int headerHeight, int border) {
 
 bool stepApplies(const LayoutStep& step) {
     return step.op != LayoutStep::Op::Move || (step.rect.width >= 0 && step.rect.height >= 0);
+}
+
+int seqDetailsHeight(const LayoutInput& in) {
+    const int extra = in.designHeight > 0 ? std::max(0, in.client.height - in.designHeight) : 0;
+    return kSeqDetailsHeight + extra / 2;
 }
 
 std::vector<LayoutStep> tabLayout(const LayoutInput& in) {
@@ -66,7 +72,7 @@ std::vector<LayoutStep> tabLayout(const LayoutInput& in) {
         steps.push_back(show(Ctl::lvPlays));
         break;
     case TabIndex::Sequences: {
-        const int bw = kButtonBarWidth, bh = kButtonBarHeight, eh = kSeqDetailsHeight;
+        const int bw = kButtonBarWidth, bh = kButtonBarHeight, eh = seqDetailsHeight(in);
         steps.push_back(move(Ctl::lvSequences, CL, CT, CW, CH - bh));
         steps.push_back(move(Ctl::fraSeq, CL + CW - bw, CT + CH - bh, bw, bh));
         if (!in.showSeqDetails) {

@@ -45,7 +45,13 @@ struct LayoutInput {
     bool showFormationGFX = false;
     bool showPlaySlotDetails = false;
     bool showSeqDetails = false;
+    // The display area's height at the design size: a taller window gives half
+    // of what it has more to the sequence editor (0: no growth).
+    int designHeight = 0;
 };
+
+// The sequence editor's height for a display area `clientHeight` twips high.
+int seqDetailsHeight(const LayoutInput& in);
 
 // The tab strip's place: 32 twips in from the top left, leaving 32 at the right
 // and above the status bar. None when the width or height would be negative

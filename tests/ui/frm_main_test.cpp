@@ -10,6 +10,7 @@
 #include <QPushButton>
 #include <QTabBar>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QTest>
 #include <QTreeWidget>
 #include <sys/stat.h>
@@ -81,6 +82,18 @@ private slots:
         QVERIFY(!w->cmdCopyPlaySlot->isEnabled() && !w->cmdSwapPlaySlot->isEnabled());
     }
 
+    // At the design size the editor keeps its specified size; a taller window gives it room.
+    void aTallerWindowGrowsTheEditor() {
+        openWindowImage();
+        w->selectTab(4);
+        w->cmdSeqDetails_Click();
+        QCOMPARE(w->lstSeqCommands->height(), pixels(1875));
+        QCOMPARE(w->fraSeqDetails->height(), pixels(kSeqDetailsHeight));
+        w->setClientSize(kDesignClientWidth, kDesignClientHeight + 3000);
+        QCOMPARE(w->lstSeqCommands->height(), pixels(1875 + 1500));
+        QVERIFY(w->cmdSeqApply->y() + w->cmdSeqApply->height() <= w->fraSeqDetails->height());
+    }
+
     void startUpShowsTheEmptyFormationsTab() {
         QCOMPARE(w->windowTitle(), QString("Zentrel Playbook Editor BETA3"));
         QCOMPARE(w->selectedTab(), 1);
@@ -120,7 +133,10 @@ private slots:
         QCOMPARE(rowCells(w->lvPlaySlots, 1), (QStringList{"SLOT 0", "R1", "FORM 4", "00:00", "01:01", "01:02", "00:03", "01:04", "01:05", "00:06", "01:07"}));
         QCOMPARE(rowCells(w->lvSequences, 1).first(), QString("A000-A003"));
         QCOMPARE(w->lvSequences->topLevelItem(0)->data(0, Qt::UserRole).toInt(), 0xA000);
-        QCOMPARE(w->lvFormations->columnWidth(1), pixels(700));
+        // 700 twips, or wider where the addresses would be cut.
+        QVERIFY(w->lvFormations->columnWidth(1) >= pixels(700));
+        QVERIFY(w->lvFormations->columnWidth(1) >= w->lvFormations->fontMetrics().horizontalAdvance("A000"));
+        QVERIFY(w->lvSequences->columnWidth(0) >= w->lvSequences->fontMetrics().horizontalAdvance("A000-A003"));
         QVERIFY(w->mnuFileSave->isEnabled() && w->mnuFileSafeSave->isEnabled() && w->mnuFileExportMaskROM->isEnabled());
         QVERIFY(QFile::exists(QString::fromStdString(cwd.file("cpu.txt"))));
     }
