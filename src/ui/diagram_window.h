@@ -11,6 +11,7 @@
 #include <QWidget>
 
 class QComboBox;
+class QLabel;
 class QPushButton;
 
 namespace zpe {
@@ -32,10 +33,13 @@ public:
 
 private:
     void refresh();
+    // What is drawn: "SWEEP RIGHT — play 5 (21:35)" or "PRO T — formation 4"; "" for nothing.
+    QString subject() const;
 
     const Playbook& pb_;
     Dialogs& dialogs_;
     QComboBox* plays_;
+    QLabel* playsLabel_;
     QPushButton* save_;
     DiagramView* view_;
 };

@@ -63,8 +63,8 @@ std::optional<QString> QtDialogs::openFile(const QString& filter) {
     return path;
 }
 
-std::optional<QString> QtDialogs::saveFile(const QString& filter) {
-    const QString path = QFileDialog::getSaveFileName(parent_, QString(), QString(), qtFilter(filter));
+std::optional<QString> QtDialogs::saveFile(const QString& filter, const QString& suggested) {
+    const QString path = QFileDialog::getSaveFileName(parent_, QString(), suggested, qtFilter(filter));
     if (path.isEmpty()) return std::nullopt;
     return path;
 }

@@ -32,7 +32,8 @@ public:
     virtual MsgAnswer message(const MessageBoxSpec& box) = 0;
     // Open and save dialogs with a "text|pattern|..." filter; none when cancelled.
     virtual std::optional<QString> openFile(const QString& filter) = 0;
-    virtual std::optional<QString> saveFile(const QString& filter) = 0;
+    // `suggested`: the file name the dialog proposes ("" for none).
+    virtual std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString()) = 0;
     // Shows a long text read-only in a resizable window the user can copy from.
     virtual void showText(const QString& title, const QString& text) = 0;
 };
@@ -47,7 +48,7 @@ public:
     void setParent(QWidget* parent) { parent_ = parent; }
     MsgAnswer message(const MessageBoxSpec& box) override;
     std::optional<QString> openFile(const QString& filter) override;
-    std::optional<QString> saveFile(const QString& filter) override;
+    std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString()) override;
     void showText(const QString& title, const QString& text) override;
 
 private:

@@ -24,7 +24,11 @@ public:
         return a;
     }
     std::optional<QString> openFile(const QString& filter) override { return next(filter); }
-    std::optional<QString> saveFile(const QString& filter) override { return next(filter); }
+    std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString()) override {
+        suggestions << suggested;
+        return next(filter);
+    }
+    QStringList suggestions;  // the file name each save dialog proposed
     std::vector<std::pair<QString, QString>> texts;  // title and text of each text window
     void showText(const QString& title, const QString& text) override { texts.emplace_back(title, text); }
 

@@ -341,10 +341,22 @@ private slots:
         QVERIFY(first != fifth);
         w->diagram_->choosePlay(0);
         QCOMPARE(w->diagram_->picture(), first);
-        const QString png = QString::fromStdString(fx.cwd.file("big.png"));
+        QCOMPARE(w->diagram_->windowTitle(), QString("Diagram: SLOT 2 \u2014 play 1 (00:00)"));
+        // The field fills the picture: no black stripe anywhere along its edges.
+        const QImage picture = w->diagram_->picture();
+        for (int y = 0; y < picture.height(); y += 7)
+            for (int x : {0, picture.width() / 2, picture.width() - 1}) QVERIFY(picture.pixelColor(x, y) != QColor(Qt::black));
+        const QString png = QString::fromStdString(fx.cwd.file("big"));
         fx.dialogs->files.push_back(png);
         w->diagram_->savePicture();
-        QCOMPARE(QImage(png).size(), w->diagram_->picture().size());
+        QCOMPARE(fx.dialogs->suggestions.back(), QString("SLOT 2 - play 1 (00-00).png"));
+        QCOMPARE(QImage(png + ".png").size(), w->diagram_->picture().size());
+        // A formation: the play selector goes.
+        w->selectTab(1);
+        QTest::mouseDClick(static_cast<QWidget*>(w->picFormation), Qt::LeftButton);
+        test::WindowFixture::clickRow(w->lvFormations, 4);
+        QVERIFY(w->diagram_->windowTitle().endsWith("FORM 4 \u2014 formation 4"));
+        QVERIFY(!w->diagram_->findChild<QComboBox*>()->isVisible());
     }
 };
 
