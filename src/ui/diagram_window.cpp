@@ -63,8 +63,14 @@ public:
         const QRectF area(0, 0, width_ * scale_, height_ * scale_);
         for (const Label& l : labels_) {
             const double w = m.horizontalAdvance(l.text), h = m.height();
-            const QPointF places[] = {{gap, -gap - h}, {gap, gap}, {-gap - w, -gap - h}, {-gap - w, gap},
-                                      {gap, -3 * gap - 2 * h}, {gap, 3 * gap + h}, {-w / 2, -4 * gap - h}, {-w / 2, 4 * gap}};
+            // Above right of the point first, then the other corners, then further out ring by ring.
+            std::vector<QPointF> places;
+            for (int ring = 1; ring <= 6; ++ring) {
+                const double d = gap + (ring - 1) * h * 0.75;
+                for (const QPointF& o : {QPointF(d, -d - h), QPointF(d, d), QPointF(-d - w, -d - h), QPointF(-d - w, d),
+                                         QPointF(d, -h / 2), QPointF(-d - w, -h / 2), QPointF(-w / 2, -d - h), QPointF(-w / 2, d)})
+                    places.push_back(o);
+            }
             QRectF chosen(l.at + places[0], QSizeF(w, h));
             for (const QPointF& offset : places) {
                 const QRectF r(l.at + offset, QSizeF(w, h));
@@ -77,9 +83,9 @@ public:
             taken_.push_back(chosen);
             QPainterPath path;
             path.addText(chosen.left(), chosen.top() + m.ascent(), p_.font(), l.text);
-            p_.strokePath(path, QPen(Qt::black, std::max(2.0, scale_ * 0.9), Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+            p_.strokePath(path, QPen(Qt::black, std::max(2.0, scale_ * 0.5), Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
             QColor fill = l.color.toHsl();
-            fill = QColor::fromHsl(fill.hslHue(), fill.hslSaturation(), std::max(fill.lightness(), 170));
+            fill = QColor::fromHsl(fill.hslHue(), fill.hslSaturation(), std::max(fill.lightness(), 200));
             p_.fillPath(path, fill);
         }
     }
