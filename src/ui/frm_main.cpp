@@ -251,7 +251,7 @@ void frmMain::buildPlaySlotsTab() {
     fraPlayDetails = new QFrame(client);
     fraPlayDetails->setFrameShape(QFrame::Box);
     fraPlayDetails->resize(fraPlayDetails->width(), pixels(kPlayDetailsHeight));
-    picPlay = new PictureBox(pixels(4935), pixels(3255), fraPlayDetails);
+    picPlay = new PictureBox(pixels(kPicPlayWidth), pixels(kPicPlayHeight), fraPlayDetails);
     picPlay->move(pixels(120), pixels(240));
     cmbPlay = new QComboBox(fraPlayDetails);
     cmbPlay->setGeometry(pixels(5200), pixels(240), pixels(1800), pixels(315));
@@ -382,6 +382,16 @@ void frmMain::UpdateTabs() {
     }
     if (!completed) return;
     if (in.tab == static_cast<int>(TabIndex::Sequences) && showSeqDetails) growSeqDetails(seqDetailsHeight(in) - kSeqDetailsHeight);
+    // The pictures take the room there is, in whole multiples of their design size.
+    const int formationScale = formationPictureScale(in), playScale = playPictureScale(in);
+    if (formationScale != formationScale_ || playScale != playScale_) {
+        formationScale_ = formationScale;
+        playScale_ = playScale;
+        picFormation->resizeCanvas(pixels(kPicFormationWidth) * formationScale_, pixels(kPicFormationHeight) * formationScale_);
+        picPlay->resizeCanvas(pixels(kPicPlayWidth) * playScale_, pixels(kPicPlayHeight) * playScale_);
+        refreshPictures();
+    }
+    cmbPlay->move(picPlay->x() + picPlay->width() + pixels(200), pixels(240));
     if (in.tab == static_cast<int>(TabIndex::Formations)) updateFormationButtons();
     if (in.tab == static_cast<int>(TabIndex::PlaySlots)) updatePlaySlotButtons();
 }
@@ -561,11 +571,13 @@ void frmMain::updatePlayChoice() {
 void frmMain::refreshPictures() {
     constexpr uint32_t kEmptyPicture = 0xF0F0F0;  // the face colour of an empty picture box
     const int f = pb.openComplete ? selectedRow(lvFormations) : -1;
-    if (f >= 0) (void)drawFormation(picFormation->canvas(), pb, f);
+    ScaledCanvas formation(picFormation->canvas(), formationScale_);
+    if (f >= 0) (void)drawFormation(formation, pb, f);
     else picFormation->canvas().clear(kEmptyPicture);
     picFormation->update();
     const int s = pb.openComplete ? selectedRow(lvPlaySlots) : -1;
-    if (s >= 0) zpe::DrawPlay(picPlay->canvas(), pb, s, std::max(cmbPlay->currentIndex(), 0));
+    ScaledCanvas play(picPlay->canvas(), playScale_);
+    if (s >= 0) zpe::DrawPlay(play, pb, s, std::max(cmbPlay->currentIndex(), 0));
     else picPlay->canvas().clear(kEmptyPicture);
     picPlay->update();
     followSelection();

@@ -229,6 +229,7 @@ private:
     QPushButton *cmdFormationViewGFX, *cmdCopyPlaySlot, *cmdSwapPlaySlot, *cmdPlaySlotDetails, *cmdSeqDetails;
     PictureBox *picFormation, *picPlay;
     QComboBox* cmbPlay;  // which of the slot's eight plays picPlay draws
+    int formationScale_ = 1, playScale_ = 1;  // the pictures' sizes, in multiples of the design size
     QLabel* StatusBar1;
     // The sequence editor panel inside fraSeqDetails.
     QListWidget* lstSeqCommands;

@@ -14,7 +14,8 @@ void frmMain::lvFormations_Click() {
     const int row = selectedRow(lvFormations);
     if (row < 0) return;
     followSelection();
-    const std::vector<int> missing = drawFormation(picFormation->canvas(), pb, row);
+    ScaledCanvas canvas(picFormation->canvas(), formationScale_);
+    const std::vector<int> missing = drawFormation(canvas, pb, row);
     picFormation->update();
     for (int player : missing)
         dialogs_.message({"Unable to find the sequence for " + QString::fromLatin1(offPosNames[static_cast<size_t>(player)]),

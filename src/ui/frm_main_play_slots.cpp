@@ -16,7 +16,8 @@
 namespace zpe {
 
 void frmMain::DrawPlay(PictureBox* pic, int slotIndex) {
-    zpe::DrawPlay(pic->canvas(), pb, slotIndex, pic == picPlay ? std::max(cmbPlay->currentIndex(), 0) : 0);
+    ScaledCanvas canvas(pic->canvas(), pic == picPlay ? playScale_ : 1);
+    zpe::DrawPlay(canvas, pb, slotIndex, pic == picPlay ? std::max(cmbPlay->currentIndex(), 0) : 0);
     pic->update();
 }
 

@@ -31,12 +31,30 @@ int seqDetailsHeight(const LayoutInput& in) {
     return kSeqDetailsHeight + extra / 2;
 }
 
+int playDetailsHeight(const LayoutInput& in) {
+    const int extra = in.designHeight > 0 ? std::max(0, in.client.height - in.designHeight) : 0;
+    return kPlayDetailsHeight + extra / 2;
+}
+
+int playPictureScale(const LayoutInput& in) {
+    const int byWidth = (in.client.width - 120 - kPlayChoiceWidth) / kPicPlayWidth;
+    const int byHeight = (playDetailsHeight(in) - (kPlayDetailsHeight - kPicPlayHeight)) / kPicPlayHeight;
+    return std::max(1, std::min(byWidth, byHeight));
+}
+
+int formationPictureScale(const LayoutInput& in) {
+    const int byHeight = (in.client.height - kButtonBarHeight) / kPicFormationHeight;
+    const int byWidth = in.client.width / 3 / kPicFormationWidth;  // the list keeps two thirds
+    return std::max(1, std::min(byWidth, byHeight));
+}
+
 std::vector<LayoutStep> tabLayout(const LayoutInput& in) {
     const int CL = in.client.left, CT = in.client.top, CW = in.client.width, CH = in.client.height;
     std::vector<LayoutStep> steps;
     switch (static_cast<TabIndex>(in.tab)) {
     case TabIndex::Formations: {
-        const int fw = kButtonBarWidth, fh = kButtonBarHeight, pw = kPicFormationWidth, ph = kPicFormationHeight;
+        const int scale = formationPictureScale(in);
+        const int fw = kButtonBarWidth, fh = kButtonBarHeight, pw = kPicFormationWidth * scale, ph = kPicFormationHeight * scale;
         if (in.showFormationGFX) {
             steps.push_back(show(Ctl::picFormation));
             // Vertically centred in the area above the button bar (half twips round to even).
@@ -52,7 +70,7 @@ std::vector<LayoutStep> tabLayout(const LayoutInput& in) {
         break;
     }
     case TabIndex::PlaySlots: {
-        const int bw = kButtonBarWidth, bh = kButtonBarHeight, dh = kPlayDetailsHeight;
+        const int bw = kButtonBarWidth, bh = kButtonBarHeight, dh = playDetailsHeight(in);
         if (!in.showPlaySlotDetails) {
             steps.push_back(move(Ctl::lvPlaySlots, CL, CT, CW, CH - bh));
             steps.push_back(move(Ctl::fraPlaySlots, CL + CW - bw, CT + CH - bh, bw, bh));

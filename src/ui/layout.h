@@ -50,8 +50,18 @@ struct LayoutInput {
     int designHeight = 0;
 };
 
-// The sequence editor's height for a display area `clientHeight` twips high.
+// The sequence editor's and the play picture frame's heights: their design
+// heights, and half of what the display area is taller than at the design size.
 int seqDetailsHeight(const LayoutInput& in);
+int playDetailsHeight(const LayoutInput& in);
+// How many times its design size a picture is drawn (1 at the design size):
+// the largest whole factor the room allows, so the window shows exactly what
+// `zpe render --scale K` writes.
+int playPictureScale(const LayoutInput& in);
+int formationPictureScale(const LayoutInput& in);
+inline constexpr int kPicPlayWidth = 4935;
+inline constexpr int kPicPlayHeight = 3255;
+inline constexpr int kPlayChoiceWidth = 2100;  // the play selector and its margin, right of the play picture
 
 // The tab strip's place: 32 twips in from the top left, leaving 32 at the right
 // and above the status bar. None when the width or height would be negative

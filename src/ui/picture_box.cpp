@@ -13,6 +13,13 @@ PictureBox::PictureBox(int widthPx, int heightPx, QWidget* parent) : QWidget(par
     canvas_.clear(0xF0F0F0);  // the face colour of an empty picture box
 }
 
+void PictureBox::resizeCanvas(int widthPx, int heightPx) {
+    if (canvas_.width() == widthPx && canvas_.height() == heightPx) return;
+    canvas_ = RasterCanvas(widthPx, heightPx);
+    canvas_.clear(0xF0F0F0);
+    setFixedSize(widthPx, heightPx);
+}
+
 QImage PictureBox::image() const { return wrapCanvas(canvas_).copy(); }
 
 void PictureBox::paintEvent(QPaintEvent*) {

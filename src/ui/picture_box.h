@@ -13,6 +13,8 @@ class PictureBox : public QWidget {
 public:
     PictureBox(int widthPx, int heightPx, QWidget* parent);
     RasterCanvas& canvas() { return canvas_; }
+    // A new, empty canvas of that size (nothing happens when it has it already).
+    void resizeCanvas(int widthPx, int heightPx);
     // The canvas's pixels as an image (a copy).
     QImage image() const;
 

@@ -1,6 +1,8 @@
 // The window as a user meets it: start-up, layout, the Formations, Play Slots
 // and Plays tabs, the File and Help menus.
 #include "window_fixture.h"
+#include "diagram/diagram.h"
+#include "render/raster_canvas.h"
 #include "ui/layout.h"
 #include "ui/picture_box.h"
 
@@ -92,6 +94,18 @@ private slots:
         w->setClientSize(kDesignClientWidth, kDesignClientHeight + 3000);
         QCOMPARE(w->lstSeqCommands->height(), pixels(1875 + 1500));
         QVERIFY(w->cmdSeqApply->y() + w->cmdSeqApply->height() <= w->fraSeqDetails->height());
+        // Room for twice the play picture: it is drawn twice as large, as `zpe render --scale 2` draws it.
+        w->setClientSize(kDesignClientWidth * 2, kDesignClientHeight * 2);
+        w->selectTab(2);
+        w->cmdPlaySlotDetails_Click();
+        clickRow(w->lvPlaySlots, 0);
+        QCOMPARE(w->picPlay->size(), QSize(2 * 329, 2 * 217));
+        RasterCanvas big(2 * 329, 2 * 217);
+        ScaledCanvas scaled(big, 2);
+        zpe::DrawPlay(scaled, w->pb, 0, 0);
+        QCOMPARE(w->picPlay->image(), wrapCanvas(big).copy());
+        w->setClientSize(kDesignClientWidth, kDesignClientHeight);
+        QCOMPARE(w->picPlay->size(), QSize(329, 217));
     }
 
     void startUpShowsTheEmptyFormationsTab() {
