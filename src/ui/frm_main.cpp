@@ -188,7 +188,7 @@ void frmMain::buildMenus() {
     mnuFileSaveChanges = file->addAction("&Save", this, [this] { mnuFileSaveChanges_Click(); });
     mnuFileSaveChanges->setShortcut(QKeySequence::Save);
     mnuFileSaveAs = file->addAction("Save &As...", this, [this] { (void)runSaveAs(); });
-    mnuFileSaveAs->setShortcut(QKeySequence::SaveAs);
+    mnuFileSaveAs->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S));  // not every platform theme binds SaveAs
     mnuFileSafeSave = file->addAction("&Safe Save", this, [this] { mnuFileSafeSave_Click(); });
     mnuFileSave = file->addAction("Full Save (Unsafe!)", this, [this] { mnuFileSave_Click(); });
     mnuFileCompact = file->addAction("Compact Sequence Area...", this, [this] { mnuFileCompact_Click(); });
@@ -198,7 +198,7 @@ void frmMain::buildMenus() {
     mnuFileCheckImage = file->addAction("Check Image...", this, [this] { mnuFileCheckImage_Click(); });
     file->addSeparator();
     mnuFileExit = file->addAction("E&xit", this, [this] { mnuFileExit_Click(); });
-    mnuFileExit->setShortcut(QKeySequence::Quit);
+    mnuFileExit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
     QMenu* edit = menuBar()->addMenu("&Edit");
     mnuEditUndo = undoStack_->createUndoAction(this, "&Undo");
     mnuEditUndo->setShortcut(QKeySequence::Undo);
