@@ -170,6 +170,8 @@ DiagramWindow::DiagramWindow(const Playbook& pb, Dialogs& dialogs, QWidget* pare
     bar->addWidget(playsLabel_);
     bar->addWidget(plays_);
     bar->addStretch(1);
+    said_ = new QLabel(this);  // what Save Picture wrote
+    bar->addWidget(said_);
     bar->addWidget(save_);
     layout->addLayout(bar);
     view_ = new DiagramView(pb_, this);
@@ -255,6 +257,7 @@ void DiagramWindow::savePicture() {
     try {
         if (!picture().save(&buffer, "PNG")) throw std::runtime_error("cannot encode the picture");
         replaceFileContents(path->toStdString(), std::vector<uint8_t>(png.begin(), png.end()));
+        said_->setText(QString("Saved %1 (%2\u00D7%3)").arg(QFileInfo(*path).fileName()).arg(view_->width()).arg(view_->height()));
     } catch (const std::exception& e) {
         dialogs_.message({QString::fromLocal8Bit(e.what()), "Save Picture", MsgIcon::Exclamation, MsgButtons::Ok, MsgAnswer::Ok});
     }

@@ -40,6 +40,7 @@ private:
     Dialogs& dialogs_;
     QComboBox* plays_;
     QLabel* playsLabel_;
+    QLabel* said_;
     QPushButton* save_;
     DiagramView* view_;
 };

@@ -832,6 +832,7 @@ void frmMain::mnuFileExportMaskROM_Click() {
     if (!path) return;
     try {
         exportMaskRom(pb, path->toStdString());
+        StatusBar1->setText(QString("Wrote the mask of %1 sequences to ").arg(pb.sequences.size()) + QFileInfo(*path).fileName());
     } catch (const std::exception& e) {
         // No box: the reason goes to the status bar.
         StatusBar1->setText(QString::fromLocal8Bit(e.what()));
