@@ -111,12 +111,14 @@ void verifyCompaction(const Playbook& old, const AreaMap& map, const CompactPlan
         const clsSequence* back = again.sequences.find(plan.moved(key));
         if (!back || back->commandCount() != seq.commandCount())
             fail("sequence " + hex4(key) + " would not read back at " + hex4(plan.moved(key)) + " with its commands");
+        const bool readsDifferently = seq.readsDifferentlyByGame();
+        const std::vector<int32_t> wantTargets = seq.fieldTargets(), gotTargets = back->fieldTargets();
         for (int i = 0; i < seq.commandCount(); ++i) {
             if (back->command(i) != seq.command(i) || back->dataLen(i) != seq.dataLen(i))
                 fail("command " + std::to_string(i) + " of sequence " + hex4(key) + " would read back differently");
-            if (seq.readsDifferentlyByGame()) continue;  // its editor data may hold a field the game reads
+            if (readsDifferently) continue;  // its editor data may hold a field the game reads
             const auto [lo, hi] = addressFieldData(seq.commands()[static_cast<size_t>(i)]);
-            if (lo >= 0 && back->fieldTarget(i) != plan.moved(seq.fieldTarget(i)))
+            if (lo >= 0 && gotTargets[static_cast<size_t>(i)] != plan.moved(wantTargets[static_cast<size_t>(i)]))
                 fail("command " + std::to_string(i) + " of sequence " + hex4(key) + " would lead elsewhere");
             for (int d = 0; d < seq.dataLen(i); ++d)
                 if (d != lo && d != hi && back->data(i, d) != seq.data(i, d))
@@ -255,8 +257,9 @@ CompactPlan planCompact(const Playbook& pb) {
         for (int32_t o = std::max(from, 0); o < from + seq.byteSize() && o < static_cast<int32_t>(plan.bytes.size()); ++o)
             if (!inArea(addressOfOffset(o)) && plan.bytes[static_cast<size_t>(o)] != old.openedBytes[static_cast<size_t>(o)])
                 throw SaveError(path + ": sequence " + hex4(key) + " lies in the tables compaction rewrites; nothing was written");
+        const std::vector<int32_t> targets = seq.fieldTargets();
         for (int i = 0; i < seq.commandCount(); ++i) {
-            const int32_t t = seq.fieldTarget(i);
+            const int32_t t = targets[static_cast<size_t>(i)];
             if (t != SeqCommand::kNoTarget && inArea(t) && plan.moved(t) != t)
                 throw SaveError(path + ": sequence " + hex4(key) + ", outside the sequence area, leads into it at " + hex4(t) +
                                 ", which moves; nothing was written");

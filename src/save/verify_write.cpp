@@ -31,10 +31,10 @@ LaidSequence laidAt(int32_t key, const clsSequence& seq, int32_t place, bool wri
     laid.place = place;
     laid.written = written;
     int32_t at = place;
-    for (int i = 0; i < there.commandCount(); ++i) {
+    laid.targets = there.fieldTargets();
+    for (const SeqCommand& c : there.commands()) {
         laid.places.push_back(at);
-        laid.targets.push_back(there.fieldTarget(i));
-        at += there.commands()[static_cast<size_t>(i)].encodedSize();
+        at += c.encodedSize();
     }
     laid.end = at;
     return laid;
@@ -87,6 +87,7 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
             fail(seqName(key) + " would read back as " + std::to_string(back->commandCount()) + " commands, not " +
                  std::to_string(seq.commandCount()));
         int32_t at = back->address();
+        const std::vector<int32_t> backTargets = back->fieldTargets();
         for (int i = 0; i < seq.commandCount(); ++i) {
             const SeqCommand& want = seq.commands()[static_cast<size_t>(i)];
             const SeqCommand& got = back->commands()[static_cast<size_t>(i)];
@@ -104,8 +105,8 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
                              hexPlain(got.data[static_cast<size_t>(d)]) + ", not " + hexPlain(want.data[static_cast<size_t>(d)]));
             if (lo >= 0 && static_cast<size_t>(i) < laid.targets.size()) {
                 const int32_t wanted = laid.targets[static_cast<size_t>(i)];
-                if (back->fieldTarget(i) != wanted)
-                    fail(where + " would lead to " + hex4(back->fieldTarget(i)) + ", not to " + hex4(wanted));
+                const int32_t got = backTargets[static_cast<size_t>(i)];
+                if (got != wanted) fail(where + " would lead to " + hex4(got) + ", not to " + hex4(wanted));
             }
             at += got.encodedSize();
         }

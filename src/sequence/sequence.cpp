@@ -169,6 +169,21 @@ int32_t clsSequence::fieldTarget(int i) const {
     return p >= 0 ? p : c.target;
 }
 
+std::vector<int32_t> clsSequence::fieldTargets() const {
+    const auto places = placesByOrigin(cmds_, startAddr_);
+    std::vector<int32_t> out;
+    out.reserve(cmds_.size());
+    for (const SeqCommand& c : cmds_) {
+        if (c.target == SeqCommand::kNoTarget) {
+            out.push_back(SeqCommand::kNoTarget);
+            continue;
+        }
+        const auto own = places.find(c.target);
+        out.push_back(own == places.end() ? c.target : own->second);
+    }
+    return out;
+}
+
 void clsSequence::relink() {
     if (std::none_of(cmds_.begin(), cmds_.end(), [](const SeqCommand& c) { return c.target != SeqCommand::kNoTarget; }))
         return;

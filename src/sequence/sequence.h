@@ -125,6 +125,8 @@ public:
     // The address command i's field names at the current layout (the
     // command it names, wherever that now stands); kNoTarget without a field.
     int32_t fieldTarget(int i) const;
+    // fieldTarget of every command, in one pass (for long sequences).
+    std::vector<int32_t> fieldTargets() const;
     // Data index 0..255; anything else throws std::out_of_range. Entries from
     // kMaxDataValues on belong to no command: they read as 0.
     int16_t data(int pos, int i) const;
