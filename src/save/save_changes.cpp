@@ -75,12 +75,7 @@ int32_t sizeOf(const std::vector<SeqCommand>& cmds) {
 // commands follows that command.
 struct OwnPlaces {
     std::unordered_map<int32_t, int32_t> byOrigin;
-    OwnPlaces(const std::vector<SeqCommand>& cmds, int32_t at) {
-        for (const SeqCommand& c : cmds) {
-            byOrigin.emplace(c.origin, at);
-            at += c.encodedSize();
-        }
-    }
+    OwnPlaces(const std::vector<SeqCommand>& cmds, int32_t at) : byOrigin(placesByOrigin(cmds, at)) {}
     std::optional<int32_t> find(int32_t origin) const {
         const auto it = byOrigin.find(origin);
         if (it == byOrigin.end()) return std::nullopt;

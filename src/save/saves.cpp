@@ -99,12 +99,7 @@ Playbook relayout(const Playbook& pb) {
         n = 0;
         for (const auto& [key, seq] : out.sequences) {
             const int32_t start = addressMap.at(key);
-            std::unordered_map<int32_t, int32_t> own;
-            int32_t at = start;
-            for (const SeqCommand& c : seq.commands()) {
-                own.emplace(c.origin, at);
-                at += c.encodedSize();
-            }
+            const std::unordered_map<int32_t, int32_t> own = placesByOrigin(seq.commands(), start);
             std::vector<uint8_t> bytes = encodeCommands(seq.commands(), start, [&](size_t, int32_t t) {
                 if (const auto it = own.find(t); it != own.end()) return it->second;
                 if (const auto it = addressMap.find(t); it != addressMap.end()) return it->second;

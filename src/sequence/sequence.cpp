@@ -35,6 +35,8 @@ int32_t fieldValue(const SeqCommand& c, int32_t place) {
     return (c.data[static_cast<size_t>(lo)] & 0xFF) + 256 * (c.data[static_cast<size_t>(hi)] & 0xFF);
 }
 
+}  // namespace
+
 std::unordered_map<int32_t, int32_t> placesByOrigin(const std::vector<SeqCommand>& cmds, int32_t start) {
     std::unordered_map<int32_t, int32_t> out;
     out.reserve(cmds.size());
@@ -45,8 +47,6 @@ std::unordered_map<int32_t, int32_t> placesByOrigin(const std::vector<SeqCommand
     }
     return out;
 }
-
-}  // namespace
 
 uint8_t codeByte(const SeqCommand& c) {
     return isLowCode(c.command) ? clampByte(c.command + (c.data[0] & kLowNibbleMask)) : clampByte(c.command);

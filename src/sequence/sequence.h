@@ -9,6 +9,7 @@
 #include <functional>
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -67,6 +68,9 @@ struct SeqCommand {
 // absolute jump (one byte more). `places`, when given, receives each command's
 // address in the layout.
 using Resolver = std::function<int32_t(size_t index, int32_t target)>;
+
+// Where each command of `commands` laid out from `at` stands, by its origin.
+[[nodiscard]] std::unordered_map<int32_t, int32_t> placesByOrigin(const std::vector<SeqCommand>& commands, int32_t at);
 [[nodiscard]] std::vector<uint8_t> encodeCommands(const std::vector<SeqCommand>& commands, int32_t at,
                                                   const Resolver& resolve, std::vector<int32_t>* places = nullptr);
 

@@ -737,7 +737,8 @@ bool frmMain::runCompactAndSave() {
         inFile_ = pb;
         undoStack_->clear();
         showPlaybook();
-        StatusBar1->setText(QString::fromStdString(summary.compacted.text() + " " + summary.saved.text()));
+        const bool saved = summary.saved.slotsWritten > 0 || summary.saved.inPlace > 0 || !summary.saved.moved.empty();
+        StatusBar1->setText(QString::fromStdString(summary.compacted.text() + (saved ? " " + summary.saved.text() : "")));
         return true;
     } catch (const std::exception& e) {
         reportFailure("Compact and Save", e);
@@ -762,20 +763,7 @@ void frmMain::mnuFileCompact_Click() {
     text += "\n\nCompact the sequence area?";
     if (dialogs_.message({text, "Compact Sequence Area", MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::No}) != MsgAnswer::Yes)
         return;
-    if (edits) {
-        (void)runCompactAndSave();
-        return;
-    }
-    try {
-        const FileLock lock(pb.romPath);
-        const CompactSummary summary = compactImage(pb, dataDir_.toStdString());
-        inFile_ = pb;
-        undoStack_->clear();
-        showPlaybook();
-        StatusBar1->setText(QString::fromStdString(summary.text()));
-    } catch (const std::exception& e) {
-        reportFailure("Compact Sequence Area", e);
-    }
+    (void)runCompactAndSave();
 }
 
 void frmMain::mnuFileSafeSave_Click() {
