@@ -40,6 +40,8 @@ void frmMain::buildSeqDetailsPanel() {
     udSeqCommand->onDownClick = [this] { udSeqCommand_DownClick(); };
 
     cmdSeqDelCmd = new QPushButton("Remove", e);
+    cmdSeqDelCmd->setEnabled(false);  // until a command is selected
+    udSeqCommand->setEnabled(false);
     cmdSeqDelCmd->setToolTip("Remove the selected command from the working copy (Edit > Undo brings it back)");
     udSeqCommand->setToolTip("Move the selected command up or down");
     lstSeqCommands->setToolTip("The working copy's commands: where each was read (\"new\" for an added one) and what it does");
@@ -177,6 +179,10 @@ void frmMain::lstSeqCommands_refresh() {
 }
 
 void frmMain::lstSeqCommands_Click() {
+    // Remove and the arrows act on the selected command: without one they are off.
+    const bool command = lstSeqCommands->currentRow() >= 0 && lstSeqCommands->currentRow() < curSeq.commandCount();
+    cmdSeqDelCmd->setEnabled(command);
+    udSeqCommand->setEnabled(command);
     if (!selectedSequenceAddress()) return;
     const int p = lstSeqCommands->currentRow();
     if (p < 0 || p >= curSeq.commandCount()) return;
@@ -350,6 +356,8 @@ void frmMain::cmdSeqAddCmd_Click() {
 void frmMain::clearSeqPanel() {
     curSeq = clsSequence();
     cmdSeqAddCmd->setEnabled(false);
+    cmdSeqDelCmd->setEnabled(false);
+    udSeqCommand->setEnabled(false);
     lstSeqCommands->clear();
     for (size_t k = 0; k < kPanelSlots; ++k) {
         lblCmdData[k]->hide();

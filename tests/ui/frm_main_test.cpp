@@ -5,6 +5,7 @@
 #include "render/raster_canvas.h"
 #include "ui/layout.h"
 #include "ui/picture_box.h"
+#include "ui/up_down.h"
 
 #include <QAction>
 #include <QComboBox>
@@ -82,6 +83,7 @@ private slots:
             QVERIFY2(!c->toolTip().isEmpty(), qPrintable(c->objectName() + " " + c->metaObject()->className()));
         }
         QVERIFY(!w->cmdCopyPlaySlot->isEnabled() && !w->cmdSwapPlaySlot->isEnabled());
+        QVERIFY(!w->cmdSeqDelCmd->isEnabled() && !w->cmdSeqAddCmd->isEnabled() && !w->udSeqCommand->isEnabled());
     }
 
     // At the design size the editor keeps its specified size; a taller window gives it room.
