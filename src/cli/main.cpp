@@ -17,7 +17,9 @@
 #include "playbook/open_rom.h"
 #include "playbook/slot_actions.h"
 #include "render/png.h"
+#include "analysis/references.h"
 #include "save/compact.h"
+#include "save/fork.h"
 #include "save/ips.h"
 #include "save/save_changes.h"
 #include "save/saves.h"
@@ -251,6 +253,52 @@ int runCompact(const Context& ctx, const std::string& imagePath, bool dryRun) {
     return 0;
 }
 
+int runRefs(const Context& ctx, const std::string& imagePath, const std::string& addressText, bool asJson) {
+    const int32_t address = parseAddress(addressText);
+    const zpe::References refs = zpe::referencesTo(openOrFail(imagePath, ctx), address);
+    if (asJson) {
+        nlohmann::ordered_json entries = nlohmann::ordered_json::array(), fields = nlohmann::ordered_json::array();
+        for (const zpe::AreaEntry& e : refs.entries) entries.push_back(e.name());
+        for (const zpe::AddressField& f : refs.fields) fields.push_back({{"at", zpe::hex4(f.at)}, {"code", zpe::hex2(f.code)}});
+        std::cout << nlohmann::ordered_json{{"entries", entries}, {"fields", fields}}.dump(1) << '\n';
+        return 0;
+    }
+    for (const zpe::AreaEntry& e : refs.entries) std::cout << e.name() << '\n';
+    for (const zpe::AddressField& f : refs.fields) std::cout << zpe::hex4(f.at) << " " << zpe::hex2(f.code) << '\n';
+    return 0;
+}
+
+struct ForkRequest {
+    int play = -1, player = -1, formation = -1, position = -1, pointer = -1;
+};
+
+int runFork(const Context& ctx, const std::string& imagePath, const ForkRequest& r, bool dryRun) {
+    const int given = (r.play >= 0) + (r.formation >= 0) + (r.pointer >= 0);
+    if (given != 1) throw UsageError{"fork needs exactly one of --play P --player J, --formation F --position J, --pointer K"};
+    const zpe::FileLock lock(imagePath);
+    zpe::Playbook pb = openOrFail(imagePath, ctx);
+    zpe::AreaEntry entry{zpe::AreaEntry::Table::Pointer, r.pointer, 0, 0};
+    if (r.play >= 0) {
+        if (r.play >= zpe::kPlayCount || r.player < 0 || r.player >= zpe::kPlayersPerRecord)
+            throw UsageError{"--play is 0 to 115 and --player 0 to 10"};
+        entry = {zpe::AreaEntry::Table::Play, r.play, r.player, pb.plays[static_cast<size_t>(r.play)].seqAddress(r.player)};
+    } else if (r.formation >= 0) {
+        if (static_cast<size_t>(r.formation) >= pb.formations.size() || r.position < 0 || r.position >= zpe::kPlayersPerRecord)
+            throw UsageError{"--formation is a formation of forms.txt and --position 0 to 10"};
+        entry = {zpe::AreaEntry::Table::Formation, r.formation, r.position,
+                 pb.formations[static_cast<size_t>(r.formation)].posAddress(r.position)};
+    } else {
+        if (r.pointer >= zpe::kPointerCount) throw UsageError{"--pointer is 0 to 191"};
+        entry.target = pb.seqPointers[static_cast<size_t>(r.pointer)];
+    }
+    if (dryRun) {
+        std::cout << zpe::planFork(pb, entry).summary.text() << '\n';
+        return 0;
+    }
+    std::cout << zpe::forkEntry(pb, entry, ctx.dataDir).text() << '\n';
+    return 0;
+}
+
 int runCheck(const Context& ctx, const std::string& imagePath, bool asJson) {
     const zpe::AreaMap map = zpe::buildAreaMap(openOrFail(imagePath, ctx));
     if (asJson) std::cout << zpe::areaMapJson(map).dump(1) << '\n';
@@ -437,6 +485,23 @@ int main(int argc, char** argv) {
     imageOption(compact);
     compact->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
     then(compact, [&](const Context& c) { return runCompact(c, image, dryRun); });
+
+    auto* refs = verb("refs", "List every table entry and every command the game runs that leads to ADDRESS");
+    imageOption(refs);
+    refs->add_option("ADDRESS", arg1, "Game address in hexadecimal")->required();
+    refs->add_flag("--json", asJson, "Print them as JSON");
+    then(refs, [&](const Context& c) { return runRefs(c, image, arg1, asJson); });
+
+    ForkRequest forkRequest;
+    auto* fork = verb("fork", "Give one table entry its own copy of what the game runs from it");
+    imageOption(fork);
+    fork->add_option("--play", forkRequest.play, "Play 0-115 (with --player)");
+    fork->add_option("--player", forkRequest.player, "Player 0-10 of the play");
+    fork->add_option("--formation", forkRequest.formation, "Formation (with --position)");
+    fork->add_option("--position", forkRequest.position, "Position 0-10 of the formation");
+    fork->add_option("--pointer", forkRequest.pointer, "Pointer 0-191");
+    fork->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
+    then(fork, [&](const Context& c) { return runFork(c, image, forkRequest, dryRun); });
 
     auto* check = verb("check", "Map the sequence area as the game reads it and report what Full Save would break");
     imageOption(check);

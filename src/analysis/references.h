@@ -1,0 +1,18 @@
+#pragma once
+// Who uses a sequence: every table entry that names an address and every
+// command the game can reach whose jump or address field leads there.
+#include "analysis/area_map.h"
+
+#include <vector>
+
+namespace zpe {
+
+struct References {
+    std::vector<AreaEntry> entries;    // table order: pointers, plays, formations
+    std::vector<AddressField> fields;  // commands the game reaches that lead to the address, ascending
+};
+
+// Linear in the area and the tables.
+[[nodiscard]] References referencesTo(const Playbook& pb, int32_t address);
+
+}  // namespace zpe
