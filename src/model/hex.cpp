@@ -47,4 +47,15 @@ int64_t leadingHexValue(const std::string& text) {
     return value;
 }
 
+std::string thousands(int64_t n) {
+    const bool negative = n < 0;
+    const uint64_t magnitude = negative ? 0 - static_cast<uint64_t>(n) : static_cast<uint64_t>(n);  // INT64_MIN too
+    std::string digits = std::to_string(magnitude), out;
+    for (size_t i = 0; i < digits.size(); ++i) {
+        if (i > 0 && (digits.size() - i) % 3 == 0) out += ',';
+        out += digits[i];
+    }
+    return negative ? "-" + out : out;
+}
+
 }  // namespace zpe

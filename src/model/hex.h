@@ -17,6 +17,9 @@ std::string hex2(int32_t value);
 // (so 0x12345 gives "2345" and -1 gives "FFFF").
 std::string hex4(int32_t value);
 
+// A count in decimal with thousands separated by commas: 7071 -> "7,071" (summaries).
+std::string thousands(int64_t n);
+
 // Parses the leading run of hexadecimal digits of `text` (upper or lower case,
 // after leading blanks, an optional "0x" prefix is NOT accepted). Returns 0 when
 // the text does not start with a digit. Saturates at INT64_MAX/16 to stay defined.

@@ -20,15 +20,6 @@ constexpr uint8_t kBlankByte = 0xFF;  // what fills the area after the last kept
 
 size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
 
-std::string thousands(int64_t n) {
-    std::string digits = std::to_string(n), out;
-    for (size_t i = 0; i < digits.size(); ++i) {
-        if (i > 0 && (digits.size() - i) % 3 == 0) out += ',';
-        out += digits[i];
-    }
-    return out;
-}
-
 // An address field of the area: `at` holds a one-byte offset from `owner`
 // (relative) or a little-endian address.
 struct Field {

@@ -42,15 +42,6 @@ std::vector<GameCommand> chainFrom(std::span<const uint8_t> area, int32_t start)
     }
 }
 
-std::string thousands(int64_t n) {
-    std::string digits = std::to_string(n), out;
-    for (size_t i = 0; i < digits.size(); ++i) {
-        if (i > 0 && (digits.size() - i) % 3 == 0) out += ',';
-        out += digits[i];
-    }
-    return out;
-}
-
 }  // namespace
 
 std::string ForkSummary::text() const {

@@ -3,6 +3,7 @@
 #include "analysis/area_map.h"
 #include "save/compact.h"
 #include "save/saves.h"
+#include "support/game_trace.h"
 #include "support/playbook_fixture.h"
 
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@ namespace {
 using test::DataDir;
 using test::ImageBuilder;
 using Bytes = std::vector<uint8_t>;
+using test::gameCodes;
 
 // Sequences with gaps between them: a relative jump over a gap (A003 -> A023),
 // a branch into another sequence's middle command (A023 -> A043), a loop back
@@ -34,12 +36,6 @@ ImageBuilder gappedImage() {
     return b;
 }
 
-// The codes the game runs from `entry`, in the order of its walk.
-Bytes gameCodes(const Playbook& pb, int32_t entry) {
-    Bytes codes;
-    for (const GameCommand& g : traceFrom(areaBytes(pb.openedBytes), entry)) codes.push_back(g.code);
-    return codes;
-}
 
 TEST(Compact, PacksEverythingTheGameRunsIntoOneRunAndAgainChangesNothing) {
     DataDir data;

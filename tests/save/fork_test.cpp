@@ -2,6 +2,7 @@
 #include "analysis/references.h"
 #include "save/fork.h"
 #include "save/saves.h"
+#include "support/game_trace.h"
 #include "support/playbook_fixture.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@ namespace {
 using test::DataDir;
 using test::ImageBuilder;
 using Bytes = std::vector<uint8_t>;
+using test::gameCodes;
 
 // A000 (Human Control, then the computer's logic at A004) is used by plays 0
 // and 1, pointer 0 and formation 4; A010 branches to it and loops on itself.
@@ -24,11 +26,6 @@ ImageBuilder sharedImage() {
         .formation(4, {0xA000});
 }
 
-Bytes gameCodes(const Playbook& pb, int32_t from) {
-    Bytes codes;
-    for (const GameCommand& g : traceFrom(areaBytes(pb.openedBytes), from)) codes.push_back(g.code);
-    return codes;
-}
 
 TEST(References, EntriesInTableOrderAndEveryFieldThatLeadsThere) {
     DataDir data;
