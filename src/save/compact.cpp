@@ -64,17 +64,12 @@ void verifyCompaction(const Playbook& old, const AreaMap& map, const CompactPlan
     };
     Playbook again;
     try {
-        Image image(old.romPath, plan.bytes);
-        again = loadPlaybook(image, formationNames(old));
+        again = readBytesAs(old, plan.bytes);
     } catch (const RomError& e) {
         fail(std::string("it would not open (") + e.what() + ")");
     }
-    again.openedBytes = plan.bytes;
-    const std::vector<AreaEntry> before = playbookEntries(old), after = playbookEntries(again);
-    if (before.size() != after.size()) fail("the tables would hold other entries");
-    for (size_t e = 0; e < before.size(); ++e)
-        if (after[e].target != plan.moved(before[e].target))
-            fail(before[e].name() + " would name " + hex4(after[e].target) + ", not " + hex4(plan.moved(before[e].target)));
+    const std::string entries = entryDifference(old, again, [&](const AreaEntry& e) { return plan.moved(e.target); });
+    if (!entries.empty()) fail(entries);
 
     const std::span<const uint8_t> oldArea = areaBytes(old.openedBytes), newArea = areaBytes(plan.bytes);
     const AreaMap now = buildAreaMap(again);
@@ -137,13 +132,10 @@ CompactPlan planCompact(const Playbook& pb) {
     const std::string& path = pb.romPath;
     Playbook old;
     try {
-        Image image(path, pb.openedBytes);
-        old = loadPlaybook(image, formationNames(pb));
+        old = readBytesAs(pb, pb.openedBytes);
     } catch (const RomError& e) {
         throw SaveError(path + ": the image cannot be read as it was opened (" + e.what() + "); nothing was written");
     }
-    old.openedBytes = pb.openedBytes;
-    old.openComplete = true;
     const std::span<const uint8_t> area = areaBytes(old.openedBytes);
     if (area.size() < static_cast<size_t>(kSequenceAreaSize))
         throw SaveError(path + ": the image ends inside the sequence area; nothing was written");

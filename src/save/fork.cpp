@@ -121,18 +121,15 @@ ForkPlan planFork(const Playbook& pb, const AreaEntry& entry) {
     };
     Playbook again;
     try {
-        Image image(path, plan.bytes);
-        again = loadPlaybook(image, formationNames(pb));
+        again = readBytesAs(pb, plan.bytes);
     } catch (const RomError& e) {
         fail(std::string("the image would not open (") + e.what() + ")");
     }
-    again.openedBytes = plan.bytes;
-    const std::vector<AreaEntry> before = playbookEntries(pb), after = playbookEntries(again);
-    if (before.size() != after.size()) fail("the tables would hold other entries");
-    for (size_t e = 0; e < before.size(); ++e) {
-        const bool forked = before[e].table == entry.table && before[e].index == entry.index && before[e].player == entry.player;
-        if (after[e].target != (forked ? to : before[e].target)) fail(before[e].name() + " would name " + hex4(after[e].target));
-    }
+    const std::string entries = entryDifference(pb, again, [&](const AreaEntry& e) {
+        const bool forked = e.table == entry.table && e.index == entry.index && e.player == entry.player;
+        return forked ? to : e.target;
+    });
+    if (!entries.empty()) fail(entries);
     const std::span<const uint8_t> newArea = areaBytes(plan.bytes);
     const std::vector<GameCommand> copied = chainFrom(newArea, to);
     if (copied.size() != chain.size()) fail("the copy would run " + std::to_string(copied.size()) + " commands, not " + std::to_string(chain.size()));

@@ -104,15 +104,12 @@ std::string SaveSummary::text() const {
 SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     requireCompleteOpen(pb);
     // The image as the editor reads it now: the old sequences, their bytes, the area map.
-    Image reading(pb.romPath, image);
     Playbook old;
     try {
-        old = loadPlaybook(reading, formationNames(pb));
+        old = readBytesAs(pb, image);
     } catch (const RomError& e) {
         throw SaveError(pb.romPath + ": the image cannot be read as it was opened (" + e.what() + "); nothing was saved");
     }
-    old.openedBytes = image;
-    old.openComplete = true;
     const AreaMap map = buildAreaMap(old);
     std::vector<AreaRun> free = map.freeRuns();
     const std::span<const uint8_t> area = areaBytes(image);

@@ -57,8 +57,7 @@ void safeSave(Playbook& pb) {
     Image image(pb.romPath, readUnchangedImage(pb));
     writeTables(pb, image, kSlotTables);
     // What the image must read back as: its own sequences and tables, the model's slots.
-    Image current(pb.romPath, pb.openedBytes);
-    Playbook expected = loadPlaybook(current, formationNames(pb));
+    Playbook expected = readBytesAs(pb, pb.openedBytes);
     expected.playSlots = pb.playSlots;
     (void)verifyWrite(expected, pb, image.bytes(), unchangedLayout(expected));
     replaceFileContents(pb.romPath, image.bytes());

@@ -40,6 +40,24 @@ LaidSequence laidAt(int32_t key, const clsSequence& seq, int32_t place, bool wri
     return laid;
 }
 
+Playbook readBytesAs(const Playbook& like, const std::vector<uint8_t>& bytes) {
+    Image image(like.romPath, bytes);
+    Playbook pb = loadPlaybook(image, formationNames(like));
+    pb.openedBytes = bytes;
+    pb.openComplete = true;
+    return pb;
+}
+
+std::string entryDifference(const Playbook& before, const Playbook& after,
+                            const std::function<int32_t(const AreaEntry&)>& expected) {
+    const std::vector<AreaEntry> was = playbookEntries(before), now = playbookEntries(after);
+    if (was.size() != now.size()) return "the tables would hold other entries";
+    for (size_t e = 0; e < was.size(); ++e)
+        if (now[e].target != expected(was[e]))
+            return was[e].name() + " would name " + hex4(now[e].target) + ", not " + hex4(expected(was[e]));
+    return "";
+}
+
 Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::vector<uint8_t>& bytes,
                      const SaveLayout& layout) {
     auto fail = [&](const std::string& what) {
@@ -48,8 +66,7 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
     };
     Playbook again;
     try {
-        Image image(model.romPath, bytes);
-        again = loadPlaybook(image, formationNames(model));
+        again = readBytesAs(model, bytes);
     } catch (const RomError& e) {
         fail(std::string("the image would not open (") + e.what() + ")");
     }
@@ -57,8 +74,6 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
     for (int s = 0; s < kSlotCount; ++s)
         if (static_cast<size_t>(again.playSlots[static_cast<size_t>(s)].formation()) >= again.formations.size())
             fail("slot " + std::to_string(s) + " would name a formation forms.txt does not have");
-    again.openedBytes = bytes;
-    again.openComplete = true;
     if (layout.sequences.size() != model.sequences.size()) fail("the layout does not hold every sequence");
 
     // The tables: every slot as the model has it, every entry naming where its sequence now stands.
@@ -67,15 +82,11 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
             fail("slot " + std::to_string(s) + " would read back differently");
     std::unordered_map<int32_t, int32_t> placeOf;
     for (const LaidSequence& laid : layout.sequences) placeOf.emplace(laid.key, laid.place);
-    auto placed = [&](int32_t a) {
-        const auto it = placeOf.find(a);
-        return it == placeOf.end() ? a : it->second;
-    };
-    const std::vector<AreaEntry> wanted = playbookEntries(model), got = playbookEntries(again);
-    if (wanted.size() != got.size()) fail("the tables would hold other entries");
-    for (size_t e = 0; e < wanted.size(); ++e)
-        if (got[e].target != placed(wanted[e].target))
-            fail(wanted[e].name() + " would name " + hex4(got[e].target) + ", not " + hex4(placed(wanted[e].target)));
+    const std::string entries = entryDifference(model, again, [&](const AreaEntry& e) {
+        const auto it = placeOf.find(e.target);
+        return it == placeOf.end() ? e.target : it->second;
+    });
+    if (!entries.empty()) fail(entries);
 
     // The editor's reading: each sequence holds its commands, each field names what the layout put there.
     size_t k = 0;

@@ -8,7 +8,10 @@
 #include "playbook/playbook.h"
 #include "save/saves.h"
 
+#include "analysis/area_map.h"
+
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -53,5 +56,14 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
 
 // The formation names a playbook was opened with (to read an image back the same way).
 [[nodiscard]] std::vector<std::string> formationNames(const Playbook& pb);
+
+// `bytes` read the way `like` was opened (its path in messages, its formation
+// names), openedBytes and openComplete set. Throws RomError when they do not open.
+[[nodiscard]] Playbook readBytesAs(const Playbook& like, const std::vector<uint8_t>& bytes);
+
+// The first table entry of `after` that does not name `expected(the entry of
+// `before`)`, as words ("play 3 player 1 would name A123, not A200"); "" when every one does.
+[[nodiscard]] std::string entryDifference(const Playbook& before, const Playbook& after,
+                                          const std::function<int32_t(const AreaEntry&)>& expected);
 
 }  // namespace zpe
