@@ -13,9 +13,6 @@ namespace zpe {
 
 namespace {
 
-// Formations 0..3 (the kick formations) decode their position sequences with KR.
-constexpr int kKickFormationCount = 4;
-
 // Discovery decodes each address at most once (invalid starts are remembered
 // too) and refuses an image that would make it decode more commands than any
 // playbook image holds, so a hostile file costs bounded time and memory.
@@ -68,7 +65,7 @@ void discoverSequences(Playbook& pb, Image& image) {
     Discovery d(pb, image);
     for (size_t f = 0; f < pb.formations.size(); ++f)
         for (int j = 0; j < kPlayersPerRecord; ++j)
-            d.followChain(pb.formations[f].posAddress(j), f < kKickFormationCount, "the formation table");
+            d.followChain(pb.formations[f].posAddress(j), isKickFormation(static_cast<int>(f)), "the formation table");
     for (int32_t pointer : pb.seqPointers) d.followChain(pointer, false, "the pointer table");
     for (const auto& play : pb.plays)
         for (int j = 0; j < kPlayersPerRecord; ++j)

@@ -1,6 +1,12 @@
 #include "playbook/playbook.h"
 
+#include "model/hex.h"
+
 namespace zpe {
+
+std::string sequenceKeyText(int32_t key) {
+    return isNewSequence(key) ? "new " + std::to_string(key - kNewSequenceKey + 1) : hex4(key);
+}
 
 bool sameContent(const Playbook& a, const Playbook& b) {
     if (a.playSlots != b.playSlots || a.seqPointers != b.seqPointers || a.formations.size() != b.formations.size()) return false;
@@ -13,7 +19,9 @@ bool sameContent(const Playbook& a, const Playbook& b) {
     if (a.sequences.size() != b.sequences.size()) return false;
     for (const auto& [address, seq] : a.sequences) {
         const clsSequence* other = b.sequences.find(address);
-        if (!other || other->byteSize() != seq.byteSize() || other->commands() != seq.commands()) return false;
+        if (!other || other->byteSize() != seq.byteSize() || other->commands() != seq.commands() ||
+            other->continuation() != seq.continuation() || other->kick() != seq.kick())
+            return false;
     }
     return true;
 }

@@ -37,6 +37,18 @@ struct Playbook {
 // against the other.
 [[nodiscard]] bool sameContent(const Playbook& a, const Playbook& b);
 
+// Formations 0..3 are the kick formations: their position sequences are read
+// the kick way (the stances 0xEA and 0xEC go on).
+constexpr bool isKickFormation(int formation) { return formation >= 0 && formation < 4; }
+
+// Sequences made in the editor (a copy for one entry, a new empty one) have no
+// address until a save places them: the model keys them from kNewSequenceKey
+// on, above every game address, and table entries name them by that key.
+constexpr int32_t kNewSequenceKey = 0x10000;
+constexpr bool isNewSequence(int32_t key) { return key >= kNewSequenceKey; }
+// "A123", or "new 2" for a sequence made in the editor.
+[[nodiscard]] std::string sequenceKeyText(int32_t key);
+
 // Slot kinds: 0..31 running, 32..63 passing; groups of eight (R1..R4, P1..P4).
 constexpr int slotGroup(int slot) { return slot / kSlotsPerGroup; }
 constexpr bool isPassingSlot(int slot) { return slot >= kRunningSlotCount; }

@@ -33,6 +33,17 @@ public:
         entries_.emplace_back(address, std::move(seq));
     }
 
+    // Removes the sequence under `address` (none: nothing); the others keep their order.
+    void erase(int32_t address) {
+        const auto it = index_.find(address);
+        if (it == index_.end()) return;
+        const size_t at = it->second;
+        entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(at));
+        index_.erase(it);
+        for (auto& [key, i] : index_)
+            if (i > at) --i;
+    }
+
     void clear() {
         entries_.clear();
         index_.clear();

@@ -275,6 +275,7 @@ Playbook carryOver(const Playbook& pb, const CompactPlan& plan) {
         clsSequence carried = seq;
         carried.address(moved(key));
         carried.assign(std::move(cmds));
+        if (carried.continuation() >= 0) carried.continuation(moved(carried.continuation()));
         sequences.insert(moved(key), std::move(carried));
     }
     out.sequences = std::move(sequences);

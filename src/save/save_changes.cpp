@@ -1,6 +1,7 @@
 #include "save/save_changes.h"
 
 #include "analysis/area_map.h"
+#include "analysis/entries.h"
 #include "model/file_io.h"
 #include "model/hex.h"
 #include "model/rom_error.h"
@@ -28,8 +29,6 @@ std::vector<uint8_t> bytesAt(const std::vector<uint8_t>& image, int32_t address,
     const auto end = std::min(image.size(), static_cast<size_t>(offset) + static_cast<size_t>(size));
     return std::vector<uint8_t>(image.begin() + offset, image.begin() + static_cast<std::ptrdiff_t>(end));
 }
-
-std::string name(int32_t address) { return "sequence " + hex4(address); }
 
 bool goesOnInGame(const SeqCommand& c, bool kick) {
     return commandFormat(codeByte(c), kick, -1).gameGoesOn;
@@ -96,6 +95,10 @@ std::string SaveSummary::text() const {
             out += (i ? ", " : "") + hex4(moved[i].first) + " \u2192 " + hex4(moved[i].second);
         out += ")";
     }
+    if (!placed.empty()) {
+        out += ", " + std::to_string(placed.size()) + " new at ";
+        for (size_t i = 0; i < placed.size(); ++i) out += (i ? ", " : "") + hex4(placed[i].second);
+    }
     out += ", " + std::to_string(leftOnOldCopies) + " reference" + (leftOnOldCopies == 1 ? "" : "s") +
            " left on old copies, " + std::to_string(freeBytesLeft) + " free bytes left.";
     return out;
@@ -125,20 +128,30 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     std::vector<uint8_t> gameStart(kSequenceAreaSize, 0);
     for (int32_t a : map.commands) gameStart[static_cast<size_t>(a - kSequenceAreaAddress)] = 1;
 
+    // Sequences made in the editor that no entry leads to any more are not written.
+    const std::unordered_set<int32_t> reachable = reachableKeys(pb);
     std::vector<Placement> all;
     all.reserve(pb.sequences.size());
     for (const auto& [address, seq] : pb.sequences) {
+        const bool made = isNewSequence(address);
+        if (made && !reachable.count(address)) continue;
         const clsSequence* before = old.sequences.find(address);
-        if (!before)
-            throw SaveError(pb.romPath + ": " + name(address) + " is no longer in the image as it was opened; open it again");
+        if (!before && !made)
+            throw SaveError(pb.romPath + ": " + sequenceName(address) + " is no longer in the image as it was opened; open it again");
         if (const std::string problem = seq.verify(); !problem.empty())
-            throw SaveError(pb.romPath + ": " + name(address) + ": " + problem + "; nothing was saved");
+            throw SaveError(pb.romPath + ": " + sequenceName(address) + ": " + problem + "; nothing was saved");
         Placement p;
         p.key = address;
         p.seq = &seq;
-        p.oldSize = before->byteSize();
         p.place = address;
         p.commands = seq.commands();
+        if (made) {  // no bytes of its own yet: it goes into a free run
+            p.changed = true;
+            p.continuation = seq.continuation();
+            all.push_back(std::move(p));
+            continue;
+        }
+        p.oldSize = before->byteSize();
         const OwnPlaces own(p.commands, address);
         const std::vector<uint8_t> bytes =
             encodeCommands(p.commands, address, [&](size_t, int32_t t) { return own.find(t).value_or(t); });
@@ -155,17 +168,19 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     std::vector<AreaRun> rewritten;  // old bytes rewritten in place, with the placement that rewrites them
     std::vector<size_t> rewrittenBy;
     std::vector<std::pair<int32_t, int32_t>> moveOrder;
+    std::unordered_map<int32_t, int32_t> moves;  // old start (or a new sequence's key), new start
+    SavePlan plan;
     for (size_t n = 0; n < all.size(); ++n) {
         Placement& p = all[n];
         if (!p.changed) continue;
         const clsSequence& seq = *p.seq;
         const bool goesOn = goesOnInGame(seq.commands().back(), seq.kick());
         if (goesOn && p.continuation < 0)
-            throw SaveError(pb.romPath + ": " + name(p.key) + " now ends with " + hex2(seq.commands().back().command) +
+            throw SaveError(pb.romPath + ": " + sequenceName(p.key) + " now ends with " + hex2(seq.commands().back().command) +
                             ", after which the game goes on, but the game did not go on after it before; end it with a jump. "
                             "Nothing was saved");
         const int32_t size = p.inPlaceSize;
-        bool inPlace = size <= p.oldSize;
+        bool inPlace = !isNewSequence(p.key) && size <= p.oldSize;
         if (inPlace && goesOn && size != p.oldSize) inPlace = size + 3 <= p.oldSize;
         for (const auto& [address, other] : old.sequences)
             if (inPlace && address != p.key && address < p.key + p.oldSize && address + other.byteSize() > p.key) inPlace = false;
@@ -186,8 +201,8 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
             rewrittenBy.push_back(n);
             continue;
         }
-        if (seq.readsDifferentlyByGame() || old.sequences.at(p.key).readsDifferentlyByGame())
-            throw SaveError(pb.romPath + ": " + name(p.key) +
+        if (seq.readsDifferentlyByGame() || (!isNewSequence(p.key) && old.sequences.at(p.key).readsDifferentlyByGame()))
+            throw SaveError(pb.romPath + ": " + sequenceName(p.key) +
                             " holds a COM pass or 0xF1, which the game reads with other lengths, and would have to move; "
                             "it can only be changed within its " + std::to_string(p.oldSize) + " bytes. Nothing was saved");
         if (goesOn) {
@@ -207,18 +222,18 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
         if (!chosen) {
             int32_t largest = 0;
             for (const AreaRun& r : free) largest = std::max(largest, r.size());
-            throw SaveError(pb.romPath + ": " + name(p.key) + " needs " + std::to_string(need) +
+            throw SaveError(pb.romPath + ": " + sequenceName(p.key) + " needs " + std::to_string(need) +
                             " bytes, but the largest free run of the sequence area holds " + std::to_string(largest) +
                             "; nothing was saved");
         }
         AreaRun& run = free[*chosen];
         p.moved = true;
         p.place = run.start;
-        moveOrder.emplace_back(p.key, run.start);
+        (isNewSequence(p.key) ? plan.summary.placed : moveOrder).emplace_back(p.key, run.start);
+        moves.emplace(p.key, run.start);
         run.start += need;
         if (run.start > run.end) free.erase(free.begin() + static_cast<std::ptrdiff_t>(*chosen));
     }
-    std::unordered_map<int32_t, int32_t> moves(moveOrder.begin(), moveOrder.end());
 
     // Every sequence encoded at its place. A field names, in this order: one
     // of its own commands; a moved sequence's start (closing absolute jumps
@@ -226,7 +241,6 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     // a command of bytes rewritten in place, wherever it stands now; or an
     // address, which must be where the game ran a command before or outside
     // the area.
-    SavePlan plan;
     SaveLayout layout;
     Image out(pb.romPath, image);
     for (Placement& p : all) {
@@ -234,7 +248,7 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
         auto resolve = [&](size_t i, int32_t t) -> int32_t {
             if (p.jumpToContinuation && i + 1 == p.commands.size()) return t;  // where the game went on, as it was
             if (const auto mine = own.find(t)) return *mine;
-            const std::string where = name(p.key) + " command " + std::to_string(i);
+            const std::string where = sequenceName(p.key) + " command " + std::to_string(i);
             if (isNewOrigin(t))
                 throw SaveError(pb.romPath + ": " + where + " names a new command it no longer holds; nothing was saved");
             // A jump follows a moved sequence; a relative one of a sequence not
@@ -254,7 +268,7 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
                 if (t == q.key) return t;
                 if (const auto there = OwnPlaces(q.commands, q.place).find(t)) return *there;
                 throw SaveError(pb.romPath + ": " + where + " leads to " + hex4(t) + ", a command that the edit of " +
-                                name(q.key) + " removed; nothing was saved");
+                                sequenceName(q.key) + " removed; nothing was saved");
             }
             if (p.changed && inArea(t) && !gameStart[static_cast<size_t>(t - kSequenceAreaAddress)] && !moves.count(t))
                 throw SaveError(pb.romPath + ": " + where + " leads to " + hex4(t) +
@@ -284,7 +298,7 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
         const bool same = !p.moved && static_cast<int32_t>(bytes.size()) == p.oldSize && bytes == bytesAt(image, p.key, p.oldSize);
         if (!same) {
             if (!p.moved && !p.changed && static_cast<int32_t>(bytes.size()) > p.oldSize)
-                throw SaveError(pb.romPath + ": " + name(p.key) + " would grow where it stands; nothing was saved");
+                throw SaveError(pb.romPath + ": " + sequenceName(p.key) + " would grow where it stands; nothing was saved");
             if (!p.moved) ++plan.summary.inPlace;
             laid.written = true;
             out.seekOffset(offsetOfAddress(p.place));

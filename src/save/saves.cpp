@@ -1,5 +1,6 @@
 #include "save/saves.h"
 
+#include "analysis/entries.h"
 #include "model/file_io.h"
 #include "model/hex.h"
 #include "playbook/open_rom.h"
@@ -67,6 +68,7 @@ void safeSave(Playbook& pb) {
 Playbook relayout(const Playbook& pb) {
     // The copy takes every change; `pb` stays as it is, also when the layout is refused.
     Playbook out = pb;
+    dropUnusedNewSequences(out);
     for (auto& [key, seq] : out.sequences) seq.convertRelJump();
 
     // New starts in dictionary order. A field naming a command follows it to
@@ -168,6 +170,7 @@ void fullSave(Playbook& pb) {
 std::vector<uint8_t> maskBytes(const Playbook& pb, std::vector<uint8_t> existing) {
     Image mask("mask", std::move(existing));
     for (const auto& [address, seq] : pb.sequences) {
+        if (isNewSequence(address)) continue;  // no bytes in the image yet
         mask.seekOffset(seq.address());
         for (int32_t i = 0; i < seq.byteSize(); ++i) mask.writeByte(kBlankByte);
     }

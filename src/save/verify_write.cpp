@@ -1,18 +1,19 @@
 #include "save/verify_write.h"
 
 #include "analysis/area_map.h"
+#include "analysis/entries.h"
 #include "model/hex.h"
 #include "model/rom_error.h"
 #include "playbook/open_rom.h"
 #include "sequence/command_codes.h"
+
+#include <unordered_set>
 
 namespace zpe {
 
 namespace {
 
 size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
-
-std::string seqName(int32_t key) { return "sequence " + hex4(key); }
 
 }  // namespace
 
@@ -74,7 +75,16 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
     for (int s = 0; s < kSlotCount; ++s)
         if (static_cast<size_t>(again.playSlots[static_cast<size_t>(s)].formation()) >= again.formations.size())
             fail("slot " + std::to_string(s) + " would name a formation forms.txt does not have");
-    if (layout.sequences.size() != model.sequences.size()) fail("the layout does not hold every sequence");
+    // Every sequence an entry leads to is laid out; one nothing leads to any
+    // more need not be found where it was (its bytes stay, unread).
+    const std::unordered_set<int32_t> reachable = reachableKeys(model);
+    std::unordered_set<int32_t> laidKeys;
+    for (const LaidSequence& laid : layout.sequences) {
+        if (!model.sequences.contains(laid.key)) fail("the layout holds " + sequenceName(laid.key) + ", which the model does not");
+        laidKeys.insert(laid.key);
+    }
+    for (const int32_t key : reachable)
+        if (!laidKeys.count(key)) fail("the layout does not hold " + sequenceName(key));
 
     // The tables: every slot as the model has it, every entry naming where its sequence now stands.
     for (int s = 0; s < kSlotCount; ++s)
@@ -89,20 +99,21 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
     if (!entries.empty()) fail(entries);
 
     // The editor's reading: each sequence holds its commands, each field names what the layout put there.
-    size_t k = 0;
-    for (const auto& [key, seq] : model.sequences) {
-        const LaidSequence& laid = layout.sequences[k++];
+    for (const LaidSequence& laid : layout.sequences) {
+        const int32_t key = laid.key;
+        const clsSequence& seq = model.sequences.at(key);
         const clsSequence* back = again.sequences.find(laid.place);
-        if (!back) fail(seqName(key) + " would not be found at " + hex4(laid.place));
+        if (!back && !reachable.count(key)) continue;
+        if (!back) fail(sequenceName(key) + " would not be found at " + hex4(laid.place));
         if (back->commandCount() != seq.commandCount())
-            fail(seqName(key) + " would read back as " + std::to_string(back->commandCount()) + " commands, not " +
+            fail(sequenceName(key) + " would read back as " + std::to_string(back->commandCount()) + " commands, not " +
                  std::to_string(seq.commandCount()));
         int32_t at = back->address();
         const std::vector<int32_t> backTargets = back->fieldTargets();
         for (int i = 0; i < seq.commandCount(); ++i) {
             const SeqCommand& want = seq.commands()[static_cast<size_t>(i)];
             const SeqCommand& got = back->commands()[static_cast<size_t>(i)];
-            const std::string where = "command " + std::to_string(i) + " of " + seqName(key);
+            const std::string where = "command " + std::to_string(i) + " of " + sequenceName(key);
             const bool madeAbsolute = want.command == cmd::kRelativeJump && got.command == cmd::kAbsoluteJump;
             if (got.command != want.command && !madeAbsolute)
                 fail(where + " would read back as " + hex2(got.command) + ", not " + hex2(want.command));
@@ -132,7 +143,7 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
     std::vector<int32_t> owner(kSequenceAreaSize, -1);
     for (int32_t a : oldMap.commands) oldStart[areaIndex(a)] = 1;
     std::vector<const clsSequence*> models;
-    for (const auto& [key, seq] : model.sequences) models.push_back(&seq);
+    for (const LaidSequence& laid : layout.sequences) models.push_back(&model.sequences.at(laid.key));
     for (size_t s = 0; s < layout.sequences.size(); ++s) {
         const LaidSequence& laid = layout.sequences[s];
         if (!laid.written) continue;
@@ -148,7 +159,7 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
         if (s >= 0) {
             if (!expected[areaIndex(a)] && !models[static_cast<size_t>(s)]->readsDifferentlyByGame())
                 fail("the game would run " + hex4(a) + " in the middle of a command of " +
-                     seqName(layout.sequences[static_cast<size_t>(s)].key) + " as written");
+                     sequenceName(layout.sequences[static_cast<size_t>(s)].key) + " as written");
         } else if (!oldStart[areaIndex(a)]) {
             fail("the game would run a command at " + hex4(a) + ", where it ran none before");
         }
@@ -160,7 +171,7 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
         if (!laid.written || models[s]->readsDifferentlyByGame()) continue;
         for (size_t i = 0; i < laid.places.size(); ++i) {
             GameCommand g;
-            const std::string where = "command " + std::to_string(i) + " of " + seqName(laid.key);
+            const std::string where = "command " + std::to_string(i) + " of " + sequenceName(laid.key);
             if (!readGameCommand(newArea, laid.places[i], g)) fail(where + " would run off the sequence area");
             const int32_t next = laid.places[i] + g.length;
             if (i + 1 < laid.places.size()) {
@@ -191,7 +202,7 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
             bool same = t == laid.place && laid.place == laid.key;
             for (size_t i = 0; !same && i < laid.places.size(); ++i)
                 same = laid.places[i] == t && models[s]->commands()[i].origin == t;
-            if (!same) fail("the command at " + hex4(a) + " would lead to " + hex4(t) + ", which " + seqName(laid.key) + " rewrote");
+            if (!same) fail("the command at " + hex4(a) + " would lead to " + hex4(t) + ", which " + sequenceName(laid.key) + " rewrote");
         }
     }
     return again;

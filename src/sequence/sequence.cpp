@@ -110,6 +110,7 @@ void clsSequence::reset(int32_t address) {
     sizeBytes_ = 0;
     truncated_ = false;
     kick_ = false;
+    continuation_ = -1;
 }
 
 bool clsSequence::isValid() const { return !truncated_ && nextSequence() != 0xFFFF; }
@@ -316,6 +317,7 @@ void clsSequence::assign(std::vector<SeqCommand> commands) {
     clsSequence edited;
     edited.startAddr_ = startAddr_;
     edited.kick_ = kick_;
+    edited.continuation_ = continuation_;
     for (size_t i = 0; i < commands.size(); ++i) {
         SeqCommand& c = commands[i];
         if (c.command >= 0 && c.command <= 0xFF) c.dataLen = editorDataLen(formatAt(commands, i, kick_));

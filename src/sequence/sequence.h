@@ -103,6 +103,13 @@ public:
     bool reachedImageEnd() const { return truncated_; }
     // Read as a kick formation's position sequence (0xEA and 0xEC go on).
     bool kick() const { return kick_; }
+    // Sets the reading of a sequence made in the editor (the kick formations' or the plain one).
+    void kick(bool value) { kick_ = value; }
+    // For a sequence made in the editor: where the game goes on after its last
+    // command when that command lets it (a copy's: where it went on after the
+    // original); -1 when nowhere. Sequences read from the image leave it -1.
+    int32_t continuation() const { return continuation_; }
+    void continuation(int32_t address) { continuation_ = address; }
 
     // Game address where the game continues after this sequence: the target
     // of a closing absolute jump or forward relative jump at the sequence's
@@ -220,6 +227,7 @@ private:
     int32_t sizeBytes_ = 0;
     bool truncated_ = false;
     bool kick_ = false;
+    int32_t continuation_ = -1;
 };
 
 }  // namespace zpe

@@ -1,11 +1,15 @@
 // Who uses a sequence, and a copy of it for one entry.
+#include "analysis/entries.h"
 #include "analysis/references.h"
 #include "save/fork.h"
+#include "save/save_changes.h"
 #include "save/saves.h"
 #include "support/game_trace.h"
 #include "support/playbook_fixture.h"
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 namespace zpe {
 namespace {
@@ -85,6 +89,53 @@ TEST(Fork, RefusedWhenNoFreeRunHoldsTheCopy) {
         EXPECT_NE(std::string(e.what()).find("zpe compact makes room"), std::string::npos) << e.what();
     }
     EXPECT_EQ(o.file.read(), before);
+}
+
+// The editor's own copies and new sequences: made in the model, placed by Save,
+// read back before they land.
+TEST(NewSequences, ACopyForOneEntryAnEmptyOneAndAnotherEntryThroughSave) {
+    DataDir data;
+    auto o = test::openBuilt(sharedImage(), data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    const Playbook before = o.pb;
+    const AreaEntry qb{AreaEntry::Table::Play, 1, 1, 0xA000}, rb{AreaEntry::Table::Play, 0, 1, 0};
+    const AreaEntry other{AreaEntry::Table::Play, 0, 2, 0};
+
+    // Play 1's player 1 gets a copy of A000 with another first step; the copy
+    // keeps the computer's logic after Human Control by a jump back to A004.
+    const int32_t copy = addCopyOf(o.pb, 0xA000);
+    setEntryTarget(o.pb, qb, copy);
+    o.pb.sequences.at(copy).data(0, 0, 9);
+    EXPECT_EQ(entriesNaming(o.pb, 0xA000).size(), 3u);
+    // Player 1 of play 0 gets a new sequence: a step, then the end chosen.
+    const int16_t end = newSequenceEnds(false).front();
+    const int32_t made = addEmptySequence(o.pb, end, false);
+    ASSERT_EQ(o.pb.sequences.at(made).insertCommand(-1, 0xD7), clsSequence::Insert::Done);
+    setEntryTarget(o.pb, rb, made);
+    setEntryTarget(o.pb, other, 0xA010);  // and player 2 runs A010
+    (void)addCopyOf(o.pb, 0xA010);       // a copy nothing names is not written
+    EXPECT_THROW((void)addEmptySequence(o.pb, 0xE4, false), std::invalid_argument);  // the game goes on after it
+
+    const SaveSummary s = saveChanges(o.pb, data.path());
+    ASSERT_EQ(s.placed.size(), 2u) << s.text();
+    const int32_t copyAt = o.pb.plays[1].seqAddress(1), madeAt = o.pb.plays[0].seqAddress(1);
+    EXPECT_EQ(copyAt, s.placed[0].second);
+    EXPECT_EQ(madeAt, s.placed[1].second);
+    EXPECT_EQ(o.pb.plays[0].seqAddress(2), 0xA010);
+    // The copy runs what A000 ran, its first step changed; A000 and every other entry are as they were.
+    std::vector<uint8_t> runs = gameCodes(o.pb, copyAt), ran = gameCodes(before, 0xA000);
+    ran.push_back(0xFF);  // the jump back to the logic after Human Control
+    std::sort(runs.begin(), runs.end());
+    std::sort(ran.begin(), ran.end());
+    EXPECT_EQ(runs, ran);
+    EXPECT_EQ(o.pb.sequences.at(copyAt).data(0, 0), 9);
+    EXPECT_EQ(gameCodes(o.pb, 0xA000), gameCodes(before, 0xA000));
+    EXPECT_EQ(gameCodes(o.pb, madeAt), (std::vector<uint8_t>{0xD7, static_cast<uint8_t>(end)}));
+    const std::vector<AreaEntry> was = playbookEntries(before), now = playbookEntries(o.pb);
+    for (const AreaEntry& e : now)
+        if (e.name() != qb.name() && e.name() != rb.name() && e.name() != other.name()) {
+            EXPECT_EQ(e.target, std::find_if(was.begin(), was.end(), [&](const AreaEntry& w) { return w.name() == e.name(); })->target) << e.name();
+        }
 }
 
 }  // namespace

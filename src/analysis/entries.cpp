@@ -1,0 +1,129 @@
+#include "analysis/entries.h"
+
+#include "model/hex.h"
+#include "sequence/command_format.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <unordered_map>
+
+namespace zpe {
+
+std::string sequenceName(int32_t key) {
+    return isNewSequence(key) ? "new sequence " + std::to_string(key - kNewSequenceKey + 1) : "sequence " + hex4(key);
+}
+
+int32_t entryTarget(const Playbook& pb, const AreaEntry& e) {
+    switch (e.table) {
+    case AreaEntry::Table::Pointer: return pb.seqPointers.at(static_cast<size_t>(e.index));
+    case AreaEntry::Table::Play: return pb.plays.at(static_cast<size_t>(e.index)).seqAddress(e.player);
+    case AreaEntry::Table::Formation: return pb.formations.at(static_cast<size_t>(e.index)).posAddress(e.player);
+    }
+    return kNoSequence;
+}
+
+void setEntryTarget(Playbook& pb, const AreaEntry& e, int32_t key) {
+    switch (e.table) {
+    case AreaEntry::Table::Pointer: pb.seqPointers.at(static_cast<size_t>(e.index)) = key; break;
+    case AreaEntry::Table::Play: pb.plays.at(static_cast<size_t>(e.index)).seqAddress(e.player, key); break;
+    case AreaEntry::Table::Formation: pb.formations.at(static_cast<size_t>(e.index)).posAddress(e.player, key); break;
+    }
+}
+
+bool entryReadsKick(const AreaEntry& e) { return e.table == AreaEntry::Table::Formation && isKickFormation(e.index); }
+
+std::vector<AreaEntry> entriesNaming(const Playbook& pb, int32_t key) {
+    std::vector<AreaEntry> out;
+    for (const AreaEntry& e : playbookEntries(pb))
+        if (e.target == key) out.push_back(e);
+    return out;
+}
+
+namespace {
+
+int32_t nextNewKey(const Playbook& pb) {
+    int32_t key = kNewSequenceKey;
+    for (const auto& [k, seq] : pb.sequences) key = std::max(key, k + 1);
+    return key;
+}
+
+bool gameGoesOnAfter(const SeqCommand& c, bool kick) { return commandFormat(codeByte(c), kick, -1).gameGoesOn; }
+
+}  // namespace
+
+int32_t addCopyOf(Playbook& pb, int32_t key) {
+    const clsSequence& source = pb.sequences.at(key);
+    if (source.readsDifferentlyByGame())
+        throw std::invalid_argument(sequenceName(key) +
+                                    " holds a COM pass or 0xF1, which the game reads with other lengths; a copy of it would not run the same");
+    // Where the game went on after the original: its own for a sequence read
+    // from the image (after the last command where it was read), the one it
+    // carries for a sequence made here.
+    int32_t continuation = source.continuation();
+    const SeqCommand& last = source.commands().back();
+    if (!isNewSequence(key))
+        continuation = !isNewOrigin(last.origin) && gameGoesOnAfter(last, source.kick()) ? last.origin + last.encodedSize() : -1;
+
+    std::vector<SeqCommand> cmds = source.commands();
+    std::unordered_map<int32_t, int32_t> copyOf;
+    int32_t origin = kNewOrigin;
+    for (SeqCommand& c : cmds) {
+        copyOf.emplace(c.origin, origin);
+        c.origin = origin--;
+    }
+    for (SeqCommand& c : cmds)
+        if (c.target != SeqCommand::kNoTarget)
+            if (const auto it = copyOf.find(c.target); it != copyOf.end()) c.target = it->second;
+    const int32_t copyKey = nextNewKey(pb);
+    clsSequence copy = source;
+    copy.address(copyKey);
+    copy.assign(std::move(cmds));
+    copy.continuation(continuation);
+    pb.sequences.insert(copyKey, std::move(copy));
+    return copyKey;
+}
+
+std::vector<int16_t> newSequenceEnds(bool kick) {
+    std::vector<int16_t> out;
+    for (int code = 0xC0; code <= 0xFF; ++code) {
+        const CommandFormat f = commandFormat(code, kick, -1);
+        if (f.editorEnds && !f.gameGoesOn && !f.lockUp) out.push_back(static_cast<int16_t>(code));
+    }
+    return out;
+}
+
+int32_t addEmptySequence(Playbook& pb, int16_t code, bool kick) {
+    const std::vector<int16_t> ends = newSequenceEnds(kick);
+    if (std::find(ends.begin(), ends.end(), code) == ends.end())
+        throw std::invalid_argument(hex2(code) + " is not an end command after which the game stops");
+    SeqCommand end;
+    end.command = code;
+    const CommandFormat f = commandFormat(code, kick, -1);
+    if (f.field != FieldKind::None && !f.gameFieldOnly) end.target = 0;  // a new jump names 0000 until the user sets it
+    const int32_t key = nextNewKey(pb);
+    clsSequence seq;
+    seq.address(key);
+    seq.kick(kick);
+    seq.assign({end});
+    pb.sequences.insert(key, std::move(seq));
+    return key;
+}
+
+std::unordered_set<int32_t> reachableKeys(const Playbook& pb) {
+    std::unordered_set<int32_t> out;
+    for (const AreaEntry& e : playbookEntries(pb)) {
+        int32_t key = e.target;
+        // A chain is at most as long as the model holds sequences.
+        for (size_t n = 0; n <= pb.sequences.size() && pb.sequences.contains(key) && out.insert(key).second; ++n)
+            key = pb.sequences.at(key).nextSequence();
+    }
+    return out;
+}
+
+void dropUnusedNewSequences(Playbook& pb) {
+    const std::unordered_set<int32_t> used = reachableKeys(pb);
+    for (const int32_t key : pb.sequences.keys())
+        if (isNewSequence(key) && !used.count(key)) pb.sequences.erase(key);
+}
+
+}  // namespace zpe

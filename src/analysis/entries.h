@@ -1,0 +1,45 @@
+#pragma once
+// Table entries as the user changes them: which sequence a play's player, a
+// formation's position or a pointer runs, and the sequences made in the
+// editor for them (a copy for one entry, a new empty one). Such a sequence
+// lives in the model under a key from kNewSequenceKey on until a save gives
+// it a place.
+#include "analysis/area_map.h"
+#include "playbook/playbook.h"
+
+#include <cstdint>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+namespace zpe {
+
+// "sequence A123", or "new sequence 2" for one made in the editor.
+[[nodiscard]] std::string sequenceName(int32_t key);
+
+// The sequence key the entry names in `pb`, and setting it.
+[[nodiscard]] int32_t entryTarget(const Playbook& pb, const AreaEntry& entry);
+void setEntryTarget(Playbook& pb, const AreaEntry& entry, int32_t key);
+// True when the entry's sequence is read the kick formations' way.
+[[nodiscard]] bool entryReadsKick(const AreaEntry& entry);
+// Every entry of `pb` that names `key`, in table order (pointers, plays, formations).
+[[nodiscard]] std::vector<AreaEntry> entriesNaming(const Playbook& pb, int32_t key);
+
+// Adds a copy of the sequence under `key`: the same commands (new ones, their
+// jumps naming the copies), the same reading, and where the game went on
+// after it. Returns the copy's key. Throws std::invalid_argument for a
+// sequence holding a COM pass or 0xF1 (the game reads those with other
+// lengths, so no copy of it runs the same).
+int32_t addCopyOf(Playbook& pb, int32_t key);
+// The end commands a new sequence may start with: those after which the game stops.
+[[nodiscard]] std::vector<int16_t> newSequenceEnds(bool kick);
+// Adds a sequence of one end command `code` (one of newSequenceEnds) with the
+// given reading; returns its key. Throws std::invalid_argument for another code.
+int32_t addEmptySequence(Playbook& pb, int16_t code, bool kick);
+
+// The keys the tables lead to, with the sequences each follows on into.
+[[nodiscard]] std::unordered_set<int32_t> reachableKeys(const Playbook& pb);
+// Removes the sequences made in the editor that no entry leads to any more.
+void dropUnusedNewSequences(Playbook& pb);
+
+}  // namespace zpe
