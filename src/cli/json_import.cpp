@@ -1,6 +1,7 @@
 #include "cli/json_import.h"
 
 #include "analysis/area_map.h"
+#include "analysis/entries.h"
 #include "cli/json_export.h"
 #include "model/hex.h"
 #include "playbook/list_rows.h"
@@ -70,6 +71,15 @@ struct Reader {
             throw ImportError(where, "not an address of four hexadecimal digits");
         return static_cast<int32_t>(leadingHexValue(v.get<std::string>()));
     }
+    // A table entry: an address as above, or {"new": "label"} naming a sequence the file makes.
+    int32_t entry(const json& v, const std::string& where, bool nullAllowed,
+                  const std::unordered_map<std::string, int32_t>& made) const {
+        if (!v.is_object()) return address(v, where, nullAllowed);
+        const json& label = at(v, where, "new");
+        if (!label.is_string() || !made.count(label.get<std::string>()))
+            throw ImportError(where + "/new", "names no new sequence of this file");
+        return made.at(label.get<std::string>());
+    }
     // UTF-8 text whose characters are all Latin-1, as 8-bit bytes.
     std::string latin1(const json& v, const std::string& where) const {
         if (!v.is_string()) throw ImportError(where, "not text");
@@ -107,9 +117,38 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
     if (!doc.is_object()) throw ImportError("/", "not a playbook object");
     Playbook out = pb;  // every change goes here first; `pb` changes only when all are good
     int changes = 0;
+    // Sequences the file makes (listed with "new" and a label instead of an
+    // address) get their keys first, so that entries can name them.
+    const json& sequences = r.at(doc, "", "sequences");
+    if (!sequences.is_array()) throw ImportError("/sequences", "not a list");
+    std::unordered_map<std::string, int32_t> made;
+    std::unordered_set<int32_t> named;  // new sequences an entry names
+    for (size_t index = 0; index < sequences.size(); ++index) {
+        const json& entry = sequences[index];
+        if (!entry.is_object() || !entry.contains("new")) continue;
+        const std::string where = place("sequences", index);
+        if (entry.contains("address")) throw ImportError(where, "has an address and \"new\": a sequence is one or the other");
+        const json& label = entry["new"];
+        if (!label.is_string() || label.get<std::string>().empty() || label.get<std::string>().size() > 64)
+            throw ImportError(where + "/new", "not a label of 1 to 64 characters");
+        int32_t key = kNewSequenceKey;
+        for (const auto& [k, seq] : out.sequences) key = std::max(key, k + 1);
+        if (!made.emplace(label.get<std::string>(), key).second)
+            throw ImportError(where + "/new", "\"" + label.get<std::string>() + "\" is made twice");
+        bool kick = false;
+        if (entry.contains("kick")) {
+            if (!entry["kick"].is_boolean()) throw ImportError(where + "/kick", "not true or false");
+            kick = entry["kick"].get<bool>();
+        }
+        clsSequence seq;
+        seq.address(key);
+        seq.kick(kick);
+        out.sequences.insert(key, std::move(seq));
+    }
     auto entry = [&](int32_t value, int32_t before, const std::string& where) {
+        if (isNewSequence(value)) named.insert(value);
         if (value == before) return;
-        if (value != kNoSequence && !pb.sequences.contains(value))
+        if (value != kNoSequence && !pb.sequences.contains(value) && !isNewSequence(value))
             throw ImportError(where, hex4(value) + " is the address of no sequence");
         ++changes;
     };
@@ -156,7 +195,7 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
             const json& players = r.array(all[i], place(table, i), list, kPlayersPerRecord);
             for (int j = 0; j < kPlayersPerRecord; ++j) {
                 const std::string where = place(table, i) + "/" + list + "/" + std::to_string(j);
-                const int32_t a = r.address(players[static_cast<size_t>(j)], where, nullAllowed);
+                const int32_t a = r.entry(players[static_cast<size_t>(j)], where, nullAllowed, made);
                 entry(a, before(i, j), where);
                 store(i, j, a);
             }
@@ -173,13 +212,11 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
             [&](size_t f, int j, int32_t a) { out.formations[f].posAddress(j, a); });
     const json& pointers = r.array(doc, "", "pointers", kPointerCount);
     for (size_t i = 0; i < pointers.size(); ++i) {
-        const int32_t a = r.address(pointers[i], place("pointers", i), false);
+        const int32_t a = r.entry(pointers[i], place("pointers", i), false, made);
         entry(a, pb.seqPointers[i], place("pointers", i));
         out.seqPointers[i] = a;
     }
 
-    const json& sequences = r.at(doc, "", "sequences");
-    if (!sequences.is_array()) throw ImportError("/sequences", "not a list");
     const AreaMap map = buildAreaMap(pb);
     std::unordered_set<int32_t> gameStarts(map.commands.begin(), map.commands.end()), usedOutside;
     for (const AreaEntry& e : map.outside) usedOutside.insert(e.target);
@@ -188,10 +225,13 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
     for (size_t index = 0; index < sequences.size(); ++index) {
         const std::string where = place("sequences", index);
         const json& entry = sequences[index];
-        const int32_t key = r.address(r.at(entry, where, "address"), where + "/address", false);
-        if (!pb.sequences.contains(key)) throw ImportError(where + "/address", hex4(key) + " is the address of no sequence");
+        const bool isNew = entry.is_object() && entry.contains("new");
+        const int32_t key = isNew ? made.at(entry["new"].get<std::string>())
+                                  : r.address(r.at(entry, where, "address"), where + "/address", false);
+        if (!isNew && !pb.sequences.contains(key)) throw ImportError(where + "/address", hex4(key) + " is the address of no sequence");
         if (!seen.insert(key).second) throw ImportError(where + "/address", hex4(key) + " is listed twice");
-        const clsSequence& before = pb.sequences.at(key);
+        if (isNew && !named.count(key)) throw ImportError(where + "/new", "no entry of the file names this new sequence");
+        const clsSequence before = isNew ? out.sequences.at(key) : pb.sequences.at(key);
         clsSequence& seq = out.sequences.at(key);
         std::unordered_map<int32_t, int> oldByOrigin;
         for (int i = 0; i < before.commandCount(); ++i) oldByOrigin.emplace(before.commandAddress(i), i);
@@ -286,6 +326,19 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         r.derived(entry, where, "next", hex4(before.nextSequence()), hex4(seq.nextSequence()));
         r.derived(entry, where, "valid", before.isValid(), seq.isValid());
         if (!seq.isValid()) throw ImportError(where + "/commands", "ends in a jump to FFFF, which the game cannot run");
+        // A new sequence ending where the game goes on (Human Control) names
+        // where: a command the game runs, such as the computer's logic after
+        // another sequence's Human Control.
+        const bool goesOn = commandFormat(codeByte(seq.commands().back()), seq.kick(), -1).gameGoesOn;
+        if (isNew && entry.contains("continuesAt")) {
+            if (!goesOn) throw ImportError(where + "/continuesAt", "the game stops after this sequence's last command");
+            const int32_t then = r.address(entry["continuesAt"], where + "/continuesAt", false);
+            if (!gameStarts.count(then)) throw ImportError(where + "/continuesAt", hex4(then) + " is not a command the game runs");
+            seq.continuation(then);
+        } else if (isNew && goesOn) {
+            throw ImportError(where + "/continuesAt", "missing: the game goes on after " + hex2(seq.commands().back().command) +
+                                                          "; name the command it goes on at");
+        }
         for (size_t i = 0; i < commands.size(); ++i) {
             const std::string at = where + "/commands/" + std::to_string(i);
             const auto old = oldByOrigin.find(seq.commandAddress(static_cast<int>(i)));

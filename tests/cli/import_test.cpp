@@ -168,5 +168,37 @@ TEST(CliImport, BadInputNamesThePlaceAndWritesNothing) {
     }
 }
 
+TEST(CliImport, NewSequencesAreMadeFromTheFileAndNamedByEntries) {
+    Demo d;
+    json doc = d.exported();
+    // Play 0's WR1 gets a route of his own: two steps, then Human Control going
+    // on at the computer's logic after A106's Human Control.
+    doc["sequences"].push_back({{"new", "wr-post"},
+                                {"continuesAt", "A10A"},
+                                {"commands", {{{"code", "D7"}, {"data", {0, 0xF0}}}, {{"code", "D7"}, {"data", {0x20, 0xF0}}},
+                                              {{"code", "E4"}, {"data", json::array()}}}}});
+    doc["plays"][0]["players"][3] = {{"new", "wr-post"}};
+    auto r = d.zpe({"import", d.image, d.write("new.json", doc.dump())});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_NE(r.out.find(", 1 new at "), std::string::npos) << r.out;
+    json after = d.exported();
+    const std::string at = after["plays"][0]["players"][3];
+    EXPECT_NE(at, "A150");
+    const json& made = sequenceAt(after, at)["commands"];
+    ASSERT_EQ(made.size(), 3u);
+    EXPECT_EQ(made[1]["data"], json({0x20, 0xF0}));
+
+    // Refused, nothing written: a new sequence no entry names; one going on nowhere.
+    const auto bytes = test::readFileBytes(d.image);
+    doc = d.exported();
+    doc["sequences"].push_back({{"new", "spare"}, {"commands", {{{"code", "E4"}, {"data", json::array()}}}}});
+    r = d.zpe({"import", d.image, d.write("spare.json", doc.dump())});
+    EXPECT_NE(r.err.find("/new: no entry of the file names this new sequence"), std::string::npos) << r.err;
+    doc["pointers"][0] = {{"new", "spare"}};
+    r = d.zpe({"import", d.image, d.write("spare.json", doc.dump())});
+    EXPECT_NE(r.err.find("/continuesAt: missing"), std::string::npos) << r.err;
+    EXPECT_EQ(test::readFileBytes(d.image), bytes);
+}
+
 }  // namespace
 }  // namespace zpe
