@@ -51,18 +51,19 @@ bool gameGoesOnAfter(const SeqCommand& c, bool kick) { return commandFormat(code
 
 }  // namespace
 
-int32_t addCopyOf(Playbook& pb, int32_t key) {
-    const clsSequence& source = pb.sequences.at(key);
-    if (source.readsDifferentlyByGame())
+int32_t addCopyOf(Playbook& pb, int32_t key, const clsSequence* contents) {
+    const clsSequence& original = pb.sequences.at(key);
+    const clsSequence& source = contents ? *contents : original;
+    if (source.readsDifferentlyByGame() || original.readsDifferentlyByGame())
         throw std::invalid_argument(sequenceName(key) +
                                     " holds a COM pass or 0xF1, which the game reads with other lengths; a copy of it would not run the same");
     // Where the game went on after the original: its own for a sequence read
     // from the image (after the last command where it was read), the one it
     // carries for a sequence made here.
-    int32_t continuation = source.continuation();
-    const SeqCommand& last = source.commands().back();
+    int32_t continuation = original.continuation();
+    const SeqCommand& last = original.commands().back();
     if (!isNewSequence(key))
-        continuation = !isNewOrigin(last.origin) && gameGoesOnAfter(last, source.kick()) ? last.origin + last.encodedSize() : -1;
+        continuation = !isNewOrigin(last.origin) && gameGoesOnAfter(last, original.kick()) ? last.origin + last.encodedSize() : -1;
 
     std::vector<SeqCommand> cmds = source.commands();
     std::unordered_map<int32_t, int32_t> copyOf;
@@ -75,7 +76,7 @@ int32_t addCopyOf(Playbook& pb, int32_t key) {
         if (c.target != SeqCommand::kNoTarget)
             if (const auto it = copyOf.find(c.target); it != copyOf.end()) c.target = it->second;
     const int32_t copyKey = nextNewKey(pb);
-    clsSequence copy = source;
+    clsSequence copy = original;
     copy.address(copyKey);
     copy.assign(std::move(cmds));
     copy.continuation(continuation);
@@ -124,6 +125,42 @@ void dropUnusedNewSequences(Playbook& pb) {
     const std::unordered_set<int32_t> used = reachableKeys(pb);
     for (const int32_t key : pb.sequences.keys())
         if (isNewSequence(key) && !used.count(key)) pb.sequences.erase(key);
+}
+
+bool EntriesState::operator==(const EntriesState& o) const {
+    if (pointers != o.pointers || plays != o.plays || formations != o.formations || made.size() != o.made.size()) return false;
+    for (size_t i = 0; i < made.size(); ++i)
+        if (made[i].first != o.made[i].first || made[i].second.commands() != o.made[i].second.commands() ||
+            made[i].second.continuation() != o.made[i].second.continuation())
+            return false;
+    return true;
+}
+
+EntriesState entriesState(const Playbook& pb) {
+    EntriesState s;
+    s.pointers = pb.seqPointers;
+    for (const clsPlay& play : pb.plays) {
+        auto& row = s.plays.emplace_back();
+        for (int j = 0; j < kPlayersPerRecord; ++j) row[static_cast<size_t>(j)] = play.seqAddress(j);
+    }
+    for (const clsFormation& form : pb.formations) {
+        auto& row = s.formations.emplace_back();
+        for (int j = 0; j < kPlayersPerRecord; ++j) row[static_cast<size_t>(j)] = form.posAddress(j);
+    }
+    for (const auto& [key, seq] : pb.sequences)
+        if (isNewSequence(key)) s.made.emplace_back(key, seq);
+    return s;
+}
+
+void restoreEntries(Playbook& pb, const EntriesState& state) {
+    pb.seqPointers = state.pointers;
+    for (size_t p = 0; p < state.plays.size() && p < pb.plays.size(); ++p)
+        for (int j = 0; j < kPlayersPerRecord; ++j) pb.plays[p].seqAddress(j, state.plays[p][static_cast<size_t>(j)]);
+    for (size_t f = 0; f < state.formations.size() && f < pb.formations.size(); ++f)
+        for (int j = 0; j < kPlayersPerRecord; ++j) pb.formations[f].posAddress(j, state.formations[f][static_cast<size_t>(j)]);
+    for (const int32_t key : pb.sequences.keys())
+        if (isNewSequence(key)) pb.sequences.erase(key);
+    for (const auto& [key, seq] : state.made) pb.sequences.insert(key, seq);
 }
 
 }  // namespace zpe

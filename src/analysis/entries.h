@@ -7,6 +7,7 @@
 #include "analysis/area_map.h"
 #include "playbook/playbook.h"
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <unordered_set>
@@ -27,10 +28,11 @@ void setEntryTarget(Playbook& pb, const AreaEntry& entry, int32_t key);
 
 // Adds a copy of the sequence under `key`: the same commands (new ones, their
 // jumps naming the copies), the same reading, and where the game went on
-// after it. Returns the copy's key. Throws std::invalid_argument for a
-// sequence holding a COM pass or 0xF1 (the game reads those with other
-// lengths, so no copy of it runs the same).
-int32_t addCopyOf(Playbook& pb, int32_t key);
+// after it. `contents`, when given, holds the commands to copy instead (an
+// edited working copy of that sequence). Returns the copy's key. Throws
+// std::invalid_argument for a sequence holding a COM pass or 0xF1 (the game
+// reads those with other lengths, so no copy of it runs the same).
+int32_t addCopyOf(Playbook& pb, int32_t key, const clsSequence* contents = nullptr);
 // The end commands a new sequence may start with: those after which the game stops.
 [[nodiscard]] std::vector<int16_t> newSequenceEnds(bool kick);
 // Adds a sequence of one end command `code` (one of newSequenceEnds) with the
@@ -41,5 +43,18 @@ int32_t addEmptySequence(Playbook& pb, int16_t code, bool kick);
 [[nodiscard]] std::unordered_set<int32_t> reachableKeys(const Playbook& pb);
 // Removes the sequences made in the editor that no entry leads to any more.
 void dropUnusedNewSequences(Playbook& pb);
+
+// What changing entries can change: every entry and the sequences made in the
+// editor. An undo step keeps one from before and one from after.
+struct EntriesState {
+    std::array<int32_t, kPointerCount> pointers{};
+    std::vector<std::array<int32_t, kPlayersPerRecord>> plays, formations;
+    std::vector<std::pair<int32_t, clsSequence>> made;  // in the model's order
+    bool operator==(const EntriesState&) const;
+};
+[[nodiscard]] EntriesState entriesState(const Playbook& pb);
+// Puts `state` back: the entries, and exactly its sequences made in the editor
+// (others made since are removed; sequences read from the image are untouched).
+void restoreEntries(Playbook& pb, const EntriesState& state);
 
 }  // namespace zpe

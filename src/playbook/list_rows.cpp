@@ -9,10 +9,20 @@ std::string slotGroupLabel(int slot) {
                                : "R" + std::to_string(slotGroup(slot) + 1);
 }
 
+std::string positionName(int player) {
+    static const char* const kNames[kPlayersPerRecord] = {"QB", "RB1", "RB2", "WR1", "WR2", "TE", "C", "G1", "G2", "T1", "T2"};
+    return player >= 0 && player < kPlayersPerRecord ? kNames[player] : "player " + std::to_string(player);
+}
+
+namespace {
+// An entry's cell: the address, or "new N" for a sequence made in the editor.
+std::string entryCell(int32_t key) { return isNewSequence(key) ? sequenceKeyText(key) : hexPlain(key); }
+}  // namespace
+
 ListRow formationRow(const Playbook& pb, int f) {
     const clsFormation& form = pb.formations.at(static_cast<size_t>(f));
     ListRow row{-1, {form.name()}};
-    for (int j = 0; j < kPlayersPerRecord; ++j) row.cells.push_back(hexPlain(form.posAddress(j)));
+    for (int j = 0; j < kPlayersPerRecord; ++j) row.cells.push_back(entryCell(form.posAddress(j)));
     return row;
 }
 
@@ -28,12 +38,12 @@ ListRow playSlotRow(const Playbook& pb, int s) {
 ListRow playRow(const Playbook& pb, int p) {
     const clsPlay& play = pb.plays.at(static_cast<size_t>(p));
     ListRow row{-1, {hexPlain(p)}};
-    for (int j = 0; j < kPlayersPerRecord; ++j) row.cells.push_back(hexPlain(play.seqAddress(j)));
+    for (int j = 0; j < kPlayersPerRecord; ++j) row.cells.push_back(entryCell(play.seqAddress(j)));
     return row;
 }
 
 ListRow sequenceRow(int32_t address, const clsSequence& seq, const CmdNames& names) {
-    return ListRow{address, {seq.AddressRange(), seq.commandString(names)}};
+    return ListRow{address, {isNewSequence(address) ? sequenceKeyText(address) : seq.AddressRange(), seq.commandString(names)}};
 }
 
 ListRows buildRows(const Playbook& pb, const CmdNames& names) {

@@ -25,6 +25,9 @@ struct ListRows {
 // "R1".."R4" for slots 0..31, "P1".."P4" for 32..63.
 std::string slotGroupLabel(int slot);
 
+// The position names of a play's or formation's eleven players: "QB", "RB1", ... "T2".
+std::string positionName(int player);
+
 // One row per list entry. A slot whose formation number has no formation shows
 // "#" and the number in its Formation cell.
 ListRow formationRow(const Playbook& pb, int f);

@@ -4,8 +4,12 @@
 #include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QFontDatabase>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
 #include <QMessageBox>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QStringList>
 #include <QVBoxLayout>
 
@@ -84,6 +88,55 @@ void QtDialogs::showText(const QString& title, const QString& text) {
     layout->addWidget(buttons);
     d.resize(760, 480);
     d.exec();
+}
+
+MsgAnswer QtDialogs::allOrCopy(const QString& text, const QString& title, const QString& allText, const QString& copyText) {
+    QMessageBox m(parent_);
+    m.setWindowTitle(title);
+    m.setText(text);
+    m.setIcon(QMessageBox::Question);
+    QPushButton* all = m.addButton(allText, QMessageBox::AcceptRole);
+    QPushButton* copy = m.addButton(copyText, QMessageBox::AcceptRole);
+    QPushButton* cancel = m.addButton(QMessageBox::Cancel);
+    m.setDefaultButton(copy);
+    m.setEscapeButton(cancel);
+    m.exec();
+    return m.clickedButton() == all ? MsgAnswer::All : m.clickedButton() == copy ? MsgAnswer::Copy : MsgAnswer::Cancel;
+}
+
+std::optional<int> QtDialogs::choose(const QString& title, const QString& prompt, const QStringList& items, int current) {
+    QDialog d(parent_);
+    d.setWindowTitle(title);
+    d.setSizeGripEnabled(true);
+    auto* layout = new QVBoxLayout(&d);
+    layout->addWidget(new QLabel(prompt, &d));
+    auto* filter = new QLineEdit(&d);
+    filter->setPlaceholderText("Filter: any part of the text");
+    filter->setClearButtonEnabled(true);
+    layout->addWidget(filter);
+    auto* list = new QListWidget(&d);
+    list->addItems(items);
+    list->setCurrentRow(current);
+    layout->addWidget(list);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &d);
+    QObject::connect(buttons, &QDialogButtonBox::accepted, &d, &QDialog::accept);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, &d, &QDialog::reject);
+    QObject::connect(list, &QListWidget::itemDoubleClicked, &d, &QDialog::accept);
+    // The filter hides what does not hold its text and keeps a visible row selected.
+    QObject::connect(filter, &QLineEdit::textChanged, &d, [list](const QString& text) {
+        int first = -1;
+        for (int i = 0; i < list->count(); ++i) {
+            const bool shown = list->item(i)->text().contains(text, Qt::CaseInsensitive);
+            list->item(i)->setHidden(!shown);
+            if (shown && first < 0) first = i;
+        }
+        if (list->currentItem() == nullptr || list->currentItem()->isHidden()) list->setCurrentRow(first);
+    });
+    layout->addWidget(buttons);
+    d.resize(640, 420);
+    filter->setFocus();
+    if (d.exec() != QDialog::Accepted || list->currentRow() < 0 || list->currentItem()->isHidden()) return std::nullopt;
+    return list->currentRow();
 }
 
 }  // namespace zpe

@@ -9,8 +9,8 @@ class QWidget;
 namespace zpe {
 
 enum class MsgIcon { None, Information, Exclamation, Question };
-enum class MsgButtons { Ok, YesNo, SaveDiscardCancel, ApplyDiscardCancel };
-enum class MsgAnswer { Ok, Yes, No, Save, Discard, Cancel, Apply };
+enum class MsgButtons { Ok, YesNo, SaveDiscardCancel, ApplyDiscardCancel, AllCopyCancel };
+enum class MsgAnswer { Ok, Yes, No, Save, Discard, Cancel, Apply, All, Copy };
 
 struct MessageBoxSpec {
     QString text;
@@ -34,6 +34,12 @@ public:
     virtual std::optional<QString> openFile(const QString& filter) = 0;
     // `suggested`: the file name the dialog proposes ("" for none).
     virtual std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString()) = 0;
+    // A question with three buttons: `allText` (MsgAnswer::All), `copyText`
+    // (MsgAnswer::Copy, the default) and Cancel (also Escape).
+    virtual MsgAnswer allOrCopy(const QString& text, const QString& title, const QString& allText, const QString& copyText) = 0;
+    // A list to pick one of `items` from, with a filter box; the chosen index,
+    // none when cancelled. `current` is selected at first.
+    virtual std::optional<int> choose(const QString& title, const QString& prompt, const QStringList& items, int current = 0) = 0;
     // Shows a long text read-only in a resizable window the user can copy from.
     virtual void showText(const QString& title, const QString& text) = 0;
 };
@@ -50,6 +56,8 @@ public:
     std::optional<QString> openFile(const QString& filter) override;
     std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString()) override;
     void showText(const QString& title, const QString& text) override;
+    std::optional<int> choose(const QString& title, const QString& prompt, const QStringList& items, int current = 0) override;
+    MsgAnswer allOrCopy(const QString& text, const QString& title, const QString& allText, const QString& copyText) override;
 
 private:
     QWidget* parent_;

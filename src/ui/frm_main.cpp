@@ -263,6 +263,15 @@ void frmMain::buildPlaysTab() {
     lvPlays = listView(client, {{"Number", 800, false}, {"QB", 800, true}, {"RB1", 800, true}, {"RB2", 800, true},
                                 {"WR1", 800, true}, {"WR2", 800, true}, {"TE", 800, true}, {"C", 800, true},
                                 {"G1", 800, true}, {"G2", 800, true}, {"T1", 800, true}, {"T2", 800, true}});
+    // A player's cell: double-click edits his sequence; the menu also points him at another one.
+    for (QTreeWidget* lv : {lvPlays, lvFormations}) {
+        lv->setContextMenuPolicy(Qt::CustomContextMenu);
+        lv->setToolTip("Double-click a player to edit his sequence; right-click to point him at another one");
+        connect(lv, &QWidget::customContextMenuRequested, this, [this, lv](const QPoint& pos) { entryMenu(lv, pos); });
+        connect(lv, &QTreeWidget::itemDoubleClicked, this, [this, lv](QTreeWidgetItem* item, int column) {
+            if (const auto e = entryOfCell(lv, item, column)) showEntrySequence(*e);
+        });
+    }
 }
 
 void frmMain::buildSequencesTab() {
@@ -653,15 +662,16 @@ void frmMain::afterSave(const SaveSummary& summary) {
     // sequence (followed to where it moved) and its command stay selected.
     const auto selected = selectedSequenceAddress();
     const int command = lstSeqCommands->currentRow();
-    // Steps that name a moved sequence's old address cannot be undone any more.
-    if (summary.moved.empty()) undoStack_->setClean();
+    // Steps that name a moved sequence's old address (or a new one's key) cannot be undone any more.
+    if (summary.moved.empty() && summary.placed.empty()) undoStack_->setClean();
     else undoStack_->clear();
     inFile_ = pb;
     showPlaybook();
     if (!selected) return;
     int32_t address = *selected;
-    for (const auto& [from, to] : summary.moved)
-        if (from == address) address = to;
+    for (const auto& moves : {summary.moved, summary.placed})
+        for (const auto& [from, to] : moves)
+            if (from == address) address = to;
     const int row = sequenceRow(address);
     if (row < 0) return;
     selectRow(lvSequences, row);
@@ -813,6 +823,20 @@ void frmMain::refreshAddressLists() {
     lvSequences->addTopLevelItems(makeItems(lvSequences, rows.sequences));
     for (QTreeWidget* lv : {lvFormations, lvPlays, lvSequences}) fitColumns(lv);
     clearSeqPanel();
+}
+
+void frmMain::refreshEntryLists() {
+    const ListRows rows = buildRows(pb, cmdNames);
+    for (size_t f = 0; f < rows.formations.size(); ++f) setRowCells(lvFormations, static_cast<int>(f), rows.formations[f]);
+    for (size_t p = 0; p < rows.plays.size(); ++p) setRowCells(lvPlays, static_cast<int>(p), rows.plays[p]);
+    const auto selected = selectedSequenceAddress();
+    {
+        const QSignalBlocker quiet(lvSequences);
+        lvSequences->clear();
+        lvSequences->addTopLevelItems(makeItems(lvSequences, rows.sequences));
+        if (selected) selectRow(lvSequences, sequenceRow(*selected));
+    }
+    for (QTreeWidget* lv : {lvFormations, lvPlays, lvSequences}) fitColumns(lv);
 }
 
 void frmMain::mnuFileExportMaskROM_Click() {

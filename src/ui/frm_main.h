@@ -3,6 +3,7 @@
 // display area, the status bar. It holds the window's state and calls the core
 // for every rule about the playbook. The handlers keep the names of the
 // controls and events they answer (control_Event).
+#include "analysis/entries.h"
 #include "playbook/list_rows.h"
 #include "playbook/playbook.h"
 #include "save/save_changes.h"
@@ -23,8 +24,11 @@ class QFrame;
 class QLabel;
 class QLineEdit;
 class QListWidget;
+class QListWidgetItem;
 class QMenu;
 class QPlainTextEdit;
+class QPoint;
+class QTreeWidgetItem;
 class QPushButton;
 class QTabBar;
 class QTreeWidget;
@@ -184,6 +188,27 @@ private:
     void refreshAddressLists();
     void setRowCells(QTreeWidget* list, int index, const ListRow& row);
     void reportFailure(const QString& title, const std::exception& error);
+    // --- Entries: who uses a sequence, which sequence a player runs ---
+    // "play 23 QB", "formation 2 SHOTGUN QB", "pointer 17".
+    QString entryText(const AreaEntry& e) const;
+    // The Used by list of the editor panel: every entry naming the panel's sequence, and the game's jumps into it.
+    void updateUsedBy();
+    void lstSeqUsedBy_DoubleClick(QListWidgetItem* item);
+    // The entry a cell of the Plays or Formations list shows (a player column); none elsewhere.
+    std::optional<AreaEntry> entryOfCell(QTreeWidget* list, QTreeWidgetItem* item, int column) const;
+    // Shows the entry's sequence in the editor panel, reached from that entry (Apply then asks before changing a shared one).
+    void showEntrySequence(const AreaEntry& e);
+    void entryMenu(QTreeWidget* list, const QPoint& pos);
+    // Lets the user pick what the entry runs: another sequence, a new copy of its own, a new empty one.
+    void pointEntryAt(const AreaEntry& e);
+    // Records an entry change already made to `pb` as an undo step and shows it.
+    void pushEntriesStep(const QString& text, const EntriesState& before);
+    void restoreEntryState(const EntriesState& state);
+    // Apply on a shared sequence reached from a play or formation asks first;
+    // true when the question settled it (a copy was made, or Cancel).
+    bool applyToCopyAsked();
+    // The Plays, Formations and Sequences lists after entries or new sequences changed; the selection stays.
+    void refreshEntryLists();
     // The selected sequence's address, or none.
     std::optional<int32_t> selectedSequenceAddress() const;
     // The display area of the tab strip, in twips.
@@ -212,6 +237,7 @@ private:
     // unapplied working copy) is unsaved work, marked in the caption and asked about.
     Playbook inFile_;
     bool updatingDetails = false;  // the panel is filling itself: changes are not edits
+    std::optional<AreaEntry> reachedFrom_;  // the play's or formation's entry the panel's sequence was opened from
 
     // --- Controls ---
     QAction *mnuEditUndo, *mnuEditRedo, *mnuFileExportIps;
@@ -239,6 +265,8 @@ private:
     std::array<QLabel*, kPanelSlots> lblCmdMeaning{};  // "= -8": a signed value in decimal
     std::array<QComboBox*, kPanelSlots> cmbCmdData{};
     QPlainTextEdit* txtCmdNotes;
+    QLabel* lblSeqUsedBy;
+    QListWidget* lstSeqUsedBy;
     QPushButton *cmdSeqDelCmd, *cmdSeqApply, *cmdSeqAddCmd;
     QComboBox* cmbNewSeqCmd;
 

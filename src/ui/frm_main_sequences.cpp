@@ -75,8 +75,14 @@ void frmMain::buildSeqDetailsPanel() {
     }
 
     txtCmdNotes = new QPlainTextEdit(e);
-    txtCmdNotes->setGeometry(px(6000, 240, 2655, 1935));
+    txtCmdNotes->setGeometry(px(6000, 240, 2655, 1095));
     txtCmdNotes->setReadOnly(true);
+    lblSeqUsedBy = new QLabel("Used by:", e);
+    lblSeqUsedBy->setGeometry(px(6000, 1380, 2655, 225));
+    lstSeqUsedBy = new QListWidget(e);
+    lstSeqUsedBy->setGeometry(px(6000, 1620, 2655, 1035));
+    lstSeqUsedBy->setToolTip("The plays, formations and pointers that run this sequence; double-click a play or formation to show it");
+    connect(lstSeqUsedBy, &QListWidget::itemDoubleClicked, this, [this](QListWidgetItem* item) { lstSeqUsedBy_DoubleClick(item); });
 
     cmbNewSeqCmd = new QComboBox(e);
     cmbNewSeqCmd->setGeometry(px(120, 2280, 2895, 315));
@@ -98,6 +104,7 @@ void frmMain::growSeqDetails(int extra) {
     cmdSeqAddCmd->move(pixels(3120), pixels(2280 + extra));
     cmdSeqApply->move(pixels(4440), pixels(2280 + extra));
     cmdSeqDelCmd->move(pixels(3120), pixels(1680 + extra));
+    lstSeqUsedBy->setGeometry(px(6000, 1620, 2655, 1035 + extra));
 }
 
 void frmMain::cmdSeqDetails_Click() {
@@ -133,8 +140,10 @@ void frmMain::lvSequences_Click() {
     }
     const clsSequence* stored = pb.sequences.find(*address);
     if (!stored) return;
+    if (*address != curSeq.address()) reachedFrom_.reset();  // picked in the list: no play or formation it came from
     curSeq.clone(*stored);
     lstSeqCommands_update();
+    updateUsedBy();
     cmdSeqAddCmd->setEnabled(true);
     cmdSeqApply->setEnabled(false);
     refreshModified();
@@ -282,6 +291,7 @@ void frmMain::cmdSeqApply_Click() {
     // Only into the sequence the working copy came from: a selection moved
     // without a click (the keyboard) must not receive another sequence's commands.
     if (!address || !pb.sequences.contains(*address) || curSeq.address() != *address) return;
+    if (applyToCopyAsked()) return;
     applyWorkingCopy();  // an Apply that changes nothing is no undo step
     cmdSeqApply->setEnabled(false);
 }
@@ -367,6 +377,8 @@ void frmMain::clearSeqPanel() {
     }
     txtCmdNotes->clear();
     cmdSeqApply->setEnabled(false);
+    lstSeqUsedBy->clear();
+    reachedFrom_.reset();
 }
 
 }  // namespace zpe

@@ -2,6 +2,7 @@
 // The window's undo steps: each holds the state before and after one edit
 // (slots, a stored sequence, the editor's working copy) and puts it back
 // through the window, which refreshes the rows that show it.
+#include "analysis/entries.h"
 #include "model/play_slot.h"
 #include "sequence/sequence.h"
 
@@ -56,5 +57,6 @@ private:
 
 using SlotsStep = StateStep<SlotStates>;
 using SequenceStep = StateStep<clsSequence>;
+using EntriesStep = StateStep<EntriesState>;
 
 }  // namespace zpe

@@ -32,6 +32,22 @@ public:
     std::vector<std::pair<QString, QString>> texts;  // title and text of each text window
     void showText(const QString& title, const QString& text) override { texts.emplace_back(title, text); }
 
+    // Recorded as a box with AllCopyCancel; answered from `answers`, Copy when empty.
+    MsgAnswer allOrCopy(const QString& text, const QString& title, const QString& allText, const QString& copyText) override {
+        buttonTexts << allText << copyText;
+        return message({text, title, MsgIcon::Question, MsgButtons::AllCopyCancel, MsgAnswer::Copy});
+    }
+    QStringList buttonTexts;  // the first two captions of each allOrCopy()
+    std::deque<std::optional<int>> choices;  // next choose() answers; cancel when empty
+    std::vector<QStringList> offered;        // the items of each choose()
+    std::optional<int> choose(const QString&, const QString&, const QStringList& items, int = 0) override {
+        offered.push_back(items);
+        if (choices.empty()) return std::nullopt;
+        const auto c = choices.front();
+        choices.pop_front();
+        return c;
+    }
+
 private:
     std::optional<QString> next(const QString& filter) {
         filters << filter;

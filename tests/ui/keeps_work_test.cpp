@@ -111,6 +111,78 @@ private slots:
         QVERIFY(!w->isWindowModified());
     }
 
+    // A shared sequence reached from a play: Used by, the question, a copy for
+    // that play alone (undone, redone) placed by Save; the others keep theirs.
+    void sharedSequenceReachedFromAPlayGetsACopy() {
+        fx.stop();
+        fx.start(workImage().playPlayer(1, 0, 0xA010));
+        open();
+        w->showEntrySequence({AreaEntry::Table::Play, 1, 0, 0});
+        QCOMPARE(w->selectedTab(), 4);
+        QStringList used;
+        for (int i = 0; i < w->lstSeqUsedBy->count(); ++i) used << w->lstSeqUsedBy->item(i)->text();
+        QCOMPARE(used, QStringList({"pointer 0", "play 0 QB", "play 1 QB"}));
+        w->txtSeqData[1]->setText("7C");
+        fx.dialogs->answers = {MsgAnswer::Cancel};
+        w->cmdSeqApply_Click();
+        QCOMPARE(fx.dialogs->boxes.back().text, QString("Used by 2 plays and 1 pointer."));
+        QCOMPARE(fx.dialogs->buttonTexts, QStringList({"Change all of them", "Only play 1 QB (a copy)"}));
+        QVERIFY(w->workingCopyEdited());  // Cancel keeps the edits in the panel
+        fx.dialogs->answers = {MsgAnswer::Copy};
+        w->cmdSeqApply_Click();
+        const int32_t copy = w->pb.plays[1].seqAddress(0);
+        QVERIFY(isNewSequence(copy));
+        QCOMPARE(w->pb.sequences.at(copy).data(0, 1), int16_t(0x7C));
+        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
+        QCOMPARE(w->curSeq.address(), copy);
+        QCOMPARE(w->lvPlays->topLevelItem(1)->text(1), QString("new 1"));
+        w->undoStack_->undo();
+        QCOMPARE(w->pb.plays[1].seqAddress(0), 0xA010);
+        QVERIFY(!w->pb.sequences.contains(copy));
+        w->undoStack_->redo();
+        QCOMPARE(w->pb.plays[1].seqAddress(0), copy);
+        QVERIFY(w->isWindowModified());
+        QVERIFY(w->runSave());
+        const int32_t placed = w->pb.plays[1].seqAddress(0);
+        QVERIFY(placed != 0xA010 && !isNewSequence(placed));
+        QCOMPARE(w->pb.sequences.at(placed).data(0, 1), int16_t(0x7C));
+        QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA010);
+        QCOMPARE(w->pb.seqPointers[0], 0xA010);
+        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
+        QCOMPARE(w->curSeq.address(), placed);  // the panel follows it to its place
+        QVERIFY(!w->isWindowModified());
+    }
+
+    // The Plays tab's chooser: another sequence, then a new empty one filled with Add; both undoable.
+    void pointAPlayerAtAnotherSequenceOrANewOne() {
+        open();
+        const AreaEntry rb{AreaEntry::Table::Play, 0, 1, 0};
+        fx.dialogs->choices = {4};  // after the copy and the new one: A000, A010, A020
+        w->pointEntryAt(rb);
+        QVERIFY(fx.dialogs->offered.back()[4].startsWith("A020"));
+        QCOMPARE(w->pb.plays[0].seqAddress(1), 0xA020);
+        QCOMPARE(w->lvPlays->topLevelItem(0)->text(2), QString("A020"));
+        QVERIFY(w->isWindowModified());
+        w->undoStack_->undo();
+        QVERIFY(w->pb.plays[0].seqAddress(1) != 0xA020);
+        QVERIFY(!w->isWindowModified());
+
+        fx.dialogs->choices = {1, 0};  // a new empty sequence, with the first end offered
+        w->pointEntryAt(rb);
+        const int32_t made = w->pb.plays[0].seqAddress(1);
+        QVERIFY(isNewSequence(made));
+        QCOMPARE(w->curSeq.address(), made);  // shown in the panel, to be filled with Add
+        w->lstSeqCommands->setCurrentRow(-1);
+        w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xD7));
+        w->cmdSeqAddCmd_Click();
+        w->cmdSeqApply_Click();
+        QCOMPARE(w->pb.sequences.at(made).commandCount(), 2);
+        QVERIFY(w->runSave());
+        const int32_t placed = w->pb.plays[0].seqAddress(1);
+        QCOMPARE(w->pb.sequences.at(placed).command(0), int16_t(0xD7));
+        QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA010);
+    }
+
     void exitWithAnUnsavedApplyAsks() {
         open();
         applyAnEdit();

@@ -1,0 +1,242 @@
+// Who uses a sequence and which sequence each player runs: the editor panel's
+// "Used by" list, the Plays and Formations tabs' menus that point a player at
+// another sequence (or a new copy, or a new empty one), and Apply's question
+// when the sequence reached from a play or formation is shared.
+#include "analysis/entries.h"
+#include "analysis/references.h"
+#include "model/hex.h"
+#include "ui/frm_main.h"
+
+#include <QLabel>
+#include <QListWidget>
+#include <QMenu>
+#include <QPushButton>
+#include <QTreeWidget>
+#include <QUndoStack>
+
+namespace zpe {
+
+namespace {
+
+QString keyText(int32_t key) { return QString::fromStdString(sequenceKeyText(key)); }
+
+QString counted(size_t n, const char* word) { return QString("%1 %2%3").arg(n).arg(word).arg(n == 1 ? "" : "s"); }
+
+// "14 plays", "3 plays, 1 formation and 1 pointer".
+QString usersText(const std::vector<AreaEntry>& users) {
+    size_t plays = 0, formations = 0, pointers = 0;
+    for (const AreaEntry& e : users)
+        (e.table == AreaEntry::Table::Play ? plays : e.table == AreaEntry::Table::Formation ? formations : pointers)++;
+    QStringList parts;
+    if (plays) parts << counted(plays, "play");
+    if (formations) parts << counted(formations, "formation");
+    if (pointers) parts << counted(pointers, "pointer");
+    if (parts.size() < 2) return parts.join("");
+    const QString last = parts.takeLast();
+    return parts.join(", ") + " and " + last;
+}
+
+}  // namespace
+
+QString frmMain::entryText(const AreaEntry& e) const {
+    const QString who = QString::fromStdString(positionName(e.player));
+    switch (e.table) {
+    case AreaEntry::Table::Play: return QString("play %1 %2").arg(e.index).arg(who);
+    case AreaEntry::Table::Formation: {
+        const auto f = static_cast<size_t>(e.index);
+        const QString name = f < pb.formations.size() ? QString::fromLatin1(pb.formations[f].name()) : QString();
+        return QString("formation %1 %2 %3").arg(e.index).arg(name, who);
+    }
+    case AreaEntry::Table::Pointer: return QString("pointer %1").arg(e.index);
+    }
+    return {};
+}
+
+void frmMain::updateUsedBy() {
+    lstSeqUsedBy->clear();
+    if (curSeq.commandCount() == 0 || !pb.sequences.contains(curSeq.address())) return;
+    const int32_t key = curSeq.address();
+    for (const AreaEntry& e : entriesNaming(pb, key)) {
+        auto* item = new QListWidgetItem(entryText(e), lstSeqUsedBy);
+        item->setData(Qt::UserRole, static_cast<int>(e.table));
+        item->setData(Qt::UserRole + 1, e.index);
+        item->setData(Qt::UserRole + 2, e.player);
+        if (e.table != AreaEntry::Table::Pointer) item->setToolTip("Double-click to show it");
+    }
+    // The game's own jumps and branches into it, as the image holds them.
+    const size_t fields = isNewSequence(key) || !inFile_.openComplete ? 0 : referencesTo(inFile_, key).fields.size();
+    if (fields > 0) {
+        auto* item = new QListWidgetItem(counted(fields, "jump or branch").replace("branchs", "branches") + " of the game lead here",
+                                         lstSeqUsedBy);
+        item->setFlags(Qt::ItemIsEnabled);
+    }
+    if (lstSeqUsedBy->count() == 0) new QListWidgetItem("nothing (not saved unless an entry names it)", lstSeqUsedBy);
+}
+
+void frmMain::lstSeqUsedBy_DoubleClick(QListWidgetItem* item) {
+    bool ok = false;
+    const int table = item->data(Qt::UserRole).toInt(&ok);
+    if (!ok) return;
+    const int index = item->data(Qt::UserRole + 1).toInt(), player = item->data(Qt::UserRole + 2).toInt();
+    if (table == static_cast<int>(AreaEntry::Table::Play)) {
+        selectTab(3);
+        selectRow(lvPlays, index);
+        if (QTreeWidgetItem* row = lvPlays->topLevelItem(index)) lvPlays->setCurrentItem(row, player + 1);
+    } else if (table == static_cast<int>(AreaEntry::Table::Formation)) {
+        selectTab(1);
+        selectRow(lvFormations, index);
+        lvFormations_Click();
+        if (QTreeWidgetItem* row = lvFormations->topLevelItem(index)) lvFormations->setCurrentItem(row, player + 1);
+    }
+}
+
+std::optional<AreaEntry> frmMain::entryOfCell(QTreeWidget* list, QTreeWidgetItem* item, int column) const {
+    if (!item || column < 1 || column > kPlayersPerRecord) return std::nullopt;
+    const int row = list->indexOfTopLevelItem(item);
+    AreaEntry e{list == lvPlays ? AreaEntry::Table::Play : AreaEntry::Table::Formation, row, column - 1, 0};
+    if (row < 0 || (list == lvFormations && static_cast<size_t>(row) >= pb.formations.size())) return std::nullopt;
+    e.target = entryTarget(pb, e);
+    return e;
+}
+
+void frmMain::showEntrySequence(const AreaEntry& e) {
+    const int32_t key = entryTarget(pb, e);
+    if (!pb.sequences.contains(key)) {
+        StatusBar1->setText(entryText(e) + " runs no sequence.");
+        return;
+    }
+    selectTab(4);
+    if (!showSeqDetails) cmdSeqDetails_Click();
+    selectRow(lvSequences, sequenceRow(key));
+    lvSequences_Click();
+    if (curSeq.address() != key) return;  // the user stayed on an edited sequence
+    if (QTreeWidgetItem* row = lvSequences->topLevelItem(sequenceRow(key))) lvSequences->scrollToItem(row);
+    reachedFrom_ = e;
+    StatusBar1->setText("Editing the sequence " + entryText(e) + " runs (" + keyText(key) + ").");
+}
+
+void frmMain::entryMenu(QTreeWidget* list, const QPoint& pos) {
+    const auto e = entryOfCell(list, list->itemAt(pos), list->columnAt(pos.x()));
+    if (!e) return;
+    const QString who = QString::fromStdString(positionName(e->player));
+    QMenu menu(this);
+    QAction* edit = menu.addAction("Edit " + who + "'s Sequence");
+    QAction* point = menu.addAction("Point " + who + " at a Sequence...");
+    edit->setEnabled(pb.sequences.contains(e->target));
+    QAction* chosen = menu.exec(list->viewport()->mapToGlobal(pos));
+    if (chosen == edit) showEntrySequence(*e);
+    else if (chosen == point) pointEntryAt(*e);
+}
+
+void frmMain::pointEntryAt(const AreaEntry& e) {
+    if (!pb.openComplete) return;
+    const int32_t current = entryTarget(pb, e);
+    const bool kick = entryReadsKick(e);
+    const QString who = entryText(e);
+    QStringList items;
+    std::vector<int32_t> keys;  // the sequence of each item after the first two
+    const bool canCopy = pb.sequences.contains(current);
+    items << (canCopy ? "A new copy of the current one (" + keyText(current) + ")" : "A new copy of the current one (none)")
+          << "A new empty sequence...";
+    int selected = 0;
+    for (int r = 0; r < lvSequences->topLevelItemCount(); ++r) {
+        const int32_t key = lvSequences->topLevelItem(r)->data(0, Qt::UserRole).toInt();
+        const clsSequence* seq = pb.sequences.find(key);
+        if (!seq || seq->kick() != kick) continue;  // read another way, it would run other commands
+        if (key == current) selected = items.size();
+        items << keyText(key) + "   " + QString::fromLatin1(seq->commandString(cmdNames));
+        keys.push_back(key);
+    }
+    const auto choice = dialogs_.choose("Point at a Sequence", "The sequence " + who + " runs (now " +
+                                        (canCopy ? keyText(current) : QString("none")) + "):", items, selected);
+    if (!choice || *choice < 0 || *choice >= items.size()) return;
+    const EntriesState before = entriesState(pb);
+    if (*choice == 0) {
+        if (!canCopy) return;
+        try {
+            setEntryTarget(pb, e, addCopyOf(pb, current));
+        } catch (const std::invalid_argument& error) {
+            StatusBar1->setText(QString::fromStdString(error.what()));
+            return;
+        }
+        pushEntriesStep("Copy for " + who, before);
+        showEntrySequence(e);
+        StatusBar1->setText(who + " now runs its own copy of " + keyText(current) + "; Save places it in a free run.");
+        return;
+    }
+    if (*choice == 1) {
+        // The end command it starts with: one after which the game stops.
+        const auto names = newCommandItems(cmdNames);
+        QStringList ends;
+        const std::vector<int16_t> codes = newSequenceEnds(kick);
+        for (const int16_t code : codes) {
+            QString text = QString::fromStdString(hex2(code));
+            for (size_t i = 0; i < names.size(); ++i)
+                if (newCommandCode(static_cast<int>(i)) == code) text = QString::fromLatin1(names[i]);
+            ends << text;
+        }
+        const auto end = dialogs_.choose("New Sequence", "The command that ends it (fill it with Add):", ends, 0);
+        if (!end || *end < 0 || static_cast<size_t>(*end) >= codes.size()) return;
+        setEntryTarget(pb, e, addEmptySequence(pb, codes[static_cast<size_t>(*end)], kick));
+        pushEntriesStep("New Sequence for " + who, before);
+        showEntrySequence(e);
+        StatusBar1->setText(who + " now runs a new sequence: add its commands, then Apply.");
+        return;
+    }
+    const int32_t key = keys[static_cast<size_t>(*choice - 2)];
+    if (key == current) return;
+    setEntryTarget(pb, e, key);
+    pushEntriesStep("Point " + who + " at " + keyText(key), before);
+    StatusBar1->setText(who + " now runs " + keyText(key) + ".");
+}
+
+void frmMain::pushEntriesStep(const QString& text, const EntriesState& before) {
+    dropUnusedNewSequences(pb);  // a sequence made earlier that nothing names any more goes
+    undoStack_->push(new EntriesStep(text, before, entriesState(pb), [this](const EntriesState& s) { restoreEntryState(s); }, true));
+    refreshEntryLists();
+    updateUsedBy();
+    refreshPictures();
+    refreshModified();
+}
+
+void frmMain::restoreEntryState(const EntriesState& state) {
+    restoreEntries(pb, state);
+    refreshEntryLists();
+    // The panel shows what the entry it was reached from runs now (its sequence
+    // may have gone with the step), unless it holds edits not applied.
+    const auto from = reachedFrom_;
+    if (curSeq.commandCount() > 0 && !pb.sequences.contains(curSeq.address())) clearSeqPanel();
+    if (from && !workingCopyEdited() && entryTarget(pb, *from) != curSeq.address() &&
+        pb.sequences.contains(entryTarget(pb, *from)))
+        showEntrySequence(*from);
+    updateUsedBy();
+    refreshModified();
+}
+
+bool frmMain::applyToCopyAsked() {
+    if (!reachedFrom_ || !workingCopyEdited() || entryTarget(pb, *reachedFrom_) != curSeq.address()) return false;
+    const std::vector<AreaEntry> users = entriesNaming(pb, curSeq.address());
+    if (users.size() < 2) return false;
+    const QString who = entryText(*reachedFrom_);
+    switch (dialogs_.allOrCopy("Used by " + usersText(users) + ".", "Apply", "Change all of them", "Only " + who + " (a copy)")) {
+    case MsgAnswer::All: return false;
+    case MsgAnswer::Copy: break;
+    default: return true;  // Cancel: the edits stay in the panel, not applied
+    }
+    const EntriesState before = entriesState(pb);
+    const int32_t from = curSeq.address();
+    const AreaEntry entry = *reachedFrom_;
+    try {
+        setEntryTarget(pb, entry, addCopyOf(pb, from, &curSeq));
+    } catch (const std::invalid_argument& error) {
+        StatusBar1->setText(QString::fromStdString(error.what()));
+        return true;
+    }
+    curSeq.clone(pb.sequences.at(from));  // the shared sequence keeps what it had
+    pushEntriesStep("Copy for " + who, before);
+    showEntrySequence(entry);
+    StatusBar1->setText(who + " now runs its own copy of " + keyText(from) + " with the edits; Save places it in a free run.");
+    return true;
+}
+
+}  // namespace zpe
