@@ -78,10 +78,13 @@ std::vector<std::string> describeDifferences(const Playbook& original, const Pla
     }
     for (const auto& [address, seq] : edited.sequences) {
         if (original.sequences.contains(address)) continue;
-        std::string from;
+        int32_t from = -1;  // the address an entry named before it named this one
         for (const auto& [a, b] : renamed)
-            if (b == address && original.sequences.contains(a)) from = hex4(a);
-        out.push_back(from.empty() ? "sequence " + hex4(address) + " added" : "sequence " + from + " moved to " + hex4(address));
+            if (b == address && original.sequences.contains(a)) from = a;
+        // Moved when the old sequence is gone; a new one run instead of it when the old one is still there.
+        if (from < 0) out.push_back("sequence " + hex4(address) + " added");
+        else if (edited.sequences.contains(from)) out.push_back("sequence " + hex4(address) + " added, run instead of " + hex4(from));
+        else out.push_back("sequence " + hex4(from) + " moved to " + hex4(address));
     }
 
     std::map<std::string, int> other;

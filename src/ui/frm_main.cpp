@@ -351,6 +351,8 @@ QWidget* frmMain::control(Ctl c) const {
     case Ctl::fraSeqDetails: return fraSeqDetails;
     case Ctl::cmdSeqDetails: return cmdSeqDetails;
     case Ctl::txtCmdNotes: return txtCmdNotes;
+    case Ctl::lblSeqUsedBy: return lblSeqUsedBy;
+    case Ctl::lstSeqUsedBy: return lstSeqUsedBy;
     }
     return nullptr;
 }

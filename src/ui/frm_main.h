@@ -167,6 +167,8 @@ private:
     // The editor panel's command list takes `extra` twips more height; the controls under it move down.
     void growSeqDetails(int extra);
     void lstSeqCommands_update();
+    // A command's row in the editor panel: "A123: Move Relative (L-10)".
+    QString commandItemText(int i) const;
     void lstSeqCommands_refresh();
     // Empties the panel and disables "Apply" (a new image, a relaid one).
     void clearSeqPanel();

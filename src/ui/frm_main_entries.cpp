@@ -41,7 +41,8 @@ QString usersText(const std::vector<AreaEntry>& users) {
 QString frmMain::entryText(const AreaEntry& e) const {
     const QString who = QString::fromStdString(positionName(e.player));
     switch (e.table) {
-    case AreaEntry::Table::Play: return QString("play %1 %2").arg(e.index).arg(who);
+    // Play numbers as the Plays list shows them (hexadecimal).
+    case AreaEntry::Table::Play: return QString("play %1 %2").arg(QString::fromStdString(hexPlain(e.index)), who);
     case AreaEntry::Table::Formation: {
         const auto f = static_cast<size_t>(e.index);
         const QString name = f < pb.formations.size() ? QString::fromLatin1(pb.formations[f].name()) : QString();

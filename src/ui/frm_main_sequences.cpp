@@ -104,7 +104,6 @@ void frmMain::growSeqDetails(int extra) {
     cmdSeqAddCmd->move(pixels(3120), pixels(2280 + extra));
     cmdSeqApply->move(pixels(4440), pixels(2280 + extra));
     cmdSeqDelCmd->move(pixels(3120), pixels(1680 + extra));
-    lstSeqUsedBy->setGeometry(px(6000, 1620, 2655, 1035 + extra));
 }
 
 void frmMain::cmdSeqDetails_Click() {
@@ -163,11 +162,15 @@ void frmMain::applyWorkingCopy() {
     cmdSeqApply->setEnabled(false);
 }
 
+QString frmMain::commandItemText(int i) const {
+    // Where the command was read ("new" for an added one), then what it does.
+    const int32_t origin = curSeq.commandAddress(i);
+    return QString::fromLatin1((isNewOrigin(origin) ? std::string("new") : hex4(origin)) + ": " + curSeq.commandName(i, cmdNames));
+}
+
 void frmMain::lstSeqCommands_update() {
     lstSeqCommands->clear();
-    for (int i = 0; i < curSeq.commandCount(); ++i)
-        lstSeqCommands->addItem(QString::fromLatin1((isNewOrigin(curSeq.commandAddress(i)) ? std::string("new ") : hex4(curSeq.commandAddress(i))) +
-                                                    ": " + curSeq.commandName(i, cmdNames)));
+    for (int i = 0; i < curSeq.commandCount(); ++i) lstSeqCommands->addItem(commandItemText(i));
     for (int i = 0; i < lstSeqCommands->count(); ++i) lstSeqCommands->item(i)->setToolTip(lstSeqCommands->item(i)->text());
     if (lstSeqCommands->count() == 0) {
         for (size_t k = 0; k < kPanelSlots; ++k) {
@@ -182,8 +185,7 @@ void frmMain::lstSeqCommands_update() {
 }
 
 void frmMain::lstSeqCommands_refresh() {
-    for (int i = 0; i < curSeq.commandCount() && i < lstSeqCommands->count(); ++i)
-        lstSeqCommands->item(i)->setText(QString::fromLatin1(curSeq.commandName(i, cmdNames)));
+    for (int i = 0; i < curSeq.commandCount() && i < lstSeqCommands->count(); ++i) lstSeqCommands->item(i)->setText(commandItemText(i));
     for (int i = 0; i < lstSeqCommands->count(); ++i) lstSeqCommands->item(i)->setToolTip(lstSeqCommands->item(i)->text());
 }
 

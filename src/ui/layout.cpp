@@ -101,7 +101,12 @@ std::vector<LayoutStep> tabLayout(const LayoutInput& in) {
             steps.push_back(move(Ctl::fraSeqDetails, CL, CT + listHeight, CW, eh));
             steps.push_back(show(Ctl::fraSeqDetails));
             steps.push_back(caption(Ctl::cmdSeqDetails, "Hide Details"));
-            steps.push_back(move(Ctl::txtCmdNotes, kNotesLeft, kNotesTop, CW - kNotesLeft - 80, eh - kNotesTop - 80));
+            // The notes above, the Used by list below, sharing the panel's height.
+            const int nw = CW - kNotesLeft - 80, notesHeight = (eh - kNotesTop - 80 - 285) * 2 / 5;
+            const int labelTop = kNotesTop + notesHeight + 45, listTop = labelTop + 240;
+            steps.push_back(move(Ctl::txtCmdNotes, kNotesLeft, kNotesTop, nw, notesHeight));
+            steps.push_back(move(Ctl::lblSeqUsedBy, kNotesLeft, labelTop, nw, 225));
+            steps.push_back(move(Ctl::lstSeqUsedBy, kNotesLeft, listTop, nw, eh - 80 - listTop));
         }
         steps.push_back(show(Ctl::lvSequences));
         steps.push_back(show(Ctl::fraSeq));

@@ -28,13 +28,13 @@ enum class TabIndex { Formations = 1, PlaySlots = 2, Plays = 3, Sequences = 4 };
 // The controls a layout pass places, shows or captions.
 enum class Ctl {
     lvFormations, fraFormationButtons, picFormation, lvPlaySlots, fraPlayDetails, fraPlaySlots,
-    lvPlays, lvSequences, fraSeq, fraSeqDetails, cmdSeqDetails, txtCmdNotes
+    lvPlays, lvSequences, fraSeq, fraSeqDetails, cmdSeqDetails, txtCmdNotes, lblSeqUsedBy, lstSeqUsedBy
 };
 
 struct LayoutStep {
     enum class Op { Move, Show, Caption } op;
     Ctl ctl;
-    TwipRect rect;        // Move: the new geometry (for txtCmdNotes: inside fraSeqDetails)
+    TwipRect rect;        // Move: the new geometry (for the notes and the Used by list: inside fraSeqDetails)
     std::string caption;  // Caption: the new text
     bool operator==(const LayoutStep&) const = default;
 };

@@ -97,8 +97,8 @@ private slots:
         w->cmbCmdData_Click(0);
         QCOMPARE(w->curSeq.data(2, 0), int16_t(2));
         QVERIFY(w->cmdSeqApply->isEnabled());
-        QCOMPARE(rows().at(2), QString("Cond. Branch (C7) to 1202"));  // refreshed without the address
-        QCOMPARE(rows().at(0), QString("Block LE"));
+        QCOMPARE(rows().at(2), QString("A004: Cond. Branch (C7) to 1202"));  // refreshed with its address kept
+        QCOMPARE(rows().at(0), QString("A000: Block LE"));
         // Selecting the command again selects the item of its value.
         w->lstSeqCommands->setCurrentRow(0);
         w->lstSeqCommands->setCurrentRow(2);
@@ -113,7 +113,7 @@ private slots:
         QTest::keyClicks(w->txtSeqData[0], "1F");
         QCOMPARE(w->curSeq.data(1, 0), int16_t(0x1F));
         QVERIFY(w->cmdSeqApply->isEnabled());
-        QCOMPARE(rows().at(1), QString("Move Relative (D-1F,L-03)"));
+        QCOMPARE(rows().at(1), QString("A001: Move Relative (D-1F,L-03)"));
         w->txtSeqData[0]->clear();
         QCOMPARE(w->curSeq.data(1, 0), int16_t(0));
         QCOMPARE(w->pb.sequences.at(0xA000).data(1, 0), int16_t(5));  // the stored sequence waits for Apply
@@ -252,7 +252,7 @@ private slots:
         QCOMPARE(w->curSeq.commandCount(), 2);
         w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
         w->cmdSeqAddCmd_Click();  // after the selected first command
-        QCOMPARE(rows().at(1), QString("new : F3(0) "));
+        QCOMPARE(rows().at(1), QString("new: F3(0) "));
         QVERIFY(w->cmdSeqApply->isEnabled());
         w->cmdSeqApply_Click();
         w->mnuFileSaveChanges_Click();
