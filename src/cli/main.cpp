@@ -97,7 +97,26 @@ struct Context {
     void said(const std::string& line) const {
         if (!quiet) std::cout << line << '\n';
     }
+    // The same, said before the write lands: when standard output does not
+    // take the line, the write is abandoned, so exit 1 means nothing was written.
+    void confirm(const std::string& line) const;
 };
+
+// Output that could not be written (a full device, a closed pipe) is a
+// failure: 0 when standard output took everything, kExitFailed (said on
+// standard error) when not.
+int flushedOutput() {
+    errno = 0;
+    std::cout.flush();
+    if (std::cout) return 0;
+    std::cerr << "zpe: cannot write to standard output" << (errno ? std::string(": ") + std::strerror(errno) : "") << '\n';
+    return kExitFailed;
+}
+
+void Context::confirm(const std::string& line) const {
+    said(line);
+    if (flushedOutput() != 0) throw Failure{"the confirmation could not be written, so nothing was written"};
+}
 
 // Opens the image as the window does (cpu.txt is written only by the verb that asks for it).
 zpe::Playbook openOrFail(const std::string& path, const Context& ctx) {
@@ -176,19 +195,21 @@ int runSlotAction(const Context& ctx, const std::string& imagePath, const std::s
     if (result.outcome == zpe::SlotActionOutcome::KindMixed) throw Failure{imagePath + ": " + zpe::kKindRefusedMessage};
     if (result.outcome == zpe::SlotActionOutcome::SameSlot) throw Failure{imagePath + ": " + zpe::kActionCancelledMessage};
     const std::vector<uint8_t> before = pb.openedBytes;
-    zpe::safeSave(pb);
-    size_t changed = 0;
-    for (size_t i = 0; i < before.size() && i < pb.openedBytes.size(); ++i) changed += before[i] != pb.openedBytes[i];
-    ctx.said(std::string(swap ? "swapped slots " : "copied slot ") + std::to_string(a) + (swap ? " and " : " over slot ") +
-             std::to_string(b) + "; " + std::to_string(changed) + " bytes written");
+    zpe::safeSave(pb, [&](const std::vector<uint8_t>& bytes) {
+        size_t changed = 0;
+        for (size_t i = 0; i < before.size() && i < bytes.size(); ++i) changed += before[i] != bytes[i];
+        ctx.confirm(std::string(swap ? "swapped slots " : "copied slot ") + std::to_string(a) + (swap ? " and " : " over slot ") +
+                    std::to_string(b) + "; " + std::to_string(changed) + " bytes written");
+    });
     return 0;
 }
 
 int runFullSave(const Context& ctx, const std::string& imagePath) {
     const zpe::FileLock lock(imagePath);
     zpe::Playbook pb = openOrFail(imagePath, ctx);
-    zpe::fullSave(pb);
-    ctx.said("laid out " + std::to_string(pb.sequences.size()) + " sequences from A000 and rewrote every table");
+    zpe::fullSave(pb, [&](const zpe::Playbook& relaid) {
+        ctx.confirm("laid out " + std::to_string(relaid.sequences.size()) + " sequences from A000 and rewrote every table");
+    });
     return 0;
 }
 
@@ -238,7 +259,10 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
         std::cout << zpe::planSave(pb, zpe::readUnchangedImage(pb)).summary.text() << '\n';
         return 0;
     }
-    std::cout << zpe::saveChanges(pb, ctx.dataDir).text() << '\n';
+    (void)zpe::saveChanges(pb, ctx.dataDir, [&](const zpe::SaveSummary& summary) {
+        std::cout << summary.text() << '\n';  // the summary is the verb's output, --quiet or not
+        if (flushedOutput() != 0) throw Failure{"the summary could not be written, so nothing was written"};
+    });
     return 0;
 }
 
@@ -327,16 +351,22 @@ int runDiff(const Context& ctx, const std::string& originalPath, const std::stri
 }
 
 int runPatch(const Context& ctx, const std::string& imagePath, const std::string& patchPath, const std::string& outPath,
-             bool force) {
+             bool force, bool resize) {
     const std::string target = outPath.empty() ? imagePath : outPath;
+    if (!outPath.empty()) zpe::refuseSameFile(outPath, patchPath, "the patch");
     const zpe::FileLock lock(target);
     std::vector<uint8_t> patched;
+    const std::vector<uint8_t> original = zpe::readWholeFile(imagePath);
     try {
-        patched = zpe::applyIps(zpe::readWholeFile(imagePath), zpe::readWholeFile(patchPath), zpe::kMaxFileSize);
+        patched = zpe::applyIps(original, zpe::readWholeFile(patchPath), zpe::kMaxFileSize);
     } catch (const zpe::PatchError& e) {
         throw Failure{patchPath + ": " + e.what() + "; nothing was written"};
     }
-    if (!outPath.empty()) zpe::refuseSameFile(outPath, patchPath);
+    // A patch changes the image, not its shape: a cut after "EOF" or records past the end only with --resize.
+    if (patched.size() != original.size() && !resize)
+        throw Failure{patchPath + ": the patch would make " + imagePath + " " + std::to_string(patched.size()) + " bytes long, not " +
+                      std::to_string(original.size()) + " (" + (patched.size() < original.size() ? "it cuts the image" : "it writes past its end") +
+                      "); nothing was written (--resize allows it)"};
     // Like every write: what would not open as an image of the game is refused before it lands.
     if (!force) {
         try {
@@ -347,8 +377,7 @@ int runPatch(const Context& ctx, const std::string& imagePath, const std::string
                           "); nothing was written (--force writes it anyway)"};
         }
     }
-    zpe::replaceFileContents(target, patched);
-    ctx.said("applied " + patchPath + " to " + target);
+    zpe::replaceFileContents(target, patched, [&] { ctx.confirm("applied " + patchPath + " to " + target); });
     return 0;
 }
 
@@ -422,7 +451,7 @@ int main(int argc, char** argv) {
     app.add_flag("-q,--quiet", quiet, "Verbs that write say nothing on success");
 
     std::string image, arg1, arg2;
-    bool kr = false, all = false, numbered = false, asJson = false, dryRun = false, force = false;
+    bool kr = false, all = false, numbered = false, asJson = false, dryRun = false, force = false, resize = false;
     RenderRequest render;
     std::function<int(const Context&)> action;
     auto verb = [&](const char* name, const char* help) { return app.add_subcommand(name, help); };
@@ -524,7 +553,8 @@ int main(int argc, char** argv) {
     patch->add_option("PATCH", arg1, "The IPS patch")->required();
     patch->add_option("--out", arg2, "Write the patched image here instead of over IMAGE");
     patch->add_flag("--force", force, "Write a result that no longer opens as an image of the game");
-    then(patch, [&](const Context& c) { return runPatch(c, image, arg1, arg2, force); });
+    patch->add_flag("--resize", resize, "Let the patch change the image's size (cut it, or write past its end)");
+    then(patch, [&](const Context& c) { return runPatch(c, image, arg1, arg2, force, resize); });
 
     auto* draw = verb("render", "Draw a slot's play or a formation into a PNG picture");
     imageOption(draw);
@@ -540,13 +570,13 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
         std::cout << app.help();
-        return 0;
+        return flushedOutput();
     } catch (const CLI::CallForAllHelp&) {
         std::cout << app.help("", CLI::AppFormatMode::All);
-        return 0;
+        return flushedOutput();
     } catch (const CLI::CallForVersion&) {
         std::cout << app.version() << '\n';
-        return 0;
+        return flushedOutput();
     } catch (const CLI::ParseError& e) {
         std::cerr << "zpe: " << e.what() << "\n\n" << app.help();
         return kExitUsage;
@@ -568,12 +598,5 @@ int main(int argc, char** argv) {
     } catch (const std::exception& e) {
         std::cerr << "zpe: " << e.what() << '\n';
     }
-    // Output that could not be written (a full device, a closed pipe) is a failure too.
-    errno = 0;
-    std::cout.flush();
-    if (!std::cout) {
-        std::cerr << "zpe: cannot write to standard output" << (errno ? std::string(": ") + std::strerror(errno) : "") << '\n';
-        return kExitFailed;
-    }
-    return code;
+    return flushedOutput() == 0 ? code : kExitFailed;
 }

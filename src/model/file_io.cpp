@@ -118,14 +118,14 @@ std::vector<uint8_t> readWholeFile(const std::string& path, int64_t maxSize) {
     return bytes;
 }
 
-void refuseSameFile(const std::string& output, const std::string& input) {
+void refuseSameFile(const std::string& output, const std::string& input, const std::string& what) {
     struct stat out {}, in {};
     if (::stat(output.c_str(), &out) != 0 || ::stat(input.c_str(), &in) != 0) return;
     if (out.st_dev == in.st_dev && out.st_ino == in.st_ino)
-        throw RomError(output + ": this is the image itself (" + input + "); writing it would replace the image");
+        throw RomError(output + ": this is " + what + " (" + input + "); writing it would replace it");
 }
 
-void replaceFileContents(const std::string& path, const std::vector<uint8_t>& bytes) {
+void replaceFileContents(const std::string& path, const std::vector<uint8_t>& bytes, const std::function<void()>& beforeRename) {
     // Through a symbolic link, the file it names is replaced, not the link.
     std::string target = path;
     struct stat link {};
@@ -180,6 +180,16 @@ void replaceFileContents(const std::string& path, const std::vector<uint8_t>& by
     // The owner and group stay where the process may keep them (root can; others only their own).
     if (exists && (st.st_uid != ::geteuid() || st.st_gid != ::getegid())) (void)::fchown(out.fd, st.st_uid, st.st_gid);
     if (::fsync(out.fd) != 0) abandon("cannot flush the file to disk");
+    if (beforeRename) {
+        try {
+            beforeRename();
+        } catch (...) {
+            ::close(out.fd);
+            out.fd = -1;
+            if (!temp.empty()) ::unlink(temp.c_str());
+            throw;
+        }
+    }
 
     if (temp.empty()) {
         // Give the finished file a name beside the target, then move it over the target.

@@ -3,6 +3,7 @@
 // advisory lock that serialises the programs that read and then rewrite an
 // image. Every file the editor writes goes through replaceFileContents.
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,11 @@ constexpr int64_t kMaxFileSize = 4 * 1024 * 1024;
 // regular file, a read-only one, one with more than one hard link (replacing
 // it would split the link), a dangling symbolic link, a folder in which no
 // file can be made. Through a symbolic link, the file it names is replaced.
-void replaceFileContents(const std::string& path, const std::vector<uint8_t>& bytes);
+// `beforeRename`, when given, runs once the new contents are on disk and
+// before they take the file's name (a command line's confirmation); when it
+// throws, the file is left as it was and the exception goes on.
+void replaceFileContents(const std::string& path, const std::vector<uint8_t>& bytes,
+                         const std::function<void()>& beforeRename = nullptr);
 
 // Writes a text file the same all-or-nothing way.
 void replaceFileText(const std::string& path, const std::string& text);
@@ -36,7 +41,7 @@ void replaceFileText(const std::string& path, const std::string& text);
 // Refuses (RomError) an output path that names the same file as `input`
 // (the same device and inode, also through links): writing it would replace
 // the input itself.
-void refuseSameFile(const std::string& output, const std::string& input);
+void refuseSameFile(const std::string& output, const std::string& input, const std::string& what = "the image itself");
 
 // An exclusive advisory lock (flock) on a file, held from construction to
 // destruction: a program that reads an image and then replaces it holds one

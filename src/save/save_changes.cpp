@@ -355,14 +355,15 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     return plan;
 }
 
-SaveSummary saveChanges(Playbook& pb, const std::string& dataDir) {
+SaveSummary saveChanges(Playbook& pb, const std::string& dataDir, const std::function<void(const SaveSummary&)>& confirm) {
     const std::vector<uint8_t> image = readUnchangedImage(pb);
     SavePlan plan = planSave(pb, image);
     if (plan.bytes == image) {
         plan.summary.nothingToWrite = true;  // a rewrite would only change the file's time and inode
+        if (confirm) confirm(plan.summary);
         return plan.summary;
     }
-    replaceFileContents(pb.romPath, plan.bytes);
+    replaceFileContents(pb.romPath, plan.bytes, confirm ? std::function<void()>([&] { confirm(plan.summary); }) : nullptr);
     pb = openRom(pb.romPath, dataDir);
     return plan.summary;
 }

@@ -10,6 +10,7 @@
 #include "playbook/playbook.h"
 #include "save/verify_write.h"
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -48,7 +49,10 @@ struct SavePlan {
 // opens it again into `pb` (with the formation names of `dataDir`), so the
 // model shows what the image now holds. On a refusal or failure nothing is
 // written and `pb` is as it was.
-SaveSummary saveChanges(Playbook& pb, const std::string& dataDir);
+// `confirm`, when given, sees the summary once the bytes are ready and before
+// they replace the file; when it throws, nothing is written.
+SaveSummary saveChanges(Playbook& pb, const std::string& dataDir,
+                        const std::function<void(const SaveSummary&)>& confirm = nullptr);
 
 // Save As: the edited image (the bytes `pb` was opened from, with every edit
 // saved into them as Save would) written to `newPath`, which `pb` then names,

@@ -54,14 +54,14 @@ SaveLayout unchangedLayout(const Playbook& pb) {
 
 }  // namespace
 
-void safeSave(Playbook& pb) {
+void safeSave(Playbook& pb, const std::function<void(const std::vector<uint8_t>&)>& confirm) {
     Image image(pb.romPath, readUnchangedImage(pb));
     writeTables(pb, image, kSlotTables);
     // What the image must read back as: its own sequences and tables, the model's slots.
     Playbook expected = readBytesAs(pb, pb.openedBytes);
     expected.playSlots = pb.playSlots;
     (void)verifyWrite(expected, pb, image.bytes(), unchangedLayout(expected));
-    replaceFileContents(pb.romPath, image.bytes());
+    replaceFileContents(pb.romPath, image.bytes(), confirm ? std::function<void()>([&] { confirm(image.bytes()); }) : nullptr);
     pb.openedBytes = image.bytes();
 }
 
@@ -155,7 +155,7 @@ std::vector<uint8_t> fullSaveBytes(const Playbook& relaid, std::vector<uint8_t> 
     return image.bytes();
 }
 
-void fullSave(Playbook& pb) {
+void fullSave(Playbook& pb, const std::function<void(const Playbook&)>& confirm) {
     std::vector<uint8_t> current = readUnchangedImage(pb);
     Playbook relaid = relayout(pb);
     const std::vector<uint8_t> bytes = fullSaveBytes(relaid, std::move(current));
@@ -163,7 +163,7 @@ void fullSave(Playbook& pb) {
     SaveLayout layout = unchangedLayout(relaid);
     for (LaidSequence& laid : layout.sequences) laid.written = true;
     Playbook again = verifyWrite(relaid, pb, bytes, layout);
-    replaceFileContents(pb.romPath, bytes);
+    replaceFileContents(pb.romPath, bytes, confirm ? std::function<void()>([&] { confirm(relaid); }) : nullptr);
     pb = std::move(again);
 }
 

@@ -6,6 +6,7 @@
 #include "playbook/playbook.h"
 
 #include <stdexcept>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -30,7 +31,9 @@ inline constexpr const char* kFullSaveQuestion =
 
 // Writes the 64 playbook slots into the image named by romPath; nothing else
 // changes. `pb.openedBytes` becomes what was written.
-void safeSave(Playbook& pb);
+// `confirm`, when given, sees the bytes about to land before they replace the
+// file; when it throws, nothing is written.
+void safeSave(Playbook& pb, const std::function<void(const std::vector<uint8_t>&)>& confirm = nullptr);
 
 // Lays every sequence out anew from 0xA000 in dictionary order on a copy of
 // the model: closing forward relative jumps become absolute ones, continuations,
@@ -46,7 +49,8 @@ void safeSave(Playbook& pb);
 
 // Full Save without the confirmation: relays, writes, and only after the file
 // was written replaces `pb` with the relaid model.
-void fullSave(Playbook& pb);
+// `confirm` as for safeSave, with the relaid playbook.
+void fullSave(Playbook& pb, const std::function<void(const Playbook&)>& confirm = nullptr);
 
 // The mask file's bytes: `existing` (the target's current contents, or empty)
 // with 0xFF over every sequence's run at offset = game address.

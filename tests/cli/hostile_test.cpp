@@ -123,9 +123,29 @@ TEST(Hostile, FailedWritesSayNoAndLeaveNothing) {
     Folder f;
     const std::string image = f.image(playable());
     const auto before = test::readFileBytes(image);
+    test::ProcessResult r;
     EXPECT_EQ(f.sh("$Z lists game.nes > /dev/full").exitCode, 1);
+    EXPECT_EQ(f.sh("$Z --help > /dev/full").exitCode, 1);
+    EXPECT_EQ(f.sh("$Z --version > /dev/full").exitCode, 1);
+    // A writing verb whose confirmation cannot be written writes nothing: a retried swap does not swap back.
+    for (const char* verb : {"$Z swap-slot game.nes 0 9", "$Z copy-slot game.nes 0 9", "$Z full-save game.nes"}) {
+        r = f.sh(std::string(verb) + " > /dev/full");
+        EXPECT_EQ(r.exitCode, 1) << verb;
+        EXPECT_EQ(test::readFileBytes(image), before) << verb;
+    }
+    // A patch changes the image, not its size: a cut after EOF and a record past the end need --resize.
+    f.dir.writeText("cut.ips", std::string("PATCHEOF\0\x01\x51", 11));
+    f.dir.writeText("grow.ips", std::string("PATCH\x30\0\0\0\0\0\x10\xAA", 13) + "EOF");
+    for (const char* patch : {"cut.ips", "grow.ips"}) {
+        r = f.zpe({"patch", image, f.dir.file(patch)});
+        EXPECT_EQ(r.exitCode, 1) << patch;
+        EXPECT_NE(r.err.find("nothing was written (--resize allows it)"), std::string::npos) << r.err;
+        EXPECT_EQ(test::readFileBytes(image), before) << patch;
+    }
+    r = f.zpe({"patch", image, f.dir.file("cut.ips"), "--out", f.dir.file("cut.ips")});
+    EXPECT_NE(r.err.find("this is the patch"), std::string::npos) << r.err;
     // A save that cannot finish (the file size limit of 64 blocks is below the image's size).
-    auto r = f.sh("ulimit -f 64; $Z copy-slot game.nes 0 9");
+    r = f.sh("ulimit -f 64; $Z copy-slot game.nes 0 9");
     EXPECT_EQ(r.exitCode, 1) << r.err;
     EXPECT_EQ(test::readFileBytes(image), before);
     EXPECT_TRUE(f.leftovers().empty());
