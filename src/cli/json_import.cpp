@@ -44,8 +44,9 @@ struct Reader {
             return static_cast<int>(n);
         }
         // A whole number too large for 64 bits arrives as a floating-point value.
+        // (Its digits are gone by then: say what it is rather than show it rounded.)
         if (v.is_number_float() && std::isfinite(v.get<double>()) && std::floor(v.get<double>()) == v.get<double>())
-            throw ImportError(where, v.dump() + range);
+            throw ImportError(where, std::string(std::fabs(v.get<double>()) >= 9.2e18 ? "a whole number beyond 64 bits" : v.dump()) + range);
         throw ImportError(where, "not a whole number");
     }
     // A derived field: it may stay as exported or say what the import makes of it; anything else is refused.

@@ -241,9 +241,16 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
     nlohmann::json doc;
     try {
         doc = nlohmann::json::parse(bytes.begin(), bytes.end());
+    } catch (const nlohmann::json::parse_error& e) {
+        throw Failure{jsonPath + ": not JSON: the text breaks off or goes wrong at byte " + std::to_string(e.byte) +
+                      "; nothing was written"};
     } catch (const nlohmann::json::exception& e) {
-        // The reader's own words name the byte; a number beyond any range arrives here too.
-        throw Failure{jsonPath + ": not JSON this program can read: " + e.what()};
+        // A number beyond any range (1e400): the reader names it as written, between quotes.
+        const std::string what = e.what();
+        const auto open = what.find('\''), close = what.rfind('\'');
+        const std::string number = open != std::string::npos && close > open ? " " + what.substr(open + 1, close - open - 1) : "";
+        throw Failure{jsonPath + ": not JSON this program can read: the number" + number +
+                      " is beyond any range a value here takes; nothing was written"};
     }
     const zpe::FileLock lock(imagePath);
     zpe::Playbook pb = openOrFail(imagePath, ctx);

@@ -138,6 +138,7 @@ TEST(CliImport, BadInputNamesThePlaceAndWritesNothing) {
         {[](json& j) { j["slots"][40]["offensivePlays"][2] = 256; }, "/slots/40/offensivePlays/2: 256 is outside 0 to 255"},
         {[](json& j) { j["slots"][40]["offensivePlays"][2] = 18446744073709551615ULL; }, "18446744073709551615 is outside 0 to 255"},
         {[](json& j) { j["slots"][2]["gfx"][5] = 300; }, "/slots/2/gfx/5: 300 is outside"},
+        {[](json& j) { j["slots"][1]["formation"] = -9.3e18; }, "/slots/1/formation: a whole number beyond 64 bits is outside"},
         {[](json& j) { j["slots"][2]["group"] = "P4"; }, "/slots/2/group: cannot be changed"},
         {[](json& j) { j["slots"][1]["rusher"] = 3; }, "/slots/1/rusher"},
         {[](json& j) { j["plays"][5]["players"][0] = "B123"; }, "/plays/5/players/0: B123 is the address of no sequence"},
@@ -161,10 +162,13 @@ TEST(CliImport, BadInputNamesThePlaceAndWritesNothing) {
         EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
         EXPECT_EQ(test::readFileBytes(d.image), original) << c.says;
     }
-    for (const char* text : {"{\"slots\": [", "{\"slots\": 1e400}"}) {
+    // Broken files are named with the place or the number as written, never the reader's own words.
+    for (const auto& [text, says] : {std::pair{"{\"slots\": [", "broken.json: not JSON: the text breaks off or goes wrong at byte 12"},
+                                     std::pair{"{\"slots\": 1e400}", "broken.json: not JSON this program can read: the number 1e400"}}) {
         const auto r = d.zpe({"import", d.image, d.write("broken.json", text)});
         EXPECT_EQ(r.exitCode, 1);
-        EXPECT_NE(r.err.find("broken.json: not JSON"), std::string::npos) << r.err;
+        EXPECT_NE(r.err.find(says), std::string::npos) << r.err;
+        EXPECT_EQ(r.err.find("json.exception"), std::string::npos) << r.err;
     }
 }
 
