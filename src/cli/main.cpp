@@ -6,6 +6,7 @@
 #include "analysis/playbook_diff.h"
 #include "cli/json_export.h"
 #include "cli/json_import.h"
+#include "patch/bps.h"
 #include "diagram/diagram.h"
 #include "model/file_io.h"
 #include "model/hex.h"
@@ -347,12 +348,19 @@ int runTrace(const Context& ctx, const std::string& imagePath, const std::string
     return 0;
 }
 
-int runDiff(const Context& ctx, const std::string& originalPath, const std::string& editedPath, const std::string& ipsPath) {
+int runDiff(const Context& ctx, const std::string& originalPath, const std::string& editedPath, const std::string& ipsPath,
+            const std::string& bpsPath) {
     const zpe::Playbook original = openOrFail(originalPath, ctx), edited = openOrFail(editedPath, ctx);
     for (const std::string& line : zpe::describeDifferences(original, edited)) std::cout << line << '\n';
     if (!ipsPath.empty()) {
         zpe::refuseSameFile(ipsPath, editedPath);
+        zpe::refuseSameFile(ipsPath, originalPath);
         writeOutput(ipsPath, zpe::makeIps(original.openedBytes, edited.openedBytes), originalPath);
+    }
+    if (!bpsPath.empty()) {
+        zpe::refuseSameFile(bpsPath, editedPath);
+        zpe::refuseSameFile(bpsPath, originalPath);
+        writeOutput(bpsPath, zpe::makeBps(original.openedBytes, edited.openedBytes), originalPath);
     }
     return 0;
 }
@@ -365,7 +373,7 @@ int runPatch(const Context& ctx, const std::string& imagePath, const std::string
     std::vector<uint8_t> patched;
     const std::vector<uint8_t> original = zpe::readWholeFile(imagePath);
     try {
-        patched = zpe::applyIps(original, zpe::readWholeFile(patchPath), zpe::kMaxFileSize);
+        patched = zpe::applyPatch(original, zpe::readWholeFile(patchPath), zpe::kMaxFileSize);
     } catch (const zpe::PatchError& e) {
         throw Failure{patchPath + ": " + e.what() + "; nothing was written"};
     }
@@ -457,7 +465,7 @@ int main(int argc, char** argv) {
     app.add_option("--data", dataDir, "Folder holding forms.txt, cmd.txt and cmdinfo/ (default: beside the executable)");
     app.add_flag("-q,--quiet", quiet, "Verbs that write say nothing on success");
 
-    std::string image, arg1, arg2;
+    std::string image, arg1, arg2, arg3;
     bool kr = false, all = false, numbered = false, asJson = false, dryRun = false, force = false, resize = false;
     RenderRequest render;
     std::function<int(const Context&)> action;
@@ -553,11 +561,12 @@ int main(int argc, char** argv) {
     diff->add_option("ORIGINAL", image, "The image before")->required();
     diff->add_option("EDITED", arg1, "The image after")->required();
     diff->add_option("--ips", arg2, "Also write the byte differences as an IPS patch (- for stdout)");
-    then(diff, [&](const Context& c) { return runDiff(c, image, arg1, arg2); });
+    diff->add_option("--bps", arg3, "Also write them as a BPS patch, which carries both images' CRC-32 (- for stdout)");
+    then(diff, [&](const Context& c) { return runDiff(c, image, arg1, arg2, arg3); });
 
-    auto* patch = verb("patch", "Apply an IPS patch to IMAGE (or write the result to --out)");
+    auto* patch = verb("patch", "Apply an IPS or BPS patch to IMAGE (or write the result to --out)");
     imageOption(patch);
-    patch->add_option("PATCH", arg1, "The IPS patch")->required();
+    patch->add_option("PATCH", arg1, "The patch (IPS or BPS, told apart by its header)")->required();
     patch->add_option("--out", arg2, "Write the patched image here instead of over IMAGE");
     patch->add_flag("--force", force, "Write a result that no longer opens as an image of the game");
     patch->add_flag("--resize", resize, "Let the patch change the image's size (cut it, or write past its end)");

@@ -5,6 +5,7 @@
 #include "model/file_io.h"
 #include "playbook/open_rom.h"
 #include "diagram/diagram.h"
+#include "patch/bps.h"
 #include "save/ips.h"
 #include "save/save_changes.h"
 #include "ui/diagram_window.h"
@@ -194,7 +195,7 @@ void frmMain::buildMenus() {
     mnuFileCompact = file->addAction("Compact Sequence Area...", this, [this] { mnuFileCompact_Click(); });
     file->addSeparator();
     mnuFileExportMaskROM = file->addAction("Export Mask ROM", this, [this] { mnuFileExportMaskROM_Click(); });
-    mnuFileExportIps = file->addAction("Export IPS Patch...", this, [this] { mnuFileExportIps_Click(); });
+    mnuFileExportPatch = file->addAction("Export Patch...", this, [this] { mnuFileExportPatch_Click(); });
     mnuFileCheckImage = file->addAction("Check Image...", this, [this] { mnuFileCheckImage_Click(); });
     file->addSeparator();
     mnuFileExit = file->addAction("E&xit", this, [this] { mnuFileExit_Click(); });
@@ -416,7 +417,7 @@ void frmMain::updateMenuBar() {
     mnuFileExportMaskROM->setEnabled(open);
     mnuFileCheckImage->setEnabled(pb.openComplete);
     mnuFileCompact->setEnabled(pb.openComplete);
-    mnuFileExportIps->setEnabled(pb.openComplete);
+    mnuFileExportPatch->setEnabled(pb.openComplete);
     updateCaption();
 }
 
@@ -859,14 +860,20 @@ void frmMain::mnuFileCheckImage_Click() {
                       QString::fromLatin1(checkReport(buildAreaMap(pb))));
 }
 
-void frmMain::mnuFileExportIps_Click() {
+void frmMain::mnuFileExportPatch_Click() {
     if (!pb.openComplete) return;
-    const auto path = dialogs_.saveFile("IPS Patches (*.ips)|*.ips|All Files|*.*");
-    if (!path) return;
+    // The kind follows the name: .bps writes BPS (which carries both images' CRC-32), anything else IPS.
+    const auto chosen = dialogs_.saveFile("IPS Patches (*.ips)|*.ips|BPS Patches (*.bps)|*.bps|All Files|*.*");
+    if (!chosen) return;
+    QString path = *chosen;
+    if (QFileInfo(path).suffix().isEmpty()) path += ".ips";
+    const bool bps = QFileInfo(path).suffix().compare("bps", Qt::CaseInsensitive) == 0;
     try {
-        refuseSameFile(path->toStdString(), pb.romPath);
-        replaceFileContents(path->toStdString(), makeIps(openedImage_, readWholeFile(pb.romPath)));
-        StatusBar1->setText("Wrote the changes since the image was opened to " + QFileInfo(*path).fileName());
+        refuseSameFile(path.toStdString(), pb.romPath);
+        const std::vector<uint8_t> now = readWholeFile(pb.romPath);
+        replaceFileContents(path.toStdString(), bps ? makeBps(openedImage_, now) : makeIps(openedImage_, now));
+        StatusBar1->setText(QString("Wrote the changes since the image was opened to %1 (%2)")
+                                .arg(QFileInfo(path).fileName(), bps ? "BPS" : "IPS"));
     } catch (const std::exception& e) {
         StatusBar1->setText(QString::fromLocal8Bit(e.what()));
     }

@@ -77,7 +77,7 @@ public:
     // Compacts, saves every edit into the compacted image and opens it again;
     // true when it wrote.
     bool runCompactAndSave();
-    void mnuFileExportIps_Click();
+    void mnuFileExportPatch_Click();
     void mnuFileExit_Click();
     void mnuHelpAbout_Click();
     void lvFormations_Click();
@@ -242,7 +242,7 @@ private:
     std::optional<AreaEntry> reachedFrom_;  // the play's or formation's entry the panel's sequence was opened from
 
     // --- Controls ---
-    QAction *mnuEditUndo, *mnuEditRedo, *mnuFileExportIps;
+    QAction *mnuEditUndo, *mnuEditRedo, *mnuFileExportPatch;
     QMenu* mnuFileRecent;
     QString settingsPath_;  // an INI file for the settings; empty: the platform's place (tests set one)
     QAction *mnuFileOpen, *mnuFileSaveChanges, *mnuFileSaveAs, *mnuFileSafeSave, *mnuFileSave, *mnuFileCompact, *mnuFileExportMaskROM,

@@ -53,8 +53,18 @@ TEST(CliVerbs, OptionsAnywhereStandardOutputHexSlotsAndPatches) {
     EXPECT_EQ(r.out.find("copied slot 0 over slot 9; "), 0u) << r.err;
     r = f.zpe({"diff", original, f.image.path(), "--ips", out.file("p.ips")});
     EXPECT_NE(r.out.find("slot 9: name \"RUN NINE\" -> \"RUN ZERO\"\n"), std::string::npos) << r.out;
+    const std::string source = out.file("source.nes");
+    std::filesystem::copy_file(original, source);
+    ASSERT_EQ(f.zpe({"diff", original, f.image.path(), "--bps", out.file("p.bps")}).exitCode, 0);
     ASSERT_EQ(f.zpe({"-q", "patch", original, out.file("p.ips")}).exitCode, 0);
     EXPECT_EQ(test::readFileBytes(original), f.image.read());
+    // A BPS patch knows its image: applied once it lands, applied to the result it is refused.
+    ASSERT_EQ(f.zpe({"-q", "patch", source, out.file("p.bps")}).exitCode, 0);
+    EXPECT_EQ(test::readFileBytes(source), f.image.read());
+    r = f.zpe({"patch", source, out.file("p.bps")});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("p.bps: this patch is for another image: source CRC32 "), std::string::npos) << r.err;
+    EXPECT_EQ(test::readFileBytes(source), f.image.read());
     // A patch whose result would not open (slot 0 naming formation 0x60) is refused unless forced.
     const int32_t at = kOffSlotTableOffset + kSlotNameLength;  // the formation byte follows the name
     const std::string ips = std::string("PATCH") + static_cast<char>(at >> 16) + static_cast<char>((at >> 8) & 0xFF) +

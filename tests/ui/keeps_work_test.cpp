@@ -5,6 +5,7 @@
 #include "diagram/diagram.h"
 #include "render/raster_canvas.h"
 #include "ui/picture_box.h"
+#include "patch/bps.h"
 
 #include <QAction>
 #include <QComboBox>
@@ -181,6 +182,23 @@ private slots:
         const int32_t placed = w->pb.plays[0].seqAddress(1);
         QCOMPARE(w->pb.sequences.at(placed).command(0), int16_t(0xD7));
         QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA010);
+    }
+
+    // Export Patch writes BPS for a .bps name, IPS otherwise; each turns the image as opened into the saved one.
+    void exportPatchInEitherKind() {
+        open();
+        const auto opened = fx.image->read();
+        applyAnEdit();
+        QVERIFY(w->runSave());
+        for (const QString name : {"p.bps", "p"}) {
+            const QString path = QString::fromStdString(fx.cwd.file(name.toStdString()));
+            fx.dialogs->files.push_back(path);
+            w->mnuFileExportPatch_Click();
+            const QString written = name == "p" ? path + ".ips" : path;
+            const auto patch = test::readFileBytes(written.toStdString());
+            QCOMPARE(isBps(patch), name == "p.bps");
+            QVERIFY(applyPatch(opened, patch, 1 << 22) == fx.image->read());
+        }
     }
 
     void exitWithAnUnsavedApplyAsks() {
