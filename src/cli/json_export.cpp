@@ -1,11 +1,11 @@
 #include "cli/json_export.h"
 
 #include "model/hex.h"
+#include "patch/bps.h"
 #include "playbook/list_rows.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <zlib.h>
 
 namespace zpe {
 
@@ -29,15 +29,8 @@ std::string addr(int32_t a) { return hex4(a); }
 }  // namespace
 
 nlohmann::ordered_json imageFingerprint(const std::vector<uint8_t>& bytes) {
-    // zlib's crc32 takes its length as a 32-bit count: feed it in pieces.
-    uLong crc = crc32(0L, Z_NULL, 0);
-    for (size_t at = 0; at < bytes.size();) {
-        const auto n = static_cast<uInt>(std::min<size_t>(bytes.size() - at, 1u << 30));
-        crc = crc32(crc, bytes.data() + at, n);
-        at += n;
-    }
     char hex[9];
-    std::snprintf(hex, sizeof hex, "%08lX", static_cast<unsigned long>(crc & 0xFFFFFFFFUL));
+    std::snprintf(hex, sizeof hex, "%08lX", static_cast<unsigned long>(crc32Of(bytes)));
     return {{"size", bytes.size()}, {"crc32", hex}};
 }
 
@@ -45,7 +38,7 @@ nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names) {
     using json = nlohmann::ordered_json;
     json root;
     root["image"] = latin1ToUtf8(pb.romPath);
-    root["fingerprint"] = imageFingerprint(pb.openedBytes);
+    root["fingerprint"] = imageFingerprint(fileBytes(pb, pb.openedBytes));  // of the file as it is
 
     json formations = json::array();
     for (size_t f = 0; f < pb.formations.size(); ++f) {

@@ -122,7 +122,11 @@ void Context::confirm(const std::string& line) const {
 // Opens the image as the window does (cpu.txt is written only by the verb that asks for it).
 zpe::Playbook openOrFail(const std::string& path, const Context& ctx) {
     try {
-        return zpe::openRom(path, ctx.dataDir);
+        zpe::Playbook pb = zpe::openRom(path, ctx.dataDir);
+        // Said once, on standard error, so that a verb's output stays what it is.
+        if (pb.headerless && !ctx.quiet)
+            std::cerr << "zpe: " << path << ": headerless image (no 16-byte header); it is read and saved as it is\n";
+        return pb;
     } catch (const zpe::RomError& e) {
         throw Failure{e.what()};
     }
@@ -256,7 +260,7 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
     const zpe::FileLock lock(imagePath);
     zpe::Playbook pb = openOrFail(imagePath, ctx);
     try {
-        if (!force) zpe::requireSameImage(doc, pb.openedBytes, baseName(jsonPath), baseName(imagePath));
+        if (!force) zpe::requireSameImage(doc, zpe::fileBytes(pb, pb.openedBytes), baseName(jsonPath), baseName(imagePath));
         zpe::applyPlaybookJson(pb, doc, ctx.names);
     } catch (const zpe::ImportError& e) {
         throw Failure{jsonPath + ": " + e.what() + "; nothing was written"};
@@ -355,12 +359,14 @@ int runDiff(const Context& ctx, const std::string& originalPath, const std::stri
     if (!ipsPath.empty()) {
         zpe::refuseSameFile(ipsPath, editedPath);
         zpe::refuseSameFile(ipsPath, originalPath);
-        writeOutput(ipsPath, zpe::makeIps(original.openedBytes, edited.openedBytes), originalPath);
+        writeOutput(ipsPath, zpe::makeIps(zpe::fileBytes(original, original.openedBytes), zpe::fileBytes(edited, edited.openedBytes)),
+                    originalPath);
     }
     if (!bpsPath.empty()) {
         zpe::refuseSameFile(bpsPath, editedPath);
         zpe::refuseSameFile(bpsPath, originalPath);
-        writeOutput(bpsPath, zpe::makeBps(original.openedBytes, edited.openedBytes), originalPath);
+        writeOutput(bpsPath, zpe::makeBps(zpe::fileBytes(original, original.openedBytes), zpe::fileBytes(edited, edited.openedBytes)),
+                    originalPath);
     }
     return 0;
 }

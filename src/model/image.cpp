@@ -8,6 +8,41 @@
 
 namespace zpe {
 
+namespace {
+bool hasMark(const std::vector<uint8_t>& b) { return b.size() >= 4 && b[0] == 'N' && b[1] == 'E' && b[2] == 'S' && b[3] == 0x1A; }
+
+std::string thousands(size_t n) {
+    std::string digits = std::to_string(n), out;
+    for (size_t i = 0; i < digits.size(); ++i) {
+        if (i > 0 && (digits.size() - i) % 3 == 0) out += ',';
+        out += digits[i];
+    }
+    return out;
+}
+}  // namespace
+
+ImageForm imageForm(const std::vector<uint8_t>& b) {
+    if (hasMark(b) || (b.size() % kBankUnit == static_cast<size_t>(kHeaderSize))) return ImageForm::Headed;
+    if (!b.empty() && b.size() % kBankUnit == 0) return ImageForm::Headerless;
+    return ImageForm::Neither;
+}
+
+std::string neitherFormText(const std::vector<uint8_t>& b) {
+    return "not an image of the game: expected a 16-byte header followed by a multiple of 8,192 bytes, or the same "
+           "without the header; found " + thousands(b.size()) + " bytes and no header (no \"NES\" mark)";
+}
+
+std::vector<uint8_t> withHeader(const std::vector<uint8_t>& headerless) {
+    std::vector<uint8_t> out(static_cast<size_t>(kHeaderSize), 0);
+    out.insert(out.end(), headerless.begin(), headerless.end());
+    return out;
+}
+
+std::vector<uint8_t> withoutHeader(const std::vector<uint8_t>& headed) {
+    if (headed.size() < static_cast<size_t>(kHeaderSize)) return {};
+    return std::vector<uint8_t>(headed.begin() + kHeaderSize, headed.end());
+}
+
 Image::Image(std::string path, std::vector<uint8_t> bytes) : path_(std::move(path)), bytes_(std::move(bytes)) {}
 
 Image Image::open(const std::string& path) { return Image(path, readWholeFile(path)); }

@@ -45,6 +45,21 @@ constexpr int kSlotNameLength = 15;
 // A play entry of 0xFFFF means "this player has no sequence".
 constexpr int32_t kNoSequence = 0xFFFF;
 
+// The image file: a 16-byte header (starting "NES" 1A) before the program
+// data, or, as some dumps come, the same bytes without it. The editor works
+// on the headed form (its offsets count the header); a headerless file is
+// read with a blank header put in front and written back without it.
+constexpr int32_t kHeaderSize = 16;
+constexpr int32_t kBankUnit = 8192;  // program and graphics data come in multiples of 8 KiB
+enum class ImageForm { Headed, Headerless, Neither };
+// Headed: the "NES" 1A mark, or a size 16 more than a multiple of 8 KiB;
+// headerless: no mark and a multiple of 8 KiB; anything else is neither.
+[[nodiscard]] ImageForm imageForm(const std::vector<uint8_t>& fileBytes);
+// What a user reads when a file is neither: what was expected, what was found.
+[[nodiscard]] std::string neitherFormText(const std::vector<uint8_t>& fileBytes);
+[[nodiscard]] std::vector<uint8_t> withHeader(const std::vector<uint8_t>& headerless);
+[[nodiscard]] std::vector<uint8_t> withoutHeader(const std::vector<uint8_t>& headed);
+
 class Image {
 public:
     Image() = default;

@@ -116,8 +116,12 @@ Playbook openRom(const std::string& path, const std::string& dataDir) {
     return openImage(image, dataDir);
 }
 
-Playbook openImage(Image& image, const std::string& dataDir) {
-    const std::string& path = image.path();
+Playbook openImage(Image& file, const std::string& dataDir) {
+    const std::string& path = file.path();
+    const ImageForm form = imageForm(file.bytes());
+    if (form == ImageForm::Neither) throw RomError(path + ": " + neitherFormText(file.bytes()));
+    Image headed = form == ImageForm::Headerless ? Image(path, withHeader(file.bytes())) : Image();
+    Image& image = form == ImageForm::Headerless ? headed : file;
     // The playbook's tables end with the slots' graphics records: a shorter file cannot be an image of the game.
     constexpr int64_t kTablesEnd = kGfxTableOffset + static_cast<int64_t>(kSlotCount) * kGfxRecordSize;
     if (static_cast<int64_t>(image.bytes().size()) < kTablesEnd)
@@ -138,6 +142,7 @@ Playbook openImage(Image& image, const std::string& dataDir) {
                            formsPath + " names only " + std::to_string(pb.formations.size()) + " formations");
     }
     pb.openedBytes = image.bytes();
+    pb.headerless = form == ImageForm::Headerless;
     pb.openComplete = true;
     return pb;
 }

@@ -8,6 +8,10 @@ std::string sequenceKeyText(int32_t key) {
     return isNewSequence(key) ? "new " + std::to_string(key - kNewSequenceKey + 1) : hex4(key);
 }
 
+std::vector<uint8_t> fileBytes(const Playbook& pb, const std::vector<uint8_t>& headed) {
+    return pb.headerless ? withoutHeader(headed) : headed;
+}
+
 bool sameContent(const Playbook& a, const Playbook& b) {
     if (a.playSlots != b.playSlots || a.seqPointers != b.seqPointers || a.formations.size() != b.formations.size()) return false;
     for (size_t p = 0; p < a.plays.size(); ++p)

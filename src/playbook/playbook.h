@@ -20,6 +20,9 @@ struct Playbook {
     // True only for a playbook an open built to its end. Saves refuse while it
     // is false, so the model is never written into an image whose open did not complete.
     bool openComplete = false;
+    // The file holds no header: openedBytes has a blank one in front, which
+    // every save takes off again (fileBytes), so the file keeps its form.
+    bool headerless = false;
     // The image's bytes as the editor last read or wrote them: what the gap
     // listing and the area map read, and what a save expects to find on disk
     // (anything else means another program changed the image meanwhile).
@@ -31,6 +34,9 @@ struct Playbook {
     std::array<int32_t, kPointerCount> seqPointers{};
     SequenceMap sequences;
 };
+
+// `headed` (bytes in the editor's form) as the file of `pb` holds them.
+[[nodiscard]] std::vector<uint8_t> fileBytes(const Playbook& pb, const std::vector<uint8_t>& headed);
 
 // True when `a` and `b` hold the same slots, table entries and sequences
 // (every command, its origin and what it names): nothing of one is unsaved

@@ -292,7 +292,7 @@ Playbook carryOver(const Playbook& pb, const CompactPlan& plan) {
 CompactSummary compactImage(Playbook& pb, const std::string& dataDir) {
     (void)readUnchangedImage(pb);
     const CompactPlan plan = planCompact(pb);
-    replaceFileContents(pb.romPath, plan.bytes);
+    replaceFileContents(pb.romPath, fileBytes(pb, plan.bytes));
     pb = openRom(pb.romPath, dataDir);
     return plan.summary;
 }
@@ -302,7 +302,7 @@ CompactSaveSummary compactAndSave(Playbook& pb, const std::string& dataDir) {
     const CompactPlan compacted = planCompact(pb);
     const Playbook carried = carryOver(pb, compacted);
     const SavePlan saved = planSave(carried, compacted.bytes);
-    replaceFileContents(pb.romPath, saved.bytes);
+    replaceFileContents(pb.romPath, fileBytes(pb, saved.bytes));
     pb = openRom(pb.romPath, dataDir);
     return {compacted.summary, saved.summary};
 }

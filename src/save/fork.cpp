@@ -154,7 +154,7 @@ ForkPlan planFork(const Playbook& pb, const AreaEntry& entry) {
 ForkSummary forkEntry(Playbook& pb, const AreaEntry& entry, const std::string& dataDir) {
     (void)readUnchangedImage(pb);
     const ForkPlan plan = planFork(pb, entry);
-    replaceFileContents(pb.romPath, plan.bytes);
+    replaceFileContents(pb.romPath, fileBytes(pb, plan.bytes));
     pb = openRom(pb.romPath, dataDir);
     return plan.summary;
 }

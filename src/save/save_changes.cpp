@@ -363,7 +363,7 @@ SaveSummary saveChanges(Playbook& pb, const std::string& dataDir, const std::fun
         if (confirm) confirm(plan.summary);
         return plan.summary;
     }
-    replaceFileContents(pb.romPath, plan.bytes, confirm ? std::function<void()>([&] { confirm(plan.summary); }) : nullptr);
+    replaceFileContents(pb.romPath, fileBytes(pb, plan.bytes), confirm ? std::function<void()>([&] { confirm(plan.summary); }) : nullptr);
     pb = openRom(pb.romPath, dataDir);
     return plan.summary;
 }
@@ -371,7 +371,7 @@ SaveSummary saveChanges(Playbook& pb, const std::string& dataDir, const std::fun
 SaveSummary saveChangesAs(Playbook& pb, const std::string& newPath, const std::string& dataDir) {
     requireCompleteOpen(pb);
     SavePlan plan = planSave(pb, pb.openedBytes);
-    replaceFileContents(newPath, plan.bytes);
+    replaceFileContents(newPath, fileBytes(pb, plan.bytes));  // the new file keeps the image's form
     pb = openRom(newPath, dataDir);
     return plan.summary;
 }

@@ -34,6 +34,7 @@ void requireCompleteOpen(const Playbook& pb) {
 std::vector<uint8_t> readUnchangedImage(const Playbook& pb) {
     requireCompleteOpen(pb);
     std::vector<uint8_t> bytes = readWholeFile(pb.romPath);
+    if (pb.headerless) bytes = withHeader(bytes);  // the editor's form, as openedBytes holds it
     if (bytes != pb.openedBytes) {
         const auto slash = pb.romPath.find_last_of('/');
         throw SaveError((slash == std::string::npos ? pb.romPath : pb.romPath.substr(slash + 1)) +
@@ -61,7 +62,7 @@ void safeSave(Playbook& pb, const std::function<void(const std::vector<uint8_t>&
     Playbook expected = readBytesAs(pb, pb.openedBytes);
     expected.playSlots = pb.playSlots;
     (void)verifyWrite(expected, pb, image.bytes(), unchangedLayout(expected));
-    replaceFileContents(pb.romPath, image.bytes(), confirm ? std::function<void()>([&] { confirm(image.bytes()); }) : nullptr);
+    replaceFileContents(pb.romPath, fileBytes(pb, image.bytes()), confirm ? std::function<void()>([&] { confirm(image.bytes()); }) : nullptr);
     pb.openedBytes = image.bytes();
 }
 
@@ -163,7 +164,7 @@ void fullSave(Playbook& pb, const std::function<void(const Playbook&)>& confirm)
     SaveLayout layout = unchangedLayout(relaid);
     for (LaidSequence& laid : layout.sequences) laid.written = true;
     Playbook again = verifyWrite(relaid, pb, bytes, layout);
-    replaceFileContents(pb.romPath, bytes, confirm ? std::function<void()>([&] { confirm(relaid); }) : nullptr);
+    replaceFileContents(pb.romPath, fileBytes(pb, bytes), confirm ? std::function<void()>([&] { confirm(relaid); }) : nullptr);
     pb = std::move(again);
 }
 

@@ -45,6 +45,7 @@ Playbook readBytesAs(const Playbook& like, const std::vector<uint8_t>& bytes) {
     Image image(like.romPath, bytes);
     Playbook pb = loadPlaybook(image, formationNames(like));
     pb.openedBytes = bytes;
+    pb.headerless = like.headerless;
     pb.openComplete = true;
     return pb;
 }

@@ -427,7 +427,8 @@ void frmMain::updateCaption() {
         setWindowModified(false);
         return;
     }
-    setWindowTitle("Zentrel Playbook Editor BETA3 - " + QFileInfo(QString::fromStdString(pb.romPath)).fileName() + "[*]");
+    setWindowTitle("Zentrel Playbook Editor BETA3 - " + QFileInfo(QString::fromStdString(pb.romPath)).fileName() +
+                   (pb.headerless ? " (headerless image)" : "") + "[*]");
     refreshModified();
 }
 
@@ -871,7 +872,8 @@ void frmMain::mnuFileExportPatch_Click() {
     try {
         refuseSameFile(path.toStdString(), pb.romPath);
         const std::vector<uint8_t> now = readWholeFile(pb.romPath);
-        replaceFileContents(path.toStdString(), bps ? makeBps(openedImage_, now) : makeIps(openedImage_, now));
+        const std::vector<uint8_t> opened = fileBytes(pb, openedImage_);  // patches are made on the file as it is
+        replaceFileContents(path.toStdString(), bps ? makeBps(opened, now) : makeIps(opened, now));
         StatusBar1->setText(QString("Wrote the changes since the image was opened to %1 (%2)")
                                 .arg(QFileInfo(path).fileName(), bps ? "BPS" : "IPS"));
     } catch (const std::exception& e) {

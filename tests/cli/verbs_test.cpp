@@ -1,6 +1,7 @@
 #include "support/image_builder.h"
 #include "support/process.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
 #include <QImage>
 #include <filesystem>
@@ -77,6 +78,24 @@ TEST(CliVerbs, OptionsAnywhereStandardOutputHexSlotsAndPatches) {
     EXPECT_EQ(f.zpe({"-q", "patch", original, out.file("bad.ips"), "--force"}).exitCode, 0);
     r = f.zpe({"render", f.image.path(), "--slot", "0", "--play", "2", "--scale", "2", "--out", "-"});
     EXPECT_EQ(QImage::fromData(QByteArray::fromStdString(r.out)).size(), QSize(658, 434));
+}
+
+// The same image without its 16-byte header: the same lists, saved as it is.
+TEST(CliHeaderless, ListsEqualTheHeadedOnesAndSavesKeepTheForm) {
+    Fixture f;
+    TempDir out;
+    const std::vector<uint8_t> headed = f.image.read();
+    const std::string bare = out.file("bare.nes");
+    {
+        std::ofstream(bare, std::ios::binary).write(reinterpret_cast<const char*>(headed.data()) + 16, static_cast<std::streamsize>(headed.size() - 16));
+    }
+    auto r = f.zpe({"lists", bare});
+    EXPECT_EQ(r.out, f.zpe({"lists", f.image.path()}).out);
+    EXPECT_NE(r.err.find("bare.nes: headerless image"), std::string::npos) << r.err;
+    ASSERT_EQ(f.zpe({"-q", "swap-slot", bare, "0", "9"}).exitCode, 0);
+    ASSERT_EQ(f.zpe({"-q", "swap-slot", f.image.path(), "0", "9"}).exitCode, 0);
+    const std::vector<uint8_t> after = f.image.read();
+    EXPECT_EQ(test::readFileBytes(bare), std::vector<uint8_t>(after.begin() + 16, after.end())) << "no header added";
 }
 
 TEST(CliSlots, CopyAndSwapThenSafeSave) {

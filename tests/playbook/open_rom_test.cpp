@@ -105,8 +105,11 @@ TEST(OpenRom, FailuresThrowNamingTheFileAndReturnNoPlaybook) {
     std::vector<Case> cases;
     cases.push_back({"no valid sequence", ImageBuilder(), 22, ".nes"});
     cases.push_back({"address below 0x1FF0", smallPlaybook().pointer(5, 0x1000), 22, ".nes"});
-    cases.push_back({"image too short for the slot tables", smallPlaybook().truncate(0x1D000), 22,
-                     ".nes: not an image of the game: too short (118784 bytes; its playbook tables end at byte 163782)"});
+    cases.push_back({"image too short for the slot tables", smallPlaybook().truncate(0x1C010), 22,
+                     ".nes: not an image of the game: too short (114704 bytes; its playbook tables end at byte 163782)"});
+    cases.push_back({"neither headed nor headerless", smallPlaybook().truncate(0x1D001), 22,
+                     ".nes: not an image of the game: expected a 16-byte header followed by a multiple of 8,192 bytes, or the "
+                     "same without the header; found 118,785 bytes and no header"});
     cases.push_back({"slot formation without a name", smallPlaybook(), 3, "forms.txt"});
     cases.push_back({"empty forms.txt", smallPlaybook(), 0, "forms.txt"});
     for (const Case& c : cases) {

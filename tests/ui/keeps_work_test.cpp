@@ -201,6 +201,21 @@ private slots:
         }
     }
 
+    // The same image without its header: said in the caption, saved without one.
+    void headerlessImageSaysSoAndStaysHeaderless() {
+        const auto headed = fx.image->read();
+        const std::string bare = fx.cwd.file("bare.nes");
+        fx.cwd.writeText("bare.nes", std::string(headed.begin() + 16, headed.end()));
+        fx.dialogs->files.push_back(QString::fromStdString(bare));
+        w->mnuFileOpen_Click();
+        QVERIFY(w->windowTitle().endsWith("bare.nes (headerless image)[*]"));
+        applyAnEdit();
+        QVERIFY(w->runSave());
+        const auto saved = test::readFileBytes(bare);
+        QCOMPARE(saved.size(), headed.size() - 16);
+        QCOMPARE(int(saved[static_cast<size_t>(offsetOfAddress(0xA012) - 16)]), 0x7C);
+    }
+
     void exitWithAnUnsavedApplyAsks() {
         open();
         applyAnEdit();
