@@ -34,7 +34,7 @@ nlohmann::ordered_json imageFingerprint(const std::vector<uint8_t>& bytes) {
     return {{"size", bytes.size()}, {"crc32", hex}};
 }
 
-nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names) {
+nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names, bool withSequences) {
     using json = nlohmann::ordered_json;
     json root;
     root["image"] = latin1ToUtf8(pb.romPath);
@@ -84,26 +84,47 @@ nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names) {
     }
     root["slots"] = slots;
 
-    json sequences = json::array();
-    for (const auto& [address, seq] : pb.sequences) {
-        json commands = json::array();
-        for (int i = 0; i < seq.commandCount(); ++i) {
-            json data = json::array();
-            for (int k = 0; k < seq.dataLen(i); ++k) data.push_back(seq.data(i, k));
-            const int32_t origin = seq.commandAddress(i);
-            commands.push_back({{"address", isNewOrigin(origin) ? json(nullptr) : json(addr(origin))},
-                                {"code", hex2(seq.command(i))},
-                                {"data", data},
-                                {"text", latin1ToUtf8(seq.commandName(i, names))}});
-        }
-        sequences.push_back({{"address", addr(address)},
-                             {"size", seq.byteSize()},
-                             {"next", addr(seq.nextSequence())},
-                             {"valid", seq.isValid()},
-                             {"commands", commands}});
+    if (withSequences) {
+        json sequences = json::array();
+        for (const auto& [address, seq] : pb.sequences) sequences.push_back(sequenceJson(address, seq, names));
+        root["sequences"] = sequences;
     }
-    root["sequences"] = sequences;
     return root;
+}
+
+nlohmann::ordered_json sequenceJson(int32_t key, const clsSequence& seq, const CmdNames& names) {
+    using json = nlohmann::ordered_json;
+    json commands = json::array();
+    for (int i = 0; i < seq.commandCount(); ++i) {
+        json data = json::array();
+        for (int k = 0; k < seq.dataLen(i); ++k) data.push_back(seq.data(i, k));
+        const int32_t origin = seq.commandAddress(i);
+        commands.push_back({{"address", isNewOrigin(origin) ? json(nullptr) : json(addr(origin))},
+                            {"code", hex2(seq.command(i))},
+                            {"data", data},
+                            {"text", latin1ToUtf8(seq.commandName(i, names))}});
+    }
+    return {{"address", addr(key)}, {"size", seq.byteSize()}, {"next", addr(seq.nextSequence())}, {"valid", seq.isValid()},
+            {"commands", commands}};
+}
+
+void writePlaybookJson(std::ostream& out, const Playbook& pb, const CmdNames& names) {
+    std::string head = playbookJson(pb, names, false).dump(1);  // ends with "\n}"
+    head.resize(head.size() - 2);
+    out << head << ",\n \"sequences\": [";
+    bool first = true;
+    for (const auto& [address, seq] : pb.sequences) {
+        // Indented as an element two levels deep (JSON text holds no raw newline but these).
+        std::string one = sequenceJson(address, seq, names).dump(1), indented;
+        indented.reserve(one.size() + one.size() / 8);
+        for (const char c : one) {
+            indented += c;
+            if (c == '\n') indented += "  ";
+        }
+        out << (first ? "\n  " : ",\n  ") << indented;
+        first = false;
+    }
+    out << (first ? "]" : "\n ]") << "\n}\n";
 }
 
 nlohmann::ordered_json areaMapJson(const AreaMap& map) {

@@ -232,7 +232,7 @@ int runExportMask(const Context& ctx, const std::string& imagePath, const std::s
 }
 
 int runJson(const Context& ctx, const std::string& imagePath) {
-    std::cout << zpe::playbookJson(openOrFail(imagePath, ctx), ctx.names).dump(1) << '\n';
+    zpe::writePlaybookJson(std::cout, openOrFail(imagePath, ctx), ctx.names);
     return 0;
 }
 

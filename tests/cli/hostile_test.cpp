@@ -79,6 +79,21 @@ TEST(Hostile, SizesAndBudgets) {
     EXPECT_EQ(f.zpe({"render", f.image(playable()), "--slot", "0", "--size", "10000x10000", "--out", "x.png"}).exitCode, 2);
 }
 
+// zpe json streams: 18 long sequences (126,000 commands, 14 MB of JSON) keep
+// the process near the size of the playbook, where building the whole
+// document first took three times as much. (Its own test: the largest child
+// of this process is measured.)
+TEST(Hostile, JsonStreamsWithinTheMemoryOfTheOpen) {
+    Folder f;
+    ImageBuilder many = playable().fill(offsetOfAddress(0xA000), kSequenceAreaSize - 1, 0x30).bytesAt(0xBFFF, {0xC2});
+    for (int i = 0; i < 18; ++i) many.pointer(i, 0xA000 + 1192 + i);
+    // GNU time (installed with the build's packages) reports zpe's own peak, in KiB, on its last line.
+    if (::access("/usr/bin/time", X_OK) != 0) GTEST_SKIP() << "no /usr/bin/time to measure with";
+    // The sanitizers keep freed memory in quarantine: a small one, so that what is measured is what zpe holds.
+    const auto r = f.sh("ASAN_OPTIONS=quarantine_size_mb=4 /usr/bin/time -f %M $Z json " + f.image(many, "many.nes") + " 2>&1 >/dev/null | tail -1");
+    EXPECT_LT(std::stoll(r.out), 150 * 1024) << "KiB at most, sanitizers included";
+}
+
 TEST(Hostile, SpecialFilesAreRefusedWithoutBlocking) {
     Folder f;
     const std::string fifo = f.dir.file("fifo");
