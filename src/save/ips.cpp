@@ -58,7 +58,11 @@ std::vector<uint8_t> applyIps(std::vector<uint8_t> image, const std::vector<uint
             p += 3;
             if (patch.size() - p == 3) {
                 const size_t cut = (size_t{patch[p]} << 16) | (size_t{patch[p + 1]} << 8) | patch[p + 2];
-                if (cut < image.size()) image.resize(cut);
+                // The three bytes after "EOF" cut the file; a size beyond it cuts nothing, so they are not that.
+                if (cut > image.size())
+                    throw PatchError("the size after the \"EOF\" trailer (" + std::to_string(cut) + " bytes) is larger than the file (" +
+                                     std::to_string(image.size()) + " bytes): not a real trailer");
+                image.resize(cut);
             } else if (p != patch.size()) {
                 throw PatchError("unexpected bytes after the \"EOF\" trailer " + at(p));
             }

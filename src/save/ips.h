@@ -21,8 +21,9 @@ public:
 [[nodiscard]] std::vector<uint8_t> makeIps(const std::vector<uint8_t>& original, const std::vector<uint8_t>& edited);
 
 // `image` with `patch` applied. Throws PatchError for a patch without the
-// header or the "EOF" trailer, a record cut short, or a result larger than
-// `maxSize`; nothing is applied then.
+// header or the "EOF" trailer, a record cut short, a size after "EOF" larger
+// than the file it would cut, or a result larger than `maxSize`; nothing is
+// applied then.
 [[nodiscard]] std::vector<uint8_t> applyIps(std::vector<uint8_t> image, const std::vector<uint8_t>& patch, int64_t maxSize);
 
 }  // namespace zpe

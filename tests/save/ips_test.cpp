@@ -33,6 +33,8 @@ TEST(Ips, BrokenPatchesAreRefused) {
                      PatchError)
             << cut;
     EXPECT_THROW(static_cast<void>(applyIps(image, {'P', 'A', 'T', 'C', 'X', 'E', 'O', 'F'}, 1 << 22)), PatchError);
+    // Three bytes after "EOF" that would cut nothing are not a real trailer.
+    EXPECT_THROW(static_cast<void>(applyIps(image, {'P', 'A', 'T', 'C', 'H', 'E', 'O', 'F', 0, 0, 17}, 1 << 22)), PatchError);
     // A record far beyond the limit.
     EXPECT_THROW(static_cast<void>(applyIps(image, {'P', 'A', 'T', 'C', 'H', 0xFF, 0, 0, 0, 1, 9, 'E', 'O', 'F'}, 1 << 20)),
                  PatchError);
