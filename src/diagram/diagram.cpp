@@ -4,6 +4,8 @@
 #include "sequence/command_codes.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <optional>
 #include <unordered_set>
 
 namespace zpe {
@@ -21,21 +23,72 @@ constexpr int kWrapBelow = -90;        // rows further above the middle than thi
 constexpr int kPlacementDepth = 8;     // a placement depth byte of 8 stands on the drawn line
 constexpr int kForwardBase = 248;      // forward targets count from 0xF8 (one yard) as the line
 
+// Where a drawing puts things: the line's x (`anchor`) and the middle row.
+struct Geometry {
+    Kind kind;
+    int anchor;
+    int mid;
+};
+
+// A vertical byte as pixels from the middle row: `base` is the byte that
+// lies on the middle row; a value more than kWrapBelow rows above it is
+// taken as wrapped round the byte range (`span`) and drawn below instead.
+int wrap(int a, int base, int span) {
+    int v = a - base;
+    if (v < kWrapBelow) v += span;
+    return v;
+}
+int signedByte(int v) { return v >= 128 ? v - 256 : v; }
+// A horizontal target byte as pixels in front of (+) or behind (-) the line:
+// bytes from 0x80 on count forward from kForwardBase, smaller ones backward.
+int depth(int b) { return b >= 128 ? kForwardBase - b : -b; }
+
+// The point a command puts the player at, from its data A and B and the pen
+// before it; none for a command that draws no point. Every drawing command's
+// x follows from B alone and its y from A alone. (One rule for drawing and
+// for moving a point on the diagram.)
+std::optional<DiagramPoint> pointOf(const Geometry& g, int code, int a, int b, long penX, long penY) {
+    const bool play = g.kind == Kind::Play;
+    DiagramPoint pt;
+    if (code == cmd::kSetPositionBall) {
+        pt.x = g.anchor - (b - kPlacementDepth), pt.y = g.mid + wrap(a, kBallRow, 256);
+    } else if (code == cmd::kSetPositionField) {
+        pt.x = g.anchor - (b - kPlacementDepth), pt.y = g.mid + wrap(a, kFieldMiddleRow, kFieldWrapSpan);
+    } else if (code == cmd::kMoveRelative || (play && code == cmd::kDropBack)) {
+        // The pen holds 16-bit values; a run of moves saturates rather than overflow.
+        pt.x = static_cast<int>(std::clamp<long>(penX + signedByte(b), -32768, 32767));
+        pt.y = static_cast<int>(std::clamp<long>(penY + signedByte(a), -32768, 32767));
+    } else if (code == cmd::kMoveToBall) {
+        pt.x = g.anchor - depth(b), pt.y = g.mid + wrap(a, kBallRow, 256);
+    } else if (code == cmd::kMoveToField) {
+        // Formations draw absolute rows two pixels lower than plays do.
+        pt.x = g.anchor - depth(b), pt.y = g.mid + (a - (play ? kFieldMiddleRow : kFieldMiddleRow - 2));
+    } else {
+        return std::nullopt;
+    }
+    return pt;
+}
+
+bool isPlacement(int code) { return code == cmd::kSetPositionBall || code == cmd::kSetPositionField; }
+
 // The geometry and the pen of one drawing.
 class Drawing {
 public:
-    Drawing(Canvas& pic, Kind kind, int anchor) : pic_(pic), kind_(kind), anchor_(anchor), mid_(roundedHalf(pic.height())) {}
+    Drawing(Canvas& pic, Kind kind, int anchor) : pic_(pic), geometry_{kind, anchor, roundedHalf(pic.height())} {}
 
-    void scrimmage() { pic_.line(anchor_ + 4, 0, anchor_ + 4, pic_.height(), kScrimmageColor); }
+    void scrimmage() { pic_.line(geometry_.anchor + 4, 0, geometry_.anchor + 4, pic_.height(), kScrimmageColor); }
 
-    // The next player's name, given to the canvas where he is first placed.
-    void player(const std::string& name) {
+    // The next player's name, given to the canvas where he is first placed;
+    // his points go to `points` when given.
+    void player(const std::string& name, std::vector<DiagramPoint>* points = nullptr) {
         label_ = name;
         labelled_ = false;
+        points_ = points;
     }
 
-    void commands(const clsSequence& seq, uint32_t color) {
-        for (int pos = 0; pos < seq.commandCount(); ++pos) command(seq, pos, color);
+    // Draws `seq` (standing under `key`) in `color`.
+    void commands(int32_t key, const clsSequence& seq, uint32_t color) {
+        for (int pos = 0; pos < seq.commandCount(); ++pos) command(key, seq, pos, color);
     }
 
     void square(bool filled, uint32_t color) {
@@ -46,67 +99,37 @@ public:
     bool movedSincePlacement() const { return x_ != startX_ || y_ != startY_; }
 
 private:
-    // A vertical byte as pixels from the middle row: `base` is the byte that
-    // lies on the middle row; a value more than kWrapBelow rows above it is
-    // taken as wrapped round the byte range (`span`) and drawn below instead.
-    static int wrap(int a, int base, int span) {
-        int v = a - base;
-        if (v < kWrapBelow) v += span;
-        return v;
-    }
-    static int signedByte(int v) { return v >= 128 ? v - 256 : v; }
-    // A horizontal target byte as pixels in front of (+) or behind (-) the line:
-    // bytes from 0x80 on count forward from kForwardBase, smaller ones backward.
-    static int depth(int b) { return b >= 128 ? kForwardBase - b : -b; }
-    // The pen holds 16-bit values; a run of moves saturates rather than overflow.
-    static int pen(long v) { return static_cast<int>(std::clamp<long>(v, -32768, 32767)); }
-
-    void place(long x, long y, uint32_t color) {
-        x_ = pen(x);
-        y_ = pen(y);
-        square(kind_ == Kind::Formation, color);
-        if (!labelled_) pic_.label(x_, y_, label_, color);
-        labelled_ = true;
-        curX_ = startX_ = x_;
-        curY_ = startY_ = y_;
-    }
-
-    void moveTo(long x, long y, uint32_t color) {
-        x_ = pen(x);
-        y_ = pen(y);
-        pic_.line(x_, y_, curX_, curY_, color);
-        curX_ = x_;
-        curY_ = y_;
-    }
-
-    void command(const clsSequence& seq, int pos, uint32_t color) {
+    void command(int32_t key, const clsSequence& seq, int pos, uint32_t color) {
         const int c = seq.command(pos);
-        const int a = seq.data(pos, 0), b = seq.data(pos, 1);
-        const bool play = kind_ == Kind::Play;
-        if (play && (c == cmd::kBlock || c == cmd::kChopBlock)) {
+        if (geometry_.kind == Kind::Play && (c == cmd::kBlock || c == cmd::kChopBlock)) {
             pic_.line(curX_, curY_, curX_ + 8, curY_, color);
             pic_.line(curX_ + 8, curY_ - 4, curX_ + 8, curY_ + 4, color);
-        } else if (c == cmd::kSetPositionBall) {
-            place(anchor_ - (b - kPlacementDepth), mid_ + wrap(a, kBallRow, 256), color);
-        } else if (c == cmd::kSetPositionField) {
-            place(anchor_ - (b - kPlacementDepth), mid_ + wrap(a, kFieldMiddleRow, kFieldWrapSpan), color);
-        } else if (c == cmd::kMoveRelative || (play && c == cmd::kDropBack)) {
-            moveTo(long{curX_} + signedByte(b), long{curY_} + signedByte(a), color);
-        } else if (c == cmd::kMoveToBall) {
-            moveTo(anchor_ - depth(b), mid_ + wrap(a, kBallRow, 256), color);
-        } else if (c == cmd::kMoveToField) {
-            // Formations draw absolute rows two pixels lower than plays do.
-            moveTo(anchor_ - depth(b), mid_ + (a - (play ? kFieldMiddleRow : kFieldMiddleRow - 2)), color);
+            return;
         }
+        const auto pt = pointOf(geometry_, c, seq.data(pos, 0), seq.data(pos, 1), curX_, curY_);
+        if (!pt) return;
+        x_ = pt->x;
+        y_ = pt->y;
+        if (isPlacement(c)) {
+            square(geometry_.kind == Kind::Formation, color);
+            if (!labelled_) pic_.label(x_, y_, label_, color);
+            labelled_ = true;
+            startX_ = x_;
+            startY_ = y_;
+        } else {
+            pic_.line(x_, y_, curX_, curY_, color);
+        }
+        curX_ = x_;
+        curY_ = y_;
+        if (points_) points_->push_back({x_, y_, key, pos});
     }
 
     Canvas& pic_;
-    Kind kind_;
-    int anchor_;
-    int mid_;
+    Geometry geometry_;
     int curX_ = 0, curY_ = 0, startX_ = 0, startY_ = 0, x_ = 0, y_ = 0;
     std::string label_;
     bool labelled_ = true;
+    std::vector<DiagramPoint>* points_ = nullptr;
 };
 
 constexpr int kPlayAnchor = 100;        // x of the line of scrimmage in a play picture (it is drawn 4 px right of it)
@@ -121,10 +144,11 @@ int roundedHalf(int value) {
     return value > 0 ? (half % 2 == 0 ? half : half + 1) : (half % 2 == 0 ? half : half - 1);
 }
 
-void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex, int playIndex) {
+void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex, int playIndex, const DrawOptions& options) {
     pic.clear(kFieldColor);
     Drawing drawing(pic, Kind::Play, kPlayAnchor);
     drawing.scrimmage();
+    if (options.points) options.points->assign(kPlayersPerRecord, {});
     if (slotIndex < 0 || slotIndex >= kSlotCount) return;
     const clsPlaySlot& slot = pb.playSlots[static_cast<size_t>(slotIndex)];
     const auto f = static_cast<size_t>(slot.formation());
@@ -132,16 +156,22 @@ void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex, int playIndex) {
     const clsFormation& formation = pb.formations[f];
     const auto p = static_cast<size_t>(slot.oPlay(std::clamp(playIndex, 0, kPlaysPerSlot - 1)));
     const clsPlay* play = p < pb.plays.size() ? &pb.plays[p] : nullptr;
+    // The editor's working copy stands in for the sequence it was taken from.
+    auto find = [&](int32_t address) -> const clsSequence* {
+        if (options.workingCopy && address == options.workingCopy->address()) return options.workingCopy;
+        return pb.sequences.find(address);
+    };
 
     for (int i = 0; i < kPlayersPerRecord; ++i) {
         const uint32_t color = posColors[static_cast<size_t>(i)];
-        drawing.player(std::string(offPosNames[static_cast<size_t>(i)]));
+        drawing.player(std::string(offPosNames[static_cast<size_t>(i)]), options.points ? &(*options.points)[static_cast<size_t>(i)] : nullptr);
         int32_t address = formation.posAddress(i);
         bool formationPhase = true;
         std::unordered_set<int32_t> walked;
-        while (const clsSequence* seq = pb.sequences.find(address)) {
+        while (const clsSequence* seq = find(address)) {
             walked.insert(address);
-            drawing.commands(*seq, color);
+            const bool edited = options.workingCopy && seq == options.workingCopy;
+            drawing.commands(address, *seq, edited ? kHighlightColor : color);
             if (formationPhase) drawing.square(true, color);
             int32_t next = seq->nextSequence();
             if (walked.count(next) != 0) next = 0;  // continues into itself or an earlier sequence
@@ -153,6 +183,51 @@ void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex, int playIndex) {
             }
         }
     }
+}
+
+namespace {
+// A canvas that draws nothing: for the points alone.
+class NoCanvas : public Canvas {
+public:
+    void clear(uint32_t) override {}
+    void line(int, int, int, int, uint32_t) override {}
+    void rect(int, int, int, int, uint32_t) override {}
+    void fillRect(int, int, int, int, uint32_t) override {}
+    int width() const override { return kPlayPictureWidth; }
+    int height() const override { return kPlayPictureHeight; }
+};
+}  // namespace
+
+std::vector<std::vector<DiagramPoint>> playPoints(const Playbook& pb, int slotIndex, int play) {
+    NoCanvas none;
+    std::vector<std::vector<DiagramPoint>> points;
+    DrawOptions options;
+    options.points = &points;
+    DrawPlay(none, pb, slotIndex, play, options);
+    return points;
+}
+
+std::optional<std::pair<int, int>> dataForPoint(int code, int penX, int penY, int x, int y, int oldA, int oldB,
+                                                DiagramPoint* nearest) {
+    const Geometry g{Kind::Play, kPlayAnchor, roundedHalf(kPlayPictureHeight)};
+    if (!pointOf(g, code, 0, 0, penX, penY)) return std::nullopt;
+    // Each axis on its own: of the values that reach the pixel, the one closest
+    // to the old value; else the value that comes nearest.
+    int bestA = -1, bestB = -1, nearA = 0, nearB = 0;
+    for (int v = 0; v < 256; ++v) {
+        const DiagramPoint pt = *pointOf(g, code, v, v, penX, penY);
+        if (pt.y == y && (bestA < 0 || std::abs(v - oldA) < std::abs(bestA - oldA))) bestA = v;
+        if (pt.x == x && (bestB < 0 || std::abs(v - oldB) < std::abs(bestB - oldB))) bestB = v;
+        if (std::abs(pt.y - y) < std::abs(pointOf(g, code, nearA, nearA, penX, penY)->y - y)) nearA = v;
+        if (std::abs(pt.x - x) < std::abs(pointOf(g, code, nearB, nearB, penX, penY)->x - x)) nearB = v;
+    }
+    if (nearest) {
+        const DiagramPoint reach = *pointOf(g, code, bestA >= 0 ? bestA : nearA, bestB >= 0 ? bestB : nearB, penX, penY);
+        nearest->x = reach.x;
+        nearest->y = reach.y;
+    }
+    if (bestA < 0 || bestB < 0) return std::nullopt;
+    return std::pair{bestA, bestB};
 }
 
 std::vector<int> drawFormation(Canvas& pic, const Playbook& pb, int f) {
@@ -170,7 +245,7 @@ std::vector<int> drawFormation(Canvas& pic, const Playbook& pb, int f) {
         }
         const uint32_t color = posColors[static_cast<size_t>(i)];
         drawing.player(std::string(offPosNames[static_cast<size_t>(i)]));
-        drawing.commands(*seq, color);
+        drawing.commands(formation.posAddress(i), *seq, color);
         if (drawing.movedSincePlacement()) drawing.square(false, color);
     }
     return missing;

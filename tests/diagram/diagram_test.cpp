@@ -213,5 +213,44 @@ TEST(FormationDiagram, FollowOnsAreNotFollowedAndBadIndexesDrawNothing) {
     EXPECT_EQ(c.ops.size(), 2u);
 }
 
+// The points of a play and the inverse of the drawing: every data value a
+// drawing command takes maps to a pixel and back to itself (or to an
+// encoding of the same pixel closer to the old value).
+TEST(PlayPoints, FormationThenPlayChainWithTheCommandsThatComputedThem) {
+    Scene s;
+    s.seq(0xA000, {0xD0, 240, 8, 0xD7, 0xFB, 0x03, 0xEE}).seq(0xB000, {0xD7, 0x10, 0x00, 0xFE, 0x02}).seq(0xB005, {0xD8, 240, 16, 0xE4});
+    const auto points = playPoints(s.pb, 0, 0);
+    ASSERT_EQ(points.size(), 11u);
+    EXPECT_EQ(points[0], (std::vector<DiagramPoint>{{100, kMid, 0xA000, 0}, {103, kMid - 5, 0xA000, 1}, {103, kMid + 11, 0xB000, 0},
+                                                    {116, kMid, 0xB005, 0}}));
+    EXPECT_TRUE(points[1].empty());
+}
+
+TEST(PlayPoints, EveryValueOfEveryDrawingCommandComesBack) {
+    for (const int code : {0xD0, 0xD1, 0xD7, 0xC0, 0xD8, 0xD9}) {
+        for (int a = 0; a < 256; ++a)
+            for (const int b : {0, 7, 8, 127, 128, 200, 248, 255}) {
+                Scene s;
+                s.seq(0xA000, {0xD0, 240, 8, static_cast<uint8_t>(code), static_cast<uint8_t>(a), static_cast<uint8_t>(b), 0xE4});
+                const DiagramPoint pt = playPoints(s.pb, 0, 0)[0][1];
+                const auto data = dataForPoint(code, 100, kMid, pt.x, pt.y, a, b);
+                ASSERT_TRUE(data) << code << " " << a << " " << b;
+                // The same pixel, and the old values themselves when they reach it.
+                EXPECT_EQ(data->first, a) << code << " " << a;
+                EXPECT_EQ(data->second, b) << code << " " << b;
+            }
+    }
+    // Two encodings of one pixel (the depth rule: 0x00 and 0xF8 both stand on the line): the one closer to the old value.
+    EXPECT_EQ(dataForPoint(0xD8, 0, 0, 100, kMid, 240, 250)->second, 248);
+    EXPECT_EQ(dataForPoint(0xD8, 0, 0, 100, kMid, 240, 3)->second, 0);
+    // Out of reach: a relative move steps at most 127 pixels, D1 never lands 134..142 below the middle.
+    DiagramPoint nearest;
+    EXPECT_FALSE(dataForPoint(0xD7, 100, kMid, 300, kMid, 0, 0, &nearest));
+    EXPECT_EQ(nearest, (DiagramPoint{227, kMid, 0, 0}));
+    EXPECT_FALSE(dataForPoint(0xD1, 0, 0, 100, kMid + 138, 0, 8, &nearest));
+    EXPECT_TRUE(nearest.y == kMid + 133 || nearest.y == kMid + 143) << nearest.y;
+    EXPECT_FALSE(dataForPoint(0xEE, 0, 0, 1, 1, 0, 0)) << "a command that draws no point";
+}
+
 }  // namespace
 }  // namespace zpe
