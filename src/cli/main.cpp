@@ -8,6 +8,8 @@
 #include "cli/json_import.h"
 #include "patch/bps.h"
 #include "diagram/diagram.h"
+#include "analysis/entries.h"
+#include "diagram/diagram.h"
 #include "model/file_io.h"
 #include "model/hex.h"
 #include "model/image.h"
@@ -335,6 +337,105 @@ int runFork(const Context& ctx, const std::string& imagePath, const ForkRequest&
     return 0;
 }
 
+// A player by number (0-10) or position name (QB, RB1, ... T2).
+int parsePlayer(const std::string& text) {
+    for (int j = 0; j < zpe::kPlayersPerRecord; ++j)
+        if (text == zpe::positionName(j)) return j;
+    return parseNumber(text, 0, zpe::kPlayersPerRecord - 1, "--player (or a position name, QB to T2)");
+}
+
+// "A123 command 2, Move Relative".
+std::string pointSource(const zpe::Playbook& pb, const zpe::DiagramPoint& pt, const Context& ctx) {
+    const int code = pb.sequences.at(pt.sequence).command(pt.command);
+    std::string name = ctx.names[static_cast<size_t>(code & 0xFF)];
+    while (!name.empty() && name.back() == ' ') name.pop_back();
+    return zpe::sequenceKeyText(pt.sequence) + " command " + std::to_string(pt.command) + ", " + name;
+}
+
+int runPoints(const Context& ctx, const std::string& imagePath, const std::string& slotText, const std::string& playText, bool asJson) {
+    const int slot = parseNumber(slotText, 0, zpe::kSlotCount - 1, "a slot");
+    const int play = parseNumber(playText, 1, zpe::kPlaysPerSlot, "--play");
+    const zpe::Playbook pb = openOrFail(imagePath, ctx);
+    const auto points = zpe::playPoints(pb, slot, play - 1);
+    if (asJson) {
+        nlohmann::ordered_json players = nlohmann::ordered_json::array();
+        for (const auto& list : points) {
+            nlohmann::ordered_json one = nlohmann::ordered_json::array();
+            for (const zpe::DiagramPoint& pt : list)
+                one.push_back({{"x", pt.x}, {"y", pt.y}, {"sequence", zpe::sequenceKeyText(pt.sequence)}, {"command", pt.command}});
+            players.push_back(one);
+        }
+        std::cout << nlohmann::ordered_json{{"players", players}}.dump(1) << '\n';
+        return 0;
+    }
+    for (size_t j = 0; j < points.size(); ++j) {
+        std::cout << zpe::positionName(static_cast<int>(j));
+        for (size_t k = 0; k < points[j].size(); ++k)
+            std::cout << "  " << k + 1 << ": " << points[j][k].x << "," << points[j][k].y << " ("
+                      << pointSource(pb, points[j][k], ctx) << ")";
+        std::cout << '\n';
+    }
+    return 0;
+}
+
+struct MoveRequest {
+    std::string slot, play = "1", player, point, to;
+};
+
+int runMovePoint(const Context& ctx, const std::string& imagePath, const MoveRequest& r, bool dryRun) {
+    const int slot = parseNumber(r.slot, 0, zpe::kSlotCount - 1, "a slot");
+    const int play = parseNumber(r.play, 1, zpe::kPlaysPerSlot, "--play");
+    const int player = parsePlayer(r.player);
+    const int point = parseNumber(r.point, 1, 99999, "--point");
+    int x = 0, y = 0;
+    {
+        const auto comma = r.to.find(',');
+        auto number = [&](const std::string& t) {
+            const bool negative = !t.empty() && t[0] == '-';
+            return (negative ? -1 : 1) * parseNumber(negative ? t.substr(1) : t, 0, 32767, "--to X,Y (pixels)");
+        };
+        if (comma == std::string::npos) throw UsageError{"--to is X,Y in pixels of the picture's default size, not '" + r.to + "'"};
+        x = number(r.to.substr(0, comma));
+        y = number(r.to.substr(comma + 1));
+    }
+    const zpe::FileLock lock(imagePath);
+    zpe::Playbook pb = openOrFail(imagePath, ctx);
+    const auto points = zpe::playPoints(pb, slot, play - 1);
+    const auto& list = points[static_cast<size_t>(player)];
+    const std::string who = "player " + zpe::positionName(player);
+    if (static_cast<size_t>(point) > list.size())
+        throw Failure{imagePath + ": " + who + " has " + std::to_string(list.size()) + " points in slot " + std::to_string(slot) +
+                      " play " + std::to_string(play) + "; nothing was written"};
+    const zpe::DiagramPoint at = list[static_cast<size_t>(point - 1)];
+    // The pen before the point: the point before it, which may be the previous player's last.
+    zpe::DiagramPoint pen;
+    if (point > 1) pen = list[static_cast<size_t>(point - 2)];
+    else
+        for (int j = 0; j < player; ++j)
+            if (!points[static_cast<size_t>(j)].empty()) pen = points[static_cast<size_t>(j)].back();
+    zpe::clsSequence& seq = pb.sequences.at(at.sequence);
+    const std::string what = who + " point " + std::to_string(point) + " (" + pointSource(pb, at, ctx) + ")";
+    zpe::DiagramPoint nearest;
+    const auto data = zpe::dataForPoint(seq.command(at.command), pen.x, pen.y, x, y, seq.data(at.command, 0), seq.data(at.command, 1),
+                                        &nearest);
+    if (!data)
+        throw Failure{imagePath + ": " + what + " cannot reach " + std::to_string(x) + "," + std::to_string(y) +
+                      "; the nearest it can reach is " + std::to_string(nearest.x) + "," + std::to_string(nearest.y) +
+                      ". Nothing was written"};
+    seq.data(at.command, 0, static_cast<int16_t>(data->first));
+    seq.data(at.command, 1, static_cast<int16_t>(data->second));
+    std::string line = what + " now at " + std::to_string(x) + "," + std::to_string(y) + ".";
+    if (const size_t users = zpe::entriesNaming(pb, at.sequence).size(); users > 1)
+        line += " " + zpe::sequenceKeyText(at.sequence) + " is run by " + std::to_string(users) +
+                " entries, which all change (zpe fork gives one its own copy first).";
+    if (dryRun) {
+        std::cout << line << " (dry run: nothing written)\n";
+        return 0;
+    }
+    (void)zpe::saveChanges(pb, ctx.dataDir, [&](const zpe::SaveSummary&) { ctx.confirm(line); });
+    return 0;
+}
+
 int runCheck(const Context& ctx, const std::string& imagePath, bool asJson) {
     const zpe::AreaMap map = zpe::buildAreaMap(openOrFail(imagePath, ctx));
     if (asJson) std::cout << zpe::areaMapJson(map).dump(1) << '\n';
@@ -543,6 +644,7 @@ int main(int argc, char** argv) {
     then(refs, [&](const Context& c) { return runRefs(c, image, arg1, asJson); });
 
     ForkRequest forkRequest;
+    MoveRequest moveRequest;
     auto* fork = verb("fork", "Give one table entry its own copy of what the game runs from it");
     imageOption(fork);
     fork->add_option("--play", forkRequest.play, "Play 0-115 (with --player)");
@@ -552,6 +654,23 @@ int main(int argc, char** argv) {
     fork->add_option("--pointer", forkRequest.pointer, "Pointer 0-191");
     fork->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
     then(fork, [&](const Context& c) { return runFork(c, image, forkRequest, dryRun); });
+
+    auto* pointsVerb = verb("points", "List every point the play diagram of a slot's play computes, per player");
+    imageOption(pointsVerb);
+    pointsVerb->add_option("--slot", moveRequest.slot, "Play slot 0-63")->required();
+    pointsVerb->add_option("--play", moveRequest.play, "Which of the slot's eight plays, 1-8 (default 1)");
+    pointsVerb->add_flag("--json", asJson, "Print {\"players\": [[{\"x\", \"y\", \"sequence\", \"command\"}, ...], ...]}");
+    then(pointsVerb, [&](const Context& c) { return runPoints(c, image, moveRequest.slot, moveRequest.play, asJson); });
+
+    auto* movePoint = verb("move-point", "Move one point of a play's diagram: that command's data changes, then Save");
+    imageOption(movePoint);
+    movePoint->add_option("--slot", moveRequest.slot, "Play slot 0-63")->required();
+    movePoint->add_option("--play", moveRequest.play, "Which of the slot's eight plays, 1-8 (default 1)");
+    movePoint->add_option("--player", moveRequest.player, "Player 0-10 or his position (QB, RB1, ... T2)")->required();
+    movePoint->add_option("--point", moveRequest.point, "His point, from 1, in drawing order (as zpe points lists them)")->required();
+    movePoint->add_option("--to", moveRequest.to, "X,Y in pixels of the picture's default size (329 x 217)")->required();
+    movePoint->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
+    then(movePoint, [&](const Context& c) { return runMovePoint(c, image, moveRequest, dryRun); });
 
     auto* check = verb("check", "Map the sequence area as the game reads it and report what Full Save would break");
     imageOption(check);

@@ -98,6 +98,42 @@ TEST(CliHeaderless, ListsEqualTheHeadedOnesAndSavesKeepTheForm) {
     EXPECT_EQ(test::readFileBytes(bare), std::vector<uint8_t>(after.begin() + 16, after.end())) << "no header added";
 }
 
+// The diagram as data: the points of slot 0's play, and one moved by changing only its command's data bytes.
+TEST(CliPoints, ListedAsJsonAndMovedByTheirDataBytesAlone) {
+    // QB: placed by A000, then A010 moves him (Human Control, then the computer's end at A014).
+    const test::TempFile image = ImageBuilder()
+                                     .bytesAt(0xA000, {0xD0, 0xF0, 0x12, 0xEE})
+                                     .bytesAt(0xA010, {0xD7, 0x00, 0x10, 0xE4, 0xC2})
+                                     .formation(4, {0xA000})
+                                     .play(0, {0xA010})
+                                     .slot(0, {"RUN", 4})
+                                     .write();
+    auto zpe = [&](std::vector<std::string> args) { return runProcess(ZPE_BIN, args); };  // the shipped data files
+    auto r = zpe({"points", image.path(), "--slot", "0", "--json"});
+    const nlohmann::json points = nlohmann::json::parse(r.out);
+    ASSERT_EQ(points["players"].size(), 11u);
+    const nlohmann::json& qb = points["players"][0];
+    ASSERT_EQ(qb.size(), 2u) << r.out;
+    EXPECT_EQ(qb[1]["sequence"], "A010");
+    EXPECT_EQ(qb[1]["command"], 0);
+    const int x = qb[1]["x"].get<int>() + 5, y = qb[1]["y"].get<int>() - 3;
+    const auto before = image.read();
+    r = zpe({"move-point", image.path(), "--slot", "0", "--player", "QB", "--point", "2", "--to", std::to_string(x) + "," + std::to_string(y)});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out, "player QB point 2 (A010 command 0, Move Relative) now at " + std::to_string(x) + "," + std::to_string(y) + ".\n");
+    const auto after = image.read();
+    std::vector<size_t> changed;
+    for (size_t i = 0; i < after.size(); ++i)
+        if (after[i] != before[i]) changed.push_back(i);
+    const auto data = static_cast<size_t>(offsetOfAddress(0xA011));
+    EXPECT_EQ(changed, (std::vector<size_t>{data, data + 1}));
+    EXPECT_EQ(after[data], 0xFD);      // 3 up
+    EXPECT_EQ(after[data + 1], 0x15);  // 0x10 + 5 to the right
+    r = zpe({"move-point", image.path(), "--slot", "0", "--player", "0", "--point", "2", "--to", "9999,0"});
+    EXPECT_NE(r.err.find("cannot reach 9999,0; the nearest it can reach is "), std::string::npos) << r.err;
+    EXPECT_EQ(image.read(), after);
+}
+
 TEST(CliSlots, CopyAndSwapThenSafeSave) {
     Fixture f;
     auto r = f.zpe({"copy-slot", f.image.path(), "0", "9"});
