@@ -80,10 +80,12 @@ public:
 
     // The next player's name, given to the canvas where he is first placed;
     // his points go to `points` when given.
-    void player(const std::string& name, std::vector<DiagramPoint>* points = nullptr) {
+    void player(const std::string& name, std::vector<DiagramPoint>* points = nullptr, int maxPoints = -1) {
         label_ = name;
         labelled_ = false;
         points_ = points;
+        count_ = 0;
+        maxPoints_ = maxPoints;
     }
 
     // Draws `seq` (standing under `key`) in `color`.
@@ -100,6 +102,7 @@ public:
 
 private:
     void command(int32_t key, const clsSequence& seq, int pos, uint32_t color) {
+        if (maxPoints_ >= 0 && count_ >= maxPoints_) return;  // later in the animation
         const int c = seq.command(pos);
         if (geometry_.kind == Kind::Play && (c == cmd::kBlock || c == cmd::kChopBlock)) {
             pic_.line(curX_, curY_, curX_ + 8, curY_, color);
@@ -121,6 +124,7 @@ private:
         }
         curX_ = x_;
         curY_ = y_;
+        ++count_;
         if (points_) points_->push_back({x_, y_, key, pos});
     }
 
@@ -130,6 +134,7 @@ private:
     std::string label_;
     bool labelled_ = true;
     std::vector<DiagramPoint>* points_ = nullptr;
+    int count_ = 0, maxPoints_ = -1;
 };
 
 constexpr int kPlayAnchor = 100;        // x of the line of scrimmage in a play picture (it is drawn 4 px right of it)
@@ -164,7 +169,8 @@ void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex, int playIndex, con
 
     for (int i = 0; i < kPlayersPerRecord; ++i) {
         const uint32_t color = posColors[static_cast<size_t>(i)];
-        drawing.player(std::string(offPosNames[static_cast<size_t>(i)]), options.points ? &(*options.points)[static_cast<size_t>(i)] : nullptr);
+        drawing.player(std::string(offPosNames[static_cast<size_t>(i)]), options.points ? &(*options.points)[static_cast<size_t>(i)] : nullptr,
+                       options.maxPoints);
         int32_t address = formation.posAddress(i);
         bool formationPhase = true;
         std::unordered_set<int32_t> walked;
@@ -230,7 +236,7 @@ std::optional<std::pair<int, int>> dataForPoint(int code, int penX, int penY, in
     return std::pair{bestA, bestB};
 }
 
-std::vector<int> drawFormation(Canvas& pic, const Playbook& pb, int f) {
+std::vector<int> drawFormation(Canvas& pic, const Playbook& pb, int f, const clsSequence* workingCopy) {
     pic.clear(kFieldColor);
     Drawing drawing(pic, Kind::Formation, pic.width() - kFormationMargin);
     drawing.scrimmage();
@@ -238,14 +244,16 @@ std::vector<int> drawFormation(Canvas& pic, const Playbook& pb, int f) {
     if (f < 0 || static_cast<size_t>(f) >= pb.formations.size()) return missing;
     const clsFormation& formation = pb.formations[static_cast<size_t>(f)];
     for (int i = 0; i < kPlayersPerRecord; ++i) {
-        const clsSequence* seq = pb.sequences.find(formation.posAddress(i));
+        const int32_t key = formation.posAddress(i);
+        const bool edited = workingCopy && key == workingCopy->address();
+        const clsSequence* seq = edited ? workingCopy : pb.sequences.find(key);
         if (!seq) {
             missing.push_back(i);
             continue;
         }
         const uint32_t color = posColors[static_cast<size_t>(i)];
         drawing.player(std::string(offPosNames[static_cast<size_t>(i)]));
-        drawing.commands(formation.posAddress(i), *seq, color);
+        drawing.commands(key, *seq, edited ? kHighlightColor : color);
         if (drawing.movedSincePlacement()) drawing.square(false, color);
     }
     return missing;

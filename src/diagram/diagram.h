@@ -35,6 +35,9 @@ struct DrawOptions {
     const clsSequence* workingCopy = nullptr;
     // Receives each player's points (eleven lists) in drawing order.
     std::vector<std::vector<DiagramPoint>>* points = nullptr;
+    // Draws each player's path only up to his first `maxPoints` points (a
+    // step of the animation: placement, then one segment a step); -1: all.
+    int maxPoints = -1;
 };
 
 // Clears `pic` and draws the play diagram of slot `slotIndex` (0..63).
@@ -64,7 +67,8 @@ void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex, int play = 0, cons
 // Clears `pic` and draws formation `f`. Returns the players (0..10, in order)
 // whose position sequence is not among the decoded sequences; nothing is drawn
 // for them. An index outside the formations draws only the line of scrimmage.
-std::vector<int> drawFormation(Canvas& pic, const Playbook& pb, int f);
+// `workingCopy`, when given, is drawn in place of the sequence with its address, highlighted.
+std::vector<int> drawFormation(Canvas& pic, const Playbook& pb, int f, const clsSequence* workingCopy = nullptr);
 
 // Half the height rounded to the nearest integer, a half to the even neighbour.
 int roundedHalf(int value);

@@ -1,5 +1,7 @@
 #include "ui/diagram_window.h"
 
+#include "ui/gif_writer.h"
+
 #include "diagram/diagram.h"
 #include "model/file_io.h"
 #include "model/hex.h"
@@ -9,6 +11,10 @@
 #include <cmath>
 
 #include <QBuffer>
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QSlider>
+#include <QTimer>
 #include <QFileInfo>
 #include <QFontMetricsF>
 #include <QPainterPath>
@@ -113,11 +119,39 @@ constexpr int kPlayWidth = 329, kPictureHeight = 217;
 }  // namespace
 
 // Draws the diagram at its own size: the field fills the view but for the
-// legend's strip on the right; labels and legend scale with it.
+// legend's strip on the right; labels and legend scale with it. For a slot's
+// play it also holds the handles: the picked player's points, the one picked
+// or moved, the one of the command selected in the editor panel.
 class DiagramView : public QWidget {
 public:
-    DiagramView(const Playbook& pb, QWidget* parent) : QWidget(parent), pb_(pb) { setMinimumSize(kPlayWidth, kPictureHeight); }
+    DiagramView(const Playbook& pb, QWidget* parent) : QWidget(parent), pb_(pb) {
+        setMinimumSize(kPlayWidth, kPictureHeight);
+        setObjectName("diagramView");
+        setFocusPolicy(Qt::StrongFocus);  // the arrow keys move the picked point
+        setMouseTracking(false);
+    }
     int slot = -1, formation = -1, play = 0;
+    const clsSequence* workingCopy = nullptr;  // the editor panel's, while it holds edits
+    std::optional<clsSequence> dragged;        // the moved point's sequence while a drag lasts
+    int player = -1, point = -1;               // the picked player and point
+    int32_t markedSequence = -1;               // the command selected in the editor panel
+    int markedCommand = -1;
+    int step = -1;                             // the animation's step; -1: everything
+    std::function<void(int, const DiagramPoint&)> onPick;
+    std::function<void(int, const DiagramPoint&, int, int)> onMove;
+
+    double scale() const { return std::max(height() / double(kPictureHeight), 0.1); }
+
+    // The points as drawn now (with a drag's or the panel's edits).
+    std::vector<std::vector<DiagramPoint>> points() const {
+        std::vector<std::vector<DiagramPoint>> out;
+        if (slot < 0) return out;
+        NoDrawing none;
+        DrawOptions options = drawOptions();
+        options.points = &out;
+        DrawPlay(none, pb_, slot, play, options);
+        return out;
+    }
 
     QImage render(QSize size) const {
         QImage image(size, QImage::Format_RGB32);
@@ -133,9 +167,14 @@ public:
         const int baseWidth = std::max(1, static_cast<int>(std::lround(fieldWidth / scale)));
         p.setClipRect(0, 0, fieldWidth, size.height());
         PainterCanvas canvas(p, baseWidth, kPictureHeight, scale);
-        if (slot >= 0) DrawPlay(canvas, pb_, slot, play);
-        else if (formation >= 0) (void)drawFormation(canvas, pb_, formation);
+        std::vector<std::vector<DiagramPoint>> pts;
+        DrawOptions options = drawOptions();
+        options.points = &pts;
+        options.maxPoints = this->step < 0 ? -1 : this->step + 1;
+        if (slot >= 0) DrawPlay(canvas, pb_, slot, play, options);
+        else if (formation >= 0) (void)drawFormation(canvas, pb_, formation, workingCopy);
         canvas.drawLabels();
+        drawMarks(p, pts, scale);
         p.setClipping(false);
         // The legend: each position in its colour.
         for (int i = 0; i < kPlayersPerRecord; ++i) {
@@ -153,8 +192,149 @@ protected:
         p.drawImage(0, 0, render(size()));
     }
 
+    void mousePressEvent(QMouseEvent* e) override {
+        if (slot < 0 || e->button() != Qt::LeftButton) return;
+        const auto all = points();
+        // The nearest point within a handle's reach, the picked player's first.
+        double best = handleReach();
+        int bestPlayer = -1, bestPoint = -1;
+        for (size_t j = 0; j < all.size(); ++j)
+            for (size_t k = 0; k < all[j].size(); ++k) {
+                const double d = std::hypot(all[j][k].x * scale() - e->position().x(), all[j][k].y * scale() - e->position().y()) -
+                                 (static_cast<int>(j) == player ? 0.5 : 0);
+                if (d < best) best = d, bestPlayer = static_cast<int>(j), bestPoint = static_cast<int>(k);
+            }
+        if (bestPlayer < 0) return;
+        player = bestPlayer;
+        point = bestPoint;
+        dragging_ = true;
+        moved_ = false;
+        update();
+        if (onPick) onPick(player, all[static_cast<size_t>(player)][static_cast<size_t>(point)]);
+    }
+
+    void mouseMoveEvent(QMouseEvent* e) override {
+        if (!dragging_) return;
+        moveTo(static_cast<int>(std::lround(e->position().x() / scale())), static_cast<int>(std::lround(e->position().y() / scale())));
+    }
+
+    void mouseReleaseEvent(QMouseEvent* e) override {
+        if (!dragging_ || e->button() != Qt::LeftButton) return;
+        dragging_ = false;
+        finish();
+    }
+
+    void keyPressEvent(QKeyEvent* e) override {
+        const int dx = e->key() == Qt::Key_Left ? -1 : e->key() == Qt::Key_Right ? 1 : 0;
+        const int dy = e->key() == Qt::Key_Up ? -1 : e->key() == Qt::Key_Down ? 1 : 0;
+        const auto at = picked();
+        if ((dx == 0 && dy == 0) || !at) return QWidget::keyPressEvent(e);
+        moveTo(at->x + dx, at->y + dy);
+        finish();
+    }
+
 private:
+    // A canvas that draws nothing: for the points alone.
+    class NoDrawing : public Canvas {
+    public:
+        void clear(uint32_t) override {}
+        void line(int, int, int, int, uint32_t) override {}
+        void rect(int, int, int, int, uint32_t) override {}
+        void fillRect(int, int, int, int, uint32_t) override {}
+        int width() const override { return kPlayWidth; }
+        int height() const override { return kPictureHeight; }
+    };
+
+    double handleReach() const { return std::max(6.0, scale() * 3); }
+
+    DrawOptions drawOptions() const {
+        DrawOptions options;
+        options.workingCopy = dragged ? &*dragged : workingCopy;
+        return options;
+    }
+
+    std::optional<DiagramPoint> picked() const {
+        const auto all = points();
+        if (player < 0 || static_cast<size_t>(player) >= all.size() || point < 0 ||
+            static_cast<size_t>(point) >= all[static_cast<size_t>(player)].size())
+            return std::nullopt;
+        return all[static_cast<size_t>(player)][static_cast<size_t>(point)];
+    }
+
+    // The picked point to (x, y), or as near as its command reaches: the lines follow at once.
+    void moveTo(int x, int y) {
+        const auto all = points();
+        const auto at = picked();
+        if (!at) return;
+        // The pen before the point: the point before it, or the previous player's last.
+        DiagramPoint pen;
+        if (point > 0) pen = all[static_cast<size_t>(player)][static_cast<size_t>(point) - 1];
+        else
+            for (int j = 0; j < player; ++j)
+                if (!all[static_cast<size_t>(j)].empty()) pen = all[static_cast<size_t>(j)].back();
+        const clsSequence* seq = dragged && dragged->address() == at->sequence       ? &*dragged
+                                 : workingCopy && workingCopy->address() == at->sequence ? workingCopy
+                                                                                          : pb_.sequences.find(at->sequence);
+        if (!seq || at->command >= seq->commandCount()) return;
+        const int code = seq->command(at->command), oldA = seq->data(at->command, 0), oldB = seq->data(at->command, 1);
+        DiagramPoint nearest;
+        auto data = dataForPoint(code, pen.x, pen.y, x, y, oldA, oldB, &nearest);
+        if (!data) data = dataForPoint(code, pen.x, pen.y, nearest.x, nearest.y, oldA, oldB);
+        if (!data) return;
+        if (!dragged || dragged->address() != at->sequence) dragged = *seq;
+        dragged->data(at->command, 0, static_cast<int16_t>(data->first));
+        dragged->data(at->command, 1, static_cast<int16_t>(data->second));
+        moved_ = true;
+        update();
+    }
+
+    // Hands a finished move to the main window; the drawing then follows the model again.
+    void finish() {
+        if (!moved_ || !dragged) {
+            dragged.reset();
+            return;
+        }
+        const auto at = picked();
+        const clsSequence moved = *dragged;
+        dragged.reset();
+        moved_ = false;
+        if (!at) return;
+        // The point as it stood before the move names the command; its new data goes with it.
+        if (onMove) onMove(player, *at, moved.data(at->command, 0), moved.data(at->command, 1));
+        update();
+    }
+
+    // Handles of the picked player, the picked point filled; the panel's command ringed;
+    // in the animation, every player where he stands.
+    void drawMarks(QPainter& p, const std::vector<std::vector<DiagramPoint>>& all, double scale) const {
+        const double r = std::max(3.0, scale * 2.2);
+        auto at = [&](const DiagramPoint& pt) { return QPointF(pt.x * scale, pt.y * scale); };
+        if (step >= 0) {
+            for (size_t j = 0; j < all.size(); ++j)
+                if (!all[j].empty()) {
+                    p.setPen(QPen(Qt::black, 1));
+                    p.setBrush(colorOf(posColors[j]));
+                    p.drawEllipse(at(all[j].back()), r * 1.3, r * 1.3);
+                }
+            return;
+        }
+        for (size_t j = 0; j < all.size(); ++j)
+            for (size_t k = 0; k < all[j].size(); ++k) {
+                const DiagramPoint& pt = all[j][k];
+                if (pt.sequence == markedSequence && pt.command == markedCommand) {
+                    p.setPen(QPen(QColor(255, 255, 0), std::max(1.5, scale * 0.6)));
+                    p.setBrush(Qt::NoBrush);
+                    p.drawEllipse(at(pt), r * 2, r * 2);
+                }
+                if (static_cast<int>(j) != player) continue;
+                p.setPen(QPen(Qt::black, 1));
+                p.setBrush(static_cast<int>(k) == point ? QBrush(Qt::white) : QBrush(QColor(255, 255, 255, 90)));
+                p.drawRect(QRectF(at(pt) - QPointF(r, r), QSizeF(2 * r, 2 * r)));
+            }
+    }
+
     const Playbook& pb_;
+    bool dragging_ = false, moved_ = false;
 };
 
 DiagramWindow::DiagramWindow(const Playbook& pb, Dialogs& dialogs, QWidget* parent)
@@ -167,20 +347,110 @@ DiagramWindow::DiagramWindow(const Playbook& pb, Dialogs& dialogs, QWidget* pare
     save_ = new QPushButton("Save Picture...", this);
     save_->setToolTip("Save the drawing as a PNG picture at the window's size");
     playsLabel_ = new QLabel("Play:", this);
+    play_ = new QPushButton("Play", this);
+    play_->setToolTip("Animate the play: every player moves along his path one segment a step");
+    steps_ = new QSlider(Qt::Horizontal, this);
+    steps_->setToolTip("Scrub through the play: it shows the order of the movements, a segment a step for every "
+                       "player at the same pace, not the game's timing");
+    steps_->setMinimumWidth(120);
+    saveAnimation_ = new QPushButton("Save Animation...", this);
+    saveAnimation_->setToolTip("Save the animation as an animated GIF at the window's size");
+    timer_ = new QTimer(this);
+    timer_->setInterval(450);
     bar->addWidget(playsLabel_);
     bar->addWidget(plays_);
+    bar->addWidget(play_);
+    bar->addWidget(steps_);
+    bar->addWidget(saveAnimation_);
     bar->addStretch(1);
     said_ = new QLabel(this);  // what Save Picture wrote
     bar->addWidget(said_);
     bar->addWidget(save_);
     layout->addLayout(bar);
     view_ = new DiagramView(pb_, this);
+    view_->setToolTip("Click a player's point to pick it (its command shows in the Sequences editor); drag it, or "
+                      "use the arrow keys, to move it");
     layout->addWidget(view_, 1);
+    view_->onPick = [this](int player, const DiagramPoint& pt) {
+        if (onPick) onPick(player, pt);
+    };
+    view_->onMove = [this](int player, const DiagramPoint& pt, int a, int b) {
+        if (onMove) onMove(player, pt, a, b);
+    };
     connect(plays_, &QComboBox::currentIndexChanged, this, [this](int i) {
         if (i >= 0) choosePlay(i);
     });
     connect(save_, &QPushButton::clicked, this, [this] { savePicture(); });
-    resize(800, 560);
+    connect(saveAnimation_, &QPushButton::clicked, this, [this] { saveAnimation(); });
+    connect(steps_, &QSlider::valueChanged, this, [this](int v) { showStep(v >= steps_->maximum() ? -1 : v); });
+    connect(play_, &QPushButton::clicked, this, [this] {
+        if (timer_->isActive()) {
+            timer_->stop();
+            play_->setText("Play");
+            return;
+        }
+        steps_->setValue(0);
+        play_->setText("Stop");
+        timer_->start();
+    });
+    connect(timer_, &QTimer::timeout, this, [this] {
+        if (steps_->value() >= steps_->maximum()) {
+            timer_->stop();
+            play_->setText("Play");
+            return;
+        }
+        steps_->setValue(steps_->value() + 1);
+    });
+    resize(900, 560);
+}
+
+int DiagramWindow::slot() const { return view_->slot; }
+int DiagramWindow::play() const { return view_->play; }
+
+void DiagramWindow::setWorkingCopy(const clsSequence* seq) {
+    if (view_->workingCopy == seq && !seq) return;
+    view_->workingCopy = seq;
+    refresh();
+}
+
+void DiagramWindow::highlightCommand(int32_t sequence, int command) {
+    view_->markedSequence = sequence;
+    view_->markedCommand = command;
+    view_->update();
+}
+
+int DiagramWindow::animationSteps() const {
+    size_t longest = 0;
+    for (const auto& list : view_->points()) longest = std::max(longest, list.size());
+    return longest == 0 ? 0 : static_cast<int>(longest) - 1;
+}
+
+void DiagramWindow::showStep(int step) {
+    view_->step = step;
+    view_->update();
+}
+
+void DiagramWindow::saveAnimation() {
+    if (view_->slot < 0) return;
+    QString name = subject();
+    name.replace(QChar(0x2014), '-').replace(':', '-').replace(QRegularExpression("[^A-Za-z0-9 ()_-]"), "");
+    const auto chosen = dialogs_.saveFile("GIF Animations (*.gif)|*.gif|All Files|*.*", name.simplified() + ".gif");
+    if (!chosen) return;
+    const QString file = QFileInfo(*chosen).suffix().isEmpty() ? *chosen + ".gif" : *chosen;
+    const int keep = view_->step, steps = animationSteps();
+    std::vector<QImage> frames;
+    for (int k = 0; k <= steps; ++k) {
+        view_->step = k;
+        frames.push_back(view_->render(view_->size()));
+    }
+    frames.push_back(frames.back());  // the last step held a moment longer
+    view_->step = keep;
+    try {
+        replaceFileContents(file.toStdString(), gifAnimation(frames, 60));
+        said_->setText(QString("Saved %1 (%2 steps)").arg(QFileInfo(file).fileName()).arg(steps + 1));
+    } catch (const std::exception& e) {
+        dialogs_.message({QString::fromLocal8Bit(e.what()), "Save Animation", MsgIcon::Exclamation, MsgButtons::Ok, MsgAnswer::Ok});
+    }
 }
 
 void DiagramWindow::showSlot(int slot) {
@@ -195,8 +465,7 @@ void DiagramWindow::showSlot(int slot) {
         plays_->addItem(QString("Play %1  %2:%3").arg(k + 1).arg(QString::fromStdString(hex2(s.oPlay(k))))
                             .arg(QString::fromStdString(hex2(s.dPlay(k)))));
     plays_->setCurrentIndex(keep);
-    plays_->setVisible(true);
-    playsLabel_->setVisible(true);
+    for (QWidget* w : std::initializer_list<QWidget*>{plays_, playsLabel_, play_, steps_, saveAnimation_}) w->setVisible(true);
     refresh();
 }
 
@@ -205,8 +474,9 @@ void DiagramWindow::showFormation(int formation) {
     view_->formation = formation;
     const QSignalBlocker quiet(plays_);
     plays_->clear();
-    plays_->setVisible(false);  // a formation has no plays
-    playsLabel_->setVisible(false);
+    // A formation has no plays to pick, animate or edit here.
+    for (QWidget* w : std::initializer_list<QWidget*>{plays_, playsLabel_, play_, steps_, saveAnimation_}) w->setVisible(false);
+    view_->player = view_->point = -1;
     refresh();
 }
 
@@ -241,6 +511,10 @@ QString DiagramWindow::subject() const {
 void DiagramWindow::refresh() {
     const QString what = subject();
     setWindowTitle(what.isEmpty() ? "Diagram" : "Diagram: " + what);
+    // The slider's last position draws the whole play.
+    const QSignalBlocker quiet(steps_);
+    steps_->setRange(0, animationSteps() + 1);
+    if (view_->step < 0) steps_->setValue(steps_->maximum());
     view_->update();
 }
 

@@ -458,7 +458,11 @@ bool frmMain::eventFilter(QObject* watched, QEvent* event) {
 
 void frmMain::openDiagram(bool slot) {
     if (!pb.openComplete) return;
-    if (!diagram_) diagram_ = new DiagramWindow(pb, dialogs_, this);
+    if (!diagram_) {
+        diagram_ = new DiagramWindow(pb, dialogs_, this);
+        diagram_->onPick = [this](int player, const DiagramPoint& pt) { diagramPick(player, pt); };
+        diagram_->onMove = [this](int player, const DiagramPoint& pt, int a, int b) { diagramMove(player, pt, a, b); };
+    }
     diagramForSlot_ = slot;
     diagram_->show();
     diagram_->raise();
@@ -467,6 +471,7 @@ void frmMain::openDiagram(bool slot) {
 
 void frmMain::followSelection() {
     if (!diagram_ || !diagram_->isVisible()) return;
+    diagram_->setWorkingCopy(workingCopyEdited() ? &curSeq : nullptr);
     if (diagramForSlot_) diagram_->showSlot(selectedRow(lvPlaySlots));
     else diagram_->showFormation(selectedRow(lvFormations));
 }
@@ -585,12 +590,16 @@ void frmMain::refreshPictures() {
     constexpr uint32_t kEmptyPicture = 0xF0F0F0;  // the face colour of an empty picture box
     const int f = pb.openComplete ? selectedRow(lvFormations) : -1;
     ScaledCanvas formation(picFormation->canvas(), formationScale_);
-    if (f >= 0) (void)drawFormation(formation, pb, f);
+    // The panel's working copy, while it holds edits not applied, is drawn in place of its sequence.
+    const clsSequence* working = workingCopyEdited() ? &curSeq : nullptr;
+    if (f >= 0) (void)drawFormation(formation, pb, f, working);
     else picFormation->canvas().clear(kEmptyPicture);
     picFormation->update();
     const int s = pb.openComplete ? selectedRow(lvPlaySlots) : -1;
     ScaledCanvas play(picPlay->canvas(), playScale_);
-    if (s >= 0) zpe::DrawPlay(play, pb, s, std::max(cmbPlay->currentIndex(), 0));
+    DrawOptions options;
+    options.workingCopy = working;
+    if (s >= 0) zpe::DrawPlay(play, pb, s, std::max(cmbPlay->currentIndex(), 0), options);
     else picPlay->canvas().clear(kEmptyPicture);
     picPlay->update();
     followSelection();

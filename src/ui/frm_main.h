@@ -4,6 +4,7 @@
 // for every rule about the playbook. The handlers keep the names of the
 // controls and events they answer (control_Event).
 #include "analysis/entries.h"
+#include "diagram/diagram.h"
 #include "playbook/list_rows.h"
 #include "playbook/playbook.h"
 #include "save/save_changes.h"
@@ -211,6 +212,15 @@ private:
     bool applyToCopyAsked();
     // The Plays, Formations and Sequences lists after entries or new sequences changed; the selection stays.
     void refreshEntryLists();
+    // --- Editing on the big diagram ---
+    // The entry of the diagram's slot play that names `key` directly for `player` (his play's or formation's entry).
+    std::optional<AreaEntry> entryOfPoint(int player, int32_t key) const;
+    // A point picked on the diagram: its command selected in the Sequences editor, reached from that entry.
+    void diagramPick(int player, const DiagramPoint& point);
+    // A point moved on the diagram to data (a, b) of its command: one undo step (asking first for a shared sequence).
+    void diagramMove(int player, const DiagramPoint& point, int a, int b);
+    // Undo and redo of a move: the stored sequence, and the panel when it showed it unedited.
+    void restoreMovedSequence(const clsSequence& seq);
     // The selected sequence's address, or none.
     std::optional<int32_t> selectedSequenceAddress() const;
     // The display area of the tab strip, in twips.

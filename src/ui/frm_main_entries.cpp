@@ -1,10 +1,12 @@
 // Who uses a sequence and which sequence each player runs: the editor panel's
 // "Used by" list, the Plays and Formations tabs' menus that point a player at
-// another sequence (or a new copy, or a new empty one), and Apply's question
-// when the sequence reached from a play or formation is shared.
+// another sequence (or a new copy, or a new empty one), Apply's question
+// when the sequence reached from a play or formation is shared, and the
+// points picked and moved on the big diagram (which ask the same).
 #include "analysis/entries.h"
 #include "analysis/references.h"
 #include "model/hex.h"
+#include "ui/diagram_window.h"
 #include "ui/frm_main.h"
 
 #include <QLabel>
@@ -238,6 +240,89 @@ bool frmMain::applyToCopyAsked() {
     showEntrySequence(entry);
     StatusBar1->setText(who + " now runs its own copy of " + keyText(from) + " with the edits; Save places it in a free run.");
     return true;
+}
+
+std::optional<AreaEntry> frmMain::entryOfPoint(int player, int32_t key) const {
+    if (!diagram_ || diagram_->slot() < 0 || player < 0 || player >= kPlayersPerRecord) return std::nullopt;
+    const clsPlaySlot& slot = pb.playSlots[static_cast<size_t>(diagram_->slot())];
+    const int p = slot.oPlay(diagram_->play());
+    if (p < kPlayCount && pb.plays[static_cast<size_t>(p)].seqAddress(player) == key)
+        return AreaEntry{AreaEntry::Table::Play, p, player, key};
+    const auto f = static_cast<size_t>(slot.formation());
+    if (f < pb.formations.size() && pb.formations[f].posAddress(player) == key)
+        return AreaEntry{AreaEntry::Table::Formation, static_cast<int>(f), player, key};
+    return std::nullopt;
+}
+
+void frmMain::diagramPick(int player, const DiagramPoint& point) {
+    if (!pb.sequences.contains(point.sequence)) return;
+    if (selectedTab() != 4) selectTab(4);
+    if (!showSeqDetails) cmdSeqDetails_Click();
+    if (curSeq.address() != point.sequence || curSeq.commandCount() == 0) {
+        selectRow(lvSequences, sequenceRow(point.sequence));
+        lvSequences_Click();
+        if (curSeq.address() != point.sequence) return;  // the user stayed on an edited sequence
+    }
+    if (const auto entry = entryOfPoint(player, point.sequence)) reachedFrom_ = entry;
+    if (QTreeWidgetItem* row = lvSequences->topLevelItem(sequenceRow(point.sequence))) lvSequences->scrollToItem(row);
+    lstSeqCommands->setCurrentRow(point.command);
+}
+
+void frmMain::diagramMove(int player, const DiagramPoint& point, int a, int b) {
+    const int32_t key = point.sequence;
+    const auto A = static_cast<int16_t>(a), B = static_cast<int16_t>(b);
+    // Edits pending in the panel on this sequence take the move too: Apply stores them together.
+    if (curSeq.address() == key && workingCopyEdited()) {
+        const clsSequence before = curSeq;
+        curSeq.data(point.command, 0, A);
+        curSeq.data(point.command, 1, B);
+        pushWorkingCopyStep("Move Point", before, point.command);
+        refreshPictures();
+        return;
+    }
+    const clsSequence* stored = pb.sequences.find(key);
+    if (!stored || point.command >= stored->commandCount()) return;
+    clsSequence after = *stored;
+    after.data(point.command, 0, A);
+    after.data(point.command, 1, B);
+    const std::vector<AreaEntry> users = entriesNaming(pb, key);
+    if (users.size() > 1) {
+        const auto entry = entryOfPoint(player, key);
+        const QString used = "Used by " + usersText(users) + ".";
+        if (entry) {
+            const QString who = entryText(*entry);
+            switch (dialogs_.allOrCopy(used, "Move Point", "Change all of them", "Only " + who + " (a copy)")) {
+            case MsgAnswer::All: break;
+            case MsgAnswer::Copy: {
+                const EntriesState before = entriesState(pb);
+                setEntryTarget(pb, *entry, addCopyOf(pb, key, &after));
+                pushEntriesStep("Copy for " + who, before);
+                StatusBar1->setText(who + " now runs his own copy of " + keyText(key) + " with the point moved; Save places it.");
+                return;
+            }
+            default: refreshPictures(); return;  // the point goes back
+            }
+        } else if (dialogs_.message({used + " Move the point for all of them?", "Move Point", MsgIcon::Question, MsgButtons::YesNo,
+                                     MsgAnswer::No}) != MsgAnswer::Yes) {
+            refreshPictures();
+            return;
+        }
+    }
+    undoStack_->push(new SequenceStep("Move Point", *stored, after, [this](const clsSequence& s) { restoreMovedSequence(s); }));
+    StatusBar1->setText(QString("Moved the point of %1 command %2.").arg(keyText(key)).arg(point.command));
+}
+
+void frmMain::restoreMovedSequence(const clsSequence& seq) {
+    const bool shown = curSeq.address() == seq.address() && curSeq.commandCount() > 0 && !workingCopyEdited();
+    restoreSequence(seq);
+    if (shown) {
+        // The panel showed the sequence as stored: it shows it as stored again.
+        const int row = lstSeqCommands->currentRow();
+        curSeq.clone(seq);
+        lstSeqCommands_update();
+        if (row >= 0 && row < lstSeqCommands->count()) lstSeqCommands->setCurrentRow(row);
+        cmdSeqApply->setEnabled(false);
+    }
 }
 
 }  // namespace zpe

@@ -3,6 +3,7 @@
 #include "model/hex.h"
 #include "sequence/command_sheet.h"
 #include "ui/frm_main.h"
+#include "ui/diagram_window.h"
 #include "ui/up_down.h"
 
 #include <QComboBox>
@@ -146,6 +147,7 @@ void frmMain::lvSequences_Click() {
     cmdSeqAddCmd->setEnabled(true);
     cmdSeqApply->setEnabled(false);
     refreshModified();
+    refreshPictures();  // edits left behind are no longer drawn
 }
 
 bool frmMain::workingCopyEdited() const {
@@ -197,6 +199,7 @@ void frmMain::lstSeqCommands_Click() {
     if (!selectedSequenceAddress()) return;
     const int p = lstSeqCommands->currentRow();
     if (p < 0 || p >= curSeq.commandCount()) return;
+    if (diagram_) diagram_->highlightCommand(curSeq.address(), p);  // its point on the big diagram
     const CommandPanelView view = describeCommand(curSeq, p, sheets_.sheetFor(curSeq.command(p)));
     updatingDetails = true;
     for (size_t k = 0; k < kPanelSlots; ++k) {
@@ -245,6 +248,7 @@ void frmMain::editWorkingValue(int index, int16_t value) {
     lblCmdMeaning[static_cast<size_t>(index)]->setText(QString::fromStdString(meaning));
     cmdSeqApply->setEnabled(workingCopyEdited());
     refreshModified();
+    refreshPictures();
 }
 
 void frmMain::pushWorkingCopyStep(const QString& text, const clsSequence& before, int row) {

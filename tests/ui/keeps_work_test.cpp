@@ -9,6 +9,8 @@
 
 #include <QAction>
 #include <QComboBox>
+#include <QImageReader>
+#include <QSlider>
 #include <QFileInfo>
 #include <QMenu>
 #include <QLabel>
@@ -369,9 +371,9 @@ private slots:
     // The pictures always draw the model: after Apply and undo, for the chosen play, and nothing of an image closed.
     void picturesFollowTheModel() {
         open();
-        auto drawn = [&](int slot, int play) {
+        auto drawn = [&](int slot, int play, const DrawOptions& options = {}) {
             RasterCanvas c(w->picPlay->canvas().width(), w->picPlay->canvas().height());
-            zpe::DrawPlay(c, w->pb, slot, play);
+            zpe::DrawPlay(c, w->pb, slot, play, options);
             return wrapCanvas(c).copy();
         };
         w->selectTab(2);
@@ -381,7 +383,14 @@ private slots:
         applyAnEdit();  // A010, play 0's QB
         QVERIFY(w->picPlay->image() != before);
         QCOMPARE(w->picPlay->image(), drawn(2, 0));
-        w->undoStack_->undo();
+        w->undoStack_->undo();  // the edits are back in the panel, not applied: drawn in place of A010, highlighted
+        DrawOptions pending;
+        pending.workingCopy = &w->curSeq;
+        QCOMPARE(w->picPlay->image(), drawn(2, 0, pending));
+        QVERIFY(w->picPlay->image() != before);
+        fx.dialogs->answers = {MsgAnswer::Discard};
+        frmMain::selectRow(w->lvSequences, w->sequenceRow(0xA000));
+        w->lvSequences_Click();  // leaving them: the picture draws the model again
         QCOMPARE(w->picPlay->image(), before);
         w->cmbPlay->setCurrentIndex(4);
         emit w->cmbPlay->activated(4);
@@ -462,6 +471,53 @@ private slots:
         test::WindowFixture::clickRow(w->lvFormations, 4);
         QVERIFY(w->diagram_->windowTitle().endsWith("FORM 4 \u2014 formation 4"));
         QVERIFY(!w->diagram_->findChild<QComboBox*>()->isVisible());
+    }
+
+    // Shaping a play on the big diagram: a handle dragged with the mouse moves
+    // its point (one undo step, asked about first: A010 is shared), an arrow
+    // key moves it a pixel, the picked command shows in the editor panel.
+    void dragAPointOnTheDiagramAndUndo() {
+        open();
+        w->selectTab(2);
+        frmMain::selectRow(w->lvPlaySlots, 0);
+        QTest::mouseDClick(static_cast<QWidget*>(w->picPlay), Qt::LeftButton);
+        QVERIFY(w->diagram_ && w->diagram_->isVisible());
+        w->diagram_->resize(700, 500);
+        QApplication::processEvents();
+        auto* view = w->diagram_->findChild<QWidget*>("diagramView");
+        QVERIFY(view);
+        const double scale = view->height() / 217.0;
+        auto at = [&](int x, int y) { return QPoint(static_cast<int>(x * scale), static_cast<int>(y * scale)); };
+        const auto points = playPoints(w->pb, 0, 0)[0];  // the QB: A000's placement, A010's move
+        QCOMPARE(points.size(), size_t(2));
+        const DiagramPoint move = points[1];
+        QCOMPARE(move.sequence, 0xA010);
+        QTest::mousePress(view, Qt::LeftButton, {}, at(move.x, move.y));
+        QCOMPARE(w->lstSeqCommands->currentRow(), 0);  // the picked point's command, in the panel
+        QCOMPARE(w->curSeq.address(), 0xA010);
+        fx.dialogs->answers = {MsgAnswer::All};
+        QTest::mouseMove(view, at(move.x + 8, move.y - 8));
+        QTest::mouseRelease(view, Qt::LeftButton, {}, at(move.x + 8, move.y - 8));
+        QCOMPARE(fx.dialogs->boxes.back().text, QString("Used by 1 play and 1 pointer."));
+        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 0), int16_t(0xF8));  // 8 up
+        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x28));  // 0x20 + 8 forward
+        QCOMPARE(w->curSeq.data(0, 1), int16_t(0x28));  // the panel shows it as stored
+        QVERIFY(w->isWindowModified());
+        w->undoStack_->undo();
+        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
+        QVERIFY(!w->isWindowModified());
+        fx.dialogs->answers = {MsgAnswer::All};
+        QTest::keyClick(view, Qt::Key_Right);
+        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x21));
+        // Play: the slider walks the segments; its tooltip says it is not the game's timing.
+        auto* slider = w->diagram_->findChild<QSlider*>();
+        QVERIFY(slider->toolTip().contains("not the game's timing"));
+        QCOMPARE(w->diagram_->animationSteps(), 1);
+        const QString gif = QString::fromStdString(fx.cwd.file("play.gif"));
+        fx.dialogs->files.push_back(gif);
+        w->diagram_->saveAnimation();
+        QImageReader frames(gif);
+        QCOMPARE(frames.imageCount(), 3);  // the placements, one segment, the last held
     }
 };
 
