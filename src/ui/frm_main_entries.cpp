@@ -297,6 +297,8 @@ void frmMain::diagramMove(int player, const DiagramPoint& point, int a, int b) {
                 const EntriesState before = entriesState(pb);
                 setEntryTarget(pb, *entry, addCopyOf(pb, key, &after));
                 pushEntriesStep("Copy for " + who, before);
+                showEntrySequence(*entry);  // the copy in the panel, its moved command selected
+                lstSeqCommands->setCurrentRow(point.command);
                 StatusBar1->setText(who + " now runs his own copy of " + keyText(key) + " with the point moved; Save places it.");
                 return;
             }
