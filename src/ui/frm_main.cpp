@@ -214,7 +214,10 @@ void frmMain::buildMenus() {
                           "Arrow keys in a list  select and draw, as a click does\n"
                           "Enter on a play slot  complete a pending copy or swap\n"
                           "Enter in a data box  apply the edits\n"
-                          "Double-click a picture  open the big diagram",
+                          "Double-click a picture  open the big diagram\n"
+                          "Double-click a player in Plays or Formations  edit his sequence\n"
+                          "Right-click a player there  point him at another sequence\n"
+                          "Click a point in the big diagram  pick it; drag it or use the arrow keys to move it",
                           "Keyboard and Mouse", MsgIcon::Information, MsgButtons::Ok, MsgAnswer::Ok});
     });
     mnuHelpAbout = help->addAction("&About", this, [this] { mnuHelpAbout_Click(); });
