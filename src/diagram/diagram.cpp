@@ -204,11 +204,12 @@ public:
 };
 }  // namespace
 
-std::vector<std::vector<DiagramPoint>> playPoints(const Playbook& pb, int slotIndex, int play) {
+std::vector<std::vector<DiagramPoint>> playPoints(const Playbook& pb, int slotIndex, int play, const clsSequence* workingCopy) {
     NoCanvas none;
     std::vector<std::vector<DiagramPoint>> points;
     DrawOptions options;
     options.points = &points;
+    options.workingCopy = workingCopy;
     DrawPlay(none, pb, slotIndex, play, options);
     return points;
 }

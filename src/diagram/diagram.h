@@ -52,7 +52,9 @@ void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex, int play = 0, cons
 // The points DrawPlay computes for slot `slotIndex`'s play `play` (0..7) at
 // the default size, per player (eleven lists), following the formation's and
 // the play's chains as the drawing does.
-[[nodiscard]] std::vector<std::vector<DiagramPoint>> playPoints(const Playbook& pb, int slotIndex, int play);
+// `workingCopy` as in DrawOptions.
+[[nodiscard]] std::vector<std::vector<DiagramPoint>> playPoints(const Playbook& pb, int slotIndex, int play,
+                                                              const clsSequence* workingCopy = nullptr);
 
 // The inverse of the drawing for one point of a play: the data A and B of
 // command `code` that put the point at (x, y), given the pen before it

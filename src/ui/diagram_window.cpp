@@ -144,13 +144,8 @@ public:
 
     // The points as drawn now (with a drag's or the panel's edits).
     std::vector<std::vector<DiagramPoint>> points() const {
-        std::vector<std::vector<DiagramPoint>> out;
-        if (slot < 0) return out;
-        NoDrawing none;
-        DrawOptions options = drawOptions();
-        options.points = &out;
-        DrawPlay(none, pb_, slot, play, options);
-        return out;
+        if (slot < 0) return {};
+        return playPoints(pb_, slot, play, drawOptions().workingCopy);
     }
 
     QImage render(QSize size) const {
@@ -234,17 +229,6 @@ protected:
     }
 
 private:
-    // A canvas that draws nothing: for the points alone.
-    class NoDrawing : public Canvas {
-    public:
-        void clear(uint32_t) override {}
-        void line(int, int, int, int, uint32_t) override {}
-        void rect(int, int, int, int, uint32_t) override {}
-        void fillRect(int, int, int, int, uint32_t) override {}
-        int width() const override { return kPlayWidth; }
-        int height() const override { return kPictureHeight; }
-    };
-
     double handleReach() const { return std::max(6.0, scale() * 3); }
 
     DrawOptions drawOptions() const {

@@ -58,6 +58,15 @@ class KeepsWorkTest : public QObject {
         w->txtSeqData[1]->setText("7C");
         w->cmdSeqApply_Click();
     }
+    // Slot `slot`'s play in the big diagram, 700 x 500, as a double-click on the picture opens it.
+    void openBigDiagram(int slot) {
+        w->selectTab(2);
+        frmMain::selectRow(w->lvPlaySlots, slot);
+        QTest::mouseDClick(static_cast<QWidget*>(w->picPlay), Qt::LeftButton);
+        QVERIFY(w->diagram_ && w->diagram_->isVisible());
+        w->diagram_->resize(700, 500);
+        QApplication::processEvents();
+    }
     QStringList slotRows() {
         QStringList rows;
         for (int r = 0; r < 8; ++r) rows << w->lvPlaySlots->topLevelItem(r)->text(0) + w->lvPlaySlots->topLevelItem(r)->text(3);
@@ -443,12 +452,7 @@ private slots:
 
     void bigDiagramDrawsTheChosenPlayAndSavesAtItsSize() {
         open();
-        w->selectTab(2);
-        frmMain::selectRow(w->lvPlaySlots, 2);
-        QTest::mouseDClick(static_cast<QWidget*>(w->picPlay), Qt::LeftButton);
-        QVERIFY(w->diagram_ && w->diagram_->isVisible());
-        w->diagram_->resize(700, 500);
-        QApplication::processEvents();
+        openBigDiagram(2);
         const QImage first = w->diagram_->picture();
         w->diagram_->choosePlay(4);  // play 5: play 1 of the image, another path
         const QImage fifth = w->diagram_->picture();
@@ -478,12 +482,7 @@ private slots:
     // key moves it a pixel, the picked command shows in the editor panel.
     void dragAPointOnTheDiagramAndUndo() {
         open();
-        w->selectTab(2);
-        frmMain::selectRow(w->lvPlaySlots, 0);
-        QTest::mouseDClick(static_cast<QWidget*>(w->picPlay), Qt::LeftButton);
-        QVERIFY(w->diagram_ && w->diagram_->isVisible());
-        w->diagram_->resize(700, 500);
-        QApplication::processEvents();
+        openBigDiagram(0);
         auto* view = w->diagram_->findChild<QWidget*>("diagramView");
         QVERIFY(view);
         const double scale = view->height() / 217.0;
