@@ -224,6 +224,16 @@ TEST(PlayPoints, FormationThenPlayChainWithTheCommandsThatComputedThem) {
     EXPECT_EQ(points[0], (std::vector<DiagramPoint>{{100, kMid, 0xA000, 0}, {103, kMid - 5, 0xA000, 1}, {103, kMid + 11, 0xB000, 0},
                                                     {116, kMid, 0xB005, 0}}));
     EXPECT_TRUE(points[1].empty());
+    // A relative point moved: the relative point after it follows by the same step, a move to a spot stays.
+    const auto data = dataForPoint(0xD7, 100, kMid, 106, kMid - 9, 0xFB, 0x03);
+    ASSERT_TRUE(data);
+    clsSequence& first = s.pb.sequences.at(0xA000);
+    first.data(1, 0, static_cast<int16_t>(data->first));
+    first.data(1, 1, static_cast<int16_t>(data->second));
+    const auto moved = playPoints(s.pb, 0, 0)[0];
+    EXPECT_EQ(moved[1], (DiagramPoint{106, kMid - 9, 0xA000, 1}));
+    EXPECT_EQ(moved[2], (DiagramPoint{106, kMid + 7, 0xB000, 0}));
+    EXPECT_EQ(moved[3], points[0][3]);
 }
 
 TEST(PlayPoints, EveryValueOfEveryDrawingCommandComesBack) {
