@@ -2,6 +2,7 @@
 // built from the input, then Save's plan and Full Save's layout. Either may
 // refuse; neither may ever have its own check before the write fire: that
 // would mean the planner wrote something other than the edit.
+#include "analysis/entries.h"
 #include "fuzz_image.h"
 #include "playbook/open_rom.h"
 #include "save/save_changes.h"
@@ -58,6 +59,28 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         clsSequence& seq = pb.sequences.at(keys[random.next(static_cast<uint32_t>(keys.size()))]);
         const int count = seq.commandCount();
         const int pos = static_cast<int>(random.next(static_cast<uint32_t>(count)));
+        // Now and then an entry instead: its own copy, another sequence, a new empty one.
+        const std::vector<AreaEntry> entries = playbookEntries(pb);
+        if (random.next(4) == 0 && !entries.empty()) {
+            const AreaEntry& entry = entries[random.next(static_cast<uint32_t>(entries.size()))];
+            try {
+                switch (random.next(3)) {
+                case 0:
+                    if (pb.sequences.contains(entry.target)) setEntryTarget(pb, entry, addCopyOf(pb, entry.target));
+                    break;
+                case 1: setEntryTarget(pb, entry, keys[random.next(static_cast<uint32_t>(keys.size()))]); break;
+                default: {
+                    const std::vector<int16_t> ends = newSequenceEnds(entryReadsKick(entry));
+                    const int32_t made = addEmptySequence(pb, ends[random.next(static_cast<uint32_t>(ends.size()))], entryReadsKick(entry));
+                    (void)pb.sequences.at(made).insertCommand(-1, 0xD7);
+                    setEntryTarget(pb, entry, made);
+                }
+                }
+            } catch (const std::invalid_argument&) {
+                // a sequence the game reads with other lengths is not copied
+            }
+            continue;
+        }
         switch (random.next(4)) {
         case 0: {
             auto code = static_cast<int16_t>(random.next(256));

@@ -110,6 +110,15 @@ int32_t addEmptySequence(Playbook& pb, int16_t code, bool kick) {
     return key;
 }
 
+std::optional<AreaEntry> misreadEntry(const Playbook& before, const Playbook& now) {
+    const std::vector<AreaEntry> was = playbookEntries(before), is = playbookEntries(now);
+    for (size_t e = 0; e < is.size() && e < was.size(); ++e) {
+        const clsSequence* target = now.sequences.find(is[e].target);
+        if (is[e].target != was[e].target && target && target->kick() != entryReadsKick(is[e])) return is[e];
+    }
+    return std::nullopt;
+}
+
 std::unordered_set<int32_t> reachableKeys(const Playbook& pb) {
     std::unordered_set<int32_t> out;
     for (const AreaEntry& e : playbookEntries(pb)) {

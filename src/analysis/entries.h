@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -38,6 +39,12 @@ int32_t addCopyOf(Playbook& pb, int32_t key, const clsSequence* contents = nullp
 // Adds a sequence of one end command `code` (one of newSequenceEnds) with the
 // given reading; returns its key. Throws std::invalid_argument for another code.
 int32_t addEmptySequence(Playbook& pb, int16_t code, bool kick);
+
+// The first entry of `now` that names another sequence than in `before` and
+// reads it another way than that sequence is read (a kick formation's
+// position reads its stances as going on; everything else does not): read
+// so it would run other commands. None when every changed entry is fine.
+[[nodiscard]] std::optional<AreaEntry> misreadEntry(const Playbook& before, const Playbook& now);
 
 // The keys the tables lead to, with the sequences each follows on into.
 [[nodiscard]] std::unordered_set<int32_t> reachableKeys(const Playbook& pb);

@@ -218,6 +218,17 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         out.seqPointers[i] = a;
     }
 
+    // A changed entry reads its sequence as the sequence is read: a kick
+    // formation's position the kick way, everything else the plain way.
+    if (const auto e = misreadEntry(pb, out)) {
+        const std::string at = e->table == AreaEntry::Table::Pointer ? place("pointers", static_cast<size_t>(e->index))
+                               : e->table == AreaEntry::Table::Play
+                                   ? place("plays", static_cast<size_t>(e->index)) + "/players/" + std::to_string(e->player)
+                                   : place("formations", static_cast<size_t>(e->index)) + "/positions/" + std::to_string(e->player);
+        throw ImportError(at, std::string(entryReadsKick(*e) ? "a kick formation's position" : "this entry") + " reads its sequence " +
+                                  (entryReadsKick(*e) ? "the kick way" : "the plain way") + ", and " + sequenceKeyText(e->target) +
+                                  " is read the other way");
+    }
     const AreaMap map = buildAreaMap(pb);
     std::unordered_set<int32_t> gameStarts(map.commands.begin(), map.commands.end()), usedOutside;
     for (const AreaEntry& e : map.outside) usedOutside.insert(e.target);

@@ -128,6 +128,10 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     std::vector<uint8_t> gameStart(kSequenceAreaSize, 0);
     for (int32_t a : map.commands) gameStart[static_cast<size_t>(a - kSequenceAreaAddress)] = 1;
 
+    // An entry changed to another sequence must read it the same way (a kick
+    // formation's position reads its stances as going on): read the other way
+    // it would run other commands.
+    refuseMisreadEntries(old, pb);
     // Sequences made in the editor that no entry leads to any more are not written.
     const std::unordered_set<int32_t> reachable = reachableKeys(pb);
     std::vector<Placement> all;

@@ -3,6 +3,7 @@
 #include "analysis/entries.h"
 #include "model/file_io.h"
 #include "model/hex.h"
+#include "model/rom_error.h"
 #include "playbook/open_rom.h"
 #include "playbook/table_codec.h"
 #include "save/verify_write.h"
@@ -66,7 +67,23 @@ void safeSave(Playbook& pb, const std::function<void(const std::vector<uint8_t>&
     pb.openedBytes = image.bytes();
 }
 
+void refuseMisreadEntries(const Playbook& before, const Playbook& now) {
+    if (const auto e = misreadEntry(before, now))
+        throw SaveError(now.romPath + ": " + e->name() + " reads its sequence " +
+                        (entryReadsKick(*e) ? "the kick formations' way" : "the plain way") + ", but " + sequenceName(e->target) +
+                        " is read the other way; nothing was saved");
+}
+
 Playbook relayout(const Playbook& pb) {
+    if (pb.openComplete) {
+        Playbook before;
+        try {
+            before = readBytesAs(pb, pb.openedBytes);
+        } catch (const RomError&) {
+            before = pb;  // the tables as the model has them: nothing to compare with
+        }
+        refuseMisreadEntries(before, pb);
+    }
     // The copy takes every change; `pb` stays as it is, also when the layout is refused.
     Playbook out = pb;
     dropUnusedNewSequences(out);

@@ -50,6 +50,10 @@ void safeSave(Playbook& pb, const std::function<void(const std::vector<uint8_t>&
 // Full Save without the confirmation: relays, writes, and only after the file
 // was written replaces `pb` with the relaid model.
 // `confirm` as for safeSave, with the relaid playbook.
+// Throws SaveError naming the first entry of `now` changed since `before` to
+// a sequence read another way than the entry reads it (see misreadEntry).
+void refuseMisreadEntries(const Playbook& before, const Playbook& now);
+
 void fullSave(Playbook& pb, const std::function<void(const Playbook&)>& confirm = nullptr);
 
 // The mask file's bytes: `existing` (the target's current contents, or empty)
