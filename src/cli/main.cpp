@@ -109,11 +109,19 @@ struct Context {
 // failure: 0 when standard output took everything, kExitFailed (said on
 // standard error) when not.
 int flushedOutput() {
+    static bool said = false;  // once is enough
     errno = 0;
     std::cout.flush();
     if (std::cout) return 0;
-    std::cerr << "zpe: cannot write to standard output" << (errno ? std::string(": ") + std::strerror(errno) : "") << '\n';
+    if (!said) std::cerr << "zpe: cannot write to standard output" << (errno ? std::string(": ") + std::strerror(errno) : "") << '\n';
+    said = true;
     return kExitFailed;
+}
+
+// A verb's summary (its output, --quiet or not), printed before the write lands; a failed print abandons the write.
+void printBeforeWrite(const std::string& line) {
+    std::cout << line << '\n';
+    if (flushedOutput() != 0) throw Failure{"the summary could not be written, so nothing was written"};
 }
 
 void Context::confirm(const std::string& line) const {
@@ -273,10 +281,7 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
         std::cout << zpe::planSave(pb, zpe::readUnchangedImage(pb)).summary.text() << '\n';
         return 0;
     }
-    (void)zpe::saveChanges(pb, ctx.dataDir, [&](const zpe::SaveSummary& summary) {
-        std::cout << summary.text() << '\n';  // the summary is the verb's output, --quiet or not
-        if (flushedOutput() != 0) throw Failure{"the summary could not be written, so nothing was written"};
-    });
+    (void)zpe::saveChanges(pb, ctx.dataDir, [&](const zpe::SaveSummary& summary) { printBeforeWrite(summary.text()); });
     return 0;
 }
 
@@ -287,7 +292,7 @@ int runCompact(const Context& ctx, const std::string& imagePath, bool dryRun) {
         std::cout << zpe::planCompact(pb).summary.text() << '\n';
         return 0;
     }
-    std::cout << zpe::compactImage(pb, ctx.dataDir).text() << '\n';
+    (void)zpe::compactImage(pb, ctx.dataDir, [&](const zpe::CompactSummary& s) { printBeforeWrite(s.text()); });
     return 0;
 }
 
@@ -333,7 +338,7 @@ int runFork(const Context& ctx, const std::string& imagePath, const ForkRequest&
         std::cout << zpe::planFork(pb, entry).summary.text() << '\n';
         return 0;
     }
-    std::cout << zpe::forkEntry(pb, entry, ctx.dataDir).text() << '\n';
+    (void)zpe::forkEntry(pb, entry, ctx.dataDir, [&](const zpe::ForkSummary& s) { printBeforeWrite(s.text()); });
     return 0;
 }
 

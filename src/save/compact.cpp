@@ -289,10 +289,10 @@ Playbook carryOver(const Playbook& pb, const CompactPlan& plan) {
     return out;
 }
 
-CompactSummary compactImage(Playbook& pb, const std::string& dataDir) {
+CompactSummary compactImage(Playbook& pb, const std::string& dataDir, const std::function<void(const CompactSummary&)>& confirm) {
     (void)readUnchangedImage(pb);
     const CompactPlan plan = planCompact(pb);
-    replaceFileContents(pb.romPath, fileBytes(pb, plan.bytes));
+    replaceFileContents(pb.romPath, fileBytes(pb, plan.bytes), confirm ? std::function<void()>([&] { confirm(plan.summary); }) : nullptr);
     pb = openRom(pb.romPath, dataDir);
     return plan.summary;
 }

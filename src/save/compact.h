@@ -11,6 +11,7 @@
 #include "save/save_changes.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -54,7 +55,9 @@ struct CompactPlan {
 // Compacts the image named by pb.romPath (which must be unchanged on disk)
 // and opens it again into `pb` (edits not yet saved are not carried: save them
 // first, or use carryOver with Save's plan).
-CompactSummary compactImage(Playbook& pb, const std::string& dataDir);
+// `confirm`, when given, sees the summary before the new image takes the file's name; when it throws, nothing is written.
+CompactSummary compactImage(Playbook& pb, const std::string& dataDir,
+                            const std::function<void(const CompactSummary&)>& confirm = nullptr);
 
 // Compact and Save in one write: the image is compacted, the model's edits
 // carried over and saved into it (Save's plan and its check on the compacted

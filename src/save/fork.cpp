@@ -151,10 +151,11 @@ ForkPlan planFork(const Playbook& pb, const AreaEntry& entry) {
     return plan;
 }
 
-ForkSummary forkEntry(Playbook& pb, const AreaEntry& entry, const std::string& dataDir) {
+ForkSummary forkEntry(Playbook& pb, const AreaEntry& entry, const std::string& dataDir,
+                      const std::function<void(const ForkSummary&)>& confirm) {
     (void)readUnchangedImage(pb);
     const ForkPlan plan = planFork(pb, entry);
-    replaceFileContents(pb.romPath, fileBytes(pb, plan.bytes));
+    replaceFileContents(pb.romPath, fileBytes(pb, plan.bytes), confirm ? std::function<void()>([&] { confirm(plan.summary); }) : nullptr);
     pb = openRom(pb.romPath, dataDir);
     return plan.summary;
 }

@@ -7,6 +7,7 @@
 // from it, stays as it was.
 #include "analysis/area_map.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,8 @@ struct ForkPlan {
 [[nodiscard]] ForkPlan planFork(const Playbook& pb, const AreaEntry& entry);
 
 // Forks and writes the image named by pb.romPath (unchanged on disk), then opens it again into `pb`.
-ForkSummary forkEntry(Playbook& pb, const AreaEntry& entry, const std::string& dataDir);
+// `confirm` as for compactImage.
+ForkSummary forkEntry(Playbook& pb, const AreaEntry& entry, const std::string& dataDir,
+                      const std::function<void(const ForkSummary&)>& confirm = nullptr);
 
 }  // namespace zpe

@@ -143,7 +143,8 @@ TEST(Hostile, FailedWritesSayNoAndLeaveNothing) {
     EXPECT_EQ(f.sh("$Z --help > /dev/full").exitCode, 1);
     EXPECT_EQ(f.sh("$Z --version > /dev/full").exitCode, 1);
     // A writing verb whose confirmation cannot be written writes nothing: a retried swap does not swap back.
-    for (const char* verb : {"$Z swap-slot game.nes 0 9", "$Z copy-slot game.nes 0 9", "$Z full-save game.nes"}) {
+    for (const char* verb : {"$Z swap-slot game.nes 0 9", "$Z copy-slot game.nes 0 9", "$Z full-save game.nes", "$Z compact game.nes",
+                             "$Z fork game.nes --pointer 0"}) {
         r = f.sh(std::string(verb) + " > /dev/full");
         EXPECT_EQ(r.exitCode, 1) << verb;
         EXPECT_EQ(test::readFileBytes(image), before) << verb;
