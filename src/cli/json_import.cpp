@@ -307,6 +307,9 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
                 c.target = from + static_cast<int8_t>(c.data[0] & 0xFF);
                 if (isNewOrigin(c.origin))
                     if (const auto it = originAt.find(c.target); it != originAt.end()) c.target = it->second;
+                if (isNew && !isNewOrigin(c.target))
+                    throw ImportError(at + "/data", "a new sequence has no place yet, so its relative jumps can only lead to its own "
+                                                    "commands; leave it with an absolute jump (FF)");
             } else if (f.field == FieldKind::Word && !f.gameFieldOnly) {
                 const int lo = dataOfByte(c.command, f.fieldAt);
                 c.target = (c.data[static_cast<size_t>(lo)] & 0xFF) + 256 * (c.data[static_cast<size_t>(lo) + 1] & 0xFF);

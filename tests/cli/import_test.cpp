@@ -203,6 +203,9 @@ TEST(CliImport, NewSequencesAreMadeFromTheFileAndNamedByEntries) {
     doc["pointers"][0] = {{"new", "spare"}};
     r = d.zpe({"import", d.image, d.write("spare.json", doc.dump())});
     EXPECT_NE(r.err.find("/continuesAt: missing"), std::string::npos) << r.err;
+    doc["sequences"].back()["commands"] = {{{"code", "FE"}, {"data", {5}}}};  // out of a sequence that has no place yet
+    r = d.zpe({"import", d.image, d.write("spare.json", doc.dump())});
+    EXPECT_NE(r.err.find("its relative jumps can only lead to its own commands"), std::string::npos) << r.err;
     EXPECT_EQ(test::readFileBytes(d.image), bytes);
 }
 
