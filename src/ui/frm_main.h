@@ -207,6 +207,10 @@ private:
     // Records an entry change already made to `pb` as an undo step and shows it.
     void pushEntriesStep(const QString& text, const EntriesState& before);
     void restoreEntryState(const EntriesState& state);
+    // Gives the entry its own copy of the sequence it runs, holding `contents` (edited commands of it) or the
+    // sequence as it is: one undo step, shown in the editor panel. False, said in the status bar, when it cannot
+    // be copied (the game reads a COM pass or 0xF1 with other lengths). `what` ends the status line.
+    bool giveOwnCopy(const AreaEntry& entry, const clsSequence* contents, const QString& what);
     // Apply on a shared sequence reached from a play or formation asks first;
     // true when the question settled it (a copy was made, or Cancel).
     bool applyToCopyAsked();

@@ -155,16 +155,8 @@ void frmMain::pointEntryAt(const AreaEntry& e) {
     if (!choice || *choice < 0 || *choice >= items.size()) return;
     const EntriesState before = entriesState(pb);
     if (*choice == 0) {
-        if (!canCopy) return;
-        try {
-            setEntryTarget(pb, e, addCopyOf(pb, current));
-        } catch (const std::invalid_argument& error) {
-            StatusBar1->setText(QString::fromStdString(error.what()));
-            return;
-        }
-        pushEntriesStep("Copy for " + who, before);
-        showEntrySequence(e);
-        StatusBar1->setText(who + " now runs its own copy of " + keyText(current) + "; Save places it in a free run.");
+        if (canCopy) (void)giveOwnCopy(e, nullptr, "");
+        else StatusBar1->setText(who + " runs no sequence to copy.");
         return;
     }
     if (*choice == 1) {
@@ -226,19 +218,26 @@ bool frmMain::applyToCopyAsked() {
     case MsgAnswer::Copy: break;
     default: return true;  // Cancel: the edits stay in the panel, not applied
     }
+    // The copy takes the edits; the panel lets go of them, as the shared sequence keeps what it had.
+    const clsSequence edited = curSeq;
+    curSeq.clone(pb.sequences.at(edited.address()));
+    if (!giveOwnCopy(*reachedFrom_, &edited, " with the edits")) curSeq = edited;  // not copied: the edits stay in the panel
+    return true;
+}
+
+bool frmMain::giveOwnCopy(const AreaEntry& entry, const clsSequence* contents, const QString& what) {
+    const int32_t from = entryTarget(pb, entry);
+    const QString who = entryText(entry);
     const EntriesState before = entriesState(pb);
-    const int32_t from = curSeq.address();
-    const AreaEntry entry = *reachedFrom_;
     try {
-        setEntryTarget(pb, entry, addCopyOf(pb, from, &curSeq));
+        setEntryTarget(pb, entry, addCopyOf(pb, from, contents));
     } catch (const std::invalid_argument& error) {
         StatusBar1->setText(QString::fromStdString(error.what()));
-        return true;
+        return false;
     }
-    curSeq.clone(pb.sequences.at(from));  // the shared sequence keeps what it had
     pushEntriesStep("Copy for " + who, before);
     showEntrySequence(entry);
-    StatusBar1->setText(who + " now runs its own copy of " + keyText(from) + " with the edits; Save places it in a free run.");
+    StatusBar1->setText(who + " now runs its own copy of " + keyText(from) + what + "; Save places it in a free run.");
     return true;
 }
 
@@ -293,15 +292,10 @@ void frmMain::diagramMove(int player, const DiagramPoint& point, int a, int b) {
             const QString who = entryText(*entry);
             switch (dialogs_.allOrCopy(used, "Move Point", "Change all of them", "Only " + who + " (a copy)")) {
             case MsgAnswer::All: break;
-            case MsgAnswer::Copy: {
-                const EntriesState before = entriesState(pb);
-                setEntryTarget(pb, *entry, addCopyOf(pb, key, &after));
-                pushEntriesStep("Copy for " + who, before);
-                showEntrySequence(*entry);  // the copy in the panel, its moved command selected
-                lstSeqCommands->setCurrentRow(point.command);
-                StatusBar1->setText(who + " now runs his own copy of " + keyText(key) + " with the point moved; Save places it.");
+            case MsgAnswer::Copy:
+                if (giveOwnCopy(*entry, &after, " with the point moved")) lstSeqCommands->setCurrentRow(point.command);
+                else refreshPictures();
                 return;
-            }
             default: refreshPictures(); return;  // the point goes back
             }
         } else if (dialogs_.message({used + " Move the point for all of them?", "Move Point", MsgIcon::Question, MsgButtons::YesNo,
