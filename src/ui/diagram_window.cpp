@@ -128,7 +128,6 @@ public:
         setMinimumSize(kPlayWidth, kPictureHeight);
         setObjectName("diagramView");
         setFocusPolicy(Qt::StrongFocus);  // the arrow keys move the picked point
-        setMouseTracking(false);
     }
     int slot = -1, formation = -1, play = 0;
     const clsSequence* workingCopy = nullptr;  // the editor panel's, while it holds edits
