@@ -1,6 +1,7 @@
 // Who uses a sequence, and a copy of it for one entry.
 #include "analysis/entries.h"
 #include "analysis/references.h"
+#include "save/compact.h"
 #include "save/fork.h"
 #include "save/save_changes.h"
 #include "save/saves.h"
@@ -136,6 +137,28 @@ TEST(NewSequences, ACopyForOneEntryAnEmptyOneAndAnotherEntryThroughSave) {
         if (e.name() != qb.name() && e.name() != rb.name() && e.name() != other.name()) {
             EXPECT_EQ(e.target, std::find_if(was.begin(), was.end(), [&](const AreaEntry& w) { return w.name() == e.name(); })->target) << e.name();
         }
+}
+
+TEST(NewSequences, CompactAndSaveCarriesThemAndWhereTheyGoOn) {
+    DataDir data;
+    // A040 (Human Control, then the computer's logic at A044) behind 64 bytes nothing uses: compaction moves both to A000.
+    const ImageBuilder image = ImageBuilder()
+                                   .bytesAt(0xA040, {0xD7, 0x01, 0x02, 0xE4, 0xDF, 0xFE, 0xFF})
+                                   .pointer(0, 0xA040)
+                                   .play(0, {0xA040})
+                                   .play(1, {0xA040});
+    auto o = test::openBuilt(image, data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    const Playbook before = o.pb;
+    setEntryTarget(o.pb, {AreaEntry::Table::Play, 1, 0, 0}, addCopyOf(o.pb, 0xA040));
+    const CompactSaveSummary s = compactAndSave(o.pb, data.path());
+    ASSERT_EQ(s.saved.placed.size(), 1u);
+    EXPECT_EQ(o.pb.plays[0].seqAddress(0), 0xA000);
+    std::vector<uint8_t> runs = gameCodes(o.pb, o.pb.plays[1].seqAddress(0)), ran = gameCodes(before, 0xA040);
+    ran.push_back(0xFF);
+    std::sort(runs.begin(), runs.end());
+    std::sort(ran.begin(), ran.end());
+    EXPECT_EQ(runs, ran) << "the copy goes on where A000's logic now stands";
 }
 
 }  // namespace
