@@ -69,7 +69,8 @@ void frmMain::updateUsedBy() {
     // The game's own jumps and branches into it, as the image holds them.
     const size_t fields = isNewSequence(key) || !inFile_.openComplete ? 0 : referencesTo(inFile_, key).fields.size();
     if (fields > 0) {
-        auto* item = new QListWidgetItem(counted(fields, "jump or branch").replace("branchs", "branches") + " of the game lead here",
+        auto* item = new QListWidgetItem(fields == 1 ? QString("1 jump or branch of the game leads here")
+                                                     : QString("%1 jumps or branches of the game lead here").arg(fields),
                                          lstSeqUsedBy);
         item->setFlags(Qt::ItemIsEnabled);
     }
