@@ -124,6 +124,7 @@ std::optional<int32_t> frmMain::selectedSequenceAddress() const {
 void frmMain::lvSequences_Click() {
     const auto address = selectedSequenceAddress();
     if (!address) return;
+    if (*address == curSeq.address() && workingCopyEdited()) return;  // its own row again: the edits stay
     if (*address != curSeq.address() && workingCopyEdited()) {
         const QString from = QString::fromStdString(hex4(curSeq.address()));
         switch (dialogs_.message({"The edits of sequence " + from + " are not applied yet. Apply them before leaving it?",

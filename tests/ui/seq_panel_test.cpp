@@ -166,6 +166,8 @@ private slots:
         QCOMPARE(w->curSeq.address(), 0xA000);
         QCOMPARE(w->selectedSequenceAddress(), std::optional<int32_t>(0xA000));
         QCOMPARE(w->curSeq.commandCount(), 3);  // Cancel keeps the edit
+        w->lvSequences_Click();  // a click on its own row again
+        QCOMPARE(w->curSeq.commandCount(), 3);  // keeps it too
         dialogs->answers.push_back(MsgAnswer::Apply);
         frmMain::selectRow(w->lvSequences, 2);
         w->cmdSeqApply_Click();
