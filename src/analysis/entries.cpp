@@ -41,15 +41,15 @@ std::vector<AreaEntry> entriesNaming(const Playbook& pb, int32_t key) {
 
 namespace {
 
-int32_t nextNewKey(const Playbook& pb) {
+bool gameGoesOnAfter(const SeqCommand& c, bool kick) { return commandFormat(codeByte(c), kick, -1).gameGoesOn; }
+
+}  // namespace
+
+int32_t nextNewSequenceKey(const Playbook& pb) {
     int32_t key = kNewSequenceKey;
     for (const auto& [k, seq] : pb.sequences) key = std::max(key, k + 1);
     return key;
 }
-
-bool gameGoesOnAfter(const SeqCommand& c, bool kick) { return commandFormat(codeByte(c), kick, -1).gameGoesOn; }
-
-}  // namespace
 
 int32_t addCopyOf(Playbook& pb, int32_t key, const clsSequence* contents) {
     const clsSequence& original = pb.sequences.at(key);
@@ -75,7 +75,7 @@ int32_t addCopyOf(Playbook& pb, int32_t key, const clsSequence* contents) {
     for (SeqCommand& c : cmds)
         if (c.target != SeqCommand::kNoTarget)
             if (const auto it = copyOf.find(c.target); it != copyOf.end()) c.target = it->second;
-    const int32_t copyKey = nextNewKey(pb);
+    const int32_t copyKey = nextNewSequenceKey(pb);
     clsSequence copy = original;
     copy.address(copyKey);
     copy.assign(std::move(cmds));
@@ -101,7 +101,7 @@ int32_t addEmptySequence(Playbook& pb, int16_t code, bool kick) {
     end.command = code;
     const CommandFormat f = commandFormat(code, kick, -1);
     if (f.field != FieldKind::None && !f.gameFieldOnly) end.target = 0;  // a new jump names 0000 until the user sets it
-    const int32_t key = nextNewKey(pb);
+    const int32_t key = nextNewSequenceKey(pb);
     clsSequence seq;
     seq.address(key);
     seq.kick(kick);

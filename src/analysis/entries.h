@@ -27,6 +27,9 @@ void setEntryTarget(Playbook& pb, const AreaEntry& entry, int32_t key);
 // Every entry of `pb` that names `key`, in table order (pointers, plays, formations).
 [[nodiscard]] std::vector<AreaEntry> entriesNaming(const Playbook& pb, int32_t key);
 
+// The key the next sequence made in the editor gets: above every key of `pb`.
+[[nodiscard]] int32_t nextNewSequenceKey(const Playbook& pb);
+
 // Adds a copy of the sequence under `key`: the same commands (new ones, their
 // jumps naming the copies), the same reading, and where the game went on
 // after it. `contents`, when given, holds the commands to copy instead (an

@@ -132,8 +132,7 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         const json& label = entry["new"];
         if (!label.is_string() || label.get<std::string>().empty() || label.get<std::string>().size() > 64)
             throw ImportError(where + "/new", "not a label of 1 to 64 characters");
-        int32_t key = kNewSequenceKey;
-        for (const auto& [k, seq] : out.sequences) key = std::max(key, k + 1);
+        const int32_t key = nextNewSequenceKey(out);
         if (!made.emplace(label.get<std::string>(), key).second)
             throw ImportError(where + "/new", "\"" + label.get<std::string>() + "\" is made twice");
         bool kick = false;

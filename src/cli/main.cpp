@@ -118,15 +118,14 @@ int flushedOutput() {
     return kExitFailed;
 }
 
-// A verb's summary (its output, --quiet or not), printed before the write lands; a failed print abandons the write.
+// A line saying what a writing verb does, printed before the write lands; a failed print abandons the write.
 void printBeforeWrite(const std::string& line) {
     std::cout << line << '\n';
-    if (flushedOutput() != 0) throw Failure{"the summary could not be written, so nothing was written"};
+    if (flushedOutput() != 0) throw Failure{"what this verb did could not be said on standard output, so nothing was written"};
 }
 
 void Context::confirm(const std::string& line) const {
-    said(line);
-    if (flushedOutput() != 0) throw Failure{"the confirmation could not be written, so nothing was written"};
+    if (!quiet) printBeforeWrite(line);
 }
 
 // Opens the image as the window does (cpu.txt is written only by the verb that asks for it).

@@ -10,15 +10,6 @@ namespace zpe {
 
 namespace {
 bool hasMark(const std::vector<uint8_t>& b) { return b.size() >= 4 && b[0] == 'N' && b[1] == 'E' && b[2] == 'S' && b[3] == 0x1A; }
-
-std::string thousands(size_t n) {
-    std::string digits = std::to_string(n), out;
-    for (size_t i = 0; i < digits.size(); ++i) {
-        if (i > 0 && (digits.size() - i) % 3 == 0) out += ',';
-        out += digits[i];
-    }
-    return out;
-}
 }  // namespace
 
 ImageForm imageForm(const std::vector<uint8_t>& b) {
@@ -29,7 +20,7 @@ ImageForm imageForm(const std::vector<uint8_t>& b) {
 
 std::string neitherFormText(const std::vector<uint8_t>& b) {
     return "not an image of the game: expected a 16-byte header followed by a multiple of 8,192 bytes, or the same "
-           "without the header; found " + thousands(b.size()) + " bytes and no header (no \"NES\" mark)";
+           "without the header; found " + thousands(static_cast<int64_t>(b.size())) + " bytes and no header (no \"NES\" mark)";
 }
 
 std::vector<uint8_t> withHeader(const std::vector<uint8_t>& headerless) {

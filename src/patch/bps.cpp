@@ -69,7 +69,7 @@ void action(std::vector<uint8_t>& out, Action kind, size_t length) { putNumber(o
 
 }  // namespace
 
-uint32_t crc32Of(const std::vector<uint8_t>& bytes) {
+uint32_t crc32Of(std::span<const uint8_t> bytes) {
     uLong crc = crc32(0L, Z_NULL, 0);
     // zlib takes at most 4 GiB at a time.
     for (size_t at = 0; at < bytes.size();) {
@@ -145,7 +145,7 @@ std::vector<uint8_t> applyBps(const std::vector<uint8_t>& source, const std::vec
     if (patch.size() < 4 + 3 + kFooterSize) throw PatchError("the patch is too short to be a BPS patch");
     const size_t end = patch.size() - kFooterSize;
     const uint32_t patchCrc = get32(patch, patch.size() - 4);
-    if (crc32Of(std::vector<uint8_t>(patch.begin(), patch.end() - 4)) != patchCrc)
+    if (crc32Of(std::span<const uint8_t>(patch).first(patch.size() - 4)) != patchCrc)
         throw PatchError("the patch is damaged (its own CRC32 does not match)");
     const uint32_t sourceCrc = get32(patch, end), targetCrc = get32(patch, end + 4);
 

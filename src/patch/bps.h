@@ -7,12 +7,13 @@
 #include "save/ips.h"
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace zpe {
 
 // The CRC-32 of `bytes` (zlib's: the polynomial of PNG and of BPS).
-[[nodiscard]] uint32_t crc32Of(const std::vector<uint8_t>& bytes);
+[[nodiscard]] uint32_t crc32Of(std::span<const uint8_t> bytes);
 
 // The patch that turns `source` into `target`: what stands in the same place
 // is read from the source, what stands elsewhere in the source (eight bytes

@@ -199,6 +199,9 @@ private:
     void lstSeqUsedBy_DoubleClick(QListWidgetItem* item);
     // The entry a cell of the Plays or Formations list shows (a player column); none elsewhere.
     std::optional<AreaEntry> entryOfCell(QTreeWidget* list, QTreeWidgetItem* item, int column) const;
+    // Selects sequence `key` in the Sequences tab with the editor panel shown (its unapplied edits kept when it
+    // is the panel's sequence already); false when it is not there or the user stayed on another edited one.
+    bool showInPanel(int32_t key);
     // Shows the entry's sequence in the editor panel, reached from that entry (Apply then asks before changing a shared one).
     void showEntrySequence(const AreaEntry& e);
     void entryMenu(QTreeWidget* list, const QPoint& pos);

@@ -103,18 +103,24 @@ std::optional<AreaEntry> frmMain::entryOfCell(QTreeWidget* list, QTreeWidgetItem
     return e;
 }
 
+bool frmMain::showInPanel(int32_t key) {
+    if (!pb.sequences.contains(key)) return false;
+    if (selectedTab() != 4) selectTab(4);
+    if (!showSeqDetails) cmdSeqDetails_Click();
+    selectRow(lvSequences, sequenceRow(key));
+    lvSequences_Click();
+    if (curSeq.address() != key) return false;  // the user stayed on an edited sequence
+    if (QTreeWidgetItem* row = lvSequences->topLevelItem(sequenceRow(key))) lvSequences->scrollToItem(row);
+    return true;
+}
+
 void frmMain::showEntrySequence(const AreaEntry& e) {
     const int32_t key = entryTarget(pb, e);
     if (!pb.sequences.contains(key)) {
         StatusBar1->setText(entryText(e) + " runs no sequence.");
         return;
     }
-    selectTab(4);
-    if (!showSeqDetails) cmdSeqDetails_Click();
-    selectRow(lvSequences, sequenceRow(key));
-    lvSequences_Click();
-    if (curSeq.address() != key) return;  // the user stayed on an edited sequence
-    if (QTreeWidgetItem* row = lvSequences->topLevelItem(sequenceRow(key))) lvSequences->scrollToItem(row);
+    if (!showInPanel(key)) return;
     reachedFrom_ = e;
     StatusBar1->setText("Editing the sequence " + entryText(e) + " runs (" + keyText(key) + ").");
 }
@@ -255,16 +261,8 @@ std::optional<AreaEntry> frmMain::entryOfPoint(int player, int32_t key) const {
 }
 
 void frmMain::diagramPick(int player, const DiagramPoint& point) {
-    if (!pb.sequences.contains(point.sequence)) return;
-    if (selectedTab() != 4) selectTab(4);
-    if (!showSeqDetails) cmdSeqDetails_Click();
-    if (curSeq.address() != point.sequence || curSeq.commandCount() == 0) {
-        selectRow(lvSequences, sequenceRow(point.sequence));
-        lvSequences_Click();
-        if (curSeq.address() != point.sequence) return;  // the user stayed on an edited sequence
-    }
+    if (!showInPanel(point.sequence)) return;
     if (const auto entry = entryOfPoint(player, point.sequence)) reachedFrom_ = entry;
-    if (QTreeWidgetItem* row = lvSequences->topLevelItem(sequenceRow(point.sequence))) lvSequences->scrollToItem(row);
     lstSeqCommands->setCurrentRow(point.command);
 }
 
