@@ -111,6 +111,12 @@ std::vector<AreaRun> AreaMap::runs(uint8_t flags) const {
     return out;
 }
 
+const GameCommand* AreaMap::commandAt(int32_t address) const {
+    const auto it = std::lower_bound(program.begin(), program.end(), address,
+                                     [](const GameCommand& g, int32_t a) { return g.address < a; });
+    return it != program.end() && it->address == address ? &*it : nullptr;
+}
+
 std::vector<AddressField> AreaMap::staleFields() const {
     std::vector<AddressField> out;
     for (const AddressField& f : fields)
@@ -166,6 +172,7 @@ AreaMap buildAreaMap(const Playbook& pb) {
 
     map.runsOff = std::move(walk.runsOff);
     map.commands.reserve(walk.commands.size());
+    map.program = walk.commands;
     for (const GameCommand& c : walk.commands) {
         map.commands.push_back(c.address);
         for (int32_t a = c.address; a < c.address + c.length; ++a) map.use[areaIndex(a)] |= kUseGame;

@@ -63,6 +63,7 @@ enum AreaUse : uint8_t { kUseEditor = 1, kUseGame = 2 };
 struct AreaMap {
     std::array<uint8_t, kSequenceAreaSize> use{};  // AreaUse flags per byte, index = address - 0xA000
     std::vector<int32_t> commands;          // every address the game runs a command at, ascending
+    std::vector<GameCommand> program;       // those commands as the game reads them, in the same order
     std::vector<AddressField> fields;       // every address field the game reaches, ascending
     std::vector<AreaEntry> outside;         // entries whose target lies outside the area (by target, then table)
     std::vector<int32_t> runsOff;           // commands whose bytes or whose next command leave the area
@@ -81,6 +82,8 @@ struct AreaMap {
     std::vector<AreaRun> freeRuns() const { return runs(0); }
     // Address fields whose target lies inside the area: Full Save moves what they point at.
     std::vector<AddressField> staleFields() const;
+    // The command the game runs at `address`; nullptr when it runs none there.
+    const GameCommand* commandAt(int32_t address) const;
 };
 
 // Every table entry of the playbook, in table order: pointers, plays (players

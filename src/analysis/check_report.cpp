@@ -63,7 +63,10 @@ std::string gameCommandText(const GameCommand& c, std::span<const uint8_t> area,
         for (int32_t k = 1; k < c.length; ++k) command.data[static_cast<size_t>(k - 1)] = area[at + static_cast<size_t>(k)];
         command.dataLen = static_cast<int16_t>(c.length - 1);
     }
-    std::string text = trimmed(commandText(command, c.address, c.target, names));
+    FieldView view;
+    view.target = c.target;
+    if (c.code == cmd::kRelativeJump && c.target < c.address) view.loopBack = c.address - c.target;
+    std::string text = trimmed(commandText(command, view, names));
     if (c.addressField) text += " -> " + hex4(c.target);
     return text;
 }

@@ -65,6 +65,9 @@ int32_t addCopyOf(Playbook& pb, int32_t key, const clsSequence* contents) {
     if (!isNewSequence(key))
         continuation = !isNewOrigin(last.origin) && gameGoesOnAfter(last, original.kick()) ? last.origin + last.encodedSize() : -1;
 
+    // The copy's commands are new ones; fields naming the source's own
+    // commands name the copies. A relative jump that leads back out of the
+    // sequence cannot be measured before the copy has a place: it becomes absolute.
     std::vector<SeqCommand> cmds = source.commands();
     std::unordered_map<int32_t, int32_t> copyOf;
     int32_t origin = kNewOrigin;
@@ -72,9 +75,13 @@ int32_t addCopyOf(Playbook& pb, int32_t key, const clsSequence* contents) {
         copyOf.emplace(c.origin, origin);
         c.origin = origin--;
     }
-    for (SeqCommand& c : cmds)
-        if (c.target != SeqCommand::kNoTarget)
-            if (const auto it = copyOf.find(c.target); it != copyOf.end()) c.target = it->second;
+    for (SeqCommand& c : cmds) {
+        if (c.field.kind == FieldRef::Kind::Command) {
+            if (const auto it = copyOf.find(c.field.value); it != copyOf.end()) c.field.value = it->second;
+        } else if (c.field.kind == FieldRef::Kind::Address && c.field.backward) {
+            c = madeAbsolute(c);
+        }
+    }
     const int32_t copyKey = nextNewSequenceKey(pb);
     clsSequence copy = original;
     copy.address(copyKey);
@@ -100,7 +107,7 @@ int32_t addEmptySequence(Playbook& pb, int16_t code, bool kick) {
     SeqCommand end;
     end.command = code;
     const CommandFormat f = commandFormat(code, kick, -1);
-    if (f.field != FieldKind::None && !f.gameFieldOnly) end.target = 0;  // a new jump names 0000 until the user sets it
+    if (f.field != FieldKind::None && !f.gameFieldOnly) end.field = FieldRef::address(0);  // a new jump names 0000 until the user sets it
     const int32_t key = nextNewSequenceKey(pb);
     clsSequence seq;
     seq.address(key);

@@ -95,9 +95,20 @@ nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names, b
 nlohmann::ordered_json sequenceJson(int32_t key, const clsSequence& seq, const CmdNames& names) {
     using json = nlohmann::ordered_json;
     json commands = json::array();
+    // The values as the bytes at the sequence's address hold them (an address
+    // field's too), from one encoding of the whole sequence.
+    const std::vector<uint8_t> bytes = seq.encode();
+    size_t at = 0;
     for (int i = 0; i < seq.commandCount(); ++i) {
         json data = json::array();
-        for (int k = 0; k < seq.dataLen(i); ++k) data.push_back(seq.data(i, k));
+        const int16_t code = seq.command(i);
+        if (code < 0xC0) {
+            data.push_back(bytes[at] & 0x0F);
+            for (int k = 1; k < seq.dataLen(i); ++k) data.push_back(bytes[at + static_cast<size_t>(k)]);
+        } else {
+            for (int k = 0; k < seq.dataLen(i); ++k) data.push_back(bytes[at + 1 + static_cast<size_t>(k)]);
+        }
+        at += static_cast<size_t>(seq.commands()[static_cast<size_t>(i)].encodedSize());
         const int32_t origin = seq.commandAddress(i);
         commands.push_back({{"address", isNewOrigin(origin) ? json(nullptr) : json(addr(origin))},
                             {"code", hex2(seq.command(i))},

@@ -303,27 +303,34 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
             c.dataLen = editorDataLen(f);
             if (f.field == FieldKind::Relative) {
                 const int32_t from = isNewOrigin(c.origin) ? placeNow : c.origin;
-                c.target = from + static_cast<int8_t>(c.data[0] & 0xFF);
-                if (isNewOrigin(c.origin))
-                    if (const auto it = originAt.find(c.target); it != originAt.end()) c.target = it->second;
-                if (isNew && !isNewOrigin(c.target))
+                const int32_t target = from + static_cast<int8_t>(c.data[0] & 0xFF);
+                c.data[0] = 0;
+                const auto it = originAt.find(target);
+                if (isNewOrigin(c.origin) && it != originAt.end()) c.field = FieldRef::command(it->second);
+                else c.field = FieldRef::address(target, target < from);
+                if (isNew && c.field.kind != FieldRef::Kind::Command)
                     throw ImportError(at + "/data", "a new sequence has no place yet, so its relative jumps can only lead to its own "
                                                     "commands; leave it with an absolute jump (FF)");
             } else if (f.field == FieldKind::Word && !f.gameFieldOnly) {
-                const int lo = dataOfByte(c.command, f.fieldAt);
-                c.target = (c.data[static_cast<size_t>(lo)] & 0xFF) + 256 * (c.data[static_cast<size_t>(lo) + 1] & 0xFF);
+                const auto lo = static_cast<size_t>(dataOfByte(c.command, f.fieldAt));
+                c.field = FieldRef::address((c.data[lo] & 0xFF) + 256 * (c.data[lo + 1] & 0xFF));
+                c.data[lo] = c.data[lo + 1] = 0;
             }
             placeNow += c.encodedSize();
         }
-        // Jumps and branches lead to a command: of this sequence, one the game
-        // runs, or an address outside the area the image already uses.
+        // A field naming where one of this sequence's commands was read names that command.
         std::unordered_set<int32_t> own;
         for (const SeqCommand& c : cmds) own.insert(c.origin);
+        for (SeqCommand& c : cmds)
+            if (c.field.kind == FieldRef::Kind::Address && own.count(c.field.value)) c.field = FieldRef::command(c.field.value);
+        // Jumps and branches lead to a command: of this sequence, one the game
+        // runs, or an address outside the area the image already uses.
         for (size_t i = 0; i < cmds.size(); ++i) {
-            const int32_t t = cmds[i].target;
-            if (t == SeqCommand::kNoTarget || own.count(t)) continue;
+            const FieldRef& field = cmds[i].field;
+            if (field.kind != FieldRef::Kind::Address) continue;
+            const int32_t t = field.value;
             const auto old = oldByOrigin.find(cmds[i].origin);
-            if (old != oldByOrigin.end() && before.commands()[static_cast<size_t>(old->second)].target == t) continue;
+            if (old != oldByOrigin.end() && before.commands()[static_cast<size_t>(old->second)].field == field) continue;
             const bool fine = inArea(t) ? gameStarts.count(t) != 0 || pb.sequences.contains(t) : usedOutside.count(t) != 0;
             if (!fine)
                 throw ImportError(where + "/commands/" + std::to_string(i) + "/data",

@@ -48,10 +48,8 @@ struct Playbook {
 constexpr bool isKickFormation(int formation) { return formation >= 0 && formation < 4; }
 
 // Sequences made in the editor (a copy for one entry, a new empty one) have no
-// address until a save places them: the model keys them from kNewSequenceKey
-// on, above every game address, and table entries name them by that key.
-constexpr int32_t kNewSequenceKey = 0x10000;
-constexpr bool isNewSequence(int32_t key) { return key >= kNewSequenceKey; }
+// address until a save places them: table entries name them by their key
+// (kNewSequenceKey and isNewSequence, beside clsSequence).
 // "A123", or "new 2" for a sequence made in the editor.
 [[nodiscard]] std::string sequenceKeyText(int32_t key);
 

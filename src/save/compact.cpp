@@ -43,12 +43,15 @@ std::vector<Field> fieldsOf(const Playbook& old, const AreaMap& map, std::span<c
     }
     for (const auto& [key, seq] : old.sequences) {
         int32_t at = key;
+        const std::vector<int32_t> targets = seq.fieldTargets();
+        int i = 0;
         for (const SeqCommand& c : seq.commands()) {
             const auto [lo, hi] = addressFieldData(c);
             bool gameBytes = false;
             for (int32_t b = at; b < at + c.encodedSize(); ++b) gameBytes |= inArea(b) && (map.use[areaIndex(b)] & kUseGame);
             if (lo >= 0 && inArea(at) && !gameBytes && !gameStart[areaIndex(at)])
-                fields.push_back({at + byteOfData(c.command, lo), at, hi < 0, c.target});
+                fields.push_back({at + byteOfData(c.command, lo), at, hi < 0, targets[static_cast<size_t>(i)]});
+            ++i;
             at += c.encodedSize();
         }
     }
@@ -243,7 +246,7 @@ CompactPlan planCompact(const Playbook& pb) {
         const std::vector<int32_t> targets = seq.fieldTargets();
         for (int i = 0; i < seq.commandCount(); ++i) {
             const int32_t t = targets[static_cast<size_t>(i)];
-            if (t != SeqCommand::kNoTarget && inArea(t) && plan.moved(t) != t)
+            if (t != clsSequence::kNoField && inArea(t) && plan.moved(t) != t)
                 throw SaveError(path + ": sequence " + hex4(key) + ", outside the sequence area, leads into it at " + hex4(t) +
                                 ", which moves; nothing was written");
         }
@@ -270,7 +273,8 @@ Playbook carryOver(const Playbook& pb, const CompactPlan& plan) {
         std::vector<SeqCommand> cmds = seq.commands();
         for (SeqCommand& c : cmds) {
             if (!isNewOrigin(c.origin)) c.origin = moved(c.origin);
-            if (c.target != SeqCommand::kNoTarget && !isNewOrigin(c.target)) c.target = moved(c.target);
+            if (c.field.kind == FieldRef::Kind::Command && !isNewOrigin(c.field.value)) c.field.value = moved(c.field.value);
+            if (c.field.kind == FieldRef::Kind::Address) c.field.value = moved(c.field.value);
         }
         clsSequence carried = seq;
         carried.address(moved(key));

@@ -27,9 +27,9 @@ int32_t remapped(const std::unordered_map<int32_t, int32_t>& map, int32_t addres
 }  // namespace
 
 void requireCompleteOpen(const Playbook& pb) {
-    if (pb.romPath.empty()) throw SaveError("No image is open.");
+    if (pb.romPath.empty()) throw SaveError("No image is open.", Refusal::NotOpen);
     if (!pb.openComplete)
-        throw SaveError(pb.romPath + ": the image did not open completely; open an image again before saving");
+        throw SaveError(pb.romPath + ": the image did not open completely; open an image again before saving", Refusal::NotOpen);
 }
 
 std::vector<uint8_t> readUnchangedImage(const Playbook& pb) {
@@ -39,7 +39,8 @@ std::vector<uint8_t> readUnchangedImage(const Playbook& pb) {
     if (bytes != pb.openedBytes) {
         const auto slash = pb.romPath.find_last_of('/');
         throw SaveError((slash == std::string::npos ? pb.romPath : pb.romPath.substr(slash + 1)) +
-                        " changed on disk since it was opened; open it again");
+                            " changed on disk since it was opened; open it again",
+                        Refusal::ChangedOnDisk);
     }
     return bytes;
 }
@@ -71,8 +72,48 @@ void refuseMisreadEntries(const Playbook& before, const Playbook& now) {
     if (const auto e = misreadEntry(before, now))
         throw SaveError(now.romPath + ": " + e->name() + " reads its sequence " +
                         (entryReadsKick(*e) ? "the kick formations' way" : "the plain way") + ", but " + sequenceName(e->target) +
-                        " is read the other way; nothing was saved");
+                            " is read the other way; nothing was saved",
+                        Refusal::MisreadEntry);
 }
+
+namespace {
+
+// One sequence as Full Save writes it: its bytes as they stand at its
+// address (a sequence made in the editor: at its new one), its closing
+// forward relative jump made absolute, and that jump, when it leads to the
+// start of a sequence of the dictionary, leading to where that one now starts.
+std::vector<uint8_t> fullSaveSequence(clsSequence seq, int32_t key, int32_t newAddress,
+                                      const std::unordered_map<int32_t, int32_t>& addressMap) {
+    seq.convertRelJump();
+    if (!seq.placed()) seq.address(newAddress);
+    std::vector<uint8_t> bytes = seq.encode();
+    const int32_t t = seq.nextSequence();
+    const auto mapped = addressMap.find(t);
+    if (t <= 0 || mapped == addressMap.end()) return bytes;
+    for (int i = 0; i < seq.commandCount(); ++i) {
+        if (seq.command(i) != cmd::kAbsoluteJump) continue;
+        const auto at = static_cast<size_t>(seq.place(i) - seq.address());
+        bytes[at + 1] = static_cast<uint8_t>(mapped->second & 0xFF);
+        bytes[at + 2] = static_cast<uint8_t>((mapped->second >> 8) & 0xFF);
+        break;
+    }
+    (void)key;
+    return bytes;
+}
+
+// True when `got`, read back, holds the commands of `want` (after its closing
+// jump was made absolute): the same codes and values but for address fields.
+bool sameCommands(clsSequence want, const clsSequence& got) {
+    want.convertRelJump();
+    if (want.commandCount() != got.commandCount()) return false;
+    for (int i = 0; i < want.commandCount(); ++i) {
+        const SeqCommand &a = want.commands()[static_cast<size_t>(i)], &b = got.commands()[static_cast<size_t>(i)];
+        if (a.command != b.command || a.dataLen != b.dataLen || a.data != b.data) return false;
+    }
+    return true;
+}
+
+}  // namespace
 
 Playbook relayout(const Playbook& pb) {
     if (pb.openComplete) {
@@ -87,70 +128,46 @@ Playbook relayout(const Playbook& pb) {
     // The copy takes every change; `pb` stays as it is, also when the layout is refused.
     Playbook out = pb;
     dropUnusedNewSequences(out);
-    for (auto& [key, seq] : out.sequences) seq.convertRelJump();
 
-    // New starts in dictionary order. A field naming a command follows it to
-    // its new place; a relative jump that no longer reaches its target
-    // becomes absolute, one byte longer, which moves what follows: the layout
-    // is computed again until the sizes stay (they only grow, so this ends).
-    std::unordered_map<int32_t, int32_t> addressMap, commandPlace;
-    std::vector<std::vector<uint8_t>> encoded(out.sequences.size());
-    for (int round = 0;; ++round) {
-        addressMap.clear();
-        commandPlace.clear();
-        int64_t nextFree = kSequenceAreaAddress;
-        size_t n = 0;
-        for (const auto& [key, seq] : out.sequences) {
-            addressMap.emplace(key, static_cast<int32_t>(nextFree));
-            auto at = static_cast<int32_t>(nextFree);
-            for (const SeqCommand& c : seq.commands()) {
-                if (!isNewOrigin(c.origin)) commandPlace.emplace(c.origin, at);
-                at += c.encodedSize();
-            }
-            nextFree += encoded[n].empty() ? seq.byteSize() : static_cast<int64_t>(encoded[n].size());
-            ++n;
-        }
-        const int64_t total = nextFree - kSequenceAreaAddress;
-        if (total > kSequenceAreaSize)
-            throw SaveError(pb.romPath + ": the sequences need " + std::to_string(total) + " bytes, more than the " +
-                            std::to_string(kSequenceAreaSize) + "-byte sequence area (0xA000-0xBFFF) holds; nothing was saved");
-        bool settled = true;
-        n = 0;
-        for (const auto& [key, seq] : out.sequences) {
-            const int32_t start = addressMap.at(key);
-            const std::unordered_map<int32_t, int32_t> own = placesByOrigin(seq.commands(), start);
-            std::vector<uint8_t> bytes = encodeCommands(seq.commands(), start, [&](size_t, int32_t t) {
-                if (const auto it = own.find(t); it != own.end()) return it->second;
-                if (const auto it = addressMap.find(t); it != addressMap.end()) return it->second;
-                if (const auto it = commandPlace.find(t); it != commandPlace.end()) return it->second;
-                return t;
-            });
-            const size_t before = encoded[n].empty() ? static_cast<size_t>(seq.byteSize()) : encoded[n].size();
-            if (bytes.size() != before) settled = false;
-            encoded[n++] = std::move(bytes);
-        }
-        if (settled || round > 8) break;
+    // New starts in dictionary order, each sequence as long as it is once its
+    // closing forward relative jump is absolute.
+    std::unordered_map<int32_t, int32_t> addressMap;
+    int64_t nextFree = kSequenceAreaAddress;
+    for (const auto& [key, seq] : out.sequences) {
+        addressMap.emplace(key, static_cast<int32_t>(nextFree));
+        clsSequence converted = seq;
+        converted.convertRelJump();
+        nextFree += converted.byteSize();
     }
+    const int64_t total = nextFree - kSequenceAreaAddress;
+    if (total > kSequenceAreaSize)
+        throw SaveError(pb.romPath + ": the sequences need " + std::to_string(total) + " bytes, more than the " +
+                            std::to_string(kSequenceAreaSize) + "-byte sequence area (0xA000-0xBFFF) holds; nothing was saved",
+                        Refusal::TooLarge);
 
-    // The relaid sequences read as they will stand: each command's origin is its new place.
+    // The area as Full Save writes it, read back the editor's way: what the
+    // model holds from now on, and the check that every sequence reopens.
+    std::vector<uint8_t> area(static_cast<size_t>(kSequenceAreaSize), kBlankByte);
+    for (const auto& [key, seq] : out.sequences) {
+        const std::vector<uint8_t> bytes = fullSaveSequence(seq, key, addressMap.at(key), addressMap);
+        std::copy(bytes.begin(), bytes.end(), area.begin() + (addressMap.at(key) - kSequenceAreaAddress));
+    }
+    std::vector<uint8_t> image(static_cast<size_t>(offsetOfAddress(kAreaEnd)), 0);
+    std::copy(area.begin(), area.end(), image.begin() + kSequenceAreaOffset);
+    Image laid("layout", std::move(image));
     SequenceMap relaid;
-    size_t n = 0;
-    for (auto& [key, seq] : out.sequences) {
+    for (const auto& [key, seq] : out.sequences) {
         const int32_t start = addressMap.at(key);
-        Image bytes("layout", std::vector<uint8_t>(encoded[n++]));
-        clsSequence fresh;
-        fresh.reset(0);
-        fresh.load(bytes, seq.kick());
-        // Decoded at 0: origins and relative jumps' targets move to the sequence's start.
-        std::vector<SeqCommand> cmds = fresh.commands();
-        for (SeqCommand& c : cmds) {
-            c.origin += start;
-            if (c.command == cmd::kRelativeJump) c.target += start;
-        }
-        clsSequence placed = seq;
-        placed.address(start);
-        placed.assign(std::move(cmds));
-        relaid.insert(start, std::move(placed));
+        clsSequence back;
+        back.reset(start);
+        laid.seekOffset(offsetOfAddress(start));
+        back.load(laid, seq.kick());
+        if (!sameCommands(seq, back))
+            throw SaveError(pb.romPath + ": Full Save would write " + sequenceName(key) + " at " + hex4(start) +
+                                " where the editor would read it back as other commands (a Long Snap right before the "
+                                "jump that starts the next sequence, or a jump that leads elsewhere); use Save. Nothing was saved",
+                            Refusal::WouldNotReopen);
+        relaid.insert(start, std::move(back));
     }
     out.sequences = std::move(relaid);
 

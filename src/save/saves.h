@@ -12,10 +12,29 @@
 
 namespace zpe {
 
-// A save that refuses to run (no complete open, a layout too large).
+// What kind of refusal a save ended in, so that callers choose what to offer
+// (open again, Compact and Save, Save As, ...) without reading the words.
+enum class Refusal {
+    Other,
+    NotOpen,          // no image open, or its open did not complete
+    ChangedOnDisk,    // another program changed the file since it was read
+    NoFreeRun,        // a sequence must move and no free run of the area holds it
+    TooLarge,         // Full Save: the sequences need more than the area
+    MisreadEntry,     // an entry would read its sequence the other way (kick formations)
+    WouldNotReopen,   // the result would not open in the editor as the model says
+    CannotMove,       // a sequence that must move cannot (the game reads it with other lengths)
+    BadField,         // a jump or branch leads where the game runs no command
+    Internal,         // the check before the write found a difference: a fault of the program
+};
+
+// A save that refuses to run, with its kind and its words.
 class SaveError : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    explicit SaveError(const std::string& what, Refusal kind = Refusal::Other) : std::runtime_error(what), kind_(kind) {}
+    Refusal kind() const { return kind_; }
+
+private:
+    Refusal kind_;
 };
 
 // Refuses (SaveError) a playbook whose open did not complete or that has no image.

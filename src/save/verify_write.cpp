@@ -15,6 +15,30 @@ namespace {
 
 size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
 
+// The commands copied after a Long Snap run, one by one, what the game ran
+// where they came from: the same code, length and way on, fields leading to
+// the same command (inside the copy: its copy).
+template <typename Fail>
+void checkTail(const LaidSequence& laid, int32_t first, std::span<const uint8_t> oldArea, std::span<const uint8_t> newArea,
+               const Fail& fail) {
+    if (first != laid.tail.front().first) fail("the game would not go on after the long snap of " + sequenceName(laid.key));
+    const int32_t from = laid.tail.front().second;
+    GameCommand lastWas;
+    (void)readGameCommand(oldArea, laid.tail.back().second, lastWas);
+    const int32_t to = lastWas.address + lastWas.length;
+    for (size_t k = 0; k < laid.tail.size(); ++k) {
+        const auto [place, was] = laid.tail[k];
+        GameCommand a, b;
+        if (!readGameCommand(oldArea, was, a) || !readGameCommand(newArea, place, b))
+            fail("the commands copied after the long snap of " + sequenceName(laid.key) + " would not read back");
+        const bool madeAbsolute = a.code == cmd::kRelativeJump && b.code == cmd::kAbsoluteJump;
+        const int32_t want = a.target >= from && a.target < to ? laid.tail.front().first + (a.target - from) : a.target;
+        if ((b.code != a.code && !madeAbsolute) || b.fallsThrough != a.fallsThrough || (a.target >= 0 && b.target != want) ||
+            (b.fallsThrough && k + 1 < laid.tail.size() && place + b.length != laid.tail[k + 1].first))
+            fail("the commands copied after the long snap of " + sequenceName(laid.key) + " would run differently at " + hex4(place));
+    }
+}
+
 }  // namespace
 
 std::vector<std::string> formationNames(const Playbook& pb) {
@@ -153,6 +177,8 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
         for (int32_t p : laid.places)
             if (inArea(p)) expected[areaIndex(p)] = 1;
         if (inArea(laid.continuationAt)) expected[areaIndex(laid.continuationAt)] = 1;
+        for (const auto& [place, was] : laid.tail)
+            if (inArea(place)) expected[areaIndex(place)] = 1;
     }
 
     for (int32_t a : newMap.commands) {
@@ -167,13 +193,16 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
     }
 
     // Each written sequence runs its commands in order and goes on where it went on before.
+    const std::span<const uint8_t> oldArea = areaBytes(before.openedBytes);
     for (size_t s = 0; s < layout.sequences.size(); ++s) {
         const LaidSequence& laid = layout.sequences[s];
-        if (!laid.written || models[s]->readsDifferentlyByGame()) continue;
+        // Outside the area the game's reading is not mapped: the editor's reading above is the check.
+        if (!laid.written || models[s]->readsDifferentlyByGame() || !inArea(laid.place)) continue;
         for (size_t i = 0; i < laid.places.size(); ++i) {
             GameCommand g;
             const std::string where = "command " + std::to_string(i) + " of " + sequenceName(laid.key);
             if (!readGameCommand(newArea, laid.places[i], g)) fail(where + " would run off the sequence area");
+            if (cmd::isLockUp(g.code)) break;  // the game hangs here: nothing after it runs
             const int32_t next = laid.places[i] + g.length;
             if (i + 1 < laid.places.size()) {
                 if (!g.fallsThrough || next != laid.places[i + 1]) fail("the game would not go from " + where + " to the next");
@@ -181,7 +210,9 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
             }
             if (laid.continuation < 0) continue;
             if (!g.fallsThrough) fail("the game would stop after " + where + " instead of going on at " + hex4(laid.continuation));
-            if (laid.continuationAt >= 0) {
+            if (!laid.tail.empty()) {
+                checkTail(laid, next, oldArea, newArea, fail);
+            } else if (laid.continuationAt >= 0) {
                 GameCommand jump;
                 if (next != laid.continuationAt || !readGameCommand(newArea, next, jump) || jump.target != laid.continuation)
                     fail("the game would not go on at " + hex4(laid.continuation) + " after " + where);

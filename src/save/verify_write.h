@@ -21,7 +21,7 @@ namespace zpe {
 // A save whose own check found a difference: a fault of the program, not of the user's edit.
 class VerifyError : public SaveError {
 public:
-    explicit VerifyError(const std::string& what) : SaveError(what) {}
+    explicit VerifyError(const std::string& what) : SaveError(what, Refusal::Internal) {}
 };
 
 // One sequence as a save lays it out.
@@ -34,6 +34,9 @@ struct LaidSequence {
     int32_t end = 0;                  // first address after what is written (continuation jump included)
     int32_t continuationAt = -1;      // where the jump to the old continuation stands (-1: none)
     int32_t continuation = -1;        // where the game goes on after its last command (-1: it does not)
+    // After a Long Snap: the commands the game ran after it, copied (their
+    // new place, where the game ran them), starting at continuationAt.
+    std::vector<std::pair<int32_t, int32_t>> tail;
 };
 
 struct SaveLayout {

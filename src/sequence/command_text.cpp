@@ -26,43 +26,41 @@ std::string moveAxis(int16_t v, const char* positive, const char* negative) {
 
 }  // namespace
 
-std::string clsSequence::commandName(int i, const CmdNames& names) const {
-    const SeqCommand& c = at(i);
-    // Only a jump's text depends on where it stands.
-    if (c.command != cmd::kRelativeJump && c.command != cmd::kAbsoluteJump) return commandText(c, 0, 0, names);
-    return commandText(c, place(i), fieldTarget(i), names);
-}
+std::string clsSequence::commandName(int i, const CmdNames& names) const { return commandText(at(i), fieldView(i), names); }
 
-std::string commandText(const SeqCommand& command, int32_t place, int32_t fieldTarget, const CmdNames& names) {
-    const int16_t d0 = command.data[0], d1 = command.data[1], d2 = command.data[2];
+std::string commandText(const SeqCommand& command, const FieldView& view, const CmdNames& names) {
+    const int16_t d0 = command.data[0], d1 = command.data[1];
     switch (command.command) {
-    case cmd::kRandomBranch: return "Cond. Branch (20) to " + hex2(d2) + hex2(d1);
+    case cmd::kRandomBranch: return "Cond. Branch (20) to " + hex4(view.target);
     case cmd::kBlock: return "Block " + positionName(defPosNames, d0);
     case cmd::kChopBlock: return "Chop Block " + positionName(defPosNames, d0);
     case cmd::kHandOff: return "Handoff to " + positionName(offPosNames, d0);
     case cmd::kFakeHandOff: return "Fake Handoff to " + positionName(offPosNames, d0);
     case cmd::kPitch: return "Pitch to " + positionName(offPosNames, d0);
     case cmd::kReceiverOrder: return "Route #" + decimal(d0 + 1);
-    case cmd::kBranchComVsHuman: return "Cond. Branch (C7) to " + hex2(d1) + hex2(d0);
+    case cmd::kBranchComVsHuman: return "Cond. Branch (C7) to " + hex4(view.target);
     case cmd::kMoveRelative: {
         const bool vertical = (d0 & 0xFF) != 0;
         return "Move Relative (" + moveAxis(d0, "D-", "U-") + (vertical ? "," : "") + moveAxis(d1, "R-", "L-") + ")";
     }
     case cmd::kRelativeJump:
-        if (fieldTarget < place) {
-            const int32_t back = place - fieldTarget;
-            return "Loop Back " + decimal(back) + " byte" + (back == 1 ? "" : "s");
-        }
-        return "+R:" + hexPlain(fieldTarget);
-    case cmd::kAbsoluteJump: return "+A:" + hexPlain(fieldTarget);
+        if (view.loopBack > 0) return "Loop Back " + decimal(view.loopBack) + " byte" + (view.loopBack == 1 ? "" : "s");
+        return "+R:" + hexPlain(view.target);
+    case cmd::kAbsoluteJump: return "+A:" + hexPlain(view.target);
     default: break;
+    }
+    // A branch shown by its values shows its field's bytes where they stand.
+    std::array<int16_t, kMaxDataValues> data = command.data;
+    if (const auto [lo, hi] = addressFieldData(command); lo >= 0 && hi >= 0) {
+        data[static_cast<size_t>(lo)] = static_cast<int16_t>(view.target & 0xFF);
+        data[static_cast<size_t>(hi)] = static_cast<int16_t>((view.target >> 8) & 0xFF);
     }
     std::string text = names[static_cast<size_t>(command.command) & 0xFF];
     if (command.dataLen >= 1) {
         text += "(";
         for (int k = 0; k < command.dataLen; ++k) {
             if (k > 0) text += " ";
-            text += plainHex16(command.data[static_cast<size_t>(k)]);
+            text += plainHex16(data[static_cast<size_t>(k)]);
         }
         text += ") ";
     }
@@ -71,13 +69,9 @@ std::string commandText(const SeqCommand& command, int32_t place, int32_t fieldT
 
 std::string clsSequence::commandString(const CmdNames& names) const {
     std::string text;
-    int32_t place = startAddr_;
-    for (int i = 0; i < commandCount(); ++i) {
-        const SeqCommand& c = cmds_[static_cast<size_t>(i)];
-        const bool jump = c.command == cmd::kRelativeJump || c.command == cmd::kAbsoluteJump;
-        text += commandText(c, place, jump ? fieldTarget(i) : 0, names) + "; ";
-        place += c.encodedSize();
-    }
+    const std::vector<int32_t> at = places();
+    const OriginIndex index = originIndex();
+    for (size_t i = 0; i < cmds_.size(); ++i) text += commandText(cmds_[i], viewAt(i, at, &index), names) + "; ";
     return text;
 }
 

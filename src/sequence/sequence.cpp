@@ -16,7 +16,6 @@ namespace {
 
 uint8_t clampByte(int32_t v) { return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v); }
 
-
 // The format of command i of `cmds` in the editor's reading (the long snap
 // looks at the command after it).
 CommandFormat formatAt(const std::vector<SeqCommand>& cmds, size_t i, bool kick) {
@@ -24,29 +23,42 @@ CommandFormat formatAt(const std::vector<SeqCommand>& cmds, size_t i, bool kick)
     return commandFormat(codeByte(cmds[i]), kick, next);
 }
 
-
 int32_t signedByte(int32_t v) { return (v & 0xFF) >= 0x80 ? (v & 0xFF) - 256 : (v & 0xFF); }
 
-// The address a command's field holds in its bytes, the command standing at `place`.
-int32_t fieldValue(const SeqCommand& c, int32_t place) {
-    const auto [lo, hi] = addressFieldData(c);
-    if (lo < 0) return SeqCommand::kNoTarget;
-    if (hi < 0) return place + signedByte(c.data[static_cast<size_t>(lo)]);
-    return (c.data[static_cast<size_t>(lo)] & 0xFF) + 256 * (c.data[static_cast<size_t>(hi)] & 0xFF);
+bool isRelative(const SeqCommand& c) { return c.command == kRelativeJump; }
+
+// The index of the command with identity `id` in `cmds`; -1 when none.
+int indexOfOrigin(const std::vector<SeqCommand>& cmds, int32_t id) {
+    for (size_t k = 0; k < cmds.size(); ++k)
+        if (cmds[k].origin == id) return static_cast<int>(k);
+    return -1;
+}
+
+// True when command i's relative field leads backwards: to an earlier command
+// of its own, or to an address it was read or set as leading back to.
+bool leadsBack(const std::vector<SeqCommand>& cmds, size_t i) {
+    const FieldRef& f = cmds[i].field;
+    if (f.kind == FieldRef::Kind::Command) return indexOfOrigin(cmds, f.value) < static_cast<int>(i);
+    return f.backward;
+}
+
+// Which command stands at each place of a layout.
+std::unordered_map<int32_t, size_t> byPlace(const std::vector<int32_t>& places) {
+    std::unordered_map<int32_t, size_t> out;
+    out.reserve(places.size());
+    for (size_t k = 0; k < places.size(); ++k) out.emplace(places[k], k);
+    return out;
+}
+
+// The field of a command whose bytes lead to `address` from `place`: the own
+// command standing at that address (`at`: byPlace of the layout), else the address.
+FieldRef fieldNaming(const std::vector<SeqCommand>& cmds, const std::unordered_map<int32_t, size_t>& at, int32_t address,
+                     bool relative, int32_t place) {
+    if (const auto it = at.find(address); it != at.end()) return FieldRef::command(cmds[it->second].origin);
+    return FieldRef::address(address, relative && address < place);
 }
 
 }  // namespace
-
-std::unordered_map<int32_t, int32_t> placesByOrigin(const std::vector<SeqCommand>& cmds, int32_t start) {
-    std::unordered_map<int32_t, int32_t> out;
-    out.reserve(cmds.size());
-    int32_t at = start;
-    for (const SeqCommand& c : cmds) {
-        out.emplace(c.origin, at);
-        at += c.encodedSize();
-    }
-    return out;
-}
 
 uint8_t codeByte(const SeqCommand& c) {
     return isLowCode(c.command) ? clampByte(c.command + (c.data[0] & kLowNibbleMask)) : clampByte(c.command);
@@ -64,6 +76,37 @@ int32_t SeqCommand::encodedSize() const {
     return dataLen < 0 ? 1 : dataLen + 1;
 }
 
+bool relativeReaches(int32_t place, int32_t target, bool backward) {
+    const int32_t offset = target - place;
+    return backward ? offset >= -128 && offset < 0 : offset >= 0 && offset <= 127;
+}
+
+SeqCommand madeAbsolute(SeqCommand c) {
+    c.command = kAbsoluteJump;
+    c.dataLen = 2;
+    c.data = {};
+    c.field.backward = false;
+    return c;
+}
+
+void encodeCommand(const SeqCommand& c, int32_t place, int32_t target, std::vector<uint8_t>& out) {
+    std::array<int16_t, kMaxDataValues> data = c.data;
+    const auto [lo, hi] = addressFieldData(c);
+    if (lo >= 0) {
+        if (hi < 0) {
+            data[static_cast<size_t>(lo)] = static_cast<int16_t>((target - place) & 0xFF);
+        } else {
+            data[static_cast<size_t>(lo)] = static_cast<int16_t>(target & 0xFF);
+            data[static_cast<size_t>(hi)] = static_cast<int16_t>((target >> 8) & 0xFF);
+        }
+    }
+    SeqCommand coded = c;
+    coded.data = data;
+    out.push_back(codeByte(coded));
+    const int first = isLowCode(c.command) ? 1 : 0;
+    for (int j = first; j < c.dataLen; ++j) out.push_back(clampByte(data[static_cast<size_t>(j)]));
+}
+
 const SeqCommand& clsSequence::at(int pos) const {
     if (pos < 0 || pos >= commandCount())
         throw std::out_of_range("command index " + std::to_string(pos) + " outside the sequence");
@@ -76,10 +119,11 @@ void clsSequence::clone(const clsSequence& s) { *this = s; }
 
 void clsSequence::load(Image& fp, bool KR) {
     kick_ = KR;
+    std::vector<int32_t> fieldAddress;  // what each command's field bytes lead to
     for (;;) {
         if (commandCount() >= kMaxCommands || fp.remaining() < 1) {
             truncated_ = true;
-            return;
+            break;
         }
         const auto pos = static_cast<size_t>(fp.position());
         const uint8_t b = fp.bytes()[pos];
@@ -87,7 +131,7 @@ void clsSequence::load(Image& fp, bool KR) {
         const CommandFormat f = commandFormat(b, KR, next);
         if (fp.remaining() < f.editorLength) {
             truncated_ = true;
-            return;
+            break;
         }
         SeqCommand c;
         c.origin = startAddr_ + sizeBytes_;
@@ -97,11 +141,25 @@ void clsSequence::load(Image& fp, bool KR) {
         int k = 0;
         if (isLowCode(b)) c.data[static_cast<size_t>(k++)] = static_cast<int16_t>(b & kLowNibbleMask);
         for (int32_t n = 1; n < f.editorLength; ++n) c.data[static_cast<size_t>(k++)] = static_cast<int16_t>(fp.readByte());
-        c.target = fieldValue(c, c.origin);
+        int32_t target = kNoField;
+        if (const auto [lo, hi] = addressFieldData(c); lo >= 0) {
+            const auto l = static_cast<size_t>(lo);
+            target = hi < 0 ? c.origin + signedByte(c.data[l]) : (c.data[l] & 0xFF) + 256 * (c.data[l + 1] & 0xFF);
+            c.data[l] = 0;
+            if (hi >= 0) c.data[l + 1] = 0;
+        }
+        fieldAddress.push_back(target);
         sizeBytes_ += f.editorLength;
         cmds_.push_back(c);
-        if (f.editorEnds) return;
+        if (f.editorEnds) break;
     }
+    // A field names one of the sequence's own commands when one was read at
+    // the address it leads to, else that address.
+    const std::vector<int32_t> at = places();
+    const auto standing = byPlace(at);
+    for (size_t i = 0; i < cmds_.size(); ++i)
+        if (fieldAddress[i] != kNoField)
+            cmds_[i].field = fieldNaming(cmds_, standing, fieldAddress[i], isRelative(cmds_[i]), at[i]);
 }
 
 void clsSequence::reset(int32_t address) {
@@ -120,16 +178,13 @@ int32_t clsSequence::nextSequence() const {
     const int last = commandCount() - 1;
     const SeqCommand& end = cmds_.back();
     if (end.command == kAbsoluteJump) return fieldTarget(last);
-    if (end.command == kRelativeJump) {
-        const int32_t t = fieldTarget(last);
-        return t >= place(last) ? t : 0;  // a loop back continues nowhere else
-    }
+    if (end.command == kRelativeJump) return leadsBack(cmds_, cmds_.size() - 1) ? 0 : fieldTarget(last);  // a loop back continues nowhere else
     return 0;
 }
 
 void clsSequence::address(int32_t value) {
     startAddr_ = value;
-    relink();
+    settle();
 }
 
 std::string clsSequence::AddressRange() const { return hex4(startAddr_) + "-" + hex4(startAddr_ + sizeBytes_ - 1); }
@@ -137,6 +192,17 @@ std::string clsSequence::AddressRange() const { return hex4(startAddr_) + "-" + 
 int16_t clsSequence::dataLen(int pos) const { return at(pos).dataLen; }
 int16_t clsSequence::command(int pos) const { return at(pos).command; }
 int32_t clsSequence::commandAddress(int i) const { return at(i).origin; }
+
+std::vector<int32_t> clsSequence::places() const {
+    std::vector<int32_t> out;
+    out.reserve(cmds_.size());
+    int32_t p = startAddr_;
+    for (const SeqCommand& c : cmds_) {
+        out.push_back(p);
+        p += c.encodedSize();
+    }
+    return out;
+}
 
 int32_t clsSequence::place(int i) const {
     (void)at(i);
@@ -154,55 +220,85 @@ int32_t clsSequence::placeOfOrigin(int32_t origin) const {
     return -1;
 }
 
-int32_t clsSequence::identityAt(int32_t address) const {
-    int32_t p = startAddr_;
-    for (const SeqCommand& c : cmds_) {
-        if (p == address) return c.origin;
-        p += c.encodedSize();
+int32_t clsSequence::resolve(const FieldRef& f, const std::vector<int32_t>& at, const OriginIndex* index) const {
+    switch (f.kind) {
+    case FieldRef::Kind::None: return kNoField;
+    case FieldRef::Kind::Address: return f.value;
+    case FieldRef::Kind::Command: {
+        if (index) {
+            const auto it = index->find(f.value);
+            return it == index->end() ? kNoField : at[it->second];
+        }
+        const int k = indexOfOrigin(cmds_, f.value);
+        return k < 0 ? kNoField : at[static_cast<size_t>(k)];
     }
-    return address;
+    }
+    return kNoField;
+}
+
+clsSequence::OriginIndex clsSequence::originIndex() const {
+    OriginIndex out;
+    out.reserve(cmds_.size());
+    for (size_t k = 0; k < cmds_.size(); ++k) out.emplace(cmds_[k].origin, k);
+    return out;
 }
 
 int32_t clsSequence::fieldTarget(int i) const {
     const SeqCommand& c = at(i);
-    if (c.target == SeqCommand::kNoTarget) return SeqCommand::kNoTarget;
-    const int32_t p = placeOfOrigin(c.target);
-    return p >= 0 ? p : c.target;
+    if (c.field.none()) return kNoField;
+    if (c.field.kind == FieldRef::Kind::Address) return c.field.value;
+    return placeOfOrigin(c.field.value);
 }
 
 std::vector<int32_t> clsSequence::fieldTargets() const {
-    const auto places = placesByOrigin(cmds_, startAddr_);
+    const std::vector<int32_t> at = places();
+    const OriginIndex index = originIndex();
     std::vector<int32_t> out;
     out.reserve(cmds_.size());
-    for (const SeqCommand& c : cmds_) {
-        if (c.target == SeqCommand::kNoTarget) {
-            out.push_back(SeqCommand::kNoTarget);
-            continue;
-        }
-        const auto own = places.find(c.target);
-        out.push_back(own == places.end() ? c.target : own->second);
-    }
+    for (const SeqCommand& c : cmds_) out.push_back(resolve(c.field, at, &index));
     return out;
 }
 
-void clsSequence::relink() {
-    if (std::none_of(cmds_.begin(), cmds_.end(), [](const SeqCommand& c) { return c.target != SeqCommand::kNoTarget; }))
-        return;
-    const auto places = placesByOrigin(cmds_, startAddr_);
-    int32_t at = startAddr_;
-    for (SeqCommand& c : cmds_) {
-        const auto [lo, hi] = addressFieldData(c);
-        if (lo >= 0 && c.target != SeqCommand::kNoTarget) {
-            const auto own = places.find(c.target);
-            const int32_t t = own == places.end() ? c.target : own->second;
-            if (hi < 0) {
-                c.data[static_cast<size_t>(lo)] = static_cast<int16_t>((t - at) & 0xFF);
-            } else {
-                c.data[static_cast<size_t>(lo)] = static_cast<int16_t>(t & 0xFF);
-                c.data[static_cast<size_t>(hi)] = static_cast<int16_t>((t >> 8) & 0xFF);
-            }
+FieldView clsSequence::fieldView(int i) const {
+    const SeqCommand& c = at(i);
+    if (c.field.none()) return {};  // most commands: nothing to measure
+    FieldView v;
+    v.target = fieldTarget(i);
+    if (isRelative(c) && leadsBack(cmds_, static_cast<size_t>(i)))
+        v.loopBack = c.field.kind == FieldRef::Kind::Command || placed() ? place(i) - v.target : 0;
+    return v;
+}
+
+FieldView clsSequence::viewAt(size_t i, const std::vector<int32_t>& at, const OriginIndex* index) const {
+    const SeqCommand& c = cmds_[i];
+    FieldView v;
+    if (c.field.none()) return v;
+    v.target = resolve(c.field, at, index);
+    if (isRelative(c) && leadsBack(cmds_, i)) {
+        // Within the sequence the distance does not depend on where it stands;
+        // a new sequence cannot measure one to an address outside it.
+        v.loopBack = c.field.kind == FieldRef::Kind::Command || placed() ? at[i] - v.target : 0;
+    }
+    return v;
+}
+
+void clsSequence::settle() {
+    for (;;) {
+        const std::vector<int32_t> at = places();
+        bool changed = false;
+        for (size_t i = 0; i < cmds_.size(); ++i) {
+            SeqCommand& c = cmds_[i];
+            if (!isRelative(c) || c.field.none()) continue;
+            // A new sequence has no place: only a jump within it can be measured.
+            if (c.field.kind == FieldRef::Kind::Address && !placed()) continue;
+            const int32_t t = resolve(c.field, at);
+            if (t == kNoField || relativeReaches(at[i], t, leadsBack(cmds_, i))) continue;
+            c = madeAbsolute(c);
+            sizeBytes_ += 1;
+            changed = true;
+            break;
         }
-        at += c.encodedSize();
+        if (!changed) return;
     }
 }
 
@@ -214,22 +310,42 @@ int32_t clsSequence::nextNewOrigin() const {
 
 int16_t clsSequence::data(int pos, int i) const {
     if (i < 0 || i > 255) throw std::out_of_range("data index " + std::to_string(i) + " outside 0 to 255");
-    return i < kMaxDataValues ? at(pos).data[static_cast<size_t>(i)] : 0;
+    const SeqCommand& c = at(pos);
+    const auto [lo, hi] = addressFieldData(c);
+    if (i == lo || (hi >= 0 && i == hi)) {
+        std::vector<uint8_t> bytes;
+        encodeCommand(c, place(pos), fieldTarget(pos), bytes);
+        return bytes[static_cast<size_t>(byteOfData(c.command, i))];
+    }
+    return i < kMaxDataValues ? c.data[static_cast<size_t>(i)] : 0;
 }
 
 void clsSequence::data(int pos, int i, int16_t value) {
     SeqCommand& cmd = at(pos);
     if (i < 0 || i > 255) throw std::out_of_range("data index " + std::to_string(i) + " outside 0 to 255");
     if (i >= kMaxDataValues) return;
-    cmd.data[static_cast<size_t>(i)] = value;
     const auto [lo, hi] = addressFieldData(cmd);
-    if (i == lo || i == hi) {
-        cmd.target = identityAt(fieldValue(cmd, place(pos)));
-    } else if (cmd.command == kComPass && i == 0) {
+    if (i == lo || (hi >= 0 && i == hi)) {
+        const int32_t here = place(pos);
+        int32_t address = 0;
+        if (hi < 0) {
+            address = here + signedByte(value);
+        } else {
+            const int32_t now = fieldTarget(pos);
+            const int32_t low = i == lo ? (value & 0xFF) : (now & 0xFF);
+            const int32_t high = i == hi ? (value & 0xFF) : ((now >> 8) & 0xFF);
+            address = low + 256 * high;
+        }
+        cmd.field = fieldNaming(cmds_, byPlace(places()), address, hi < 0, here);
+        settle();
+        return;
+    }
+    cmd.data[static_cast<size_t>(i)] = value;
+    if (cmd.command == kComPass && i == 0) {
         const auto newLen = static_cast<int16_t>((value & kLowNibbleMask) + 1);
         sizeBytes_ += newLen - cmd.dataLen;
         cmd.dataLen = newLen;
-        relink();  // the commands after it stand elsewhere now
+        settle();  // the commands after it stand elsewhere now
     }
 }
 
@@ -240,10 +356,10 @@ bool clsSequence::removeCommand(int pos) {
     // What named the removed command names the one that takes its place.
     const int32_t gone = cmds[static_cast<size_t>(pos)].origin, heir = cmds[static_cast<size_t>(pos) + 1].origin;
     for (SeqCommand& c : cmds)
-        if (c.target == gone) c.target = heir;
+        if (c.field.kind == FieldRef::Kind::Command && c.field.value == gone) c.field.value = heir;
     edited.sizeBytes_ -= cmds[static_cast<size_t>(pos)].encodedSize();
     cmds.erase(cmds.begin() + pos);
-    edited.relink();
+    edited.settle();
     if (!edited.verify().empty()) return false;
     *this = std::move(edited);
     return true;
@@ -263,11 +379,11 @@ clsSequence::Insert clsSequence::insertCommand(int after, int16_t code) {
     c.origin = nextNewOrigin();  // a new command has no place in the image yet
     c.command = code;
     c.dataLen = editorDataLen(f);
-    if (f.field != FieldKind::None && !f.gameFieldOnly) c.target = 0;  // a new branch names address 0000
+    if (f.field != FieldKind::None && !f.gameFieldOnly) c.field = FieldRef::address(0);  // a new branch names 0000
     clsSequence edited = *this;
     edited.cmds_.insert(edited.cmds_.begin() + (after + 1), c);
     edited.sizeBytes_ += c.encodedSize();
-    edited.relink();
+    edited.settle();
     if (!edited.verify().empty()) return Insert::EndsSequence;
     *this = std::move(edited);
     return Insert::Done;
@@ -290,22 +406,30 @@ std::string clsSequence::verify() const {
         if (c.dataLen != editorDataLen(f))
             return at(i, "takes " + std::to_string(std::max<int>(0, editorDataLen(f))) + " data values, not " +
                              std::to_string(std::max<int>(0, c.dataLen)));
+        const auto [lo, hi] = addressFieldData(c);
         for (int k = 0; k < c.dataLen; ++k) {
             const int16_t v = c.data[static_cast<size_t>(k)];
+            if (k == lo || k == hi) continue;
             if (v < 0 || v > (low && k == 0 ? 0x0F : 0xFF)) return at(i, "data " + std::to_string(k) + " out of range");
         }
         const bool last = i + 1 == cmds_.size();
         if (f.editorEnds && !last) return at(i, "ends the sequence before its last command");
         if (last && !f.editorEnds) return at(i, "the last command must end the sequence");
-        const bool hasField = addressFieldData(c).first >= 0;
-        if (hasField != (c.target != SeqCommand::kNoTarget))
-            return at(i, hasField ? "its address field names nothing" : "names a target but has no address field");
+        if ((lo >= 0) == c.field.none())
+            return at(i, lo >= 0 ? "its address field names nothing" : "names a target but has no address field");
+        if (c.field.kind == FieldRef::Kind::Address && (c.field.value < 0 || c.field.value > 0xFFFF))
+            return at(i, "its address field leads outside 0000 to FFFF");
         size += c.encodedSize();
     }
+    const std::vector<int32_t> places = this->places();
+    const OriginIndex index = originIndex();
     for (size_t i = 0; i < cmds_.size(); ++i) {
-        const int32_t t = cmds_[i].target;
-        if (t != SeqCommand::kNoTarget && isNewOrigin(t) && origins.count(t) == 0)
-            return at(i, "names a new command the sequence no longer holds");
+        const SeqCommand& c = cmds_[i];
+        if (c.field.kind == FieldRef::Kind::Command && origins.count(c.field.value) == 0)
+            return at(i, "names a command the sequence no longer holds");
+        if (isRelative(c) && (c.field.kind == FieldRef::Kind::Command || placed()) &&
+            !relativeReaches(places[i], resolve(c.field, places, &index), leadsBack(cmds_, i)))
+            return at(i, "a relative jump out of its reach");
     }
     if (size != sizeBytes_)
         return "its byte size " + std::to_string(sizeBytes_) + " is not the sum of its commands' sizes (" +
@@ -324,8 +448,8 @@ void clsSequence::assign(std::vector<SeqCommand> commands) {
         edited.sizeBytes_ += c.encodedSize();
     }
     edited.cmds_ = std::move(commands);
+    edited.settle();
     if (const std::string problem = edited.verify(); !problem.empty()) throw std::invalid_argument(problem);
-    edited.relink();
     *this = std::move(edited);
 }
 
@@ -334,6 +458,7 @@ void clsSequence::setCommands(const std::vector<std::pair<int, std::vector<int>>
         throw std::invalid_argument("command " + std::to_string(i) + ": " + why);
     };
     std::vector<SeqCommand> cmds;
+    std::vector<int32_t> values;  // what each field's values say, -1 for none
     int32_t origin = kNewOrigin;
     for (size_t i = 0; i < commands.size(); ++i) {
         const auto& [code, data] = commands[i];
@@ -354,20 +479,22 @@ void clsSequence::setCommands(const std::vector<std::pair<int, std::vector<int>>
         cmds[i].dataLen = expected;
     }
     // A field names what stands at its address in the new layout.
-    std::unordered_map<int32_t, int32_t> byPlace;
-    int32_t at = startAddr_;
+    std::vector<int32_t> at;
+    int32_t p = startAddr_;
     for (const SeqCommand& c : cmds) {
-        byPlace.emplace(at, c.origin);
-        at += c.encodedSize();
+        at.push_back(p);
+        p += c.encodedSize();
     }
-    at = startAddr_;
-    for (SeqCommand& c : cmds) {
-        const int32_t value = fieldValue(c, at);
-        if (value != SeqCommand::kNoTarget) {
-            const auto own = byPlace.find(value);
-            c.target = own == byPlace.end() ? value : own->second;
-        }
-        at += c.encodedSize();
+    const auto standing = byPlace(at);
+    for (size_t i = 0; i < cmds.size(); ++i) {
+        SeqCommand& c = cmds[i];
+        const auto [lo, hi] = addressFieldData(c);
+        if (lo < 0) continue;
+        const auto l = static_cast<size_t>(lo);
+        const int32_t address = hi < 0 ? at[i] + signedByte(c.data[l]) : (c.data[l] & 0xFF) + 256 * (c.data[l + 1] & 0xFF);
+        c.field = fieldNaming(cmds, standing, address, hi < 0, at[i]);
+        c.data[l] = 0;
+        if (hi >= 0) c.data[l + 1] = 0;
     }
     assign(std::move(cmds));
 }
@@ -376,22 +503,15 @@ bool clsSequence::swapCommands(int pos1, int pos2) {
     if (pos1 < 0 || pos2 < 0 || pos1 >= commandCount() || pos2 >= commandCount()) return false;
     clsSequence edited = *this;
     std::swap(edited.cmds_[static_cast<size_t>(pos1)], edited.cmds_[static_cast<size_t>(pos2)]);
-    edited.relink();
+    edited.settle();
     if (!edited.verify().empty()) return false;
     *this = std::move(edited);
     return true;
 }
 
 void clsSequence::convertRelJump() {
-    if (cmds_.empty() || cmds_.back().command != kRelativeJump) return;
-    const int last = commandCount() - 1;
-    const int32_t t = fieldTarget(last);
-    if (t < place(last)) return;  // a loop back stays
-    SeqCommand& end = cmds_.back();
-    end.command = kAbsoluteJump;
-    end.dataLen = 2;
-    end.data[0] = static_cast<int16_t>(t & 0xFF);
-    end.data[1] = static_cast<int16_t>((t >> 8) & 0xFF);
+    if (cmds_.empty() || !isRelative(cmds_.back()) || leadsBack(cmds_, cmds_.size() - 1)) return;  // a loop back stays
+    cmds_.back() = madeAbsolute(cmds_.back());
     sizeBytes_ += 1;
 }
 
@@ -407,48 +527,13 @@ uint8_t clsSequence::lastCommand() const {
     return cmds_.empty() ? 0 : static_cast<uint8_t>(cmds_.back().command);
 }
 
-std::vector<uint8_t> encodeCommands(const std::vector<SeqCommand>& commands, int32_t at, const Resolver& resolve,
-                                    std::vector<int32_t>* places) {
-    std::vector<uint8_t> out;
-    if (places) places->clear();
-    for (size_t i = 0; i < commands.size(); ++i) {
-        SeqCommand c = commands[i];
-        const auto place = static_cast<int32_t>(at + static_cast<int32_t>(out.size()));
-        if (places) places->push_back(place);
-        const auto [lo, hi] = addressFieldData(c);
-        if (lo >= 0 && c.target != SeqCommand::kNoTarget) {
-            const int32_t t = resolve(i, c.target);
-            if (hi < 0) {
-                // A relative jump keeps its direction: forward it goes on
-                // elsewhere, backward it loops, as the editor reads it.
-                const int32_t offset = t - place;
-                const bool forward = (c.data[static_cast<size_t>(lo)] & 0xFF) < kBackwardOffset;
-                if (offset >= -128 && offset <= 127 && (offset >= 0) == forward) {
-                    c.data[static_cast<size_t>(lo)] = static_cast<int16_t>(offset & 0xFF);
-                } else {  // out of a relative jump's reach
-                    c.command = kAbsoluteJump;
-                    c.dataLen = 2;
-                    c.data[0] = static_cast<int16_t>(t & 0xFF);
-                    c.data[1] = static_cast<int16_t>((t >> 8) & 0xFF);
-                }
-            } else {
-                c.data[static_cast<size_t>(lo)] = static_cast<int16_t>(t & 0xFF);
-                c.data[static_cast<size_t>(hi)] = static_cast<int16_t>((t >> 8) & 0xFF);
-            }
-        }
-        out.push_back(codeByte(c));
-        const int first = isLowCode(c.command) ? 1 : 0;
-        for (int j = first; j < c.dataLen; ++j) out.push_back(clampByte(c.data[static_cast<size_t>(j)]));
-    }
-    return out;
-}
-
 std::vector<uint8_t> clsSequence::encode() const {
-    const auto places = placesByOrigin(cmds_, startAddr_);
-    return encodeCommands(cmds_, startAddr_, [&](size_t, int32_t target) {
-        const auto own = places.find(target);
-        return own == places.end() ? target : own->second;
-    });
+    const std::vector<int32_t> at = places();
+    const OriginIndex index = originIndex();
+    std::vector<uint8_t> out;
+    out.reserve(static_cast<size_t>(std::max(sizeBytes_, 0)));
+    for (size_t i = 0; i < cmds_.size(); ++i) encodeCommand(cmds_[i], at[i], resolve(cmds_[i].field, at, &index), out);
+    return out;
 }
 
 }  // namespace zpe

@@ -18,30 +18,49 @@ namespace zpe {
 // The most data values a command has: a COM pass with N = 15 (16 bytes).
 constexpr int kMaxDataValues = 16;
 
-// Where a new command came from: nowhere in the image. New commands carry
-// distinct negative origins (kNewOrigin, kNewOrigin - 1, ...) so that a jump
-// can name one before it has a place.
+// A sequence made in the editor has no place in the image until a save gives
+// it one: the model keys it from kNewSequenceKey on, above every game
+// address, so a key that is not an address can never be taken for one.
+constexpr int32_t kNewSequenceKey = 0x10000;
+constexpr bool isNewSequence(int32_t key) { return key >= kNewSequenceKey; }
+
+// A command's identity: where it was read in the image as opened (its game
+// address then, which never changes while the image is open), or, for a
+// command the user added, a distinct negative number (kNewOrigin,
+// kNewOrigin - 1, ...). An identity is never an address the command stands
+// at now: that is its place in a layout.
 constexpr int32_t kNewOrigin = -1;
 constexpr bool isNewOrigin(int32_t origin) { return origin < 0; }
 
+// What an address field names: one of the sequence's own commands (by its
+// identity), or an address (of a command elsewhere in the image, or outside
+// the sequence area). Its bytes exist only in a layout: the text, the size,
+// the follow-on address and the encoder all derive them from this.
+struct FieldRef {
+    enum class Kind : uint8_t { None, Command, Address };
+    Kind kind = Kind::None;
+    int32_t value = 0;      // Command: an identity; Address: a game address
+    // A relative field naming an address leads backwards (the editor shows a
+    // loop back and does not follow it); kept wherever the sequence stands.
+    bool backward = false;
+
+    static FieldRef command(int32_t id) { return {Kind::Command, id, false}; }
+    static FieldRef address(int32_t a, bool back = false) { return {Kind::Address, a, back}; }
+    bool none() const { return kind == Kind::None; }
+    bool operator==(const FieldRef&) const = default;
+};
+
 // One decoded command.
 struct SeqCommand {
-    // Where the command was read: the game address of its code byte in the
-    // image as opened (never recomputed; a save reopens the image and a new
-    // open renews it). Negative for a command the user added.
+    // Its identity (see kNewOrigin).
     int32_t origin = kNewOrigin;
     int16_t command = 0;  // low codes: the byte with its low nibble cleared; high codes: the byte
-    // Data values; entries from dataLen on belong to no command. The longest
-    // command (a COM pass 0x9F) has 16, so only those are stored.
+    // Data values other than the address field; entries from dataLen on
+    // belong to no command, and the entries of the address field are 0 (the
+    // field is `field`). The longest command (a COM pass 0x9F) has 16.
     std::array<int16_t, kMaxDataValues> data{};
     int16_t dataLen = 0;  // entries of data that belong to the command; -1 for a one-byte end command
-    // For a jump or branch: what its address field names, as the origin of a
-    // command (of this sequence, or of the image as opened) or an address no
-    // command of the sequence holds. A save writes it as wherever that command
-    // ends up. kNoTarget for commands without an address field.
-    int32_t target = kNoTarget;
-
-    static constexpr int32_t kNoTarget = INT32_MIN;
+    FieldRef field;       // for a jump or a branch; None for other commands
 
     // Bytes the command occupies in the image: dataLen for a low code,
     // dataLen + 1 for a high code (1 for a one-byte end command).
@@ -52,27 +71,34 @@ struct SeqCommand {
 
 // The code byte a command is written with (a low code's nibble is its data 0).
 [[nodiscard]] uint8_t codeByte(const SeqCommand& c);
-// The data indexes of a command's address field as the editor holds it: the
+// The data indexes of a command's address field as the editor shows it: the
 // offset of a relative jump ({i, -1}), the low and high byte of an address
 // ({lo, hi}); {-1, -1} for none (a COM pass's address lies beyond its data).
 [[nodiscard]] std::pair<int, int> addressFieldData(const SeqCommand& c);
+[[nodiscard]] inline bool hasAddressField(const SeqCommand& c) { return addressFieldData(c).first >= 0; }
 
-// The text of one command standing at `place`; `fieldTarget` is the address
-// its field names at that layout (shown by 0x20, 0xC7, and the jumps). Names
-// from `names` where the command has no text form of its own.
-[[nodiscard]] std::string commandText(const SeqCommand& cmd, int32_t place, int32_t fieldTarget, const CmdNames& names);
+// How a command's field reads at one layout: the address it leads to, and
+// for a relative jump leading backwards the bytes it goes back (0 otherwise).
+struct FieldView {
+    int32_t target = 0;
+    int32_t loopBack = 0;
+};
 
-// The bytes of `commands` laid out from `at`. Each address field is written
-// as `resolve(index, target)`: the address the named command has in that
-// layout. A relative jump whose target is out of its reach is written as an
-// absolute jump (one byte more). `places`, when given, receives each command's
-// address in the layout.
-using Resolver = std::function<int32_t(size_t index, int32_t target)>;
+// The text of one command; `view` is what its field reads as where it
+// stands (used by 0x20, 0xC7 and the jumps). Names from `names` where the
+// command has no text form of its own.
+[[nodiscard]] std::string commandText(const SeqCommand& cmd, const FieldView& view, const CmdNames& names);
 
-// Where each command of `commands` laid out from `at` stands, by its origin.
-[[nodiscard]] std::unordered_map<int32_t, int32_t> placesByOrigin(const std::vector<SeqCommand>& commands, int32_t at);
-[[nodiscard]] std::vector<uint8_t> encodeCommands(const std::vector<SeqCommand>& commands, int32_t at,
-                                                  const Resolver& resolve, std::vector<int32_t>* places = nullptr);
+// Writes one command's bytes standing at `place` to `out`, its address field
+// leading to `target` (ignored without a field). The one place an address
+// field becomes bytes: a relative offset (the caller checks its reach, see
+// relativeReaches) or a little-endian word.
+void encodeCommand(const SeqCommand& c, int32_t place, int32_t target, std::vector<uint8_t>& out);
+// True when a relative jump at `place` can lead to `target` in the direction
+// it is read (backward: a loop back, else forward or onto itself).
+[[nodiscard]] bool relativeReaches(int32_t place, int32_t target, bool backward);
+// `c` turned into an absolute jump (a relative jump that cannot reach).
+[[nodiscard]] SeqCommand madeAbsolute(SeqCommand c);
 
 // The most commands one sequence may hold; a longer run of bytes without an
 // end command is not a sequence (decoding stops and marks it not valid).
@@ -112,13 +138,18 @@ public:
     void continuation(int32_t address) { continuation_ = address; }
 
     // Game address where the game continues after this sequence: the target
-    // of a closing absolute jump or forward relative jump at the sequence's
-    // current layout; 0 for none. Derived from the commands on every call.
+    // of a closing absolute jump or forward relative jump; 0 for none.
+    // Derived from the commands on every call.
     int32_t nextSequence() const;
 
+    // The sequence's key: its game address, or a key from kNewSequenceKey on
+    // for a sequence made in the editor, which has no place yet.
     int32_t address() const { return startAddr_; }
-    // Sets the sequence's address. The commands keep their origins; what
-    // their fields name is kept too, so the relative jumps are written anew.
+    // True when the sequence stands somewhere in the image (its key is an address).
+    bool placed() const { return !isNewSequence(startAddr_); }
+    // Sets the sequence's address (or key). The commands keep their
+    // identities and what their fields name; a relative jump that cannot
+    // reach from the new place becomes absolute.
     void address(int32_t value);
 
     // hex4(address) + "-" + hex4(address + byteSize - 1), e.g. "A000-A01F".
@@ -128,26 +159,30 @@ public:
     // Command index 0..commandCount-1; anything else throws std::out_of_range.
     int16_t dataLen(int pos) const;
     int16_t command(int pos) const;
-    // Where command i was read (its origin); negative for a new command.
+    // Command i's identity: where it was read; negative for a new command.
     int32_t commandAddress(int i) const;
     // Where command i stands in the sequence's current layout: the address
     // plus the sizes of the commands before it.
     int32_t place(int i) const;
-    // The address command i's field names at the current layout (the
-    // command it names, wherever that now stands); kNoTarget without a field.
+    // The address command i's field leads to at the current layout (the
+    // command it names, wherever that now stands, or the address it names);
+    // kNoField without a field.
     int32_t fieldTarget(int i) const;
+    static constexpr int32_t kNoField = INT32_MIN;
     // fieldTarget of every command, in one pass (for long sequences).
     std::vector<int32_t> fieldTargets() const;
+    // What command i's field reads as at the current layout.
+    FieldView fieldView(int i) const;
     // Data index 0..255; anything else throws std::out_of_range. Entries from
-    // kMaxDataValues on belong to no command: they read as 0.
+    // kMaxDataValues on belong to no command: they read as 0. The entries of
+    // an address field read as its bytes at the current layout.
     int16_t data(int pos, int i) const;
 
     // Sets a data value. A value in an address field changes what the field
-    // names: the command at that address of the current layout (or the
-    // address itself), so the text and the follow-on address show the new
-    // target at once and a save writes the same. On a 0x90 command, data 0
-    // announces the command's length in its code byte, so the command's
-    // dataLen becomes (value AND 0x0F) + 1 and the byte size changes with it.
+    // names: the command standing at that address of the current layout, or
+    // the address itself. On a 0x90 command, data 0 announces the command's
+    // length in its code byte, so the command's dataLen becomes
+    // (value AND 0x0F) + 1 and the byte size changes with it.
     void data(int pos, int i, int16_t value);
 
     // The text of command i; names from `names` where the command has no text
@@ -168,7 +203,7 @@ public:
     // sequence and may be added there.
     enum class Insert { Done, EndsSequence, LockUp, NotACommand, Full };
     [[nodiscard]] Insert insertCommand(int after, int16_t code);
-    // Replaces every command with `commands` (origins and targets as given;
+    // Replaces every command with `commands` (identities and fields as given;
     // dataLen follows the command format). Throws std::invalid_argument,
     // naming the command by its index, when they do not make a sequence (see
     // verify()); the sequence is then unchanged.
@@ -178,19 +213,19 @@ public:
     // command standing at that address in the new layout (or the address).
     void setCommands(const std::vector<std::pair<int, std::vector<int>>>& commands);
 
-    // Exchanges two commands whole (their origins travel with them). Refuses
+    // Exchanges two commands whole (their identities travel with them). Refuses
     // (false, nothing changed) an index outside the commands and a swap that
     // would move the end command from the last place.
     [[nodiscard]] bool swapCommands(int pos1, int pos2);
-    // Turns a closing forward relative jump (0xFE below 0x80) into an absolute
-    // jump 0xFF to the same target; the byte size grows by 1.
+    // Turns a closing forward relative jump into an absolute jump 0xFF to the
+    // same target; the byte size grows by 1.
     void convertRelJump();
 
     // The first way this sequence is not one the editor can write, or "" when
     // it is: at least one command; every code a command; dataLen as the
     // command format gives it; values in range; an end command last and
     // nowhere else; the byte size the sum of the commands' sizes; every field
-    // naming something. Every edit keeps this true.
+    // naming something; a relative jump within its reach. Every edit keeps this true.
     [[nodiscard]] std::string verify() const;
 
     // True when the sequence holds a COM pass (0x9N) or 0xF1, whose bytes the
@@ -203,23 +238,31 @@ public:
     // Code of the last command as a byte; 0 for a sequence without commands.
     uint8_t lastCommand() const;
 
-    // The bytes of the sequence at its own address, byteSize() bytes long
-    // (a relative jump out of reach is written with its offset cut to a byte).
+    // The bytes of the sequence at its own address, byteSize() bytes long.
     [[nodiscard]] std::vector<uint8_t> encode() const;
 
     const std::vector<SeqCommand>& commands() const { return cmds_; }
 
-    // The identity standing at `address` in the current layout: the origin of
-    // the command placed there, or the address itself.
-    int32_t identityAt(int32_t address) const;
-    // Where the command with origin `origin` stands now; -1 when none has it.
+    // Where the command with identity `origin` stands now; -1 when none has it.
     int32_t placeOfOrigin(int32_t origin) const;
 
 private:
     const SeqCommand& at(int pos) const;
     SeqCommand& at(int pos);
-    // Writes every field's bytes from what it names, at the current layout.
-    void relink();
+    // After a change: a relative jump that no longer reaches where it leads
+    // becomes absolute (what a save would write), and the size follows.
+    void settle();
+public:
+    // Where each command stands at the current layout.
+    std::vector<int32_t> places() const;
+
+private:
+    using OriginIndex = std::unordered_map<int32_t, size_t>;
+    OriginIndex originIndex() const;
+    // Where `f` leads at the layout `places`; `index` (originIndex) saves a
+    // search when many fields are resolved at once.
+    int32_t resolve(const FieldRef& f, const std::vector<int32_t>& places, const OriginIndex* index = nullptr) const;
+    FieldView viewAt(size_t i, const std::vector<int32_t>& places, const OriginIndex* index = nullptr) const;
     int32_t nextNewOrigin() const;
 
     int32_t startAddr_ = 0;

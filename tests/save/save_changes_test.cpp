@@ -78,20 +78,20 @@ TEST(Save, GrownSequencesMoveToTheFirstFreeRunAndReferencesFollow) {
     auto o = test::openBuilt(saveImage(), data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
     const Bytes before = o.file.read();
-    grow(o.pb, 0xA000);  // 7 bytes and a jump to the game's logic after it: 10, at A014-A01D
-    grow(o.pb, 0xA030);  // 9 bytes: A007-A00F; its loop back stays relative
+    grow(o.pb, 0xA000);  // 7 bytes and a relative jump back to the game's logic after it: 9, at A007-A00F
+    grow(o.pb, 0xA030);  // 9 bytes: A014-A01C; its loop back stays relative
     grow(o.pb, 0xA0F0);  // 8 bytes, but far from A163: an absolute jump, 9 bytes at A027-A02F
     const SaveSummary s = saveChanges(o.pb, data.path());
     const Bytes after = o.file.read();
 
-    EXPECT_EQ(s.moved, (std::vector<std::pair<int32_t, int32_t>>{{0xA000, 0xA014}, {0xA030, 0xA007}, {0xA0F0, 0xA027}}));
-    EXPECT_EQ(at(after, 0xA014, 10), (Bytes{0xD7, 0, 0, 0xD7, 0x01, 0x02, 0xE4, 0xFF, 0x04, 0xA0}));
-    EXPECT_EQ(at(after, 0xA007, 9), (Bytes{0xD7, 0, 0, 0xFC, 0xFF, 0xE0, 0xDD, 0xFE, 0xFC}));
+    EXPECT_EQ(s.moved, (std::vector<std::pair<int32_t, int32_t>>{{0xA000, 0xA007}, {0xA030, 0xA014}, {0xA0F0, 0xA027}}));
+    EXPECT_EQ(at(after, 0xA007, 9), (Bytes{0xD7, 0, 0, 0xD7, 0x01, 0x02, 0xE4, 0xFE, 0xF6}));
+    EXPECT_EQ(at(after, 0xA014, 9), (Bytes{0xD7, 0, 0, 0xFC, 0xFF, 0xE0, 0xDD, 0xFE, 0xFC}));
     EXPECT_EQ(at(after, 0xA027, 9), (Bytes{0xD7, 0, 0, 0xD7, 0x01, 0x01, 0xFF, 0x63, 0xA1}));
-    EXPECT_EQ(o.pb.seqPointers[0], 0xA014);
-    EXPECT_EQ(o.pb.plays[0].seqAddress(0), 0xA014);
-    EXPECT_EQ(o.pb.formations[4].posAddress(0), 0xA014);
-    EXPECT_EQ(at(after, 0xA010, 4), (Bytes{0x30, 0xFF, 0x14, 0xA0})) << "the closing jump follows";
+    EXPECT_EQ(o.pb.seqPointers[0], 0xA007);
+    EXPECT_EQ(o.pb.plays[0].seqAddress(0), 0xA007);
+    EXPECT_EQ(o.pb.formations[4].posAddress(0), 0xA007);
+    EXPECT_EQ(at(after, 0xA010, 4), (Bytes{0x30, 0xFF, 0x07, 0xA0})) << "the closing jump follows";
     EXPECT_EQ(at(after, 0xA020, 4), at(before, 0xA020, 4)) << "a branch keeps its target: the old copy";
     EXPECT_EQ(s.leftOnOldCopies, 1);
     // The old copies and the game's bytes after them are as they were.
@@ -105,7 +105,7 @@ TEST(Save, GrownSequencesMoveToTheFirstFreeRunAndReferencesFollow) {
                            off == playEntryOffset(0, 0) || off == formationEntryOffset(4, 0);
         EXPECT_TRUE(inArea || entry) << std::hex << off;
     }
-    EXPECT_EQ(o.pb.sequences.at(0xA014).commandCount(), 3) << "reopened: the added command is there";
+    EXPECT_EQ(o.pb.sequences.at(0xA007).commandCount(), 3) << "reopened: the added command is there";
     saveChanges(o.pb, data.path());
     EXPECT_EQ(o.file.read(), after) << "a second save writes the same file";
 }

@@ -1,0 +1,397 @@
+#include "save/layout.h"
+
+#include "analysis/entries.h"
+#include "model/hex.h"
+#include "sequence/command_codes.h"
+#include "sequence/command_format.h"
+
+#include <algorithm>
+#include <optional>
+#include <unordered_set>
+
+namespace zpe {
+
+using namespace cmd;
+
+namespace {
+
+size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
+
+bool goesOnInGame(const clsSequence& s) {
+    return !s.commands().empty() && commandFormat(codeByte(s.commands().back()), s.kick(), -1).gameGoesOn;
+}
+
+bool isJump(const SeqCommand& c) { return c.command == kRelativeJump || c.command == kAbsoluteJump; }
+
+std::vector<uint8_t> bytesAt(const std::vector<uint8_t>& image, int32_t address, int32_t size) {
+    const int32_t offset = offsetOfAddress(address);
+    if (offset < 0 || size <= 0 || static_cast<size_t>(offset) >= image.size()) return {};
+    const auto end = std::min(image.size(), static_cast<size_t>(offset) + static_cast<size_t>(size));
+    return std::vector<uint8_t>(image.begin() + offset, image.begin() + static_cast<std::ptrdiff_t>(end));
+}
+
+// Something that leads to `to` from the command at `from`: a jump, a branch,
+// a fall-through of the game's, a field of an editor sequence, a table entry (from -1).
+struct Reference {
+    int32_t from = -1;
+    int32_t to = 0;
+};
+
+class Engine {
+public:
+    Engine(const Playbook& pb, const Playbook& old, const AreaMap& map, const std::vector<uint8_t>& image)
+        : pb_(pb), old_(old), map_(map), image_(image) {}
+
+    LayoutResult run();
+
+private:
+    void collect();
+    void decideInPlace(Chain& c, bool& moreMoved);
+    void placeMoved();
+    void encode(Chain& c, int32_t at, bool followMoves) const;
+    void appendLink(Chain& c) const;
+    void copyTail(Chain& c, int32_t continuation) const;
+    bool fitsInPlace(const Chain& c) const;
+    std::vector<uint8_t> foreignBytes(int32_t key) const;
+    void checkFields(const Chain& c) const;
+    [[noreturn]] void refuse(const std::string& what, Refusal kind) const {
+        throw SaveError(pb_.romPath + ": " + what + "; nothing was saved", kind);
+    }
+
+    const Playbook& pb_;
+    const Playbook& old_;
+    const AreaMap& map_;
+    const std::vector<uint8_t>& image_;
+    std::vector<Chain> chains_;
+    std::unordered_map<int32_t, int32_t> moves_;  // moved key -> place (-1: not placed yet)
+    std::vector<Reference> references_;           // everything leading into the area or into a sequence
+    std::vector<uint16_t> coverage_ = std::vector<uint16_t>(kSequenceAreaSize, 0);  // editor sequences over each byte
+    std::vector<int32_t> roots_;                  // where the game starts: entries into the area
+    std::vector<int32_t> node_ = std::vector<int32_t>(kSequenceAreaSize, -1);  // index into map_.program by address
+    std::vector<AreaRun> free_;
+    int32_t freeLeft_ = 0;
+};
+
+void Engine::collect() {
+    const std::unordered_set<int32_t> reachable = reachableKeys(pb_);
+    for (const auto& [key, seq] : pb_.sequences) {
+        const bool made = isNewSequence(key);
+        if (made && !reachable.count(key)) continue;  // nothing runs it: it is not written
+        const clsSequence* before = old_.sequences.find(key);
+        if (!before && !made)
+            throw SaveError(pb_.romPath + ": " + sequenceName(key) + " is no longer in the image as it was opened; open it again",
+                            Refusal::ChangedOnDisk);
+        if (const std::string problem = seq.verify(); !problem.empty()) refuse(sequenceName(key) + ": " + problem, Refusal::Other);
+        Chain c;
+        c.key = key;
+        c.seq = &seq;
+        c.place = key;
+        c.moved = made;
+        if (made) {
+            c.continuation = seq.continuation();
+        } else {
+            c.oldSize = before->byteSize();
+            if (goesOnInGame(*before)) c.continuation = key + before->byteSize();
+        }
+        if (goesOnInGame(seq) && c.continuation < 0)
+            refuse(sequenceName(key) + " now ends with " + hex2(seq.commands().back().command) + ", after which the game goes on, but " +
+                       (made ? "it names no command to go on at" : "the game did not go on after it before") + "; end it with a jump",
+                   Refusal::Other);
+        if (!goesOnInGame(seq)) c.continuation = -1;
+        chains_.push_back(std::move(c));
+    }
+    for (size_t k = 0; k < map_.program.size(); ++k) node_[areaIndex(map_.program[k].address)] = static_cast<int32_t>(k);
+    for (const GameCommand& g : map_.program) {
+        if (g.target >= 0) references_.push_back({g.address, g.target});
+        if (g.fallsThrough) references_.push_back({g.address, g.address + g.length});
+    }
+    for (const auto& [key, seq] : old_.sequences) {
+        const std::vector<int32_t> targets = seq.fieldTargets();
+        int32_t at = key;
+        for (size_t i = 0; i < targets.size(); ++i) {
+            if (targets[i] != clsSequence::kNoField) references_.push_back({at, targets[i]});
+            if (!inArea(key) && inArea(targets[i])) roots_.push_back(targets[i]);  // a way in from outside the area
+            at += seq.commands()[i].encodedSize();
+        }
+        for (int32_t a = std::max(key, kSequenceAreaAddress); a < std::min(key + seq.byteSize(), kAreaEnd); ++a) ++coverage_[areaIndex(a)];
+    }
+    for (const AreaEntry& e : playbookEntries(pb_)) {
+        references_.push_back({-1, e.target});
+        if (inArea(e.target)) roots_.push_back(e.target);
+    }
+}
+
+// The bytes of the area that the game reads on a path that does not enter
+// at `key`: whoever runs them runs something else than the sequence at `key`.
+std::vector<uint8_t> Engine::foreignBytes(int32_t key) const {
+    std::vector<uint8_t> reached(map_.program.size(), 0), bytes(kSequenceAreaSize, 0);
+    std::vector<int32_t> work;
+    auto push = [&](int32_t a) {
+        if (!inArea(a) || a == key) return;
+        const int32_t n = node_[areaIndex(a)];
+        if (n < 0 || reached[static_cast<size_t>(n)]) return;
+        reached[static_cast<size_t>(n)] = 1;
+        work.push_back(n);
+    };
+    for (int32_t r : roots_) push(r);
+    while (!work.empty()) {
+        const GameCommand& g = map_.program[static_cast<size_t>(work.back())];
+        work.pop_back();
+        for (int32_t a = g.address; a < g.address + g.length && inArea(a); ++a) bytes[areaIndex(a)] = 1;
+        if (g.fallsThrough) push(g.address + g.length);
+        if (g.target >= 0) push(g.target);
+    }
+    return bytes;
+}
+
+// A chain's commands, and the way on to where the game goes on, at `at`.
+// `followMoves`: a closing jump naming a moved sequence leads to its new place.
+void Engine::encode(Chain& c, int32_t at, bool followMoves) const {
+    std::vector<SeqCommand> cmds = c.seq->commands();
+    const size_t n = cmds.size();
+    c.place = at;
+    c.bytes.clear();
+    c.places.assign(n, 0);
+    c.targets.assign(n, clsSequence::kNoField);
+    c.tail.clear();
+    c.linkAt = -1;
+    std::unordered_map<int32_t, size_t> own;
+    int32_t p = at;
+    for (size_t i = 0; i < n; ++i) {
+        c.places[i] = p;
+        own.emplace(cmds[i].origin, i);
+        p += cmds[i].encodedSize();
+    }
+    auto resolve = [&](size_t i) -> int32_t {
+        const FieldRef& f = cmds[i].field;
+        if (f.kind == FieldRef::Kind::None) return clsSequence::kNoField;
+        if (f.kind == FieldRef::Kind::Command) return c.places[own.at(f.value)];
+        if (followMoves && i + 1 == n && isJump(cmds[i]))
+            if (const auto m = moves_.find(f.value); m != moves_.end()) return m->second;
+        return f.value;
+    };
+    SeqCommand& last = cmds.back();
+    if (last.command == kRelativeJump) {
+        const int32_t t = resolve(n - 1);
+        const bool back = last.field.kind == FieldRef::Kind::Command ? own.at(last.field.value) + 1 < n : last.field.backward;
+        if (t < 0 || !relativeReaches(c.places[n - 1], t, back)) last = madeAbsolute(last);
+    }
+    for (size_t i = 0; i < n; ++i) {
+        c.targets[i] = resolve(i);
+        encodeCommand(cmds[i], c.places[i], c.targets[i], c.bytes);
+    }
+    appendLink(c);
+}
+
+// After a last command the game goes on from: nothing when the next byte is
+// where it went on, else a jump there, or after a Long Snap (which an
+// absolute jump right after would turn into no end) the commands it ran.
+void Engine::appendLink(Chain& c) const {
+    if (c.continuation < 0 || !goesOnInGame(*c.seq)) return;
+    const int32_t end = c.place + static_cast<int32_t>(c.bytes.size());
+    const bool longSnap = c.seq->commands().back().command == kLongSnap;
+    const int32_t C = c.continuation;
+    const std::vector<uint8_t> first = bytesAt(image_, C, 1);
+    if (end == C && !(longSnap && !first.empty() && first[0] == kAbsoluteJump)) return;
+    c.linkAt = end;
+    SeqCommand jump;
+    jump.command = kRelativeJump;
+    jump.dataLen = 1;
+    jump.field = FieldRef::address(C, C < end);
+    if (relativeReaches(end, C, C < end)) {
+        encodeCommand(jump, end, C, c.bytes);
+    } else if (!longSnap) {
+        encodeCommand(madeAbsolute(jump), end, C, c.bytes);
+    } else {
+        copyTail(c, C);
+    }
+}
+
+// The commands the game runs from `from` (past jumps that lead straight on),
+// up to the first after which it does not go on, copied after a Long Snap.
+void Engine::copyTail(Chain& c, int32_t from) const {
+    std::unordered_set<int32_t> seen;
+    for (const GameCommand* g = map_.commandAt(from); g && (g->code == kRelativeJump || g->code == kAbsoluteJump) && seen.insert(from).second;
+         g = map_.commandAt(from))
+        from = g->target;
+    std::vector<const GameCommand*> run;
+    for (int32_t a = from; run.size() < static_cast<size_t>(kSequenceAreaSize);) {
+        const GameCommand* g = map_.commandAt(a);
+        if (!g || (g->code == kAbsoluteJump && run.empty())) break;
+        run.push_back(g);
+        if (!g->fallsThrough) break;
+        a += g->length;
+    }
+    if (run.empty() || run.back()->fallsThrough)
+        refuse(sequenceName(c.key) + " ends with a Long Snap, and what the game ran after it at " + hex4(c.continuation) +
+                   " cannot be carried along (a jump it never leaves, or no command the game runs)",
+               Refusal::WouldNotReopen);
+    const int32_t start = run.front()->address, stop = run.back()->address + run.back()->length;
+    int32_t q = c.linkAt;
+    for (const GameCommand* g : run) {
+        std::vector<uint8_t> bytes = bytesAt(image_, g->address, g->length);
+        const CommandFormat f = commandFormat(g->code, false, bytes.size() > 1 ? bytes[1] : -1);
+        const int32_t t = g->target >= start && g->target < stop ? c.linkAt + (g->target - start) : g->target;
+        if (f.field == FieldKind::Relative) {
+            if (relativeReaches(q, t, g->target < g->address)) {
+                bytes[static_cast<size_t>(f.fieldAt)] = static_cast<uint8_t>((t - q) & 0xFF);
+            } else {
+                bytes = {static_cast<uint8_t>(kAbsoluteJump), static_cast<uint8_t>(t & 0xFF), static_cast<uint8_t>((t >> 8) & 0xFF)};
+            }
+        } else if (f.field == FieldKind::Word) {
+            bytes[static_cast<size_t>(f.fieldAt)] = static_cast<uint8_t>(t & 0xFF);
+            bytes[static_cast<size_t>(f.fieldAt) + 1] = static_cast<uint8_t>((t >> 8) & 0xFF);
+        }
+        c.tail.emplace_back(q, g->address);
+        c.bytes.insert(c.bytes.end(), bytes.begin(), bytes.end());
+        q += static_cast<int32_t>(bytes.size());
+    }
+}
+
+// True when the chain's bytes at its key may replace the image's: they fit;
+// no other path of the game or the editor reads a byte the edit changes; and
+// whatever leads into its middle from outside finds its command where it was.
+bool Engine::fitsInPlace(const Chain& c) const {
+    if (static_cast<int32_t>(c.bytes.size()) > c.oldSize) return false;
+    const std::vector<uint8_t> old = bytesAt(image_, c.key, c.oldSize);
+    Chain plain = c;
+    encode(plain, c.key, false);  // what the edit alone writes, before any jump follows a move
+    std::vector<int32_t> changed;
+    for (size_t i = 0; i < plain.bytes.size() && i < old.size(); ++i)
+        if (plain.bytes[i] != old[i]) changed.push_back(c.key + static_cast<int32_t>(i));
+    if (!changed.empty()) {
+        if (inArea(c.key)) {
+            const std::vector<uint8_t> foreign = foreignBytes(c.key);
+            for (int32_t a : changed)
+                if (inArea(a) && (coverage_[areaIndex(a)] > 1 || foreign[areaIndex(a)])) return false;
+        } else {
+            for (const auto& [key, seq] : old_.sequences)
+                if (key != c.key && key < c.key + c.oldSize && key + seq.byteSize() > c.key) return false;
+        }
+    }
+    const int32_t from = c.key, to = c.key + c.oldSize;
+    for (const Reference& r : references_) {
+        if (r.to <= from || r.to >= to || (r.from >= from && r.from < to)) continue;
+        bool found = false;
+        for (size_t i = 0; i < c.places.size() && !found; ++i) found = c.places[i] == r.to && c.seq->commands()[i].origin == r.to;
+        if (!found) return false;
+    }
+    return true;
+}
+
+void Engine::decideInPlace(Chain& c, bool& moreMoved) {
+    encode(c, c.key, true);
+    const std::vector<uint8_t> old = bytesAt(image_, c.key, c.oldSize);
+    if (c.bytes == old) {
+        c.written = false;
+        return;
+    }
+    if (fitsInPlace(c)) {
+        c.written = true;
+        return;
+    }
+    c.moved = true;
+    moreMoved = true;
+}
+
+// Every moved chain into the free runs, in the model's order: the first run
+// that holds it and that the relative jumps staying in place can reach, else
+// the first that holds it.
+void Engine::placeMoved() {
+    free_ = map_.freeRuns();
+    moves_.clear();
+    for (const Chain& c : chains_)
+        if (c.moved) moves_[c.key] = -1;
+    for (Chain& c : chains_) {
+        if (!c.moved) continue;
+        const bool madeHere = isNewSequence(c.key);
+        if (c.seq->readsDifferentlyByGame() || (!madeHere && old_.sequences.at(c.key).readsDifferentlyByGame()))
+            refuse(sequenceName(c.key) + " holds a COM pass or 0xF1, which the game reads with other lengths, and would have to move; "
+                   "it can only be changed within its " + std::to_string(c.oldSize) + " bytes",
+                   Refusal::CannotMove);
+        std::vector<int32_t> reachers;  // relative jumps staying where they are that lead to it
+        for (const Chain& r : chains_) {
+            const SeqCommand& end = r.seq->commands().back();
+            if (!r.moved && end.command == kRelativeJump && end.field.kind == FieldRef::Kind::Address && end.field.value == c.key)
+                reachers.push_back(r.seq->place(r.seq->commandCount() - 1));
+        }
+        std::optional<size_t> chosen, fallback;
+        for (size_t k = 0; k < free_.size() && !chosen; ++k) {
+            encode(c, free_[k].start, true);
+            if (static_cast<int32_t>(c.bytes.size()) > free_[k].size()) continue;
+            if (!fallback) fallback = k;
+            if (std::all_of(reachers.begin(), reachers.end(), [&](int32_t p) { return relativeReaches(p, free_[k].start, false); }))
+                chosen = k;
+        }
+        if (!chosen) chosen = fallback;
+        if (!chosen) {
+            encode(c, kSequenceAreaAddress, true);
+            int32_t largest = 0;
+            for (const AreaRun& r : free_) largest = std::max(largest, r.size());
+            refuse(sequenceName(c.key) + " needs " + std::to_string(c.bytes.size()) +
+                       " bytes, but the largest free run of the sequence area holds " + std::to_string(largest),
+                   Refusal::NoFreeRun);
+        }
+        AreaRun& run = free_[*chosen];
+        encode(c, run.start, true);
+        moves_[c.key] = run.start;
+        run.start += static_cast<int32_t>(c.bytes.size());
+        if (run.start > run.end) free_.erase(free_.begin() + static_cast<std::ptrdiff_t>(*chosen));
+    }
+    // Now that every moved chain has its place, closing jumps lead to theirs
+    // (never longer than what was set aside: an unplaced target was counted absolute).
+    for (Chain& c : chains_)
+        if (c.moved) encode(c, moves_.at(c.key), true);
+    freeLeft_ = 0;
+    for (const AreaRun& r : free_) freeLeft_ += r.size();
+}
+
+// Refuses a field the edit set that leads where the game runs nothing.
+void Engine::checkFields(const Chain& c) const {
+    const clsSequence* before = old_.sequences.find(c.key);
+    std::unordered_map<int32_t, FieldRef> was;
+    if (before)
+        for (const SeqCommand& b : before->commands()) was.emplace(b.origin, b.field);
+    for (size_t i = 0; i < c.targets.size(); ++i) {
+        const SeqCommand& cmd = c.seq->commands()[i];
+        if (cmd.field.kind != FieldRef::Kind::Address) continue;
+        if (const auto it = was.find(cmd.origin); it != was.end() && it->second == cmd.field) continue;
+        const int32_t t = cmd.field.value;
+        if (moves_.count(t)) continue;
+        const std::string where = sequenceName(c.key) + " command " + std::to_string(i);
+        if (inArea(t) && !map_.commandAt(t))
+            refuse(where + " leads to " + hex4(t) + ", where the game runs no command (the middle of a command, or unused bytes)",
+                   Refusal::BadField);
+        const bool known = std::any_of(references_.begin(), references_.end(), [&](const Reference& r) { return r.to == t; });
+        if (!inArea(t) && (t == 0xFFFF || !known))
+            refuse(where + " leads to " + hex4(t) + ", outside the sequence area, where nothing in the image leads", Refusal::BadField);
+    }
+}
+
+LayoutResult Engine::run() {
+    collect();
+    for (size_t round = 0; round <= chains_.size() + 1; ++round) {
+        placeMoved();
+        bool more = false;
+        for (Chain& c : chains_)
+            if (!c.moved) decideInPlace(c, more);
+        if (!more) break;
+    }
+    LayoutResult out;
+    for (Chain& c : chains_) {
+        if (c.moved) c.written = true;
+        if (c.written) checkFields(c);
+    }
+    out.moves = moves_;
+    out.freeBytesLeft = freeLeft_;
+    out.chains = std::move(chains_);
+    return out;
+}
+
+}  // namespace
+
+LayoutResult layOut(const Playbook& pb, const Playbook& old, const AreaMap& map, const std::vector<uint8_t>& image) {
+    return Engine(pb, old, map, image).run();
+}
+
+}  // namespace zpe

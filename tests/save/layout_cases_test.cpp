@@ -1,0 +1,478 @@
+// Save and Full Save over layouts that are easy to get wrong: sequences ending
+// in a long snap the game runs past, jumps that must keep reaching what they
+// named, lock-ups in the middle, a sequence outside the area, needless moves,
+// and the text and size the editor shows against what a save writes. Every
+// save must go through (or refuse in words where stated) and reopen as edited.
+#include "analysis/area_map.h"
+#include "analysis/entries.h"
+#include "playbook/table_codec.h"
+#include "save/save_changes.h"
+#include "save/saves.h"
+#include "save/verify_write.h"
+#include "sequence/catalogue.h"
+#include "support/playbook_fixture.h"
+
+#include <cctype>
+#include <functional>
+#include <set>
+
+#include <gtest/gtest.h>
+
+namespace zpe {
+namespace {
+
+using test::DataDir;
+using test::ImageBuilder;
+using Bytes = std::vector<uint8_t>;
+using Codes = std::vector<int>;  // command codes, a low code without its nibble
+
+const CmdNames& names() { static const CmdNames n = defaultCmdNames(); return n; }
+
+Bytes at(const Bytes& image, int32_t address, int32_t count) {
+    const auto o = static_cast<std::ptrdiff_t>(offsetOfAddress(address));
+    return Bytes(image.begin() + o, image.begin() + o + count);
+}
+
+AreaEntry pointerEntry(int i) { return {AreaEntry::Table::Pointer, i, 0, 0}; }
+AreaEntry formationEntry(int f, int player) { return {AreaEntry::Table::Formation, f, player, 0}; }
+
+// The key the entry names in `pb` (-1: no such entry).
+int32_t targetOf(const Playbook& pb, const AreaEntry& e) {
+    for (const AreaEntry& x : playbookEntries(pb))
+        if (x.table == e.table && x.index == e.index && x.player == e.player) return x.target;
+    return -1;
+}
+const clsSequence& seqOf(const Playbook& pb, const AreaEntry& e) { return pb.sequences.at(targetOf(pb, e)); }
+
+// What the game runs from `from`, one command after the other: the jumps (FE,
+// FF, and a random branch with chance 0, which always jumps) are taken and not
+// listed; other branches are listed and passed. Ends at a command after which
+// the game stops, on leaving the area, or on coming back to a command it ran
+// (loopsTo).
+struct GamePath { Codes codes; int32_t loopsTo = -1; };
+GamePath gamePath(const Bytes& image, int32_t from) {
+    GamePath path;
+    std::set<int32_t> seen;
+    for (int32_t a = from; path.codes.size() < 64;) {
+        if (!seen.insert(a).second) {
+            path.loopsTo = a;
+            break;
+        }
+        GameCommand g;
+        if (!readGameCommand(areaBytes(image), a, g)) break;
+        if (g.code == 0xFE || g.code == 0xFF || g.code == 0x20) {
+            a = g.target;
+            continue;
+        }
+        path.codes.push_back(g.code < 0xC0 ? g.code & 0xF0 : g.code);
+        if (!g.fallsThrough) break;
+        a += g.length;
+    }
+    return path;
+}
+
+// What the editor shows from `key` on, whatever the layout: each sequence's
+// text without a closing jump into the next, the sequences of the chain joined.
+std::string chainText(const Playbook& pb, int32_t key) {
+    std::string out;
+    std::set<int32_t> seen;
+    for (const clsSequence* s = pb.sequences.find(key); s && seen.insert(key).second; s = pb.sequences.find(key)) {
+        std::string text = s->commandString(names());
+        key = s->nextSequence();
+        if (key != 0) {  // the closing jump's text is the last item
+            const size_t cut = text.rfind("; ", text.size() - 3);
+            text.erase(cut == std::string::npos ? 0 : cut + 2);
+        }
+        out += text + "| ";
+    }
+    return out;
+}
+
+// A sequence's text with each jump's address written as its distance from the sequence's start.
+std::string layoutFreeText(const clsSequence& s) {
+    const std::string text = s.commandString(names());
+    std::string out;
+    for (size_t i = 0; i < text.size();) {
+        if (text.compare(i, 3, "+A:") != 0 && text.compare(i, 3, "+R:") != 0) {
+            out += text[i++];
+            continue;
+        }
+        size_t end = i + 3;
+        while (end < text.size() && std::isxdigit(static_cast<unsigned char>(text[end]))) ++end;
+        out += text.substr(i, 3) + "start" + std::to_string(std::stol(text.substr(i + 3, end - i - 3), nullptr, 16) - s.address());
+        i = end;
+    }
+    return out;
+}
+
+// Every sequence of an opened playbook encodes to the bytes it was read from.
+void expectRoundTrip(const Playbook& pb) {
+    for (const auto& [key, seq] : pb.sequences) {
+        if (isNewSequence(key)) continue;
+        EXPECT_EQ(seq.encode(), at(pb.openedBytes, seq.address(), seq.byteSize())) << sequenceKeyText(key);
+    }
+}
+
+// Saves; "" when the save went through (the reopened image then round-trips),
+// else what stopped it.
+std::string trySave(test::Opened& o, const DataDir& data, SaveSummary* summary = nullptr) {
+    try {
+        const SaveSummary s = saveChanges(o.pb, data.path());
+        if (summary) *summary = s;
+    } catch (const std::exception& e) {
+        return e.what();
+    }
+    expectRoundTrip(o.pb);
+    return "";
+}
+
+// Runs `check` on each case by itself: a failed assertion ends only its case.
+template <class Case, class Check>
+void eachCase(const std::vector<Case>& cases, Check check) {
+    for (const Case& c : cases) { SCOPED_TRACE(c.what); check(c); }
+}
+
+// Offsets at which two images differ.
+std::vector<int32_t> differences(const Bytes& a, const Bytes& b) {
+    std::vector<int32_t> out;
+    for (size_t i = 0; i < a.size() && i < b.size(); ++i)
+        if (a[i] != b[i]) out.push_back(static_cast<int32_t>(i));
+    return out;
+}
+
+void grow(Playbook& pb, int32_t key) { ASSERT_EQ(pb.sequences.at(key).insertCommand(-1, 0xD7), clsSequence::Insert::Done); }
+
+// An image holding `runs` of bytes at their game addresses, pointers 0, 1, ... naming `pointers`.
+ImageBuilder image(std::initializer_list<std::pair<int32_t, Bytes>> runs, std::initializer_list<int32_t> pointers) {
+    ImageBuilder b;
+    for (const auto& [address, bytes] : runs) b.bytesAt(address, bytes);
+    int i = 0;
+    for (int32_t p : pointers) b.pointer(i++, p);
+    return b;
+}
+
+// A000 D7 01 02 D3: the editor stops at the long snap; the game goes on at
+// A004 (a block, FE 05 to A00A, a move and a celebration). No entry yet.
+ImageBuilder longSnapImage() { return image({{0xA000, {0xD7, 1, 2, 0xD3, 0x30, 0xFE, 0x05}}, {0xA00A, {0xD7, 3, 4, 0xC4, 0}}}, {}); }
+// B at A200 goes on at A213 through FE 10; nothing else names A213. A000-A1FF is free.
+ImageBuilder reachImage() { return image({{0xA200, {0xD7, 1, 2, 0xFE, 0x10}}, {0xA213, {0xD7, 3, 4, 0xC4, 0}}}, {0xA200}); }
+// A100 goes on at A180 through FE 7D; A105-A17F hold another sequence, so no
+// free run lies within the jump's reach. A190 is a third sequence.
+ImageBuilder twoGrowImage() {
+    Bytes blocks(0x7B - 2, 0x30);
+    blocks.insert(blocks.end(), {0xC4, 0x00});
+    return image({{0xA100, {0xD7, 1, 2, 0xFE, 0x7D}}, {0xA105, blocks}, {0xA180, {0xD7, 7, 8, 0xC4, 0}}, {0xA190, {0xD7, 5, 6, 0xC4, 0}}},
+                 {0xA100, 0xA190, 0xA105});
+}
+// The closing jump leads to A003, the sequence's second command (so A003 is a sequence too).
+ImageBuilder ownMiddleImage() { return image({{0xA000, {0xD7, 1, 2, 0xD7, 3, 4, 0xFF, 0x03, 0xA0}}}, {0xA000}); }
+// Lock-ups in the middle of A000 and of A020, which goes on at A040.
+ImageBuilder lockUpImage() {
+    return image({{0xA000, {0xD7, 1, 2, 0xDE, 0xF8, 0, 0, 0xF9, 0xC4, 0}},
+                  {0xA020, {0xD7, 1, 2, 0xDE, 0xF8, 0, 0, 0xF9, 0xFF, 0x40, 0xA0}},
+                  {0xA040, {0xD7, 3, 4, 0xC4, 0}}},
+                 {0xA000, 0xA020});
+}
+// FE FC at A007 loops back to A003 (FC FF E0).
+ImageBuilder loopImage() { return image({{0xA000, {0xD7, 1, 2, 0xFC, 0xFF, 0xE0, 0xDD, 0xFE, 0xFC}}}, {0xA000}); }
+// Pointer 2 names a sequence at 8100, outside the area.
+ImageBuilder outsideImage() {
+    return image({{0xA000, {0xC4, 0}}, {0x8100, {0xD7, 1, 2, 0xC4, 0}}}, {0xA000, test::kDeadAddress, 0x8100});
+}
+// Plain sequences ending in the stances.
+ImageBuilder stanceImage() { return image({{0xA000, {0xD7, 1, 2, 0xEA}}, {0xA010, {0xD7, 1, 2, 0xEC}}}, {0xA000, 0xA010}); }
+// A003 (pointer 1) lies inside A000 (pointer 0).
+ImageBuilder overlapImage() { return image({{0xA000, {0xD7, 1, 2, 0xD7, 3, 4, 0xC4, 0}}}, {0xA000, 0xA003}); }
+// 30 FE 05 goes on at A006.
+ImageBuilder copyImage() { return image({{0xA000, {0x30, 0xFE, 0x05}}, {0xA006, {0xD7, 1, 2, 0xC4, 0}}}, {0xA000}); }
+// Five moves and a block, then FE F0 at A010 loops back to A000.
+ImageBuilder longLoopImage() {
+    return image({{0xA000, {0xD7, 1, 2, 0xD7, 3, 4, 0xD7, 5, 6, 0xD7, 7, 8, 0xD7, 9, 10, 0x30, 0xFE, 0xF0}}}, {0xA000});
+}
+
+TEST(LayoutCases, LongSnapEndKeepsItsCommandsAndWhatTheGameRanAfterIt) {
+    struct Case {
+        const char* what;
+        ImageBuilder image;
+        std::function<void(Playbook&)> edit;
+        AreaEntry checked;
+        std::vector<AreaEntry> sharing;  // entries that must name what `checked` names
+    };
+    const std::vector<Case> cases{
+        {"a command inserted in front", longSnapImage().pointer(0, 0xA000), [](Playbook& pb) { grow(pb, 0xA000); }, pointerEntry(0), {}},
+        {"its first command removed", longSnapImage().pointer(0, 0xA000),
+         [](Playbook& pb) { ASSERT_TRUE(pb.sequences.at(0xA000).removeCommand(0)); }, pointerEntry(0), {}},
+        {"a position of five formations", longSnapImage().formation(4, {0xA000}).formation(5, {0xA000}).formation(6, {0xA000})
+                                              .formation(7, {0xA000}).formation(8, {0xA000}),
+         [](Playbook& pb) { grow(pb, 0xA000); }, formationEntry(4, 0),
+         {formationEntry(5, 0), formationEntry(6, 0), formationEntry(7, 0), formationEntry(8, 0)}},
+        {"a new sequence going on at A004", longSnapImage().pointer(0, 0xA000),
+         [](Playbook& pb) {
+             const int32_t key = addEmptySequence(pb, 0xC4, false);
+             pb.sequences.at(key).setCommands({{0xD3, {}}});
+             pb.sequences.at(key).continuation(0xA004);
+             setEntryTarget(pb, pointerEntry(1), key);
+         },
+         pointerEntry(1), {}},
+    };
+    eachCase(cases, [](const Case& c) {
+        DataDir data;
+        auto o = test::openBuilt(c.image, data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        const Bytes before = o.file.read();
+        c.edit(o.pb);
+        const clsSequence& edited = seqOf(o.pb, c.checked);
+        const std::string text = edited.commandString(names());
+        Codes expected;  // the edited commands, then what the game ran after the long snap
+        for (int i = 0; i < edited.commandCount(); ++i) expected.push_back(edited.command(i));
+        for (int code : gamePath(before, 0xA004).codes) expected.push_back(code);
+        ASSERT_EQ(Codes(expected.end() - 4, expected.end()), (Codes{0xD3, 0x30, 0xD7, 0xC4}));
+        ASSERT_EQ(trySave(o, data), "");
+        const clsSequence& back = seqOf(o.pb, c.checked);
+        EXPECT_EQ(back.commandString(names()), text);
+        EXPECT_EQ(back.command(back.commandCount() - 1), 0xD3);
+        EXPECT_EQ(gamePath(o.pb.openedBytes, targetOf(o.pb, c.checked)).codes, expected);
+        for (const AreaEntry& e : c.sharing) EXPECT_EQ(targetOf(o.pb, e), targetOf(o.pb, c.checked)) << e.name();
+    });
+}
+
+TEST(LayoutCases, ClosingJumpIntoItsOwnMiddleStillLeadsThere) {
+    struct Case {
+        const char* what;
+        std::function<void(clsSequence&)> edit;
+        int32_t loopAt;  // bytes from the start to the command the jump leads to
+        Codes runs;
+    };
+    const std::vector<Case> cases{
+        {"a data value changed", [](clsSequence& s) { s.data(0, 0, 5); }, 3, {0xD7, 0xD7}},
+        {"a command inserted", [](clsSequence& s) { ASSERT_EQ(s.insertCommand(-1, 0xD7), clsSequence::Insert::Done); }, 6,
+         {0xD7, 0xD7, 0xD7}},
+    };
+    eachCase(cases, [](const Case& c) {
+        DataDir data;
+        auto o = test::openBuilt(ownMiddleImage(), data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        c.edit(o.pb.sequences.at(0xA000));
+        const std::string text = layoutFreeText(o.pb.sequences.at(0xA000));
+        ASSERT_EQ(trySave(o, data), "");
+        const clsSequence& s = seqOf(o.pb, pointerEntry(0));
+        EXPECT_EQ(layoutFreeText(s), text);
+        EXPECT_EQ(s.nextSequence(), s.address() + c.loopAt);
+        const GamePath path = gamePath(o.pb.openedBytes, s.address());
+        EXPECT_EQ(path.codes, c.runs);
+        EXPECT_EQ(path.loopsTo, s.address() + c.loopAt);
+    });
+}
+
+// Grown sequences and the ones leading to them: what each pointer's chain
+// shows and what the game runs from it stay as edited, and no two of the
+// sequences the pointers name share a byte.
+TEST(LayoutCases, EditedChainsReopenAsEditedAndRunTheSame) {
+    struct Case {
+        const char* what;
+        ImageBuilder image;
+        std::function<void(Playbook&)> edit;
+        std::vector<std::pair<int, Codes>> runs;  // pointer, what the game runs from it
+    };
+    const std::vector<Case> cases{
+        {"a sequence reached only through a relative jump grows", reachImage(), [](Playbook& pb) { grow(pb, 0xA213); },
+         {{0, {0xD7, 0xD7, 0xD7, 0xC4}}}},
+        {"two grow, one with a jump that cannot stay relative", twoGrowImage(),
+         [](Playbook& pb) {
+             grow(pb, 0xA100);
+             grow(pb, 0xA190);
+         },
+         {{0, {0xD7, 0xD7, 0xD7, 0xC4}}, {1, {0xD7, 0xD7, 0xC4}}}},
+        {"lock-ups after a changed value", lockUpImage(), [](Playbook& pb) { pb.sequences.at(0xA000).data(0, 0, 5); },
+         {{0, {0xD7, 0xDE}}, {1, {0xD7, 0xDE}}}},
+        {"lock-ups after an inserted command", lockUpImage(), [](Playbook& pb) { grow(pb, 0xA000); },
+         {{0, {0xD7, 0xD7, 0xDE}}, {1, {0xD7, 0xDE}}}},
+        {"lock-ups in a sequence whose closing jump names one that moved", lockUpImage(), [](Playbook& pb) { grow(pb, 0xA040); },
+         {{0, {0xD7, 0xDE}}, {1, {0xD7, 0xDE}}}},
+    };
+    eachCase(cases, [](const Case& c) {
+        DataDir data;
+        auto o = test::openBuilt(c.image, data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        c.edit(o.pb);
+        std::vector<std::string> shown;
+        for (const auto& [pointer, runs] : c.runs) shown.push_back(chainText(o.pb, o.pb.seqPointers[static_cast<size_t>(pointer)]));
+        ASSERT_EQ(trySave(o, data), "");
+        for (size_t k = 0; k < c.runs.size(); ++k) {
+            const auto& [pointer, runs] = c.runs[k];
+            const clsSequence& s = seqOf(o.pb, pointerEntry(pointer));
+            EXPECT_EQ(chainText(o.pb, s.address()), shown[k]) << "pointer " << pointer;
+            EXPECT_EQ(gamePath(o.pb.openedBytes, s.address()).codes, runs) << "pointer " << pointer;
+            for (size_t l = 0; l < k; ++l) {
+                const clsSequence& t = seqOf(o.pb, pointerEntry(c.runs[l].first));
+                EXPECT_TRUE(s.address() + s.byteSize() <= t.address() || t.address() + t.byteSize() <= s.address())
+                    << s.AddressRange() << " and " << t.AddressRange();
+            }
+        }
+    });
+}
+
+TEST(LayoutCases, LoopBackIntoTheMiddleFollowsItsCommand) {
+    struct Case {
+        const char* what;
+        int inserted;  // commands inserted at the top after the first was removed
+        Codes runs;
+    };
+    const std::vector<Case> cases{{"first command removed", 0, {0xFC, 0xDD}}, {"and two inserted", 2, {0xD7, 0xD7, 0xFC, 0xDD}}};
+    eachCase(cases, [](const Case& c) {
+        DataDir data;
+        auto o = test::openBuilt(loopImage(), data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        clsSequence& s = o.pb.sequences.at(0xA000);
+        ASSERT_TRUE(s.removeCommand(0));
+        for (int i = 0; i < c.inserted; ++i) ASSERT_EQ(s.insertCommand(-1, 0xD7), clsSequence::Insert::Done);
+        const std::string chain = chainText(o.pb, 0xA000);
+        ASSERT_EQ(trySave(o, data), "");
+        const clsSequence& back = seqOf(o.pb, pointerEntry(0));
+        EXPECT_EQ(chainText(o.pb, back.address()), chain);
+        const GamePath path = gamePath(o.pb.openedBytes, back.address());
+        EXPECT_EQ(path.codes, c.runs);
+        ASSERT_GE(path.loopsTo, back.address());
+        ASSERT_LT(path.loopsTo, back.address() + back.byteSize());
+        EXPECT_EQ(at(o.pb.openedBytes, path.loopsTo, 3), (Bytes{0xFC, 0xFF, 0xE0})) << "the loop leads elsewhere";
+    });
+}
+
+TEST(LayoutCases, KickFormationNamingAPlainSequenceWithAStanceIsRefusedInWords) {
+    for (const auto& [formation, key] : {std::pair{0, 0xA000}, std::pair{3, 0xA010}}) {
+        SCOPED_TRACE(formation);
+        DataDir data;
+        auto o = test::openBuilt(stanceImage(), data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        const Bytes before = o.file.read();
+        setEntryTarget(o.pb, formationEntry(formation, 0), key);
+        try {
+            (void)saveChanges(o.pb, data.path());
+            ADD_FAILURE() << "saved";
+        } catch (const VerifyError& e) {
+            ADD_FAILURE() << "the save's own check fired: " << e.what();
+        } catch (const SaveError&) {
+        }
+        EXPECT_EQ(o.file.read(), before);
+    }
+}
+
+// A data edit that fits is written where the sequence stands: one byte
+// changes, no entry, nothing moves.
+TEST(LayoutCases, DataEditIsWrittenInPlace) {
+    struct Case {
+        const char* what;
+        ImageBuilder image;
+        int32_t key;
+        int pos, index;     // the data value changed
+        int32_t changedAt;  // the one byte that changes
+    };
+    const std::vector<Case> cases{
+        {"another entry names its second command", overlapImage(), 0xA000, 0, 1, 0xA002},
+        {"its closing jump names its second command", ownMiddleImage(), 0xA000, 0, 0, 0xA001},
+        {"it lies outside the area", outsideImage(), 0x8100, 0, 0, 0x8101},
+    };
+    eachCase(cases, [](const Case& c) {
+        DataDir data;
+        auto o = test::openBuilt(c.image, data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        ASSERT_TRUE(o.pb.sequences.contains(c.key));
+        ASSERT_EQ(o.pb.sequences.size(), 2u) << "the other sequence is there";
+        const Bytes before = o.file.read();
+        o.pb.sequences.at(c.key).data(c.pos, c.index, 9);
+        SaveSummary s;
+        ASSERT_EQ(trySave(o, data, &s), "");
+        EXPECT_EQ(differences(before, o.file.read()), std::vector<int32_t>{offsetOfAddress(c.changedAt)});
+        EXPECT_EQ(at(o.file.read(), c.changedAt, 1), Bytes{9});
+        EXPECT_TRUE(s.moved.empty());
+        EXPECT_NE(s.text().find("1 sequence in place, 0 moved"), std::string::npos) << s.text();
+    });
+}
+
+TEST(LayoutCases, CopyOfARelativeContinuationShowsAndSavesIt) {
+    DataDir data;
+    auto o = test::openBuilt(copyImage(), data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    const std::string original = o.pb.sequences.at(0xA000).commandString(names());
+    ASSERT_TRUE(original.ends_with("+R:A006; ")) << original;
+    const int32_t copy = addCopyOf(o.pb, 0xA000);
+    EXPECT_EQ(o.pb.sequences.at(copy).commandString(names()), original);
+    EXPECT_EQ(o.pb.sequences.at(copy).nextSequence(), 0xA006);
+    setEntryTarget(o.pb, pointerEntry(1), copy);
+    const std::string chain = chainText(o.pb, copy);
+    ASSERT_EQ(trySave(o, data), "");
+    EXPECT_EQ(chainText(o.pb, targetOf(o.pb, pointerEntry(1))), chain);
+    EXPECT_EQ(seqOf(o.pb, pointerEntry(1)).nextSequence(), 0xA006);
+}
+
+TEST(LayoutCases, LoopBackOutOfReachAfterInsertsShowsWhatSaveWrites) {
+    DataDir data;
+    auto o = test::openBuilt(longLoopImage(), data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    clsSequence& s = o.pb.sequences.at(0xA000);
+    ASSERT_EQ(s.command(5), 0x30);
+    for (int i = 0; i < 50; ++i) ASSERT_EQ(s.insertCommand(5, 0xD7), clsSequence::Insert::Done);
+    const int32_t size = s.byteSize();
+    const std::string text = layoutFreeText(s);
+    ASSERT_EQ(trySave(o, data), "");
+    const clsSequence& back = seqOf(o.pb, pointerEntry(0));
+    EXPECT_EQ(back.byteSize(), size);
+    const std::string saved = layoutFreeText(back);
+    EXPECT_TRUE(saved == text) << "shown ..." << text.substr(text.size() - 40) << " saved ..." << saved.substr(saved.size() - 40);
+    EXPECT_EQ(gamePath(o.pb.openedBytes, back.address()).loopsTo, back.address()) << "the loop leads to the first move";
+}
+
+// Every image above opens into sequences that encode to the bytes they were read from.
+TEST(LayoutCases, OpenedSequencesEncodeToTheirBytes) {
+    const std::vector<std::pair<const char*, ImageBuilder>> images{
+        {"long snap", longSnapImage().pointer(0, 0xA000).formation(4, {0xA000})}, {"reach", reachImage()},
+        {"two grow", twoGrowImage()}, {"own middle", ownMiddleImage()}, {"lock-ups", lockUpImage()}, {"loop", loopImage()},
+        {"outside", outsideImage()}, {"stances", stanceImage()}, {"overlap", overlapImage()}, {"copy", copyImage()},
+        {"long loop", longLoopImage()}};
+    for (const auto& [what, built] : images) {
+        SCOPED_TRACE(what);
+        DataDir data;
+        auto o = test::openBuilt(built, data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        ASSERT_FALSE(o.pb.sequences.empty());
+        expectRoundTrip(o.pb);
+    }
+}
+
+// Full Save lays the sequences out from A000 in the order they were found,
+// turns only a closing forward relative jump into FF with its target's new
+// address, writes every other field as it stood, fills the rest with FF and
+// remaps the table entries.
+TEST(FullSaveExact, BytesAndEntriesAsComputedByHand) {
+    DataDir data;
+    auto o = test::openBuilt(ImageBuilder()
+                                 .bytesAt(0xA200, {0xC7, 0x06, 0xA2, 0xD7, 0x01, 0x02, 0x30, 0xFE, 0xFF})  // C7 to its 30, FE FF back to it
+                                 .bytesAt(0xA100, {0xD7, 0x03, 0x04, 0xFE, 0x40})                          // FE at A103 to A143
+                                 .bytesAt(0xA143, {0xD7, 0x05, 0x06, 0xC4, 0x00})
+                                 .formation(4, {0xA200})
+                                 .pointer(0, 0xA100)
+                                 .play(0, {0xA143, 0xFFFF, 0xA100}),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    ASSERT_EQ(o.pb.sequences.keys(), (std::vector<int32_t>{0xA200, 0xA100, 0xA143}));
+    fullSave(o.pb);
+    const Bytes after = o.file.read();
+    EXPECT_EQ(at(after, 0xA000, 20), (Bytes{0xC7, 0x06, 0xA2, 0xD7, 0x01, 0x02, 0x30, 0xFE, 0xFF,  // as it stood
+                                            0xD7, 0x03, 0x04, 0xFF, 0x0F, 0xA0,                    // to A143's new place
+                                            0xD7, 0x05, 0x06, 0xC4, 0x00}));
+    EXPECT_EQ(at(after, 0xA014, kSequenceAreaSize - 20), Bytes(kSequenceAreaSize - 20, 0xFF));
+    auto word = [&](int32_t offset) { return after[static_cast<size_t>(offset)] + 256 * after[static_cast<size_t>(offset) + 1]; };
+    EXPECT_EQ(word(formationEntryOffset(4, 0)), 0xA000);
+    EXPECT_EQ(word(formationEntryOffset(4, 1)), test::kDeadAddress);
+    EXPECT_EQ(word(pointerEntryOffset(0)), 0xA009);
+    EXPECT_EQ(word(pointerEntryOffset(1)), test::kDeadAddress);
+    EXPECT_EQ(word(playEntryOffset(0, 0)), 0xA00F);
+    EXPECT_EQ(word(playEntryOffset(0, 1)), 0xFFFF);
+    EXPECT_EQ(word(playEntryOffset(0, 2)), 0xA009);
+    EXPECT_EQ(o.pb.sequences.keys(), (std::vector<int32_t>{0xA000, 0xA009, 0xA00F}));
+    fullSave(o.pb);
+    EXPECT_EQ(o.file.read(), after) << "a second Full Save writes the same file";
+}
+
+}  // namespace
+}  // namespace zpe
