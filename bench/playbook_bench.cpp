@@ -6,6 +6,7 @@
 #include "playbook/list_rows.h"
 #include "playbook/open_rom.h"
 #include "save/compact.h"
+#include "save/layout.h"
 #include "save/save_changes.h"
 #include "save/saves.h"
 
@@ -221,6 +222,52 @@ void BM_SavePlan(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(planSave(pb, pb.openedBytes).summary.moved.size());
 }
 BENCHMARK(BM_SavePlan)->Unit(benchmark::kMillisecond);
+
+// The layout engine alone on a full area: 500 sequences of 15 bytes
+// (7,500 bytes, each ending in Human Control with the computer's logic
+// after it), 692 free bytes; 20 of them edited, half grown so they move.
+void BM_Layout(benchmark::State& state) {
+    constexpr int kSequences = 500, kSize = 15;
+    std::vector<uint8_t> bytes(0x40010, 0xFF);
+    Image img("bench.nes", bytes);
+    for (int i = 0; i < kSequences; ++i) {
+        img.seekOffset(offsetOfAddress(kSequenceAreaAddress + kSize * i));
+        for (int b : {0xD7, 0x01, 0x02, 0x30, 0x51, 0xD7, 0x03, 0x04, 0xE4, 0xD7, 0x05, 0x06, 0xC4, 0x00, 0xEE}) img.writeByte(b);
+    }
+    auto seqAt = [&](int i) { return kSequenceAreaAddress + kSize * (i % kSequences); };
+    for (int i = 0; i < kPointerCount; ++i) {
+        img.seekOffset(kPointerTableOffset + 2 * i);
+        img.writeWord(seqAt(i));
+    }
+    for (int p = 0; p < kPlayCount; ++p)
+        for (int j = 0; j < kPlayersPerRecord; ++j) {
+            img.seekOffset(kPlayTableOffset + kAddressRecordSize * p + 2 * j);
+            img.writeWord(seqAt(kPointerCount + p * 11 + j));
+        }
+    for (int s = 0; s < kSlotCount; ++s) {
+        img.seekOffset(kOffSlotTableOffset + kOffSlotRecordSize * s + kSlotNameLength);
+        img.writeByte(0);
+    }
+    for (int f = 0; f < 22; ++f) {
+        img.seekOffset(kFormationTableOffset + kAddressRecordSize * f);
+        for (int j = 0; j < kPlayersPerRecord; ++j) img.writeWord(seqAt(f * 11 + j));
+    }
+    Playbook pb = loadPlaybook(img, std::vector<std::string>(22, "F"));
+    pb.romPath = "bench.nes";
+    pb.openComplete = true;
+    pb.openedBytes = img.bytes();
+    for (int k = 0; k < 20; ++k) {
+        clsSequence& seq = pb.sequences.at(seqAt(k * 23));
+        if (k % 2 == 0) seq.data(0, 0, 0x11);
+        else if (seq.insertCommand(-1, 0xD7) != clsSequence::Insert::Done) state.SkipWithError("insert refused");
+    }
+    Image again("bench.nes", pb.openedBytes);  // the image as read: the edits are only in pb
+    Playbook before = loadPlaybook(again, std::vector<std::string>(22, "F"));
+    before.openedBytes = pb.openedBytes;
+    const AreaMap map = buildAreaMap(before);
+    for (auto _ : state) benchmark::DoNotOptimize(layOut(pb, before, map, pb.openedBytes).moves.size());
+}
+BENCHMARK(BM_Layout)->Unit(benchmark::kMillisecond);
 
 // A hostile image: from 0xA000 to the end one command without an end, and
 // every table entry pointing into it. The open must refuse it in well under

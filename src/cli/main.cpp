@@ -432,8 +432,9 @@ int runMovePoint(const Context& ctx, const std::string& imagePath, const MoveReq
     if (const size_t users = zpe::entriesNaming(pb, at.sequence).size(); users > 1)
         line += " " + zpe::sequenceKeyText(at.sequence) + " is run by " + std::to_string(users) +
                 " entries, which all change (zpe fork gives one its own copy first).";
-    if (dryRun) {
-        std::cout << line << " (dry run: nothing written)\n";
+    if (dryRun) {  // the whole write is planned and checked, as the real run would: only the file is left alone
+        const zpe::SavePlan plan = zpe::planSave(pb, zpe::readUnchangedImage(pb));
+        std::cout << line << " " << plan.summary.text() << " (dry run: nothing written)\n";
         return 0;
     }
     (void)zpe::saveChanges(pb, ctx.dataDir, [&](const zpe::SaveSummary&) { ctx.confirm(line); });

@@ -101,7 +101,8 @@ ForkPlan planFork(const Playbook& pb, const AreaEntry& entry) {
     if (to < 0)
         throw SaveError(path + ": the copy of " + hex4(start) + " needs " + std::to_string(need) +
                         " bytes, but the largest free run of the sequence area holds " + std::to_string(largest) +
-                        "; zpe compact makes room. Nothing was written");
+                        "; zpe compact makes room. Nothing was written",
+                        Refusal::NoFreeRun);
 
     Image out(path, pb.openedBytes);
     out.seekOffset(offsetOfAddress(to));

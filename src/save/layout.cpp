@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <stdexcept>
 #include <unordered_set>
 
 namespace zpe {
@@ -52,7 +53,7 @@ private:
     void appendLink(Chain& c) const;
     void copyTail(Chain& c, int32_t continuation) const;
     bool fitsInPlace(const Chain& c) const;
-    std::vector<uint8_t> foreignBytes(int32_t key) const;
+    const std::vector<uint8_t>& foreignBytes(int32_t key) const;
     void checkFields(const Chain& c) const;
     [[noreturn]] void refuse(const std::string& what, Refusal kind) const {
         throw SaveError(pb_.romPath + ": " + what + "; nothing was saved", kind);
@@ -70,6 +71,7 @@ private:
     std::vector<int32_t> node_ = std::vector<int32_t>(kSequenceAreaSize, -1);  // index into map_.program by address
     std::vector<AreaRun> free_;
     int32_t freeLeft_ = 0;
+    mutable std::unordered_map<int32_t, std::vector<uint8_t>> foreign_;  // foreignBytes by key, worked out once
 };
 
 void Engine::collect() {
@@ -87,6 +89,7 @@ void Engine::collect() {
         c.seq = &seq;
         c.place = key;
         c.moved = made;
+        c.edited = made || before->commands() != seq.commands();
         if (made) {
             c.continuation = seq.continuation();
         } else {
@@ -123,7 +126,8 @@ void Engine::collect() {
 
 // The bytes of the area that the game reads on a path that does not enter
 // at `key`: whoever runs them runs something else than the sequence at `key`.
-std::vector<uint8_t> Engine::foreignBytes(int32_t key) const {
+const std::vector<uint8_t>& Engine::foreignBytes(int32_t key) const {
+    if (const auto it = foreign_.find(key); it != foreign_.end()) return it->second;
     std::vector<uint8_t> reached(map_.program.size(), 0), bytes(kSequenceAreaSize, 0);
     std::vector<int32_t> work;
     auto push = [&](int32_t a) {
@@ -141,13 +145,13 @@ std::vector<uint8_t> Engine::foreignBytes(int32_t key) const {
         if (g.fallsThrough) push(g.address + g.length);
         if (g.target >= 0) push(g.target);
     }
-    return bytes;
+    return foreign_.emplace(key, std::move(bytes)).first->second;
 }
 
 // A chain's commands, and the way on to where the game goes on, at `at`.
 // `followMoves`: a closing jump naming a moved sequence leads to its new place.
 void Engine::encode(Chain& c, int32_t at, bool followMoves) const {
-    std::vector<SeqCommand> cmds = c.seq->commands();
+    const std::vector<SeqCommand>& cmds = c.seq->commands();
     const size_t n = cmds.size();
     c.place = at;
     c.bytes.clear();
@@ -155,30 +159,38 @@ void Engine::encode(Chain& c, int32_t at, bool followMoves) const {
     c.targets.assign(n, clsSequence::kNoField);
     c.tail.clear();
     c.linkAt = -1;
-    std::unordered_map<int32_t, size_t> own;
     int32_t p = at;
     for (size_t i = 0; i < n; ++i) {
         c.places[i] = p;
-        own.emplace(cmds[i].origin, i);
         p += cmds[i].encodedSize();
     }
+    std::unordered_map<int32_t, size_t> index;  // for long sequences; short ones are searched
+    if (n > clsSequence::kIndexFrom)
+        for (size_t i = 0; i < n; ++i) index.emplace(cmds[i].origin, i);
+    auto own = [&](int32_t id) -> size_t {
+        if (n > clsSequence::kIndexFrom) return index.at(id);
+        for (size_t k = 0; k < n; ++k)
+            if (cmds[k].origin == id) return k;
+        throw std::logic_error("a field names a command its sequence does not hold");
+    };
     auto resolve = [&](size_t i) -> int32_t {
         const FieldRef& f = cmds[i].field;
         if (f.kind == FieldRef::Kind::None) return clsSequence::kNoField;
-        if (f.kind == FieldRef::Kind::Command) return c.places[own.at(f.value)];
+        if (f.kind == FieldRef::Kind::Command) return c.places[own(f.value)];
         if (followMoves && i + 1 == n && isJump(cmds[i]))
             if (const auto m = moves_.find(f.value); m != moves_.end()) return m->second;
         return f.value;
     };
-    SeqCommand& last = cmds.back();
+    SeqCommand last = cmds.back();  // a closing relative jump out of reach is written absolute
     if (last.command == kRelativeJump) {
         const int32_t t = resolve(n - 1);
-        const bool back = last.field.kind == FieldRef::Kind::Command ? own.at(last.field.value) + 1 < n : last.field.backward;
+        const bool back = last.field.kind == FieldRef::Kind::Command ? own(last.field.value) + 1 < n : last.field.backward;
         if (t < 0 || !relativeReaches(c.places[n - 1], t, back)) last = madeAbsolute(last);
     }
+    c.bytes.reserve(static_cast<size_t>(c.seq->byteSize()) + 3);
     for (size_t i = 0; i < n; ++i) {
         c.targets[i] = resolve(i);
-        encodeCommand(cmds[i], c.places[i], c.targets[i], c.bytes);
+        encodeCommand(i + 1 == n ? last : cmds[i], c.places[i], c.targets[i], c.bytes);
     }
     appendLink(c);
 }
@@ -261,7 +273,7 @@ bool Engine::fitsInPlace(const Chain& c) const {
         if (plain.bytes[i] != old[i]) changed.push_back(c.key + static_cast<int32_t>(i));
     if (!changed.empty()) {
         if (inArea(c.key)) {
-            const std::vector<uint8_t> foreign = foreignBytes(c.key);
+            const std::vector<uint8_t>& foreign = foreignBytes(c.key);
             for (int32_t a : changed)
                 if (inArea(a) && (coverage_[areaIndex(a)] > 1 || foreign[areaIndex(a)])) return false;
         } else {
@@ -280,6 +292,14 @@ bool Engine::fitsInPlace(const Chain& c) const {
 }
 
 void Engine::decideInPlace(Chain& c, bool& moreMoved) {
+    // Commands as read encode to the bytes they were read from: only a closing
+    // jump that follows a moved sequence can change them.
+    const SeqCommand& end = c.seq->commands().back();
+    if (!c.edited && !(isJump(end) && end.field.kind == FieldRef::Kind::Address && moves_.count(end.field.value))) {
+        c.written = false;
+        c.bytes.clear();
+        return;
+    }
     encode(c, c.key, true);
     const std::vector<uint8_t> old = bytesAt(image_, c.key, c.oldSize);
     if (c.bytes == old) {
@@ -381,6 +401,7 @@ LayoutResult Engine::run() {
     for (Chain& c : chains_) {
         if (c.moved) c.written = true;
         if (c.written) checkFields(c);
+        if (c.bytes.empty()) encode(c, c.key, true);  // unchanged: what the check before the write reads back
     }
     out.moves = moves_;
     out.freeBytesLeft = freeLeft_;

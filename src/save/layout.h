@@ -35,6 +35,7 @@ struct Chain {
     bool moved = false;          // written into a free run instead of at its key
     int32_t place = 0;           // where it is written (its key when not moved)
     bool written = false;        // its bytes differ from what the image holds there
+    bool edited = false;         // its commands differ from those read at its key (made in the editor: true)
 
     // Its encoding at `place`.
     std::vector<uint8_t> bytes;     // the commands, then the way on to the continuation

@@ -252,10 +252,11 @@ int32_t clsSequence::fieldTarget(int i) const {
 
 std::vector<int32_t> clsSequence::fieldTargets() const {
     const std::vector<int32_t> at = places();
-    const OriginIndex index = originIndex();
+    // A short sequence is searched; a long one indexed once.
+    const OriginIndex index = cmds_.size() > kIndexFrom ? originIndex() : OriginIndex{};
     std::vector<int32_t> out;
     out.reserve(cmds_.size());
-    for (const SeqCommand& c : cmds_) out.push_back(resolve(c.field, at, &index));
+    for (const SeqCommand& c : cmds_) out.push_back(resolve(c.field, at, cmds_.size() > kIndexFrom ? &index : nullptr));
     return out;
 }
 
@@ -529,10 +530,11 @@ uint8_t clsSequence::lastCommand() const {
 
 std::vector<uint8_t> clsSequence::encode() const {
     const std::vector<int32_t> at = places();
-    const OriginIndex index = originIndex();
+    const OriginIndex index = cmds_.size() > kIndexFrom ? originIndex() : OriginIndex{};
     std::vector<uint8_t> out;
     out.reserve(static_cast<size_t>(std::max(sizeBytes_, 0)));
-    for (size_t i = 0; i < cmds_.size(); ++i) encodeCommand(cmds_[i], at[i], resolve(cmds_[i].field, at, &index), out);
+    for (size_t i = 0; i < cmds_.size(); ++i)
+        encodeCommand(cmds_[i], at[i], resolve(cmds_[i].field, at, cmds_.size() > kIndexFrom ? &index : nullptr), out);
     return out;
 }
 

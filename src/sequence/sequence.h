@@ -169,6 +169,8 @@ public:
     // kNoField without a field.
     int32_t fieldTarget(int i) const;
     static constexpr int32_t kNoField = INT32_MIN;
+    // Sequences longer than this index their commands once for many lookups; shorter ones are searched.
+    static constexpr size_t kIndexFrom = 32;
     // fieldTarget of every command, in one pass (for long sequences).
     std::vector<int32_t> fieldTargets() const;
     // What command i's field reads as at the current layout.

@@ -731,14 +731,14 @@ bool frmMain::runSave() {
         return true;
     } catch (const SaveError& e) {
         // Another program changed the image: writing over it would lose that; a new file loses nothing.
-        if (std::string(e.what()).find("changed on disk") != std::string::npos) {
+        if (e.kind() == Refusal::ChangedOnDisk) {
             const QString question = QString::fromLocal8Bit(e.what()) + "\n\nSave your edits as a new file instead? (Save As)";
             if (dialogs_.message({question, "Save", MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::Yes}) == MsgAnswer::Yes)
                 return runSaveAs();
             return false;
         }
         // No free run holds a grown sequence: compaction makes one.
-        if (dynamic_cast<const VerifyError*>(&e) == nullptr && std::string(e.what()).find("largest free run") != std::string::npos) {
+        if (e.kind() == Refusal::NoFreeRun) {
             const QString question = QString::fromLocal8Bit(e.what()) +
                                      "\n\nCompact the sequence area first (every command the game runs is kept, the free "
                                      "space becomes one run) and then save? (Compact and Save)";
