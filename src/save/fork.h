@@ -1,10 +1,9 @@
 #pragma once
-// A copy for one entry: the commands the game runs from a table entry, along
-// what falls through up to the first command the game stops or jumps at (so
-// the computer's logic after Human Control comes along, or the copy rejoins
-// the original through its jump), copied into the first free run; only that
-// entry is pointed at the copy. Every other entry, and what the game runs
-// from it, stays as it was.
+// A copy for one entry: the sequence the entry runs, copied (as the window's
+// "only this entry" copies it) and placed by Save's layout, with the way on
+// to where the game went on after it (the computer's logic after Human
+// Control); only that entry is pointed at the copy. Every other entry, and
+// what the game runs from it, stays as it was.
 #include "analysis/area_map.h"
 
 #include <functional>
@@ -28,11 +27,11 @@ struct ForkPlan {
     ForkSummary summary;
 };
 
-// What forking `entry` of `pb`'s image as opened would write. Throws
-// SaveError (nothing written) when the entry names no address in the area,
-// the game runs off the area from it, or no free run holds the copy (zpe
-// compact makes room); VerifyError when reading the result back finds the
-// game running anything else from any entry than before.
+// What forking `entry` of `pb` (as opened, no edits) would write. Throws
+// SaveError (nothing written) when the entry names no sequence in the area,
+// the sequence cannot be copied (the game reads it with other lengths), or
+// no free run holds the copy (zpe compact makes room); VerifyError when the
+// check before the write finds anything else changed.
 [[nodiscard]] ForkPlan planFork(const Playbook& pb, const AreaEntry& entry);
 
 // Forks and writes the image named by pb.romPath (unchanged on disk), then opens it again into `pb`.

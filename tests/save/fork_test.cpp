@@ -64,12 +64,15 @@ TEST(Fork, OneEntryGetsItsOwnCopyAndNothingElseChanges) {
                 EXPECT_EQ(now[e].target, was[e].target) << was[e].name();
             }
         const int32_t copy = s.to;
-        EXPECT_EQ(gameCodes(o.pb, copy), gameCodes(before, entry.target)) << "the copy runs what the original ran";
+        EXPECT_EQ(test::runOrder(o.pb, copy), test::runOrder(before, entry.target)) << "the copy runs what the original ran";
         EXPECT_EQ(gameCodes(o.pb, entry.target), gameCodes(before, entry.target)) << "the original is as it was";
     }
-    // Human Control's logic comes along: the copy of A000 is seven bytes, E4 DF FE FF included.
+    // Human Control's logic is where the copy goes on: after its four bytes a
+    // relative jump back to A004, two bytes, in the free run right after A000.
     auto o = test::openBuilt(sharedImage(), data);
-    ASSERT_EQ(planFork(o.pb, {AreaEntry::Table::Play, 0, 0, 0xA000}).summary.size, 7);
+    const ForkPlan plan = planFork(o.pb, {AreaEntry::Table::Play, 0, 0, 0xA000});
+    EXPECT_EQ(plan.summary.size, 6);
+    EXPECT_EQ(plan.summary.to, 0xA007);
 }
 
 TEST(Fork, RefusedWhenNoFreeRunHoldsTheCopy) {
