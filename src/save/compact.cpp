@@ -116,47 +116,13 @@ void verifyCompaction(const Playbook& old, const AreaMap& map, const CompactPlan
     }
 }
 
-}  // namespace
-
-int32_t CompactPlan::moved(int32_t address) const {
-    if (!inArea(address) || newAddress.empty()) return address;
-    return newAddress[areaIndex(address)];
-}
-
-std::string CompactSummary::text() const {
-    return "Compacted: " + thousands(keptBytes) + " bytes the game runs, " + thousands(freeBytes) + " free in one run from " +
-           hex4(freeStart) + " (before: " + thousands(runsBefore) + " run" + (runsBefore == 1 ? "" : "s") + ", largest " +
-           thousands(largestBefore) + " bytes); " + thousands(fieldsRelinked) + " address field" +
-           (fieldsRelinked == 1 ? "" : "s") + " relinked.";
-}
-
-CompactPlan planCompact(const Playbook& pb) {
-    requireCompleteOpen(pb);
-    const std::string& path = pb.romPath;
-    Playbook old;
-    try {
-        old = readBytesAs(pb, pb.openedBytes);
-    } catch (const RomError& e) {
-        throw SaveError(path + ": the image cannot be read as it was opened (" + e.what() + "); nothing was written");
-    }
-    const std::span<const uint8_t> area = areaBytes(old.openedBytes);
-    if (area.size() < static_cast<size_t>(kSequenceAreaSize))
-        throw SaveError(path + ": the image ends inside the sequence area; nothing was written");
-    const AreaMap map = buildAreaMap(old);
-    if (!map.runsOff.empty())
-        throw SaveError(path + ": the game runs off the end of the sequence area from " + hex4(map.runsOff.front()) +
-                        " (into whatever follows the area), which a new layout cannot keep; nothing was written");
-
-    CompactPlan plan;
-    plan.newAddress.assign(kSequenceAreaSize, -1);
-    std::vector<uint8_t> packed;
-    packed.reserve(kSequenceAreaSize);
-    for (size_t i = 0; i < map.use.size(); ++i) {
-        if (map.use[i] == 0) continue;
-        plan.newAddress[i] = kSequenceAreaAddress + static_cast<int32_t>(packed.size());
-        packed.push_back(area[i]);
-    }
-
+// Every address field the game reads, and those of editor commands it
+// never runs, relinked in `packed` to where its target now stands. Refuses
+// (SaveError) a field leading to a dropped byte, and one whose bytes another
+// command shares or the editor reads as a code, where relinking would change that.
+void relinkFields(const Playbook& old, const AreaMap& map, std::span<const uint8_t> area, CompactPlan& plan,
+                  std::vector<uint8_t>& packed) {
+    const std::string& path = old.romPath;
     // Which command the game runs each byte as part of (two: shared).
     std::vector<int32_t> cover(kSequenceAreaSize, -1);
     std::vector<uint8_t> shared(kSequenceAreaSize, 0);
@@ -217,6 +183,71 @@ CompactPlan planCompact(const Playbook& pb) {
         }
         plan.summary.fieldsRelinked += changed ? 1 : 0;
     }
+}
+
+// Sequences outside the area keep their bytes, so they can neither lead
+// into it (their addresses would go stale) nor lie in the tables rewritten here.
+void refuseOutsideSequences(const Playbook& old, const CompactPlan& plan) {
+    const std::string& path = old.romPath;
+    for (const auto& [key, seq] : old.sequences) {
+        if (inArea(key) && inArea(key + seq.byteSize() - 1)) continue;
+        const int32_t from = offsetOfAddress(key);
+        for (int32_t o = std::max(from, 0); o < from + seq.byteSize() && o < static_cast<int32_t>(plan.bytes.size()); ++o)
+            if (!inArea(addressOfOffset(o)) && plan.bytes[static_cast<size_t>(o)] != old.openedBytes[static_cast<size_t>(o)])
+                throw SaveError(path + ": sequence " + hex4(key) + " lies in the tables compaction rewrites; nothing was written");
+        const std::vector<int32_t> targets = seq.fieldTargets();
+        for (int i = 0; i < seq.commandCount(); ++i) {
+            const int32_t t = targets[static_cast<size_t>(i)];
+            if (t != clsSequence::kNoField && inArea(t) && plan.moved(t) != t)
+                throw SaveError(path + ": sequence " + hex4(key) + ", outside the sequence area, leads into it at " + hex4(t) +
+                                ", which moves; nothing was written");
+        }
+    }
+
+}
+
+}  // namespace
+
+int32_t CompactPlan::moved(int32_t address) const {
+    if (!inArea(address) || newAddress.empty()) return address;
+    return newAddress[areaIndex(address)];
+}
+
+std::string CompactSummary::text() const {
+    return "Compacted: " + thousands(keptBytes) + " bytes the game runs, " + thousands(freeBytes) + " free in one run from " +
+           hex4(freeStart) + " (before: " + thousands(runsBefore) + " run" + (runsBefore == 1 ? "" : "s") + ", largest " +
+           thousands(largestBefore) + " bytes); " + thousands(fieldsRelinked) + " address field" +
+           (fieldsRelinked == 1 ? "" : "s") + " relinked.";
+}
+
+CompactPlan planCompact(const Playbook& pb) {
+    requireCompleteOpen(pb);
+    const std::string& path = pb.romPath;
+    Playbook old;
+    try {
+        old = readBytesAs(pb, pb.openedBytes);
+    } catch (const RomError& e) {
+        throw SaveError(path + ": the image cannot be read as it was opened (" + e.what() + "); nothing was written");
+    }
+    const std::span<const uint8_t> area = areaBytes(old.openedBytes);
+    if (area.size() < static_cast<size_t>(kSequenceAreaSize))
+        throw SaveError(path + ": the image ends inside the sequence area; nothing was written");
+    const AreaMap map = buildAreaMap(old);
+    if (!map.runsOff.empty())
+        throw SaveError(path + ": the game runs off the end of the sequence area from " + hex4(map.runsOff.front()) +
+                        " (into whatever follows the area), which a new layout cannot keep; nothing was written");
+
+    CompactPlan plan;
+    plan.newAddress.assign(kSequenceAreaSize, -1);
+    std::vector<uint8_t> packed;
+    packed.reserve(kSequenceAreaSize);
+    for (size_t i = 0; i < map.use.size(); ++i) {
+        if (map.use[i] == 0) continue;
+        plan.newAddress[i] = kSequenceAreaAddress + static_cast<int32_t>(packed.size());
+        packed.push_back(area[i]);
+    }
+
+    relinkFields(old, map, area, plan, packed);
 
     Playbook relinked = old;
     for (auto& pointer : relinked.seqPointers) pointer = plan.moved(pointer);
@@ -235,22 +266,7 @@ CompactPlan planCompact(const Playbook& pb) {
     writeTables(relinked, out, kFormationTable | kPlayTable | kPointerTable);
     plan.bytes = out.bytes();
 
-    // Sequences outside the area keep their bytes, so they can neither lead
-    // into it (their addresses would go stale) nor lie in the tables rewritten here.
-    for (const auto& [key, seq] : old.sequences) {
-        if (inArea(key) && inArea(key + seq.byteSize() - 1)) continue;
-        const int32_t from = offsetOfAddress(key);
-        for (int32_t o = std::max(from, 0); o < from + seq.byteSize() && o < static_cast<int32_t>(plan.bytes.size()); ++o)
-            if (!inArea(addressOfOffset(o)) && plan.bytes[static_cast<size_t>(o)] != old.openedBytes[static_cast<size_t>(o)])
-                throw SaveError(path + ": sequence " + hex4(key) + " lies in the tables compaction rewrites; nothing was written");
-        const std::vector<int32_t> targets = seq.fieldTargets();
-        for (int i = 0; i < seq.commandCount(); ++i) {
-            const int32_t t = targets[static_cast<size_t>(i)];
-            if (t != clsSequence::kNoField && inArea(t) && plan.moved(t) != t)
-                throw SaveError(path + ": sequence " + hex4(key) + ", outside the sequence area, leads into it at " + hex4(t) +
-                                ", which moves; nothing was written");
-        }
-    }
+    refuseOutsideSequences(old, plan);
 
     const std::vector<AreaRun> runs = map.freeRuns();
     plan.summary.runsBefore = static_cast<int>(runs.size());

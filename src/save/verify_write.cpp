@@ -84,160 +84,211 @@ std::string entryDifference(const Playbook& before, const Playbook& after,
     return "";
 }
 
-Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::vector<uint8_t>& bytes,
-                     const SaveLayout& layout) {
-    auto fail = [&](const std::string& what) {
+namespace {
+
+// The check of one write: `again` is the image read back from the bytes.
+class WriteCheck {
+public:
+    WriteCheck(const Playbook& model, const Playbook& before, const std::vector<uint8_t>& bytes, const SaveLayout& layout)
+        : model(model), before(before), bytes(bytes), layout(layout) {}
+
+    Playbook run() {
+        open();
+        tables();
+        editorReading();
+        if (layout.gameReading) gameReading();
+        return std::move(again);
+    }
+
+private:
+    [[noreturn]] void fail(const std::string& what) const {
         throw VerifyError(model.romPath + ": internal error: reading back what this save would write, " + what +
                           "; nothing was written");
-    };
-    Playbook again;
-    try {
-        again = readBytesAs(model, bytes);
-    } catch (const RomError& e) {
-        fail(std::string("the image would not open (") + e.what() + ")");
     }
-    if (again.sequences.empty()) fail("no sequence would be found");
-    for (int s = 0; s < kSlotCount; ++s)
-        if (static_cast<size_t>(again.playSlots[static_cast<size_t>(s)].formation()) >= again.formations.size())
-            fail("slot " + std::to_string(s) + " would name a formation forms.txt does not have");
-    // Every sequence an entry leads to is laid out; one nothing leads to any
-    // more need not be found where it was (its bytes stay, unread).
-    const std::unordered_set<int32_t> reachable = reachableKeys(model);
-    std::unordered_set<int32_t> laidKeys;
-    for (const LaidSequence& laid : layout.sequences) {
-        if (!model.sequences.contains(laid.key)) fail("the layout holds " + sequenceName(laid.key) + ", which the model does not");
-        laidKeys.insert(laid.key);
+
+    // The bytes open, and the layout holds every sequence an entry leads to.
+    void open() {
+        try {
+            again = readBytesAs(model, bytes);
+        } catch (const RomError& e) {
+            fail(std::string("the image would not open (") + e.what() + ")");
+        }
+        if (again.sequences.empty()) fail("no sequence would be found");
+        for (int s = 0; s < kSlotCount; ++s)
+            if (static_cast<size_t>(again.playSlots[static_cast<size_t>(s)].formation()) >= again.formations.size())
+                fail("slot " + std::to_string(s) + " would name a formation forms.txt does not have");
+        // Every sequence an entry leads to is laid out; one nothing leads to any
+        // more need not be found where it was (its bytes stay, unread).
+        reachable = reachableKeys(model);
+        std::unordered_set<int32_t> laidKeys;
+        for (const LaidSequence& laid : layout.sequences) {
+            if (!model.sequences.contains(laid.key))
+                fail("the layout holds " + sequenceName(laid.key) + ", which the model does not");
+            laidKeys.insert(laid.key);
+        }
+        for (const int32_t key : reachable)
+            if (!laidKeys.count(key)) fail("the layout does not hold " + sequenceName(key));
     }
-    for (const int32_t key : reachable)
-        if (!laidKeys.count(key)) fail("the layout does not hold " + sequenceName(key));
 
     // The tables: every slot as the model has it, every entry naming where its sequence now stands.
-    for (int s = 0; s < kSlotCount; ++s)
-        if (!(again.playSlots[static_cast<size_t>(s)] == model.playSlots[static_cast<size_t>(s)]))
-            fail("slot " + std::to_string(s) + " would read back differently");
-    std::unordered_map<int32_t, int32_t> placeOf;
-    for (const LaidSequence& laid : layout.sequences) placeOf.emplace(laid.key, laid.place);
-    const std::string entries = entryDifference(model, again, [&](const AreaEntry& e) {
-        const auto it = placeOf.find(e.target);
-        return it == placeOf.end() ? e.target : it->second;
-    });
-    if (!entries.empty()) fail(entries);
+    void tables() {
+        for (int s = 0; s < kSlotCount; ++s)
+            if (!(again.playSlots[static_cast<size_t>(s)] == model.playSlots[static_cast<size_t>(s)]))
+                fail("slot " + std::to_string(s) + " would read back differently");
+        std::unordered_map<int32_t, int32_t> placeOf;
+        for (const LaidSequence& laid : layout.sequences) placeOf.emplace(laid.key, laid.place);
+        const std::string entries = entryDifference(model, again, [&](const AreaEntry& e) {
+            const auto it = placeOf.find(e.target);
+            return it == placeOf.end() ? e.target : it->second;
+        });
+        if (!entries.empty()) fail(entries);
+    }
 
     // The editor's reading: each sequence holds its commands, each field names what the layout put there.
-    for (const LaidSequence& laid : layout.sequences) {
-        const int32_t key = laid.key;
-        const clsSequence& seq = model.sequences.at(key);
-        const clsSequence* back = again.sequences.find(laid.place);
-        if (!back && !reachable.count(key)) continue;
-        if (!back) fail(sequenceName(key) + " would not be found at " + hex4(laid.place));
-        if (back->commandCount() != seq.commandCount())
-            fail(sequenceName(key) + " would read back as " + std::to_string(back->commandCount()) + " commands, not " +
-                 std::to_string(seq.commandCount()));
-        int32_t at = back->address();
-        const std::vector<int32_t> backTargets = back->fieldTargets();
-        for (int i = 0; i < seq.commandCount(); ++i) {
-            const SeqCommand& want = seq.commands()[static_cast<size_t>(i)];
-            const SeqCommand& got = back->commands()[static_cast<size_t>(i)];
-            const std::string where = "command " + std::to_string(i) + " of " + sequenceName(key);
-            const bool madeAbsolute = want.command == cmd::kRelativeJump && got.command == cmd::kAbsoluteJump;
-            if (got.command != want.command && !madeAbsolute)
-                fail(where + " would read back as " + hex2(got.command) + ", not " + hex2(want.command));
-            if (static_cast<size_t>(i) < laid.places.size() && at != laid.places[static_cast<size_t>(i)])
-                fail(where + " would stand at " + hex4(at) + ", not " + hex4(laid.places[static_cast<size_t>(i)]));
-            const auto [lo, hi] = addressFieldData(want);
-            if (!madeAbsolute)
-                for (int d = 0; d < want.dataLen; ++d)
-                    if (d != lo && d != hi && (got.data[static_cast<size_t>(d)] & 0xFF) != (want.data[static_cast<size_t>(d)] & 0xFF))
-                        fail(where + " would read back with data " + std::to_string(d) + " = " +
-                             hexPlain(got.data[static_cast<size_t>(d)]) + ", not " + hexPlain(want.data[static_cast<size_t>(d)]));
-            if (lo >= 0 && static_cast<size_t>(i) < laid.targets.size()) {
-                const int32_t wanted = laid.targets[static_cast<size_t>(i)];
-                const int32_t got = backTargets[static_cast<size_t>(i)];
-                if (got != wanted) fail(where + " would lead to " + hex4(got) + ", not to " + hex4(wanted));
+    void editorReading() {
+        for (const LaidSequence& laid : layout.sequences) {
+            const int32_t key = laid.key;
+            const clsSequence& seq = model.sequences.at(key);
+            const clsSequence* back = again.sequences.find(laid.place);
+            if (!back && !reachable.count(key)) continue;
+            if (!back) fail(sequenceName(key) + " would not be found at " + hex4(laid.place));
+            if (back->commandCount() != seq.commandCount())
+                fail(sequenceName(key) + " would read back as " + std::to_string(back->commandCount()) + " commands, not " +
+                     std::to_string(seq.commandCount()));
+            int32_t at = back->address();
+            const std::vector<int32_t> backTargets = back->fieldTargets();
+            for (int i = 0; i < seq.commandCount(); ++i) {
+                const SeqCommand& want = seq.commands()[static_cast<size_t>(i)];
+                const SeqCommand& got = back->commands()[static_cast<size_t>(i)];
+                const std::string where = "command " + std::to_string(i) + " of " + sequenceName(key);
+                const bool madeAbsolute = want.command == cmd::kRelativeJump && got.command == cmd::kAbsoluteJump;
+                if (got.command != want.command && !madeAbsolute)
+                    fail(where + " would read back as " + hex2(got.command) + ", not " + hex2(want.command));
+                if (static_cast<size_t>(i) < laid.places.size() && at != laid.places[static_cast<size_t>(i)])
+                    fail(where + " would stand at " + hex4(at) + ", not " + hex4(laid.places[static_cast<size_t>(i)]));
+                const auto [lo, hi] = addressFieldData(want);
+                if (!madeAbsolute)
+                    for (int d = 0; d < want.dataLen; ++d)
+                        if (d != lo && d != hi &&
+                            (got.data[static_cast<size_t>(d)] & 0xFF) != (want.data[static_cast<size_t>(d)] & 0xFF))
+                            fail(where + " would read back with data " + std::to_string(d) + " = " +
+                                 hexPlain(got.data[static_cast<size_t>(d)]) + ", not " +
+                                 hexPlain(want.data[static_cast<size_t>(d)]));
+                if (lo >= 0 && static_cast<size_t>(i) < laid.targets.size()) {
+                    const int32_t wanted = laid.targets[static_cast<size_t>(i)];
+                    const int32_t got = backTargets[static_cast<size_t>(i)];
+                    if (got != wanted) fail(where + " would lead to " + hex4(got) + ", not to " + hex4(wanted));
+                }
+                at += got.encodedSize();
             }
-            at += got.encodedSize();
         }
     }
-    if (!layout.gameReading) return again;
 
-    // The game's reading.
-    const AreaMap oldMap = buildAreaMap(before);
-    const AreaMap newMap = buildAreaMap(again);
-    const std::span<const uint8_t> newArea = areaBytes(bytes);
-    std::vector<uint8_t> oldStart(kSequenceAreaSize, 0), expected(kSequenceAreaSize, 0);
-    std::vector<int32_t> owner(kSequenceAreaSize, -1);
-    for (int32_t a : oldMap.commands) oldStart[areaIndex(a)] = 1;
-    std::vector<const clsSequence*> models;
-    for (const LaidSequence& laid : layout.sequences) models.push_back(&model.sequences.at(laid.key));
-    for (size_t s = 0; s < layout.sequences.size(); ++s) {
-        const LaidSequence& laid = layout.sequences[s];
-        if (!laid.written) continue;
-        for (int32_t a = laid.place; a < laid.end; ++a)
-            if (inArea(a)) owner[areaIndex(a)] = static_cast<int32_t>(s);
-        for (int32_t p : laid.places)
-            if (inArea(p)) expected[areaIndex(p)] = 1;
-        if (inArea(laid.continuationAt)) expected[areaIndex(laid.continuationAt)] = 1;
-        for (const auto& [place, was] : laid.tail)
-            if (inArea(place)) expected[areaIndex(place)] = 1;
-    }
-
-    for (int32_t a : newMap.commands) {
-        const int32_t s = owner[areaIndex(a)];
-        if (s >= 0) {
-            if (!expected[areaIndex(a)] && !models[static_cast<size_t>(s)]->readsDifferentlyByGame())
-                fail("the game would run " + hex4(a) + " in the middle of a command of " +
-                     sequenceName(layout.sequences[static_cast<size_t>(s)].key) + " as written");
-        } else if (!oldStart[areaIndex(a)]) {
-            fail("the game would run a command at " + hex4(a) + ", where it ran none before");
+    // The game's reading: it runs commands only where the layout put them or where it ran them before.
+    void gameReading() {
+        const AreaMap oldMap = buildAreaMap(before);
+        const AreaMap newMap = buildAreaMap(again);
+        const std::span<const uint8_t> newArea = areaBytes(bytes);
+        std::vector<uint8_t> oldStart(kSequenceAreaSize, 0), expected(kSequenceAreaSize, 0);
+        std::vector<int32_t> owner(kSequenceAreaSize, -1);
+        for (int32_t a : oldMap.commands) oldStart[areaIndex(a)] = 1;
+        models.clear();
+        for (const LaidSequence& laid : layout.sequences) models.push_back(&model.sequences.at(laid.key));
+        for (size_t s = 0; s < layout.sequences.size(); ++s) {
+            const LaidSequence& laid = layout.sequences[s];
+            if (!laid.written) continue;
+            for (int32_t a = laid.place; a < laid.end; ++a)
+                if (inArea(a)) owner[areaIndex(a)] = static_cast<int32_t>(s);
+            for (int32_t p : laid.places)
+                if (inArea(p)) expected[areaIndex(p)] = 1;
+            if (inArea(laid.continuationAt)) expected[areaIndex(laid.continuationAt)] = 1;
+            for (const auto& [place, was] : laid.tail)
+                if (inArea(place)) expected[areaIndex(place)] = 1;
         }
+
+        for (int32_t a : newMap.commands) {
+            const int32_t s = owner[areaIndex(a)];
+            if (s >= 0) {
+                if (!expected[areaIndex(a)] && !models[static_cast<size_t>(s)]->readsDifferentlyByGame())
+                    fail("the game would run " + hex4(a) + " in the middle of a command of " +
+                         sequenceName(layout.sequences[static_cast<size_t>(s)].key) + " as written");
+            } else if (!oldStart[areaIndex(a)]) {
+                fail("the game would run a command at " + hex4(a) + ", where it ran none before");
+            }
+        }
+
+        sequencesRun(newArea);
+        leadsIntoRewritten(newMap, owner, newArea);
     }
 
     // Each written sequence runs its commands in order and goes on where it went on before.
-    const std::span<const uint8_t> oldArea = areaBytes(before.openedBytes);
-    for (size_t s = 0; s < layout.sequences.size(); ++s) {
-        const LaidSequence& laid = layout.sequences[s];
-        // Outside the area the game's reading is not mapped: the editor's reading above is the check.
-        if (!laid.written || models[s]->readsDifferentlyByGame() || !inArea(laid.place)) continue;
-        for (size_t i = 0; i < laid.places.size(); ++i) {
-            GameCommand g;
-            const std::string where = "command " + std::to_string(i) + " of " + sequenceName(laid.key);
-            if (!readGameCommand(newArea, laid.places[i], g)) fail(where + " would run off the sequence area");
-            if (cmd::isLockUp(g.code)) break;  // the game hangs here: nothing after it runs
-            const int32_t next = laid.places[i] + g.length;
-            if (i + 1 < laid.places.size()) {
-                if (!g.fallsThrough || next != laid.places[i + 1]) fail("the game would not go from " + where + " to the next");
-                continue;
-            }
-            if (laid.continuation < 0) continue;
-            if (!g.fallsThrough) fail("the game would stop after " + where + " instead of going on at " + hex4(laid.continuation));
-            if (!laid.tail.empty()) {
-                checkTail(laid, next, oldArea, newArea, fail);
-            } else if (laid.continuationAt >= 0) {
-                GameCommand jump;
-                if (next != laid.continuationAt || !readGameCommand(newArea, next, jump) || jump.target != laid.continuation)
-                    fail("the game would not go on at " + hex4(laid.continuation) + " after " + where);
-            } else if (next != laid.continuation) {
-                fail("the game would go on at " + hex4(next) + " after " + where + ", not at " + hex4(laid.continuation));
+    void sequencesRun(std::span<const uint8_t> newArea) const {
+        const std::span<const uint8_t> oldArea = areaBytes(before.openedBytes);
+        for (size_t s = 0; s < layout.sequences.size(); ++s) {
+            const LaidSequence& laid = layout.sequences[s];
+            // Outside the area the game's reading is not mapped: the editor's reading above is the check.
+            if (!laid.written || models[s]->readsDifferentlyByGame() || !inArea(laid.place)) continue;
+            for (size_t i = 0; i < laid.places.size(); ++i) {
+                GameCommand g;
+                const std::string where = "command " + std::to_string(i) + " of " + sequenceName(laid.key);
+                if (!readGameCommand(newArea, laid.places[i], g)) fail(where + " would run off the sequence area");
+                if (cmd::isLockUp(g.code)) break;  // the game hangs here: nothing after it runs
+                const int32_t next = laid.places[i] + g.length;
+                if (i + 1 < laid.places.size()) {
+                    if (!g.fallsThrough || next != laid.places[i + 1])
+                        fail("the game would not go from " + where + " to the next");
+                    continue;
+                }
+                if (laid.continuation < 0) continue;
+                if (!g.fallsThrough)
+                    fail("the game would stop after " + where + " instead of going on at " + hex4(laid.continuation));
+                if (!laid.tail.empty()) {
+                    checkTail(laid, next, oldArea, newArea, [this](const std::string& w) { fail(w); });
+                } else if (laid.continuationAt >= 0) {
+                    GameCommand jump;
+                    if (next != laid.continuationAt || !readGameCommand(newArea, next, jump) || jump.target != laid.continuation)
+                        fail("the game would not go on at " + hex4(laid.continuation) + " after " + where);
+                } else if (next != laid.continuation) {
+                    fail("the game would go on at " + hex4(next) + " after " + where + ", not at " + hex4(laid.continuation));
+                }
             }
         }
     }
 
     // What leads into bytes rewritten in place from outside them still finds the command it led to.
-    for (int32_t a : newMap.commands) {
-        if (owner[areaIndex(a)] >= 0) continue;
-        GameCommand g;
-        if (!readGameCommand(newArea, a, g)) continue;
-        for (const int32_t t : {g.fallsThrough ? a + g.length : -1, g.target}) {
-            if (!inArea(t) || owner[areaIndex(t)] < 0) continue;
-            const auto s = static_cast<size_t>(owner[areaIndex(t)]);
-            const LaidSequence& laid = layout.sequences[s];
-            bool same = t == laid.place && laid.place == laid.key;
-            for (size_t i = 0; !same && i < laid.places.size(); ++i)
-                same = laid.places[i] == t && models[s]->commands()[i].origin == t;
-            if (!same) fail("the command at " + hex4(a) + " would lead to " + hex4(t) + ", which " + sequenceName(laid.key) + " rewrote");
+    void leadsIntoRewritten(const AreaMap& newMap, const std::vector<int32_t>& owner, std::span<const uint8_t> newArea) const {
+        for (int32_t a : newMap.commands) {
+            if (owner[areaIndex(a)] >= 0) continue;
+            GameCommand g;
+            if (!readGameCommand(newArea, a, g)) continue;
+            for (const int32_t t : {g.fallsThrough ? a + g.length : -1, g.target}) {
+                if (!inArea(t) || owner[areaIndex(t)] < 0) continue;
+                const auto s = static_cast<size_t>(owner[areaIndex(t)]);
+                const LaidSequence& laid = layout.sequences[s];
+                bool same = t == laid.place && laid.place == laid.key;
+                for (size_t i = 0; !same && i < laid.places.size(); ++i)
+                    same = laid.places[i] == t && models[s]->commands()[i].origin == t;
+                if (!same)
+                    fail("the command at " + hex4(a) + " would lead to " + hex4(t) + ", which " + sequenceName(laid.key) +
+                         " rewrote");
+            }
         }
     }
-    return again;
+
+    const Playbook& model;
+    const Playbook& before;
+    const std::vector<uint8_t>& bytes;
+    const SaveLayout& layout;
+    Playbook again;
+    std::unordered_set<int32_t> reachable;
+    std::vector<const clsSequence*> models;
+};
+
+}  // namespace
+
+Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::vector<uint8_t>& bytes,
+                     const SaveLayout& layout) {
+    return WriteCheck(model, before, bytes, layout).run();
 }
 
 }  // namespace zpe
