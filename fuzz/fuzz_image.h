@@ -23,6 +23,18 @@ inline std::vector<uint8_t> imageFromInput(const uint8_t* data, size_t size) {
     return bytes;
 }
 
+// The input imageFromInput turns into an image holding `image`'s tables,
+// sequence area and first 0x200 bytes of slot records.
+inline std::vector<uint8_t> inputFromImage(const std::vector<uint8_t>& image) {
+    const size_t tables = kPointerTableOffset + 2 * kPointerCount - kFormationTableOffset;
+    std::vector<uint8_t> input;
+    input.reserve(tables + kSequenceAreaSize + 0x200);
+    input.insert(input.end(), image.begin() + kFormationTableOffset, image.begin() + kFormationTableOffset + static_cast<std::ptrdiff_t>(tables));
+    input.insert(input.end(), image.begin() + kSequenceAreaOffset, image.begin() + kSequenceAreaOffset + kSequenceAreaSize);
+    input.insert(input.end(), image.begin() + kOffSlotTableOffset, image.begin() + kOffSlotTableOffset + 0x200);
+    return input;
+}
+
 inline std::vector<std::string> formationNames() { return std::vector<std::string>(22, "F"); }
 
 }  // namespace zpe::fuzz

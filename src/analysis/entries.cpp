@@ -63,21 +63,24 @@ int32_t addCopyOf(Playbook& pb, int32_t key, const clsSequence* contents) {
     int32_t continuation = original.continuation();
     const SeqCommand& last = original.commands().back();
     if (!isNewSequence(key))
-        continuation = !isNewOrigin(last.origin) && gameGoesOnAfter(last, original.kick()) ? last.origin + last.encodedSize() : -1;
+        continuation = !last.origin.isNew() && gameGoesOnAfter(last, original.kick())
+                           ? last.origin.readAddress() + last.encodedSize()
+                           : -1;
 
     // The copy's commands are new ones; fields naming the source's own
     // commands name the copies. A relative jump that leads back out of the
     // sequence cannot be measured before the copy has a place: it becomes absolute.
     std::vector<SeqCommand> cmds = source.commands();
-    std::unordered_map<int32_t, int32_t> copyOf;
-    int32_t origin = kNewOrigin;
+    std::unordered_map<CmdId, CmdId, CmdIdHash> copyOf;
+    int32_t added = 0;
     for (SeqCommand& c : cmds) {
-        copyOf.emplace(c.origin, origin);
-        c.origin = origin--;
+        const CmdId copy = CmdId::added(added++);
+        copyOf.emplace(c.origin, copy);
+        c.origin = copy;
     }
     for (SeqCommand& c : cmds) {
         if (c.field.kind == FieldRef::Kind::Command) {
-            if (const auto it = copyOf.find(c.field.value); it != copyOf.end()) c.field.value = it->second;
+            if (const auto it = copyOf.find(c.field.command); it != copyOf.end()) c.field.command = it->second;
         } else if (c.field.kind == FieldRef::Kind::Address && c.field.backward) {
             c = madeAbsolute(c);
         }
@@ -107,7 +110,7 @@ int32_t addEmptySequence(Playbook& pb, int16_t code, bool kick) {
     SeqCommand end;
     end.command = code;
     const CommandFormat f = commandFormat(code, kick, -1);
-    if (f.field != FieldKind::None && !f.gameFieldOnly) end.field = FieldRef::address(0);  // a new jump names 0000 until the user sets it
+    if (f.field != FieldKind::None && !f.gameFieldOnly) end.field = FieldRef::at(0);  // a new jump names 0000 until the user sets it
     const int32_t key = nextNewSequenceKey(pb);
     clsSequence seq;
     seq.address(key);

@@ -109,8 +109,8 @@ nlohmann::ordered_json sequenceJson(int32_t key, const clsSequence& seq, const C
             for (int k = 0; k < seq.dataLen(i); ++k) data.push_back(bytes[at + 1 + static_cast<size_t>(k)]);
         }
         at += static_cast<size_t>(seq.commands()[static_cast<size_t>(i)].encodedSize());
-        const int32_t origin = seq.commandAddress(i);
-        commands.push_back({{"address", isNewOrigin(origin) ? json(nullptr) : json(addr(origin))},
+        const CmdId origin = seq.commandAddress(i);
+        commands.push_back({{"address", origin.isNew() ? json(nullptr) : json(addr(origin.readAddress()))},
                             {"code", hex2(seq.command(i))},
                             {"data", data},
                             {"text", latin1ToUtf8(seq.commandName(i, names))}});

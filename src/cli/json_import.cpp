@@ -244,7 +244,7 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         if (isNew && !named.count(key)) throw ImportError(where + "/new", "no entry of the file names this new sequence");
         const clsSequence before = isNew ? out.sequences.at(key) : pb.sequences.at(key);
         clsSequence& seq = out.sequences.at(key);
-        std::unordered_map<int32_t, int> oldByOrigin;
+        std::unordered_map<CmdId, int, CmdIdHash> oldByOrigin;
         for (int i = 0; i < before.commandCount(); ++i) oldByOrigin.emplace(before.commandAddress(i), i);
 
         const json& commands = r.at(entry, where, "commands");
@@ -252,17 +252,18 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         if (commands.size() > static_cast<size_t>(kMaxCommands)) throw ImportError(where + "/commands", "too many commands");
         std::vector<SeqCommand> cmds;
         std::vector<int> relative;  // per command: 1 when its relative jump's offset is still to be read
-        int32_t newOrigin = kNewOrigin;
+        int32_t added = 0;
         for (size_t i = 0; i < commands.size(); ++i) {
             const std::string at = where + "/commands/" + std::to_string(i);
             const json& c = commands[i];
             SeqCommand cmd;
             if (c.is_object() && c.contains("address") && !c["address"].is_null()) {
-                cmd.origin = r.address(c["address"], at + "/address", false);
+                const int32_t readAt = r.address(c["address"], at + "/address", false);
+                cmd.origin = CmdId::readAt(readAt);
                 if (!oldByOrigin.count(cmd.origin))
-                    throw ImportError(at + "/address", hex4(cmd.origin) + " is the address of no command of this sequence");
+                    throw ImportError(at + "/address", hex4(readAt) + " is the address of no command of this sequence");
             } else {
-                cmd.origin = newOrigin--;
+                cmd.origin = CmdId::added(added++);
             }
             const json& code = r.at(c, at, "code");
             if (!code.is_string() || code.get<std::string>().size() != 2 ||
@@ -286,7 +287,7 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         // branches), or for a relative jump an offset from where the command was
         // read (a new one: from where it will stand).
         int32_t placeNow = key;
-        std::unordered_map<int32_t, int32_t> originAt;
+        std::unordered_map<int32_t, CmdId> originAt;
         for (SeqCommand& c : cmds) {
             originAt.emplace(placeNow, c.origin);
             placeNow += std::max<int32_t>(1, c.encodedSize());
@@ -302,33 +303,34 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
                 throw ImportError(at + "/data", "takes " + std::to_string(wanted) + " data values, not " + std::to_string(c.dataLen));
             c.dataLen = editorDataLen(f);
             if (f.field == FieldKind::Relative) {
-                const int32_t from = isNewOrigin(c.origin) ? placeNow : c.origin;
+                const int32_t from = c.origin.isNew() ? placeNow : c.origin.readAddress();
                 const int32_t target = from + static_cast<int8_t>(c.data[0] & 0xFF);
                 c.data[0] = 0;
                 const auto it = originAt.find(target);
-                if (isNewOrigin(c.origin) && it != originAt.end()) c.field = FieldRef::command(it->second);
-                else c.field = FieldRef::address(target, target < from);
+                if (c.origin.isNew() && it != originAt.end()) c.field = FieldRef::naming(it->second);
+                else c.field = FieldRef::at(target, target < from);
                 if (isNew && c.field.kind != FieldRef::Kind::Command)
                     throw ImportError(at + "/data", "a new sequence has no place yet, so its relative jumps can only lead to its own "
                                                     "commands; leave it with an absolute jump (FF)");
             } else if (f.field == FieldKind::Word && !f.gameFieldOnly) {
                 const auto lo = static_cast<size_t>(dataOfByte(c.command, f.fieldAt));
-                c.field = FieldRef::address((c.data[lo] & 0xFF) + 256 * (c.data[lo + 1] & 0xFF));
+                c.field = FieldRef::at((c.data[lo] & 0xFF) + 256 * (c.data[lo + 1] & 0xFF));
                 c.data[lo] = c.data[lo + 1] = 0;
             }
             placeNow += c.encodedSize();
         }
         // A field naming where one of this sequence's commands was read names that command.
-        std::unordered_set<int32_t> own;
+        std::unordered_set<CmdId, CmdIdHash> own;
         for (const SeqCommand& c : cmds) own.insert(c.origin);
         for (SeqCommand& c : cmds)
-            if (c.field.kind == FieldRef::Kind::Address && own.count(c.field.value)) c.field = FieldRef::command(c.field.value);
+            if (c.field.kind == FieldRef::Kind::Address && own.count(CmdId::readAt(c.field.address)))
+                c.field = FieldRef::naming(CmdId::readAt(c.field.address));
         // Jumps and branches lead to a command: of this sequence, one the game
         // runs, or an address outside the area the image already uses.
         for (size_t i = 0; i < cmds.size(); ++i) {
             const FieldRef& field = cmds[i].field;
             if (field.kind != FieldRef::Kind::Address) continue;
-            const int32_t t = field.value;
+            const int32_t t = field.address;
             const auto old = oldByOrigin.find(cmds[i].origin);
             if (old != oldByOrigin.end() && before.commands()[static_cast<size_t>(old->second)].field == field) continue;
             const bool fine = inArea(t) ? gameStarts.count(t) != 0 || pb.sequences.contains(t) : usedOutside.count(t) != 0;

@@ -167,7 +167,7 @@ int runDecode(const Context& ctx, const std::string& imagePath, const std::strin
               << "next " << zpe::hex4(seq.nextSequence()) << '\n'
               << "valid " << (seq.isValid() ? "yes" : "no") << '\n';
     const int shown = all ? seq.commandCount() : std::min(seq.commandCount(), kDecodeListLimit);
-    for (int i = 0; i < shown; ++i) std::cout << zpe::hex4(seq.commandAddress(i)) << ": " << seq.commandName(i, ctx.names) << '\n';
+    for (int i = 0; i < shown; ++i) std::cout << zpe::hex4(seq.commandAddress(i).readAddress()) << ": " << seq.commandName(i, ctx.names) << '\n';
     if (shown < seq.commandCount())
         std::cerr << "zpe: listed the first " << shown << " of " << seq.commandCount() << " commands; --all lists every one\n";
     if (seq.reachedImageEnd())

@@ -288,9 +288,11 @@ Playbook carryOver(const Playbook& pb, const CompactPlan& plan) {
     for (const auto& [key, seq] : pb.sequences) {
         std::vector<SeqCommand> cmds = seq.commands();
         for (SeqCommand& c : cmds) {
-            if (!isNewOrigin(c.origin)) c.origin = moved(c.origin);
-            if (c.field.kind == FieldRef::Kind::Command && !isNewOrigin(c.field.value)) c.field.value = moved(c.field.value);
-            if (c.field.kind == FieldRef::Kind::Address) c.field.value = moved(c.field.value);
+            // A command read from the image is known by where it was read, which moved.
+            auto carried = [&](CmdId id) { return id.isNew() ? id : CmdId::readAt(moved(id.readAddress())); };
+            c.origin = carried(c.origin);
+            if (c.field.kind == FieldRef::Kind::Command) c.field.command = carried(c.field.command);
+            if (c.field.kind == FieldRef::Kind::Address) c.field.address = moved(c.field.address);
         }
         clsSequence carried = seq;
         carried.address(moved(key));

@@ -164,10 +164,10 @@ void Engine::encode(Chain& c, int32_t at, bool followMoves) const {
         c.places[i] = p;
         p += cmds[i].encodedSize();
     }
-    std::unordered_map<int32_t, size_t> index;  // for long sequences; short ones are searched
+    std::unordered_map<CmdId, size_t, CmdIdHash> index;  // for long sequences; short ones are searched
     if (n > clsSequence::kIndexFrom)
         for (size_t i = 0; i < n; ++i) index.emplace(cmds[i].origin, i);
-    auto own = [&](int32_t id) -> size_t {
+    auto own = [&](CmdId id) -> size_t {
         if (n > clsSequence::kIndexFrom) return index.at(id);
         for (size_t k = 0; k < n; ++k)
             if (cmds[k].origin == id) return k;
@@ -176,15 +176,15 @@ void Engine::encode(Chain& c, int32_t at, bool followMoves) const {
     auto resolve = [&](size_t i) -> int32_t {
         const FieldRef& f = cmds[i].field;
         if (f.kind == FieldRef::Kind::None) return clsSequence::kNoField;
-        if (f.kind == FieldRef::Kind::Command) return c.places[own(f.value)];
+        if (f.kind == FieldRef::Kind::Command) return c.places[own(f.command)];
         if (followMoves && i + 1 == n && isJump(cmds[i]))
-            if (const auto m = moves_.find(f.value); m != moves_.end()) return m->second;
-        return f.value;
+            if (const auto m = moves_.find(f.address); m != moves_.end()) return m->second;
+        return f.address;
     };
     SeqCommand last = cmds.back();  // a closing relative jump out of reach is written absolute
     if (last.command == kRelativeJump) {
         const int32_t t = resolve(n - 1);
-        const bool back = last.field.kind == FieldRef::Kind::Command ? own(last.field.value) + 1 < n : last.field.backward;
+        const bool back = last.field.kind == FieldRef::Kind::Command ? own(last.field.command) + 1 < n : last.field.backward;
         if (t < 0 || !relativeReaches(c.places[n - 1], t, back)) last = madeAbsolute(last);
     }
     c.bytes.reserve(static_cast<size_t>(c.seq->byteSize()) + 3);
@@ -209,7 +209,7 @@ void Engine::appendLink(Chain& c) const {
     SeqCommand jump;
     jump.command = kRelativeJump;
     jump.dataLen = 1;
-    jump.field = FieldRef::address(C, C < end);
+    jump.field = FieldRef::at(C, C < end);
     if (relativeReaches(end, C, C < end)) {
         encodeCommand(jump, end, C, c.bytes);
     } else if (!longSnap) {
@@ -285,7 +285,7 @@ bool Engine::fitsInPlace(const Chain& c) const {
     for (const Reference& r : references_) {
         if (r.to <= from || r.to >= to || (r.from >= from && r.from < to)) continue;
         bool found = false;
-        for (size_t i = 0; i < c.places.size() && !found; ++i) found = c.places[i] == r.to && c.seq->commands()[i].origin == r.to;
+        for (size_t i = 0; i < c.places.size() && !found; ++i) found = c.places[i] == r.to && c.seq->commands()[i].origin == CmdId::readAt(r.to);
         if (!found) return false;
     }
     return true;
@@ -295,7 +295,7 @@ void Engine::decideInPlace(Chain& c, bool& moreMoved) {
     // Commands as read encode to the bytes they were read from: only a closing
     // jump that follows a moved sequence can change them.
     const SeqCommand& end = c.seq->commands().back();
-    if (!c.edited && !(isJump(end) && end.field.kind == FieldRef::Kind::Address && moves_.count(end.field.value))) {
+    if (!c.edited && !(isJump(end) && end.field.kind == FieldRef::Kind::Address && moves_.count(end.field.address))) {
         c.written = false;
         c.bytes.clear();
         return;
@@ -332,7 +332,7 @@ void Engine::placeMoved() {
         std::vector<int32_t> reachers;  // relative jumps staying where they are that lead to it
         for (const Chain& r : chains_) {
             const SeqCommand& end = r.seq->commands().back();
-            if (!r.moved && end.command == kRelativeJump && end.field.kind == FieldRef::Kind::Address && end.field.value == c.key)
+            if (!r.moved && end.command == kRelativeJump && end.field.kind == FieldRef::Kind::Address && end.field.address == c.key)
                 reachers.push_back(r.seq->place(r.seq->commandCount() - 1));
         }
         std::optional<size_t> chosen, fallback;
@@ -369,14 +369,14 @@ void Engine::placeMoved() {
 // Refuses a field the edit set that leads where the game runs nothing.
 void Engine::checkFields(const Chain& c) const {
     const clsSequence* before = old_.sequences.find(c.key);
-    std::unordered_map<int32_t, FieldRef> was;
+    std::unordered_map<CmdId, FieldRef, CmdIdHash> was;
     if (before)
         for (const SeqCommand& b : before->commands()) was.emplace(b.origin, b.field);
     for (size_t i = 0; i < c.targets.size(); ++i) {
         const SeqCommand& cmd = c.seq->commands()[i];
         if (cmd.field.kind != FieldRef::Kind::Address) continue;
         if (const auto it = was.find(cmd.origin); it != was.end() && it->second == cmd.field) continue;
-        const int32_t t = cmd.field.value;
+        const int32_t t = cmd.field.address;
         if (moves_.count(t)) continue;
         const std::string where = sequenceName(c.key) + " command " + std::to_string(i);
         if (inArea(t) && !map_.commandAt(t))

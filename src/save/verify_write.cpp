@@ -267,7 +267,7 @@ private:
                 const LaidSequence& laid = layout.sequences[s];
                 bool same = t == laid.place && laid.place == laid.key;
                 for (size_t i = 0; !same && i < laid.places.size(); ++i)
-                    same = laid.places[i] == t && models[s]->commands()[i].origin == t;
+                    same = laid.places[i] == t && models[s]->commands()[i].origin == CmdId::readAt(t);
                 if (!same)
                     fail("the command at " + hex4(a) + " would lead to " + hex4(t) + ", which " + sequenceName(laid.key) +
                          " rewrote");

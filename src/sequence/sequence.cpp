@@ -28,7 +28,7 @@ int32_t signedByte(int32_t v) { return (v & 0xFF) >= 0x80 ? (v & 0xFF) - 256 : (
 bool isRelative(const SeqCommand& c) { return c.command == kRelativeJump; }
 
 // The index of the command with identity `id` in `cmds`; -1 when none.
-int indexOfOrigin(const std::vector<SeqCommand>& cmds, int32_t id) {
+int indexOfOrigin(const std::vector<SeqCommand>& cmds, CmdId id) {
     for (size_t k = 0; k < cmds.size(); ++k)
         if (cmds[k].origin == id) return static_cast<int>(k);
     return -1;
@@ -38,7 +38,7 @@ int indexOfOrigin(const std::vector<SeqCommand>& cmds, int32_t id) {
 // of its own, or to an address it was read or set as leading back to.
 bool leadsBack(const std::vector<SeqCommand>& cmds, size_t i) {
     const FieldRef& f = cmds[i].field;
-    if (f.kind == FieldRef::Kind::Command) return indexOfOrigin(cmds, f.value) < static_cast<int>(i);
+    if (f.kind == FieldRef::Kind::Command) return indexOfOrigin(cmds, f.command) < static_cast<int>(i);
     return f.backward;
 }
 
@@ -54,8 +54,8 @@ std::unordered_map<int32_t, size_t> byPlace(const std::vector<int32_t>& places) 
 // command standing at that address (`at`: byPlace of the layout), else the address.
 FieldRef fieldNaming(const std::vector<SeqCommand>& cmds, const std::unordered_map<int32_t, size_t>& at, int32_t address,
                      bool relative, int32_t place) {
-    if (const auto it = at.find(address); it != at.end()) return FieldRef::command(cmds[it->second].origin);
-    return FieldRef::address(address, relative && address < place);
+    if (const auto it = at.find(address); it != at.end()) return FieldRef::naming(cmds[it->second].origin);
+    return FieldRef::at(address, relative && address < place);
 }
 
 }  // namespace
@@ -134,7 +134,7 @@ void clsSequence::load(Image& fp, bool KR) {
             break;
         }
         SeqCommand c;
-        c.origin = startAddr_ + sizeBytes_;
+        c.origin = CmdId::readAt(startAddr_ + sizeBytes_);
         c.command = f.command;
         c.dataLen = editorDataLen(f);
         (void)fp.readByte();
@@ -144,7 +144,7 @@ void clsSequence::load(Image& fp, bool KR) {
         int32_t target = kNoField;
         if (const auto [lo, hi] = addressFieldData(c); lo >= 0) {
             const auto l = static_cast<size_t>(lo);
-            target = hi < 0 ? c.origin + signedByte(c.data[l]) : (c.data[l] & 0xFF) + 256 * (c.data[l + 1] & 0xFF);
+            target = hi < 0 ? c.origin.readAddress() + signedByte(c.data[l]) : (c.data[l] & 0xFF) + 256 * (c.data[l + 1] & 0xFF);
             c.data[l] = 0;
             if (hi >= 0) c.data[l + 1] = 0;
         }
@@ -191,7 +191,7 @@ std::string clsSequence::AddressRange() const { return hex4(startAddr_) + "-" + 
 
 int16_t clsSequence::dataLen(int pos) const { return at(pos).dataLen; }
 int16_t clsSequence::command(int pos) const { return at(pos).command; }
-int32_t clsSequence::commandAddress(int i) const { return at(i).origin; }
+CmdId clsSequence::commandAddress(int i) const { return at(i).origin; }
 
 std::vector<int32_t> clsSequence::places() const {
     std::vector<int32_t> out;
@@ -211,7 +211,7 @@ int32_t clsSequence::place(int i) const {
     return p;
 }
 
-int32_t clsSequence::placeOfOrigin(int32_t origin) const {
+int32_t clsSequence::placeOfOrigin(CmdId origin) const {
     int32_t p = startAddr_;
     for (const SeqCommand& c : cmds_) {
         if (c.origin == origin) return p;
@@ -223,13 +223,13 @@ int32_t clsSequence::placeOfOrigin(int32_t origin) const {
 int32_t clsSequence::resolve(const FieldRef& f, const std::vector<int32_t>& at, const OriginIndex* index) const {
     switch (f.kind) {
     case FieldRef::Kind::None: return kNoField;
-    case FieldRef::Kind::Address: return f.value;
+    case FieldRef::Kind::Address: return f.address;
     case FieldRef::Kind::Command: {
         if (index) {
-            const auto it = index->find(f.value);
+            const auto it = index->find(f.command);
             return it == index->end() ? kNoField : at[it->second];
         }
-        const int k = indexOfOrigin(cmds_, f.value);
+        const int k = indexOfOrigin(cmds_, f.command);
         return k < 0 ? kNoField : at[static_cast<size_t>(k)];
     }
     }
@@ -246,8 +246,8 @@ clsSequence::OriginIndex clsSequence::originIndex() const {
 int32_t clsSequence::fieldTarget(int i) const {
     const SeqCommand& c = at(i);
     if (c.field.none()) return kNoField;
-    if (c.field.kind == FieldRef::Kind::Address) return c.field.value;
-    return placeOfOrigin(c.field.value);
+    if (c.field.kind == FieldRef::Kind::Address) return c.field.address;
+    return placeOfOrigin(c.field.command);
 }
 
 std::vector<int32_t> clsSequence::fieldTargets() const {
@@ -303,10 +303,10 @@ void clsSequence::settle() {
     }
 }
 
-int32_t clsSequence::nextNewOrigin() const {
-    int32_t lowest = 0;
-    for (const SeqCommand& c : cmds_) lowest = std::min(lowest, c.origin);
-    return lowest - 1;
+CmdId clsSequence::nextNewOrigin() const {
+    CmdId lowest = CmdId::added(0);
+    for (const SeqCommand& c : cmds_) lowest = std::min(lowest, c.origin.below());
+    return lowest;
 }
 
 int16_t clsSequence::data(int pos, int i) const {
@@ -355,9 +355,9 @@ bool clsSequence::removeCommand(int pos) {
     clsSequence edited = *this;
     auto& cmds = edited.cmds_;
     // What named the removed command names the one that takes its place.
-    const int32_t gone = cmds[static_cast<size_t>(pos)].origin, heir = cmds[static_cast<size_t>(pos) + 1].origin;
+    const CmdId gone = cmds[static_cast<size_t>(pos)].origin, heir = cmds[static_cast<size_t>(pos) + 1].origin;
     for (SeqCommand& c : cmds)
-        if (c.field.kind == FieldRef::Kind::Command && c.field.value == gone) c.field.value = heir;
+        if (c.field.kind == FieldRef::Kind::Command && c.field.command == gone) c.field.command = heir;
     edited.sizeBytes_ -= cmds[static_cast<size_t>(pos)].encodedSize();
     cmds.erase(cmds.begin() + pos);
     edited.settle();
@@ -380,7 +380,7 @@ clsSequence::Insert clsSequence::insertCommand(int after, int16_t code) {
     c.origin = nextNewOrigin();  // a new command has no place in the image yet
     c.command = code;
     c.dataLen = editorDataLen(f);
-    if (f.field != FieldKind::None && !f.gameFieldOnly) c.field = FieldRef::address(0);  // a new branch names 0000
+    if (f.field != FieldKind::None && !f.gameFieldOnly) c.field = FieldRef::at(0);  // a new branch names 0000
     clsSequence edited = *this;
     edited.cmds_.insert(edited.cmds_.begin() + (after + 1), c);
     edited.sizeBytes_ += c.encodedSize();
@@ -394,7 +394,7 @@ std::string clsSequence::verify() const {
     if (cmds_.empty()) return "a sequence needs at least its end command";
     if (cmds_.size() > static_cast<size_t>(kMaxCommands)) return "more than " + std::to_string(kMaxCommands) + " commands";
     auto at = [](size_t i, const std::string& why) { return "command " + std::to_string(i) + ": " + why; };
-    std::unordered_map<int32_t, size_t> origins;
+    std::unordered_map<CmdId, size_t, CmdIdHash> origins;
     origins.reserve(cmds_.size());
     int64_t size = 0;
     for (size_t i = 0; i < cmds_.size(); ++i) {
@@ -418,7 +418,7 @@ std::string clsSequence::verify() const {
         if (last && !f.editorEnds) return at(i, "the last command must end the sequence");
         if ((lo >= 0) == c.field.none())
             return at(i, lo >= 0 ? "its address field names nothing" : "names a target but has no address field");
-        if (c.field.kind == FieldRef::Kind::Address && (c.field.value < 0 || c.field.value > 0xFFFF))
+        if (c.field.kind == FieldRef::Kind::Address && (c.field.address < 0 || c.field.address > 0xFFFF))
             return at(i, "its address field leads outside 0000 to FFFF");
         size += c.encodedSize();
     }
@@ -426,7 +426,7 @@ std::string clsSequence::verify() const {
     const OriginIndex index = originIndex();
     for (size_t i = 0; i < cmds_.size(); ++i) {
         const SeqCommand& c = cmds_[i];
-        if (c.field.kind == FieldRef::Kind::Command && origins.count(c.field.value) == 0)
+        if (c.field.kind == FieldRef::Kind::Command && origins.count(c.field.command) == 0)
             return at(i, "names a command the sequence no longer holds");
         if (isRelative(c) && (c.field.kind == FieldRef::Kind::Command || placed()) &&
             !relativeReaches(places[i], resolve(c.field, places, &index), leadsBack(cmds_, i)))
@@ -460,14 +460,14 @@ void clsSequence::setCommands(const std::vector<std::pair<int, std::vector<int>>
     };
     std::vector<SeqCommand> cmds;
     std::vector<int32_t> values;  // what each field's values say, -1 for none
-    int32_t origin = kNewOrigin;
+    int32_t added = 0;
     for (size_t i = 0; i < commands.size(); ++i) {
         const auto& [code, data] = commands[i];
         if (code < 0 || code > 0xFF || (isLowCode(code) && (code & kLowNibbleMask) != 0)) fail(i, "not a command code");
         if (isLowCode(code) && data.empty()) fail(i, "a low code carries its first value in its code byte");
         if (data.size() > static_cast<size_t>(kMaxDataValues)) fail(i, "more data values than any command takes");
         SeqCommand c;
-        c.origin = origin--;
+        c.origin = CmdId::added(added++);
         c.command = static_cast<int16_t>(code);
         for (size_t k = 0; k < data.size(); ++k) c.data[k] = static_cast<int16_t>(std::clamp(data[k], -1, 0x100));
         cmds.push_back(c);

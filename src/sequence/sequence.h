@@ -4,6 +4,7 @@
 #include "model/image.h"
 #include "sequence/catalogue.h"
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <functional>
@@ -26,11 +27,29 @@ constexpr bool isNewSequence(int32_t key) { return key >= kNewSequenceKey; }
 
 // A command's identity: where it was read in the image as opened (its game
 // address then, which never changes while the image is open), or, for a
-// command the user added, a distinct negative number (kNewOrigin,
-// kNewOrigin - 1, ...). An identity is never an address the command stands
-// at now: that is its place in a layout.
-constexpr int32_t kNewOrigin = -1;
-constexpr bool isNewOrigin(int32_t origin) { return origin < 0; }
+// command the user added, a number of its own. An identity is never the
+// address a command stands at now (that is its place in a layout), and no
+// integer converts to one by accident.
+class CmdId {
+public:
+    constexpr CmdId() = default;
+    // The command read at game address `address` of the image as opened.
+    static constexpr CmdId readAt(int32_t address) { return CmdId(address); }
+    // The n-th added command of a sequence (n = 0, 1, ...).
+    static constexpr CmdId added(int32_t n) { return CmdId(-1 - n); }
+    // True for a command the user added: it was read nowhere.
+    constexpr bool isNew() const { return value_ < 0; }
+    // Where a command read from the image was read; only for !isNew().
+    constexpr int32_t readAddress() const { return value_; }
+    // An added identity below every one of the given ones: a fresh one.
+    constexpr CmdId below() const { return CmdId(std::min(value_, int32_t{0}) - 1); }
+    constexpr auto operator<=>(const CmdId&) const = default;
+    constexpr size_t hash() const { return static_cast<size_t>(static_cast<uint32_t>(value_)); }
+
+private:
+    explicit constexpr CmdId(int32_t value) : value_(value) {}
+    int32_t value_ = -1;
+};
 
 // What an address field names: one of the sequence's own commands (by its
 // identity), or an address (of a command elsewhere in the image, or outside
@@ -39,21 +58,25 @@ constexpr bool isNewOrigin(int32_t origin) { return origin < 0; }
 struct FieldRef {
     enum class Kind : uint8_t { None, Command, Address };
     Kind kind = Kind::None;
-    int32_t value = 0;      // Command: an identity; Address: a game address
+    CmdId command;          // Kind::Command: which command of its sequence
+    int32_t address = 0;    // Kind::Address: a game address
     // A relative field naming an address leads backwards (the editor shows a
     // loop back and does not follow it); kept wherever the sequence stands.
     bool backward = false;
 
-    static FieldRef command(int32_t id) { return {Kind::Command, id, false}; }
-    static FieldRef address(int32_t a, bool back = false) { return {Kind::Address, a, back}; }
+    static FieldRef naming(CmdId id) { return {Kind::Command, id, 0, false}; }
+    static FieldRef at(int32_t a, bool back = false) { return {Kind::Address, CmdId{}, a, back}; }
     bool none() const { return kind == Kind::None; }
     bool operator==(const FieldRef&) const = default;
 };
 
+struct CmdIdHash {
+    size_t operator()(CmdId id) const { return id.hash(); }
+};
+
 // One decoded command.
 struct SeqCommand {
-    // Its identity (see kNewOrigin).
-    int32_t origin = kNewOrigin;
+    CmdId origin;  // its identity
     int16_t command = 0;  // low codes: the byte with its low nibble cleared; high codes: the byte
     // Data values other than the address field; entries from dataLen on
     // belong to no command, and the entries of the address field are 0 (the
@@ -159,8 +182,8 @@ public:
     // Command index 0..commandCount-1; anything else throws std::out_of_range.
     int16_t dataLen(int pos) const;
     int16_t command(int pos) const;
-    // Command i's identity: where it was read; negative for a new command.
-    int32_t commandAddress(int i) const;
+    // Command i's identity: where it was read, or that it is new.
+    CmdId commandAddress(int i) const;
     // Where command i stands in the sequence's current layout: the address
     // plus the sizes of the commands before it.
     int32_t place(int i) const;
@@ -246,7 +269,7 @@ public:
     const std::vector<SeqCommand>& commands() const { return cmds_; }
 
     // Where the command with identity `origin` stands now; -1 when none has it.
-    int32_t placeOfOrigin(int32_t origin) const;
+    int32_t placeOfOrigin(CmdId origin) const;
 
 private:
     const SeqCommand& at(int pos) const;
@@ -259,13 +282,13 @@ public:
     std::vector<int32_t> places() const;
 
 private:
-    using OriginIndex = std::unordered_map<int32_t, size_t>;
+    using OriginIndex = std::unordered_map<CmdId, size_t, CmdIdHash>;
     OriginIndex originIndex() const;
     // Where `f` leads at the layout `places`; `index` (originIndex) saves a
     // search when many fields are resolved at once.
     int32_t resolve(const FieldRef& f, const std::vector<int32_t>& places, const OriginIndex* index = nullptr) const;
     FieldView viewAt(size_t i, const std::vector<int32_t>& places, const OriginIndex* index = nullptr) const;
-    int32_t nextNewOrigin() const;
+    CmdId nextNewOrigin() const;
 
     int32_t startAddr_ = 0;
     std::vector<SeqCommand> cmds_;

@@ -167,8 +167,8 @@ void frmMain::applyWorkingCopy() {
 
 QString frmMain::commandItemText(int i) const {
     // Where the command was read ("new" for an added one), then what it does.
-    const int32_t origin = curSeq.commandAddress(i);
-    return QString::fromLatin1((isNewOrigin(origin) ? std::string("new") : hex4(origin)) + ": " + curSeq.commandName(i, cmdNames));
+    const CmdId origin = curSeq.commandAddress(i);
+    return QString::fromLatin1((origin.isNew() ? std::string("new") : hex4(origin.readAddress())) + ": " + curSeq.commandName(i, cmdNames));
 }
 
 void frmMain::lstSeqCommands_update() {

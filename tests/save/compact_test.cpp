@@ -113,7 +113,7 @@ TEST(Compact, CarriesUnsavedEditsOverForSave) {
     Playbook carried = carryOver(o.pb, plan);
     const clsSequence& seq = carried.sequences.at(plan.moved(0xA040));
     EXPECT_EQ(seq.commandName(seq.commandCount() - 1, defaultCmdNames()), "Loop Back 7 bytes");
-    EXPECT_EQ(seq.commandAddress(0), plan.moved(0xA040));
+    EXPECT_EQ(seq.commandAddress(0), CmdId::readAt(plan.moved(0xA040)));
 }
 
 // A grown sequence that fits no free run: Save refuses, Compact and Save makes the room.

@@ -40,7 +40,7 @@ TEST_P(DecodeTest, DecodesThenEncodesToTheSameBytes) {
         const int pos = static_cast<int>(i);
         EXPECT_EQ(seq.command(pos), e.command) << "command " << i;
         EXPECT_EQ(seq.dataLen(pos), e.dataLen) << "command " << i;
-        EXPECT_EQ(seq.commandAddress(pos), e.address) << "command " << i;
+        EXPECT_EQ(seq.commandAddress(pos), CmdId::readAt(e.address)) << "command " << i;
         for (size_t k = 0; k < e.data.size(); ++k) EXPECT_EQ(seq.data(pos, static_cast<int>(k)), e.data[k]) << i << "/" << k;
     }
     const Bytes encoded = seq.encode();

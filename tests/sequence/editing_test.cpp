@@ -18,8 +18,8 @@ TEST(RemoveCommand, SizeDropsOriginsStayAndTheEndCommandStays) {
     clsSequence a = sample();
     ASSERT_TRUE(a.removeCommand(0));
     ASSERT_EQ(a.commandCount(), 2);
-    EXPECT_EQ(a.commandAddress(0), 0xA001);
-    EXPECT_EQ(a.commandAddress(1), 0xA002);
+    EXPECT_EQ(a.commandAddress(0), CmdId::readAt(0xA001));
+    EXPECT_EQ(a.commandAddress(1), CmdId::readAt(0xA002));
     EXPECT_EQ(a.byteSize(), 3);
     EXPECT_EQ(a.nextSequence(), 0xA007) << "the jump still names A007";
     EXPECT_EQ(a.encode(), (Bytes{0x51, 0xFE, 0x06}));
@@ -54,12 +54,13 @@ TEST(Editing, ALoopKeepsItsTargetThroughInsertsAndSwaps) {
     EXPECT_EQ(seq.data(4, 0), 0xF9) << "the offset shown is the one written";
     ASSERT_EQ(seq.insertCommand(-1, 0xD7), clsSequence::Insert::Done);  // before both
     EXPECT_EQ(seq.commandName(5, defaultCmdNames()), "Loop Back 7 bytes");
-    EXPECT_EQ(seq.commandAddress(0), kNewOrigin - 1) << "new commands have no place in the image";
+    EXPECT_TRUE(seq.commandAddress(0).isNew()) << "new commands have no place in the image";
+    EXPECT_NE(seq.commandAddress(0), seq.commandAddress(2)) << "each new command has an identity of its own";
     EXPECT_TRUE(seq.verify().empty());
 
     clsSequence swapped = loop();
     ASSERT_TRUE(swapped.swapCommands(0, 1));  // the target moves to the top
-    EXPECT_EQ(swapped.commandAddress(0), 0xA003);
+    EXPECT_EQ(swapped.commandAddress(0), CmdId::readAt(0xA003));
     EXPECT_EQ(swapped.commandName(3, defaultCmdNames()), "Loop Back 7 bytes");
     EXPECT_FALSE(swapped.swapCommands(2, 3)) << "the end command stays last";
 }
