@@ -184,8 +184,12 @@ AreaMap buildAreaMap(const Playbook& pb) {
 }
 
 std::vector<GameCommand> traceFrom(std::span<const uint8_t> area, int32_t address) {
+    return traceFrom(area, std::vector<int32_t>{address});
+}
+
+std::vector<GameCommand> traceFrom(std::span<const uint8_t> area, const std::vector<int32_t>& addresses) {
     GameWalk walk(area);
-    walk.push(address);
+    for (int32_t a : addresses) walk.push(a);
     walk.run();
     return std::move(walk.commands);
 }

@@ -96,6 +96,8 @@ struct AreaMap {
 
 // The commands the game can reach from `address` in `area`, in address order.
 [[nodiscard]] std::vector<GameCommand> traceFrom(std::span<const uint8_t> area, int32_t address);
+// The same from several addresses at once.
+[[nodiscard]] std::vector<GameCommand> traceFrom(std::span<const uint8_t> area, const std::vector<int32_t>& addresses);
 
 // The area's bytes of an image (fewer when the image ends inside it).
 [[nodiscard]] std::span<const uint8_t> areaBytes(const std::vector<uint8_t>& image);

@@ -24,6 +24,16 @@ bool goesOnInGame(const clsSequence& s) {
 
 bool isJump(const SeqCommand& c) { return c.command == kRelativeJump || c.command == kAbsoluteJump; }
 
+// The start a closing jump names as the image was read (an address, or a
+// command of its own sequence by where it was read there); -1 for none. A
+// jump to where a sequence starts runs that sequence: it follows it when it moves.
+int32_t closingName(const SeqCommand& c) {
+    if (!isJump(c)) return -1;
+    if (c.field.kind == FieldRef::Kind::Address) return c.field.address;
+    if (c.field.kind == FieldRef::Kind::Command && !c.field.command.isNew()) return c.field.command.readAddress();
+    return -1;
+}
+
 std::vector<uint8_t> bytesAt(const std::vector<uint8_t>& image, int32_t address, int32_t size) {
     const int32_t offset = offsetOfAddress(address);
     if (offset < 0 || size <= 0 || static_cast<size_t>(offset) >= image.size()) return {};
@@ -55,6 +65,7 @@ private:
     bool fitsInPlace(const Chain& c) const;
     const std::vector<uint8_t>& foreignBytes(int32_t key) const;
     void checkFields(const Chain& c) const;
+    void checkContinuation(const Chain& c) const;
     [[noreturn]] void refuse(const std::string& what, Refusal kind) const {
         throw SaveError(pb_.romPath + ": " + what + "; nothing was saved", kind);
     }
@@ -72,6 +83,9 @@ private:
     std::vector<AreaRun> free_;
     int32_t freeLeft_ = 0;
     mutable std::unordered_map<int32_t, std::vector<uint8_t>> foreign_;  // foreignBytes by key, worked out once
+    // The bytes right after an editor sequence ending in a Long Snap: an FF
+    // there would make the snap no end (the editor would read on).
+    std::unordered_set<int32_t> afterLongSnap_;
 };
 
 void Engine::collect() {
@@ -117,6 +131,7 @@ void Engine::collect() {
             at += seq.commands()[i].encodedSize();
         }
         for (int32_t a = std::max(key, kSequenceAreaAddress); a < std::min(key + seq.byteSize(), kAreaEnd); ++a) ++coverage_[areaIndex(a)];
+        if (!seq.commands().empty() && seq.commands().back().command == kLongSnap) afterLongSnap_.insert(key + seq.byteSize());
     }
     for (const AreaEntry& e : playbookEntries(pb_)) {
         references_.push_back({-1, e.target});
@@ -176,9 +191,11 @@ void Engine::encode(Chain& c, int32_t at, bool followMoves) const {
     auto resolve = [&](size_t i) -> int32_t {
         const FieldRef& f = cmds[i].field;
         if (f.kind == FieldRef::Kind::None) return clsSequence::kNoField;
+        // A closing jump to another sequence's start follows it; one to its own
+        // commands (a loop to its first) stays with them.
+        if (followMoves && i + 1 == n && closingName(cmds[i]) != c.key)
+            if (const auto m = moves_.find(closingName(cmds[i])); m != moves_.end()) return m->second;
         if (f.kind == FieldRef::Kind::Command) return c.places[own(f.command)];
-        if (followMoves && i + 1 == n && isJump(cmds[i]))
-            if (const auto m = moves_.find(f.address); m != moves_.end()) return m->second;
         return f.address;
     };
     SeqCommand last = cmds.back();  // a closing relative jump out of reach is written absolute
@@ -265,6 +282,16 @@ void Engine::copyTail(Chain& c, int32_t from) const {
 // whatever leads into its middle from outside finds its command where it was.
 bool Engine::fitsInPlace(const Chain& c) const {
     if (static_cast<int32_t>(c.bytes.size()) > c.oldSize) return false;
+    if (afterLongSnap_.count(c.key) && !c.bytes.empty() && c.bytes[0] == kAbsoluteJump) return false;
+    // A field naming an address among its own old bytes means the command the
+    // image held there: in place, that is rewritten (unless one of its own stands there).
+    for (size_t i = 0; i < c.targets.size(); ++i) {
+        const SeqCommand& cmd = c.seq->commands()[i];
+        const int32_t t = c.targets[i];
+        if (cmd.field.kind == FieldRef::Kind::Address && t >= c.key && t < c.key + c.oldSize &&
+            std::find(c.places.begin(), c.places.end(), t) == c.places.end())
+            return false;
+    }
     const std::vector<uint8_t> old = bytesAt(image_, c.key, c.oldSize);
     Chain plain = c;
     encode(plain, c.key, false);  // what the edit alone writes, before any jump follows a move
@@ -281,9 +308,16 @@ bool Engine::fitsInPlace(const Chain& c) const {
                 if (key != c.key && key < c.key + c.oldSize && key + seq.byteSize() > c.key) return false;
         }
     }
-    const int32_t from = c.key, to = c.key + c.oldSize;
+    // What leads into its middle: from outside its old bytes, or from old
+    // bytes past the new ones that another path still runs.
+    const int32_t from = c.key, to = c.key + c.oldSize, written = c.key + static_cast<int32_t>(c.bytes.size());
+    const std::vector<uint8_t>* foreign = inArea(c.key) ? &foreignBytes(c.key) : nullptr;
+    // Old bytes left past the new ones still run when the new commands lead there.
+    const bool leftRuns = std::any_of(c.targets.begin(), c.targets.end(), [&](int32_t t) { return t >= written && t < to; });
     for (const Reference& r : references_) {
-        if (r.to <= from || r.to >= to || (r.from >= from && r.from < to)) continue;
+        if (r.to <= from || r.to >= to) continue;
+        if (r.from >= from && r.from < written) continue;  // its own commands, written anew
+        if (r.from >= written && r.from < to && !leftRuns && !(foreign && inArea(r.from) && (*foreign)[areaIndex(r.from)])) continue;
         bool found = false;
         for (size_t i = 0; i < c.places.size() && !found; ++i) found = c.places[i] == r.to && c.seq->commands()[i].origin == CmdId::readAt(r.to);
         if (!found) return false;
@@ -295,7 +329,7 @@ void Engine::decideInPlace(Chain& c, bool& moreMoved) {
     // Commands as read encode to the bytes they were read from: only a closing
     // jump that follows a moved sequence can change them.
     const SeqCommand& end = c.seq->commands().back();
-    if (!c.edited && !(isJump(end) && end.field.kind == FieldRef::Kind::Address && moves_.count(end.field.address))) {
+    if (!c.edited && (closingName(end) == c.key || !moves_.count(closingName(end)))) {
         c.written = false;
         c.bytes.clear();
         return;
@@ -318,7 +352,11 @@ void Engine::decideInPlace(Chain& c, bool& moreMoved) {
 // that holds it and that the relative jumps staying in place can reach, else
 // the first that holds it.
 void Engine::placeMoved() {
-    free_ = map_.freeRuns();
+    free_.clear();
+    for (AreaRun r : map_.freeRuns()) {
+        if (afterLongSnap_.count(r.start)) ++r.start;  // left as it is, so the snap stays an end
+        if (r.start <= r.end) free_.push_back(r);
+    }
     moves_.clear();
     for (const Chain& c : chains_)
         if (c.moved) moves_[c.key] = -1;
@@ -332,7 +370,7 @@ void Engine::placeMoved() {
         std::vector<int32_t> reachers;  // relative jumps staying where they are that lead to it
         for (const Chain& r : chains_) {
             const SeqCommand& end = r.seq->commands().back();
-            if (!r.moved && end.command == kRelativeJump && end.field.kind == FieldRef::Kind::Address && end.field.address == c.key)
+            if (!r.moved && end.command == kRelativeJump && closingName(end) == c.key)
                 reachers.push_back(r.seq->place(r.seq->commandCount() - 1));
         }
         std::optional<size_t> chosen, fallback;
@@ -366,6 +404,17 @@ void Engine::placeMoved() {
     for (const AreaRun& r : free_) freeLeft_ += r.size();
 }
 
+// Refuses a written sequence after which the game would now go on into bytes
+// it never ran (its lock-up removed, say, the game runs on past Human Control).
+void Engine::checkContinuation(const Chain& c) const {
+    if (c.continuation < 0 || !inArea(c.continuation) || map_.commandAt(c.continuation)) return;
+    for (const SeqCommand& cmd : c.seq->commands())
+        if (isLockUp(codeByte(cmd))) return;  // the game still hangs before the end
+    refuse(sequenceName(c.key) + " ends with " + hex2(c.seq->commands().back().command) + ", after which the game goes on at " +
+               hex4(c.continuation) + ", where it ran nothing before (a lock-up kept it from getting there); end it with a jump",
+           Refusal::BadField);
+}
+
 // Refuses a field the edit set that leads where the game runs nothing.
 void Engine::checkFields(const Chain& c) const {
     const clsSequence* before = old_.sequences.find(c.key);
@@ -377,8 +426,14 @@ void Engine::checkFields(const Chain& c) const {
         if (cmd.field.kind != FieldRef::Kind::Address) continue;
         if (const auto it = was.find(cmd.origin); it != was.end() && it->second == cmd.field) continue;
         const int32_t t = cmd.field.address;
-        if (moves_.count(t)) continue;
         const std::string where = sequenceName(c.key) + " command " + std::to_string(i);
+        // The open reads a sequence a closing jump leads to the way it reads the one it left.
+        const clsSequence* next = pb_.sequences.find(t);
+        if (i + 1 == c.targets.size() && isJump(cmd) && !cmd.field.backward && next && next->kick() != c.seq->kick())
+            refuse(where + " leads to " + sequenceName(t) + ", which is read " + (next->kick() ? "the kick formations' way" : "the plain way") +
+                       ", but " + sequenceName(c.key) + " is read the other way: it would run other commands",
+                   Refusal::MisreadEntry);
+        if (moves_.count(t)) continue;
         if (inArea(t) && !map_.commandAt(t))
             refuse(where + " leads to " + hex4(t) + ", where the game runs no command (the middle of a command, or unused bytes)",
                    Refusal::BadField);
@@ -401,6 +456,7 @@ LayoutResult Engine::run() {
     for (Chain& c : chains_) {
         if (c.moved) c.written = true;
         if (c.written) checkFields(c);
+        if (c.written) checkContinuation(c);
         if (c.bytes.empty()) encode(c, c.key, true);  // unchanged: what the check before the write reads back
     }
     out.moves = moves_;

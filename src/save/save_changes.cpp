@@ -14,6 +14,8 @@
 #include "sequence/command_format.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
@@ -76,6 +78,17 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     refuseMisreadEntries(old, pb);
     const AreaMap map = buildAreaMap(old);
     LayoutResult laid = layOut(pb, old, map, image);
+    if (std::getenv("ZPE_DEBUG_LAYOUT")) {  // DEBUG
+        for (const Chain& c : laid.chains) {
+            if (!c.written) continue;
+            std::fprintf(stderr, "chain %X -> %X moved=%d size=%zu old=%d cont=%X link=%X:", c.key, c.place, c.moved, c.bytes.size(), c.oldSize, c.continuation, c.linkAt);
+            for (uint8_t b : c.bytes) std::fprintf(stderr, " %02X", b);
+            std::fprintf(stderr, "\n   named by:");
+            for (const AreaEntry& e : entriesNaming(pb, c.key)) std::fprintf(stderr, " %s", e.name().c_str());
+            for (const auto& [k, q] : pb.sequences) if (q.nextSequence() == c.key) std::fprintf(stderr, " next-of-%X", k);
+            std::fprintf(stderr, "\n");
+        }
+    }
 
     SavePlan plan;
     SaveLayout layout;
@@ -115,6 +128,16 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     }
     plan.summary.freeBytesLeft = laid.freeBytesLeft;
     plan.bytes = out.bytes();
+    // A sequence lying outside the area, in the tables this save rewrote, would read differently.
+    for (const Chain& c : laid.chains) {
+        if (c.written || inArea(c.key) || isNewSequence(c.key)) continue;
+        const int32_t from = offsetOfAddress(c.key);
+        for (int32_t o = std::max(from, 0); o < from + c.oldSize && static_cast<size_t>(o) < image.size(); ++o)
+            if (plan.bytes[static_cast<size_t>(o)] != image[static_cast<size_t>(o)])
+                throw SaveError(pb.romPath + ": " + sequenceName(c.key) + " lies in the tables this save rewrites (" + hex4(c.key) +
+                                    "), so it would read differently; nothing was saved",
+                                Refusal::WouldNotReopen);
+    }
     const Playbook written = verifyWrite(pb, old, plan.bytes, layout);
     plan.layout = std::move(layout);
 

@@ -113,6 +113,29 @@ bool sameCommands(clsSequence want, const clsSequence& got) {
     return true;
 }
 
+// Full Save writes fields as they stood; where that leads the editor's open
+// astray (a jump into what is now another sequence's bytes), the result would
+// not open as the model says: refused in words, before anything is written.
+void refuseUnlessItReopens(const Playbook& relaid) {
+    auto refuse = [&](const std::string& why) {
+        throw SaveError(relaid.romPath + ": after a Full Save " + why +
+                            " (Full Save writes jumps and branches as they stand, and they would lead elsewhere); use Save. "
+                            "Nothing was saved",
+                        Refusal::WouldNotReopen);
+    };
+    Playbook again;
+    try {
+        again = readBytesAs(relaid, fullSaveBytes(relaid, relaid.openedBytes));
+    } catch (const RomError& e) {
+        refuse(std::string("the image would not open: ") + e.what());
+    }
+    for (const auto& [key, seq] : relaid.sequences) {
+        const clsSequence* back = again.sequences.find(key);
+        if (!back || back->commandCount() != seq.commandCount() || back->kick() != seq.kick())
+            refuse(sequenceName(key) + " would read back as other commands");
+    }
+}
+
 }  // namespace
 
 Playbook relayout(const Playbook& pb) {
@@ -176,6 +199,7 @@ Playbook relayout(const Playbook& pb) {
         for (int j = 0; j < kPlayersPerRecord; ++j) form.posAddress(j, remapped(addressMap, form.posAddress(j)));
     for (auto& play : out.plays)
         for (int j = 0; j < kPlayersPerRecord; ++j) play.seqAddress(j, remapped(addressMap, play.seqAddress(j)));
+    if (pb.openComplete) refuseUnlessItReopens(out);
     return out;
 }
 

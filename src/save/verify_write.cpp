@@ -128,6 +128,36 @@ private:
         }
         for (const int32_t key : reachable)
             if (!laidKeys.count(key)) fail("the layout does not hold " + sequenceName(key));
+        reachable = reachableAsLaid();
+    }
+
+    // The keys the written image leads to: those the entries name, and those
+    // the closing jumps lead to as laid out (a jump into its own middle may
+    // now lead into its own copy, and the sequence it named is read by nobody).
+    std::unordered_set<int32_t> reachableAsLaid() const {
+        std::unordered_map<int32_t, const LaidSequence*> byPlace;
+        for (const LaidSequence& laid : layout.sequences) byPlace.emplace(laid.place, &laid);
+        std::unordered_set<int32_t> out;
+        std::vector<const LaidSequence*> work;
+        auto reach = [&](int32_t place) {
+            const auto it = byPlace.find(place);
+            if (it != byPlace.end() && out.insert(it->second->key).second) work.push_back(it->second);
+        };
+        std::unordered_map<int32_t, int32_t> placeOf;
+        for (const LaidSequence& laid : layout.sequences) placeOf.emplace(laid.key, laid.place);
+        for (const AreaEntry& e : playbookEntries(model))
+            if (const auto it = placeOf.find(e.target); it != placeOf.end()) reach(it->second);
+        while (!work.empty()) {
+            const LaidSequence* laid = work.back();
+            work.pop_back();
+            const clsSequence& seq = model.sequences.at(laid->key);
+            const SeqCommand& end = seq.commands().back();
+            const bool loopBack = end.command == cmd::kRelativeJump && !laid->targets.empty() &&
+                                  laid->targets.back() < laid->places.back();
+            if ((end.command == cmd::kAbsoluteJump || end.command == cmd::kRelativeJump) && !loopBack && !laid->targets.empty())
+                reach(laid->targets.back());
+        }
+        return out;
     }
 
     // The tables: every slot as the model has it, every entry naming where its sequence now stands.
@@ -202,10 +232,26 @@ private:
             for (int32_t p : laid.places)
                 if (inArea(p)) expected[areaIndex(p)] = 1;
             if (inArea(laid.continuationAt)) expected[areaIndex(laid.continuationAt)] = 1;
-            for (const auto& [place, was] : laid.tail)
-                if (inArea(place)) expected[areaIndex(place)] = 1;
+            // Commands copied after a Long Snap keep their bytes: the game runs
+            // in the copy every command it ran in the original's bytes.
+            if (!laid.tail.empty()) {
+                const int32_t from = laid.tail.front().second, at = laid.tail.front().first;
+                const int32_t to = from + (laid.end - at);
+                for (int32_t a : oldMap.commands)
+                    if (a >= from && a < to && inArea(at + (a - from))) expected[areaIndex(at + (a - from))] = 1;
+            }
         }
 
+        // Where the edit leads the game (an entry pointed at a sequence it never
+        // ran, a lock-up moved, a branch set): it runs what the image's bytes
+        // hold from there. Only the bytes this save writes are checked command by command.
+        std::vector<int32_t> edited;
+        for (const AreaEntry& e : playbookEntries(again))
+            if (inArea(e.target) && !oldStart[areaIndex(e.target)] && owner[areaIndex(e.target)] < 0) edited.push_back(e.target);
+        for (const LaidSequence& laid : layout.sequences)
+            if (laid.written && inArea(laid.place)) edited.push_back(laid.place);
+        for (const GameCommand& g : traceFrom(newArea, edited))
+            if (owner[areaIndex(g.address)] < 0) oldStart[areaIndex(g.address)] = 1;
         for (int32_t a : newMap.commands) {
             const int32_t s = owner[areaIndex(a)];
             if (s >= 0) {
