@@ -25,10 +25,13 @@ bool goesOnInGame(const clsSequence& s) {
 bool isJump(const SeqCommand& c) { return c.command == kRelativeJump || c.command == kAbsoluteJump; }
 
 // The start a closing jump names as the image was read (an address, or a
-// command of its own sequence by where it was read there); -1 for none. A
-// jump to where a sequence starts runs that sequence: it follows it when it moves.
+// command of its own sequence by where it was read there); -1 for none and
+// for a loop back. A jump to where a sequence starts runs that sequence: it
+// follows it when it moves.
 int32_t closingName(const SeqCommand& c) {
     if (!isJump(c)) return -1;
+    // A loop back is no way on to another sequence: the editor does not follow it.
+    if (c.command == kRelativeJump && (c.field.kind == FieldRef::Kind::Command || c.field.backward)) return -1;
     if (c.field.kind == FieldRef::Kind::Address) return c.field.address;
     if (c.field.kind == FieldRef::Kind::Command && !c.field.command.isNew()) return c.field.command.readAddress();
     return -1;
@@ -86,6 +89,7 @@ private:
     // The bytes right after an editor sequence ending in a Long Snap: an FF
     // there would make the snap no end (the editor would read on).
     std::unordered_set<int32_t> afterLongSnap_;
+    std::unordered_set<int32_t> usedOutside_;  // every address the image as read leads to
 };
 
 void Engine::collect() {
@@ -132,6 +136,17 @@ void Engine::collect() {
         }
         for (int32_t a = std::max(key, kSequenceAreaAddress); a < std::min(key + seq.byteSize(), kAreaEnd); ++a) ++coverage_[areaIndex(a)];
         if (!seq.commands().empty() && seq.commands().back().command == kLongSnap) afterLongSnap_.insert(key + seq.byteSize());
+    }
+    // Where the image as read leads outside the area: a field may be set to lead there too.
+    for (const Reference& r : references_) usedOutside_.insert(r.to);
+    for (const AreaEntry& e : playbookEntries(old_)) usedOutside_.insert(e.target);
+    // The fields as edited lead somewhere too (a branch set to the middle of
+    // another sequence), and so does where a new sequence goes on.
+    for (const Chain& c : chains_) {
+        if (c.continuation >= 0) references_.push_back({-1, c.continuation});
+        if (c.edited)
+            for (const SeqCommand& cmd : c.seq->commands())
+                if (cmd.field.kind == FieldRef::Kind::Address) references_.push_back({-1, cmd.field.address});
     }
     for (const AreaEntry& e : playbookEntries(pb_)) {
         references_.push_back({-1, e.target});
@@ -282,6 +297,16 @@ void Engine::copyTail(Chain& c, int32_t from) const {
 // whatever leads into its middle from outside finds its command where it was.
 bool Engine::fitsInPlace(const Chain& c) const {
     if (static_cast<int32_t>(c.bytes.size()) > c.oldSize) return false;
+    // The game reads a COM pass's receiver address beyond the editor's bytes and
+    // nothing relinks it: such a sequence changes only where every command stays.
+    if (c.seq->readsDifferentlyByGame())
+        for (size_t i = 0; i < c.places.size(); ++i) {
+            const CmdId id = c.seq->commands()[i].origin;
+            if (id.isNew() || id.readAddress() != c.places[i])
+                refuse(sequenceName(c.key) + " holds a COM pass or 0xF1, whose bytes the game reads with other lengths; "
+                       "it can be changed only where its commands stay in place (values, not added or removed commands)",
+                       Refusal::CannotMove);
+        }
     if (afterLongSnap_.count(c.key) && !c.bytes.empty() && c.bytes[0] == kAbsoluteJump) return false;
     // A field naming an address among its own old bytes means the command the
     // image held there: in place, that is rewritten (unless one of its own stands there).
@@ -437,8 +462,7 @@ void Engine::checkFields(const Chain& c) const {
         if (inArea(t) && !map_.commandAt(t))
             refuse(where + " leads to " + hex4(t) + ", where the game runs no command (the middle of a command, or unused bytes)",
                    Refusal::BadField);
-        const bool known = std::any_of(references_.begin(), references_.end(), [&](const Reference& r) { return r.to == t; });
-        if (!inArea(t) && (t == 0xFFFF || !known))
+        if (!inArea(t) && (t == 0xFFFF || !usedOutside_.count(t)))
             refuse(where + " leads to " + hex4(t) + ", outside the sequence area, where nothing in the image leads", Refusal::BadField);
     }
 }

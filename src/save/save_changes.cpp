@@ -14,8 +14,6 @@
 #include "sequence/command_format.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
@@ -78,18 +76,6 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     refuseMisreadEntries(old, pb);
     const AreaMap map = buildAreaMap(old);
     LayoutResult laid = layOut(pb, old, map, image);
-    if (std::getenv("ZPE_DEBUG_LAYOUT")) {  // DEBUG
-        for (const Chain& c : laid.chains) {
-            if (!c.written) continue;
-            std::fprintf(stderr, "chain %X -> %X moved=%d size=%zu old=%d cont=%X link=%X:", c.key, c.place, c.moved, c.bytes.size(), c.oldSize, c.continuation, c.linkAt);
-            for (uint8_t b : c.bytes) std::fprintf(stderr, " %02X", b);
-            std::fprintf(stderr, "\n   named by:");
-            for (const AreaEntry& e : entriesNaming(pb, c.key)) std::fprintf(stderr, " %s", e.name().c_str());
-            for (const auto& [k, q] : pb.sequences) if (q.nextSequence() == c.key) std::fprintf(stderr, " next-of-%X", k);
-            std::fprintf(stderr, "\n");
-        }
-    }
-
     SavePlan plan;
     SaveLayout layout;
     Image out(pb.romPath, image);

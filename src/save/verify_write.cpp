@@ -182,6 +182,15 @@ private:
             const clsSequence* back = again.sequences.find(laid.place);
             if (!back && !reachable.count(key)) continue;
             if (!back) fail(sequenceName(key) + " would not be found at " + hex4(laid.place));
+            // The open reads a sequence the way the first chain reaching it reads: the
+            // kick formations' way or the plain one. An edit that leads a chain of
+            // the other reading to it first makes it read as other commands.
+            if (back->kick() != seq.kick())
+                throw SaveError(model.romPath + ": after this save " + sequenceName(key) + " would be read " +
+                                    (back->kick() ? "the kick formations' way" : "the plain way") +
+                                    " (a chain of that reading now reaches it first), so it would run other commands; "
+                                    "nothing was saved",
+                                Refusal::MisreadEntry);
             if (back->commandCount() != seq.commandCount())
                 fail(sequenceName(key) + " would read back as " + std::to_string(back->commandCount()) + " commands, not " +
                      std::to_string(seq.commandCount()));
