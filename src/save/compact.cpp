@@ -33,10 +33,10 @@ struct Field {
 std::vector<Field> fieldsOf(const Playbook& old, const AreaMap& map, std::span<const uint8_t> area) {
     std::vector<Field> fields;
     std::vector<uint8_t> gameStart(kSequenceAreaSize, 0);
-    for (int32_t a : map.commands) {
+    for (const GameCommand& g : map.program) {
+        const int32_t a = g.address;
         gameStart[areaIndex(a)] = 1;
-        GameCommand g;
-        if (!readGameCommand(area, a, g) || g.target < 0) continue;
+        if (g.target < 0) continue;
         const size_t i = areaIndex(a);
         const CommandFormat f = commandFormat(g.code, false, i + 1 < area.size() ? area[i + 1] : -1);
         fields.push_back({a + f.fieldAt, a, f.field == FieldKind::Relative, g.target});
@@ -126,9 +126,8 @@ void relinkFields(const Playbook& old, const AreaMap& map, std::span<const uint8
     // Which command the game runs each byte as part of (two: shared).
     std::vector<int32_t> cover(kSequenceAreaSize, -1);
     std::vector<uint8_t> shared(kSequenceAreaSize, 0);
-    for (int32_t a : map.commands) {
-        GameCommand g;
-        if (!readGameCommand(area, a, g)) continue;
+    for (const GameCommand& g : map.program) {
+        const int32_t a = g.address;
         for (int32_t b = a; b < a + g.length; ++b) {
             if (cover[areaIndex(b)] >= 0 && cover[areaIndex(b)] != a) shared[areaIndex(b)] = 1;
             else cover[areaIndex(b)] = a;
@@ -144,10 +143,8 @@ void relinkFields(const Playbook& old, const AreaMap& map, std::span<const uint8
         }
     }
     auto sharer = [&](int32_t byte, int32_t owner) {
-        for (int32_t a : map.commands) {
-            GameCommand g;
-            if (a != owner && readGameCommand(area, a, g) && byte >= a && byte < a + g.length) return a;
-        }
+        for (const GameCommand& g : map.program)
+            if (g.address != owner && byte >= g.address && byte < g.address + g.length) return g.address;
         return owner;
     };
     for (const Field& f : fieldsOf(old, map, area)) {

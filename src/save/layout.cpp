@@ -62,7 +62,8 @@ private:
     void collect();
     void decideInPlace(Chain& c, bool& moreMoved);
     void placeMoved();
-    void encode(Chain& c, int32_t at, bool followMoves) const;
+    // `withBytes` false: only the places and where the fields lead (the bytes are the image's).
+    void encode(Chain& c, int32_t at, bool followMoves, bool withBytes = true) const;
     void appendLink(Chain& c) const;
     void copyTail(Chain& c, int32_t continuation) const;
     bool fitsInPlace(const Chain& c) const;
@@ -180,7 +181,7 @@ const std::vector<uint8_t>& Engine::foreignBytes(int32_t key) const {
 
 // A chain's commands, and the way on to where the game goes on, at `at`.
 // `followMoves`: a closing jump naming a moved sequence leads to its new place.
-void Engine::encode(Chain& c, int32_t at, bool followMoves) const {
+void Engine::encode(Chain& c, int32_t at, bool followMoves, bool withBytes) const {
     const std::vector<SeqCommand>& cmds = c.seq->commands();
     const size_t n = cmds.size();
     c.place = at;
@@ -219,11 +220,13 @@ void Engine::encode(Chain& c, int32_t at, bool followMoves) const {
         const bool back = last.field.kind == FieldRef::Kind::Command ? own(last.field.command) + 1 < n : last.field.backward;
         if (t < 0 || !relativeReaches(c.places[n - 1], t, back)) last = madeAbsolute(last);
     }
-    c.bytes.reserve(static_cast<size_t>(c.seq->byteSize()) + 3);
-    for (size_t i = 0; i < n; ++i) {
-        c.targets[i] = resolve(i);
-        encodeCommand(i + 1 == n ? last : cmds[i], c.places[i], c.targets[i], c.bytes);
+    for (size_t i = 0; i < n; ++i) c.targets[i] = resolve(i);
+    if (!withBytes) {  // an unchanged sequence: its bytes are the image's
+        c.bytes = bytesAt(image_, c.key, c.oldSize);
+        return;
     }
+    c.bytes.reserve(static_cast<size_t>(c.seq->byteSize()) + 3);
+    for (size_t i = 0; i < n; ++i) encodeCommand(i + 1 == n ? last : cmds[i], c.places[i], c.targets[i], c.bytes);
     appendLink(c);
 }
 
@@ -481,7 +484,7 @@ LayoutResult Engine::run() {
         if (c.moved) c.written = true;
         if (c.written) checkFields(c);
         if (c.written) checkContinuation(c);
-        if (c.bytes.empty()) encode(c, c.key, true);  // unchanged: what the check before the write reads back
+        if (c.bytes.empty()) encode(c, c.key, true, false);  // unchanged: what the check before the write reads back
     }
     out.moves = moves_;
     out.freeBytesLeft = freeLeft_;
