@@ -320,56 +320,63 @@ private:
         }
     }
 
+    // Human Control, then what only the game runs after it.
+    void endWithHumanControl(Piece& p, bool mayChain) {
+        closeWith(p, plain({0xE4}));
+        addGameOnly(p, false, mayChain);
+        ++out_.features[kHumanControlTail];
+    }
+
+    // Ends the editor's reading of `p` with `c`.
+    static void closeWith(Piece& p, Cmd c) {
+        p.cmds.push_back(std::move(c));
+        p.editorCount = static_cast<int>(p.cmds.size());
+    }
+
     // The editor's end command of a play's sequence (or of one outside the
     // area), and what only the game runs after it.
     void endPlay(Piece& p, bool mayChain) {
         const uint32_t roll = r_.below(100);
-        auto closeWith = [&](Cmd c) {
-            p.cmds.push_back(std::move(c));
-            p.editorCount = static_cast<int>(p.cmds.size());
-        };
         if (roll < 18) {
-            closeWith(plain({0xE4}));
-            addGameOnly(p, false, mayChain);
-            ++out_.features[kHumanControlTail];
+            endWithHumanControl(p, mayChain);
         } else if (roll < 28) {
-            closeWith(plain({0xD3}));
+            closeWith(p, plain({0xD3}));
             addGameOnly(p, true, mayChain);
             ++out_.features[kLongSnapTail];
         } else if (roll < 32) {
             p.cmds.push_back(plain({0xD3}));
-            closeWith(withField({0xFF, 0, 0}, 1, false, r_.percent(50) ? RefKind::OtherStart : RefKind::OwnMiddle, true, false));
+            closeWith(p, withField({0xFF, 0, 0}, 1, false, r_.percent(50) ? RefKind::OtherStart : RefKind::OwnMiddle, true, false));
             ++out_.features[kLongSnapJump];
         } else if (roll < 45) {
-            closeWith(withField({0xFE, 0}, 1, true, RefKind::OwnBefore, true, false));
+            closeWith(p, withField({0xFE, 0}, 1, true, RefKind::OwnBefore, true, false));
             ++out_.features[kLoopBack];
         } else if (roll < 57 && mayChain) {
-            closeWith(withField({0xFE, 0}, 1, true, RefKind::Next, true, false));
+            closeWith(p, withField({0xFE, 0}, 1, true, RefKind::Next, true, false));
             chainsForward_ = true;
             ++out_.features[kForwardChain];
         } else if (roll < 68) {
-            closeWith(withField({0xFF, 0, 0}, 1, false, RefKind::OtherStart, true, false));
+            closeWith(p, withField({0xFF, 0, 0}, 1, false, RefKind::OtherStart, true, false));
             ++out_.features[kJumpToStart];
         } else if (roll < 74) {
-            closeWith(withField({0xFF, 0, 0}, 1, false, RefKind::OtherMiddle, true, false));
+            closeWith(p, withField({0xFF, 0, 0}, 1, false, RefKind::OtherMiddle, true, false));
             ++out_.features[kJumpIntoOther];
         } else if (roll < 80) {
-            closeWith(withField({0xFF, 0, 0}, 1, false, RefKind::OwnMiddle, true, false));
+            closeWith(p, withField({0xFF, 0, 0}, 1, false, RefKind::OwnMiddle, true, false));
             ++out_.features[kJumpIntoOwn];
         } else if (roll < 83 && outsideWanted_) {
-            closeWith(withField({0xFF, 0, 0}, 1, false, RefKind::Outside, true, false));
+            closeWith(p, withField({0xFF, 0, 0}, 1, false, RefKind::Outside, true, false));
             ++out_.features[kJumpOutside];
         } else if (roll < 88) {
-            closeWith(plain({r_.percent(50) ? uint8_t{0xC4} : uint8_t{0xC5}, static_cast<uint8_t>(r_.below(60))}));
+            closeWith(p, plain({r_.percent(50) ? uint8_t{0xC4} : uint8_t{0xC5}, static_cast<uint8_t>(r_.below(60))}));
             ++out_.features[kTwoByteEnd];
         } else if (roll < 94) {
-            closeWith(plain({r_.percent(50) ? uint8_t{0xD2} : uint8_t{0xEE}}));
+            closeWith(p, plain({r_.percent(50) ? uint8_t{0xD2} : uint8_t{0xEE}}));
             if (r_.percent(60)) addGameOnly(p, false, mayChain);
         } else if (roll < 96) {
             static constexpr std::array<uint8_t, 4> hangs{0xC2, 0xC3, 0xC6, 0xCB};
-            closeWith(plain({r_.pick(hangs)}));
+            closeWith(p, plain({r_.pick(hangs)}));
         } else {
-            closeWith(withField({0xFF, 0, 0}, 1, false, RefKind::GameOnly, true, false));
+            closeWith(p, withField({0xFF, 0, 0}, 1, false, RefKind::GameOnly, true, false));
         }
     }
 
@@ -431,33 +438,27 @@ private:
         }
         ++out_.features[kKickWithStance];
         const uint32_t roll = r_.below(100);
-        auto closeWith = [&](Cmd c) {
-            p.cmds.push_back(std::move(c));
-            p.editorCount = static_cast<int>(p.cmds.size());
-        };
         if (roll < 35) {
-            closeWith(plain({0xE4}));
-            addGameOnly(p, false, mayChain);
-            ++out_.features[kHumanControlTail];
+            endWithHumanControl(p, mayChain);
         } else if (roll < 60) {
-            closeWith(withField({0xFE, 0}, 1, true, RefKind::OwnBefore, true, true));
+            closeWith(p, withField({0xFE, 0}, 1, true, RefKind::OwnBefore, true, true));
             ++out_.features[kLoopBack];
         } else if (roll < 72) {
-            closeWith(withField({0xFF, 0, 0}, 1, false, r_.percent(70) ? RefKind::OtherStart : RefKind::OtherMiddle, true, true));
+            closeWith(p, withField({0xFF, 0, 0}, 1, false, r_.percent(70) ? RefKind::OtherStart : RefKind::OtherMiddle, true, true));
             ++out_.features[kJumpToStart];
         } else if (roll < 80) {
-            closeWith(withField({0xFF, 0, 0}, 1, false, RefKind::OwnMiddle, true, true));
+            closeWith(p, withField({0xFF, 0, 0}, 1, false, RefKind::OwnMiddle, true, true));
             ++out_.features[kJumpIntoOwn];
         } else if (roll < 88 && mayChain) {
-            closeWith(withField({0xFE, 0}, 1, true, RefKind::Next, true, true));
+            closeWith(p, withField({0xFE, 0}, 1, true, RefKind::Next, true, true));
             chainsForward_ = true;
             ++out_.features[kForwardChain];
         } else if (roll < 94) {
-            closeWith(plain({0xD3}));
+            closeWith(p, plain({0xD3}));
             addGameOnly(p, true, mayChain);
             ++out_.features[kLongSnapTail];
         } else {
-            closeWith(plain({r_.percent(50) ? uint8_t{0xC4} : uint8_t{0xC5}, static_cast<uint8_t>(r_.below(60))}));
+            closeWith(p, plain({r_.percent(50) ? uint8_t{0xC4} : uint8_t{0xC5}, static_cast<uint8_t>(r_.below(60))}));
             ++out_.features[kTwoByteEnd];
         }
         return p;

@@ -118,7 +118,15 @@ TEST(CliPoints, ListedAsJsonAndMovedByTheirDataBytesAlone) {
     EXPECT_EQ(qb[1]["command"], 0);
     const int x = qb[1]["x"].get<int>() + 5, y = qb[1]["y"].get<int>() - 3;
     const auto before = image.read();
-    r = zpe({"move-point", image.path(), "--slot", "0", "--player", "QB", "--point", "2", "--to", std::to_string(x) + "," + std::to_string(y)});
+    const std::string to = std::to_string(x) + "," + std::to_string(y);
+    // The dry run plans and checks the whole write: what it says is what the real run writes.
+    r = zpe({"move-point", image.path(), "--slot", "0", "--player", "QB", "--point", "2", "--to", to, "--dry-run"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out.find("player QB point 2 (A010 command 0, Move Relative) now at " + to + ". Saved: 1 sequence in place, 0 moved"), 0u)
+        << r.out;
+    EXPECT_NE(r.out.find("(dry run: nothing written)"), std::string::npos);
+    EXPECT_EQ(image.read(), before);
+    r = zpe({"move-point", image.path(), "--slot", "0", "--player", "QB", "--point", "2", "--to", to});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out, "player QB point 2 (A010 command 0, Move Relative) now at " + std::to_string(x) + "," + std::to_string(y) + ".\n");
     const auto after = image.read();
