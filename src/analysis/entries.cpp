@@ -39,12 +39,6 @@ std::vector<AreaEntry> entriesNaming(const Playbook& pb, int32_t key) {
     return out;
 }
 
-namespace {
-
-bool gameGoesOnAfter(const SeqCommand& c, bool kick) { return commandFormat(codeByte(c), kick, -1).gameGoesOn; }
-
-}  // namespace
-
 int32_t nextNewSequenceKey(const Playbook& pb) {
     int32_t key = kNewSequenceKey;
     for (const auto& [k, seq] : pb.sequences) key = std::max(key, k + 1);
@@ -63,7 +57,7 @@ int32_t addCopyOf(Playbook& pb, int32_t key, const clsSequence* contents) {
     int32_t continuation = original.continuation();
     const SeqCommand& last = original.commands().back();
     if (!isNewSequence(key))
-        continuation = !last.origin.isNew() && gameGoesOnAfter(last, original.kick())
+        continuation = !last.origin.isNew() && original.gameGoesOnAfterEnd()
                            ? last.origin.readAddress() + last.encodedSize()
                            : -1;
 

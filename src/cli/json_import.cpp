@@ -352,7 +352,7 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         // A new sequence ending where the game goes on (Human Control) names
         // where: a command the game runs, such as the computer's logic after
         // another sequence's Human Control.
-        const bool goesOn = commandFormat(codeByte(seq.commands().back()), seq.kick(), -1).gameGoesOn;
+        const bool goesOn = seq.gameGoesOnAfterEnd();
         if (isNew && entry.contains("continuesAt")) {
             if (!goesOn) throw ImportError(where + "/continuesAt", "the game stops after this sequence's last command");
             const int32_t then = r.address(entry["continuesAt"], where + "/continuesAt", false);

@@ -18,10 +18,6 @@ namespace {
 
 size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
 
-bool goesOnInGame(const clsSequence& s) {
-    return !s.commands().empty() && commandFormat(codeByte(s.commands().back()), s.kick(), -1).gameGoesOn;
-}
-
 bool isJump(const SeqCommand& c) { return c.command == kRelativeJump || c.command == kAbsoluteJump; }
 
 // The start a closing jump names as the image was read (an address, or a
@@ -113,13 +109,13 @@ void Engine::collect() {
             c.continuation = seq.continuation();
         } else {
             c.oldSize = before->byteSize();
-            if (goesOnInGame(*before)) c.continuation = key + before->byteSize();
+            if (before->gameGoesOnAfterEnd()) c.continuation = key + before->byteSize();
         }
-        if (goesOnInGame(seq) && c.continuation < 0)
+        if (seq.gameGoesOnAfterEnd() && c.continuation < 0)
             refuse(sequenceName(key) + " now ends with " + hex2(seq.commands().back().command) + ", after which the game goes on, but " +
                        (made ? "it names no command to go on at" : "the game did not go on after it before") + "; end it with a jump",
                    Refusal::Other);
-        if (!goesOnInGame(seq)) c.continuation = -1;
+        if (!seq.gameGoesOnAfterEnd()) c.continuation = -1;
         chains_.push_back(std::move(c));
     }
     for (size_t k = 0; k < map_.program.size(); ++k) node_[areaIndex(map_.program[k].address)] = static_cast<int32_t>(k);
@@ -234,7 +230,7 @@ void Engine::encode(Chain& c, int32_t at, bool followMoves, bool withBytes) cons
 // where it went on, else a jump there, or after a Long Snap (which an
 // absolute jump right after would turn into no end) the commands it ran.
 void Engine::appendLink(Chain& c) const {
-    if (c.continuation < 0 || !goesOnInGame(*c.seq)) return;
+    if (c.continuation < 0 || !c.seq->gameGoesOnAfterEnd()) return;
     const int32_t end = c.place + static_cast<int32_t>(c.bytes.size());
     const bool longSnap = c.seq->commands().back().command == kLongSnap;
     const int32_t C = c.continuation;

@@ -516,6 +516,10 @@ void clsSequence::convertRelJump() {
     sizeBytes_ += 1;
 }
 
+bool clsSequence::gameGoesOnAfterEnd() const {
+    return !cmds_.empty() && commandFormat(codeByte(cmds_.back()), kick_, -1).gameGoesOn;
+}
+
 bool clsSequence::readsDifferentlyByGame() const {
     for (const SeqCommand& c : cmds_) {
         const CommandFormat f = commandFormat(codeByte(c), kick_, -1);

@@ -253,6 +253,11 @@ public:
     // naming something; a relative jump within its reach. Every edit keeps this true.
     [[nodiscard]] std::string verify() const;
 
+    // True when the game goes on after the sequence's last command (Human
+    // Control, Long Snap, the stances read the plain way: the editor ends
+    // there, the game runs what follows).
+    bool gameGoesOnAfterEnd() const;
+
     // True when the sequence holds a COM pass (0x9N) or 0xF1, whose bytes the
     // game reads with other lengths: after such a command the editor shows
     // something other than what the game runs.
