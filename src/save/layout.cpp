@@ -332,6 +332,13 @@ bool Engine::fitsInPlace(const Chain& c) const {
                 if (key != c.key && key < c.key + c.oldSize && key + seq.byteSize() > c.key) return false;
         }
     }
+    // A closing jump that follows a moved sequence changes its bytes for
+    // every path that runs it, but another editor sequence reading them
+    // (as its own values, say) must not see them change.
+    for (size_t i = 0; i < c.bytes.size() && i < old.size() && i < plain.bytes.size(); ++i) {
+        const int32_t a = c.key + static_cast<int32_t>(i);
+        if (c.bytes[i] != old[i] && plain.bytes[i] == old[i] && (!inArea(a) || coverage_[areaIndex(a)] > 1)) return false;
+    }
     // What leads into its middle: from outside its old bytes, or from old
     // bytes past the new ones that another path still runs.
     const int32_t from = c.key, to = c.key + c.oldSize, written = c.key + static_cast<int32_t>(c.bytes.size());

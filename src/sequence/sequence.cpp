@@ -337,7 +337,11 @@ void clsSequence::data(int pos, int i, int16_t value) {
             const int32_t high = i == hi ? (value & 0xFF) : ((now >> 8) & 0xFF);
             address = low + 256 * high;
         }
-        cmd.field = fieldNaming(cmds_, byPlace(places()), address, hi < 0, here);
+        const auto standing = byPlace(places());
+        // A new sequence has no place to measure a relative jump from: only one
+        // to its own commands can be set. No field leads outside 0000-FFFF.
+        if ((hi < 0 && !placed() && !standing.count(address)) || address < 0 || address > 0xFFFF) return;
+        cmd.field = fieldNaming(cmds_, standing, address, hi < 0, here);
         settle();
         return;
     }

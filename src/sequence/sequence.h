@@ -205,7 +205,9 @@ public:
 
     // Sets a data value. A value in an address field changes what the field
     // names: the command standing at that address of the current layout, or
-    // the address itself. On a 0x90 command, data 0 announces the command's
+    // the address itself; a value that would lead outside 0000-FFFF, or a
+    // relative jump of a sequence made in the editor (which has no place yet)
+    // to anything but its own commands, changes nothing. On a 0x90 command, data 0 announces the command's
     // length in its code byte, so the command's dataLen becomes
     // (value AND 0x0F) + 1 and the byte size changes with it.
     void data(int pos, int i, int16_t value);
