@@ -340,7 +340,8 @@ void clsSequence::data(int pos, int i, int16_t value) {
         const auto standing = byPlace(places());
         // A new sequence has no place to measure a relative jump from: only one
         // to its own commands can be set. No field leads outside 0000-FFFF.
-        if ((hi < 0 && !placed() && !standing.count(address)) || address < 0 || address > 0xFFFF) return;
+        const bool own = standing.count(address) != 0;
+        if (!own && ((hi < 0 && !placed()) || address < 0 || address > 0xFFFF)) return;
         cmd.field = fieldNaming(cmds_, standing, address, hi < 0, here);
         settle();
         return;

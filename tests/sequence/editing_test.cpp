@@ -81,6 +81,19 @@ TEST(Editing, ATypedOffsetOrTargetIsWhatIsShownAndWritten) {
     abs.data(1, 1, 0xB0);
     EXPECT_EQ(abs.nextSequence(), 0xB000);
     EXPECT_EQ(abs.commandName(1, defaultCmdNames()), "+A:B000");
+
+    // A sequence made in the editor has no place yet: its relative jump shows
+    // where it leads, not a distance from the key, and an offset that could
+    // only be measured from a place changes nothing (a loop to its own command can).
+    clsSequence made = decodeBytes({0x30, 0x51, 0xFE, 0x05});
+    made.address(kNewSequenceKey);
+    EXPECT_EQ(made.commandName(2, defaultCmdNames()), "+R:A007");
+    EXPECT_EQ(made.nextSequence(), 0xA007);
+    made.data(2, 0, 0x2C);
+    EXPECT_EQ(made.nextSequence(), 0xA007) << "no place to measure 2C from";
+    made.data(2, 0, 0xFF);
+    EXPECT_EQ(made.commandName(2, defaultCmdNames()), "Loop Back 1 byte");
+    EXPECT_TRUE(made.verify().empty()) << made.verify();
 }
 
 TEST(Editing, StancesGoOnOnlyInKickFormations) {
