@@ -1,12 +1,12 @@
 #pragma once
 // "Save": writes every edit and keeps every other byte of the image as it
-// was. A slot is written when its fields differ from the image's record; a
-// sequence when its bytes differ from the image's bytes at its address: in
-// place when it still fits in its old bytes, otherwise into the first free
-// run of the sequence area (bytes neither the editor nor the game uses), with
-// every table entry and every closing absolute jump that named its old start
-// pointed at the new one. The old bytes stay, so whatever else reaches them
-// (the computer teams' logic, branch commands) runs what it ran before.
+// was. A slot is written when its fields differ from the image's record; the
+// sequences go through the layout engine (save/layout.h), which writes a
+// changed sequence in place when that changes nothing another path reads and
+// otherwise moves it into a free run of the sequence area, with every table
+// entry and every closing jump that named its start following it. The old
+// bytes of a moved sequence stay, so whatever else reaches them (the computer
+// teams' logic, branch commands) runs what it ran before.
 #include "playbook/playbook.h"
 #include "save/verify_write.h"
 
@@ -38,11 +38,11 @@ struct SavePlan {
 };
 
 // What Save would write over `image` (the file's current bytes) for `pb`.
-// Throws SaveError, naming the sequence, when it refuses: no complete open; a
-// sequence that must move but no free run holds it; changed sequences whose old
-// bytes overlap (or a changed sequence written in place over another one's
-// bytes); a sequence that must move and holds a COM pass or 0xF1, which the
-// game reads with other lengths.
+// Throws SaveError, naming the sequence and carrying the refusal's kind, when
+// it refuses (no complete open, no free run for a sequence that must move, a
+// COM pass whose commands would shift, a field leading where the game runs
+// nothing, an entry or jump read the other way, ...); VerifyError when the
+// check before the write finds the bytes saying anything else than the model.
 [[nodiscard]] SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image);
 
 // Save: plans against the file named by romPath, replaces it in one step, and

@@ -55,10 +55,13 @@ inline constexpr const char* kFullSaveQuestion =
 void safeSave(Playbook& pb, const std::function<void(const std::vector<uint8_t>&)>& confirm = nullptr);
 
 // Lays every sequence out anew from 0xA000 in dictionary order on a copy of
-// the model: closing forward relative jumps become absolute ones, continuations,
-// pointer table, formations and plays are remapped to the new addresses.
-// Throws SaveError, leaving `pb` unchanged, when the layout exceeds the
-// 8192-byte sequence area.
+// the model: closing forward relative jumps become absolute ones, a closing
+// absolute jump to the start of a sequence follows it, the pointer table,
+// formations and plays are remapped to the new addresses, and every other
+// field is written as it stood. Returns the model read back from that
+// layout. Throws SaveError, leaving `pb` unchanged, when the layout exceeds
+// the 8192-byte sequence area (Refusal::TooLarge) or would not reopen as the
+// model says (Refusal::WouldNotReopen).
 [[nodiscard]] Playbook relayout(const Playbook& pb);
 
 // The bytes a Full Save writes: `original` with the sequence area blanked to
