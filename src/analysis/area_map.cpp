@@ -168,6 +168,12 @@ AreaMap buildAreaMap(const Playbook& pb) {
     }
     std::stable_sort(map.outside.begin(), map.outside.end(),
                      [](const AreaEntry& a, const AreaEntry& b) { return a.target < b.target; });
+    // A sequence outside the area that the tables name runs too: where its
+    // jumps and branches lead into the area, the game runs on from there.
+    for (const auto& [key, seq] : pb.sequences)
+        if (!inArea(key) && !isNewSequence(key))
+            for (const int32_t t : seq.fieldTargets())
+                if (inArea(t)) walk.push(t);
     walk.run();
 
     map.runsOff = std::move(walk.runsOff);

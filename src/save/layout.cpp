@@ -20,17 +20,14 @@ size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequen
 
 bool isJump(const SeqCommand& c) { return c.command == kRelativeJump || c.command == kAbsoluteJump; }
 
-// The start a closing jump names as the image was read (an address, or a
-// command of its own sequence by where it was read there); -1 for none and
-// for a loop back. A jump to where a sequence starts runs that sequence: it
-// follows it when it moves.
+// The address a closing jump leads on to; -1 for none, for a loop back and
+// for one to a command of its own. A jump to where a sequence starts runs
+// that sequence: it follows it when it moves.
 int32_t closingName(const SeqCommand& c) {
-    if (!isJump(c)) return -1;
+    if (!isJump(c) || c.field.kind != FieldRef::Kind::Address) return -1;
     // A loop back is no way on to another sequence: the editor does not follow it.
-    if (c.command == kRelativeJump && (c.field.kind == FieldRef::Kind::Command || c.field.backward)) return -1;
-    if (c.field.kind == FieldRef::Kind::Address) return c.field.address;
-    if (c.field.kind == FieldRef::Kind::Command && !c.field.command.isNew()) return c.field.command.readAddress();
-    return -1;
+    if (c.command == kRelativeJump && c.field.backward) return -1;
+    return c.field.address;
 }
 
 std::vector<uint8_t> bytesAt(const std::vector<uint8_t>& image, int32_t address, int32_t size) {
@@ -38,6 +35,15 @@ std::vector<uint8_t> bytesAt(const std::vector<uint8_t>& image, int32_t address,
     if (offset < 0 || size <= 0 || static_cast<size_t>(offset) >= image.size()) return {};
     const auto end = std::min(image.size(), static_cast<size_t>(offset) + static_cast<size_t>(size));
     return std::vector<uint8_t>(image.begin() + offset, image.begin() + static_cast<std::ptrdiff_t>(end));
+}
+
+// True when file offset `o` holds a table a save writes (formations, plays,
+// pointers, slots): a sequence lying there is not rewritten where it stands.
+bool inTables(int32_t o) {
+    auto within = [o](int32_t start, int32_t size) { return o >= start && o < start + size; };
+    return within(kFormationTableOffset, kPointerTableOffset + 2 * kPointerCount - kFormationTableOffset) ||
+           within(kOffSlotTableOffset, kSlotCount * kOffSlotRecordSize) || within(kDefSlotTableOffset, kSlotCount * kDefSlotRecordSize) ||
+           within(kRusherTableOffset, kGfxTableOffset + kSlotCount * kGfxRecordSize - kRusherTableOffset);
 }
 
 // Something that leads to `to` from the command at `from`: a jump, a branch,
@@ -116,6 +122,7 @@ void Engine::collect() {
                        (made ? "it names no command to go on at" : "the game did not go on after it before") + "; end it with a jump",
                    Refusal::Other);
         if (!seq.gameGoesOnAfterEnd()) c.continuation = -1;
+        if (seq.commands().back().command == kLongSnap && seq.placed()) afterLongSnap_.insert(key + seq.byteSize());
         chains_.push_back(std::move(c));
     }
     for (size_t k = 0; k < map_.program.size(); ++k) node_[areaIndex(map_.program[k].address)] = static_cast<int32_t>(k);
@@ -204,8 +211,8 @@ void Engine::encode(Chain& c, int32_t at, bool followMoves, bool withBytes) cons
         const FieldRef& f = cmds[i].field;
         if (f.kind == FieldRef::Kind::None) return clsSequence::kNoField;
         // A closing jump to another sequence's start follows it; one to its own
-        // commands (a loop to its first) stays with them.
-        if (followMoves && i + 1 == n && closingName(cmds[i]) != c.key)
+        // commands stays with them.
+        if (followMoves && i + 1 == n && f.kind == FieldRef::Kind::Address)
             if (const auto m = moves_.find(closingName(cmds[i])); m != moves_.end()) return m->second;
         if (f.kind == FieldRef::Kind::Command) return c.places[own(f.command)];
         return f.address;
@@ -257,8 +264,9 @@ void Engine::copyTail(Chain& c, int32_t from) const {
     for (const GameCommand* g = map_.commandAt(from); g && (g->code == kRelativeJump || g->code == kAbsoluteJump) && seen.insert(from).second;
          g = map_.commandAt(from))
         from = g->target;
+    if (const GameCommand* g = map_.commandAt(from); g && (g->code == kRelativeJump || g->code == kAbsoluteJump)) from = -1;  // jumps in a circle
     std::vector<const GameCommand*> run;
-    for (int32_t a = from; run.size() < static_cast<size_t>(kSequenceAreaSize);) {
+    for (int32_t a = from; from >= 0 && run.size() < static_cast<size_t>(kSequenceAreaSize);) {
         const GameCommand* g = map_.commandAt(a);
         if (!g || (g->code == kAbsoluteJump && run.empty())) break;
         run.push_back(g);
@@ -296,6 +304,8 @@ void Engine::copyTail(Chain& c, int32_t from) const {
 // whatever leads into its middle from outside finds its command where it was.
 bool Engine::fitsInPlace(const Chain& c) const {
     if (static_cast<int32_t>(c.bytes.size()) > c.oldSize) return false;
+    for (int32_t a = c.key; !inArea(c.key) && a < c.key + c.oldSize; ++a)
+        if (inTables(offsetOfAddress(a))) return false;
     // The game reads a COM pass's receiver address beyond the editor's bytes and
     // nothing relinks it: such a sequence changes only where every command stays.
     if (c.seq->readsDifferentlyByGame())
@@ -360,7 +370,7 @@ void Engine::decideInPlace(Chain& c, bool& moreMoved) {
     // Commands as read encode to the bytes they were read from: only a closing
     // jump that follows a moved sequence can change them.
     const SeqCommand& end = c.seq->commands().back();
-    if (!c.edited && (closingName(end) == c.key || !moves_.count(closingName(end)))) {
+    if (!c.edited && (end.field.kind != FieldRef::Kind::Address || !moves_.count(closingName(end)))) {
         c.written = false;
         c.bytes.clear();
         return;
@@ -389,8 +399,14 @@ void Engine::placeMoved() {
         if (r.start <= r.end) free_.push_back(r);
     }
     moves_.clear();
-    for (const Chain& c : chains_)
+    // The relative jumps staying where they are, by the key they lead to.
+    std::unordered_map<int32_t, std::vector<int32_t>> reachersOf;
+    for (const Chain& c : chains_) {
         if (c.moved) moves_[c.key] = -1;
+        const SeqCommand& end = c.seq->commands().back();
+        if (!c.moved && end.command == kRelativeJump && closingName(end) >= 0)
+            reachersOf[closingName(end)].push_back(c.seq->place(c.seq->commandCount() - 1));
+    }
     for (Chain& c : chains_) {
         if (!c.moved) continue;
         const bool madeHere = isNewSequence(c.key);
@@ -398,12 +414,7 @@ void Engine::placeMoved() {
             refuse(sequenceName(c.key) + " holds a COM pass or 0xF1, which the game reads with other lengths, and would have to move; "
                    "it can only be changed within its " + std::to_string(c.oldSize) + " bytes",
                    Refusal::CannotMove);
-        std::vector<int32_t> reachers;  // relative jumps staying where they are that lead to it
-        for (const Chain& r : chains_) {
-            const SeqCommand& end = r.seq->commands().back();
-            if (!r.moved && end.command == kRelativeJump && closingName(end) == c.key)
-                reachers.push_back(r.seq->place(r.seq->commandCount() - 1));
-        }
+        const std::vector<int32_t>& reachers = reachersOf[c.key];
         std::optional<size_t> chosen, fallback;
         for (size_t k = 0; k < free_.size() && !chosen; ++k) {
             encode(c, free_[k].start, true);

@@ -159,6 +159,7 @@ Playbook relayout(const Playbook& pb) {
     for (const auto& [key, seq] : out.sequences) {
         addressMap.emplace(key, static_cast<int32_t>(nextFree));
         clsSequence converted = seq;
+        if (!converted.placed()) converted.address(static_cast<int32_t>(nextFree));  // measured where it will stand
         converted.convertRelJump();
         nextFree += converted.byteSize();
     }
@@ -173,7 +174,11 @@ Playbook relayout(const Playbook& pb) {
     std::vector<uint8_t> area(static_cast<size_t>(kSequenceAreaSize), kBlankByte);
     for (const auto& [key, seq] : out.sequences) {
         const std::vector<uint8_t> bytes = fullSaveSequence(seq, key, addressMap.at(key), addressMap);
-        std::copy(bytes.begin(), bytes.end(), area.begin() + (addressMap.at(key) - kSequenceAreaAddress));
+        const auto at = static_cast<size_t>(addressMap.at(key) - kSequenceAreaAddress);
+        if (at + bytes.size() > area.size())  // never: the sizes were measured where each stands
+            throw SaveError(pb.romPath + ": " + sequenceName(key) + " would end past the sequence area; nothing was saved",
+                            Refusal::TooLarge);
+        std::copy(bytes.begin(), bytes.end(), area.begin() + static_cast<std::ptrdiff_t>(at));
     }
     std::vector<uint8_t> image(static_cast<size_t>(offsetOfAddress(kAreaEnd)), 0);
     std::copy(area.begin(), area.end(), image.begin() + kSequenceAreaOffset);
