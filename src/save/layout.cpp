@@ -93,6 +93,7 @@ private:
     // there would make the snap no end (the editor would read on).
     std::unordered_set<int32_t> afterLongSnap_;
     std::unordered_set<int32_t> usedOutside_;  // every address the image as read leads to
+    std::vector<uint8_t> named_ = std::vector<uint8_t>(kSequenceAreaSize, 0);  // area bytes a sequence-less entry reads
 };
 
 void Engine::collect() {
@@ -151,6 +152,19 @@ void Engine::collect() {
         if (c.edited)
             for (const SeqCommand& cmd : c.seq->commands())
                 if (cmd.field.kind == FieldRef::Kind::Address) references_.push_back({-1, cmd.field.address});
+    }
+    // An entry the open found no sequence at (its reading runs into free bytes
+    // without an end) still names those bytes: writing there would give it one.
+    Image scan(old_.romPath, image_);
+    for (const AreaEntry& e : playbookEntries(old_)) {
+        if (old_.sequences.contains(e.target) || e.target < kAddressOffsetDelta || offsetOfAddress(e.target) >= static_cast<int32_t>(image_.size()))
+            continue;
+        clsSequence invalid;
+        invalid.reset(e.target);
+        scan.seekOffset(offsetOfAddress(e.target));
+        invalid.load(scan, entryReadsKick(e));
+        for (int32_t a = std::max(e.target, kSequenceAreaAddress); a < std::min(e.target + invalid.byteSize(), kAreaEnd); ++a)
+            named_[areaIndex(a)] = 1;
     }
     for (const AreaEntry& e : playbookEntries(pb_)) {
         references_.push_back({-1, e.target});
@@ -396,6 +410,11 @@ void Engine::placeMoved() {
     free_.clear();
     for (AreaRun r : map_.freeRuns()) {
         if (afterLongSnap_.count(r.start)) ++r.start;  // left as it is, so the snap stays an end
+        for (int32_t a = r.start; a <= r.end; ++a) {  // split around bytes an entry's reading covers
+            if (!named_[areaIndex(a)]) continue;
+            if (a > r.start) free_.push_back({r.start, a - 1});
+            r.start = a + 1;
+        }
         if (r.start <= r.end) free_.push_back(r);
     }
     moves_.clear();
