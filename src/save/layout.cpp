@@ -16,6 +16,9 @@ using namespace cmd;
 
 namespace {
 
+// No command the game reads is longer (a COM pass with 15 receivers: 19 bytes).
+constexpr int32_t kLongestGameCommand = 19;
+
 size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
 
 bool isJump(const SeqCommand& c) { return c.command == kRelativeJump || c.command == kAbsoluteJump; }
@@ -70,8 +73,10 @@ private:
     void copyTail(Chain& c, int32_t continuation) const;
     bool fitsInPlace(const Chain& c) const;
     const std::vector<uint8_t>& foreignBytes(int32_t key) const;
+    bool gameReadsAsOther(int32_t address, int32_t start) const;
     void checkFields(const Chain& c) const;
     void checkContinuation(const Chain& c) const;
+    void checkGameFields(const Chain& c) const;
     [[noreturn]] void refuse(const std::string& what, Refusal kind) const {
         throw SaveError(pb_.romPath + ": " + what + "; nothing was saved", kind);
     }
@@ -194,6 +199,16 @@ const std::vector<uint8_t>& Engine::foreignBytes(int32_t key) const {
         if (g.target >= 0) push(g.target);
     }
     return foreign_.emplace(key, std::move(bytes)).first->second;
+}
+
+// True when the game runs a command holding the byte at `address` that does
+// not start at `start`.
+bool Engine::gameReadsAsOther(int32_t address, int32_t start) const {
+    auto it = std::lower_bound(map_.program.begin(), map_.program.end(), address - kLongestGameCommand,
+                               [](const GameCommand& g, int32_t a) { return g.address < a; });
+    for (; it != map_.program.end() && it->address <= address; ++it)
+        if (it->address != start && address < it->address + it->length) return true;
+    return false;
 }
 
 // A chain's commands, and the way on to where the game goes on, at `at`.
@@ -359,9 +374,13 @@ bool Engine::fitsInPlace(const Chain& c) const {
     // A closing jump that follows a moved sequence changes its bytes for
     // every path that runs it, but another editor sequence reading them
     // (as its own values, say) must not see them change.
+    // Nor may the game, on a path that reads them as another command (one
+    // entering a byte into the jump).
+    const int32_t jumpAt = c.places.empty() ? -1 : c.places.back();
     for (size_t i = 0; i < c.bytes.size() && i < old.size() && i < plain.bytes.size(); ++i) {
         const int32_t a = c.key + static_cast<int32_t>(i);
-        if (c.bytes[i] != old[i] && plain.bytes[i] == old[i] && (!inArea(a) || coverage_[areaIndex(a)] > 1)) return false;
+        if (c.bytes[i] == old[i] || plain.bytes[i] != old[i]) continue;
+        if (!inArea(a) || coverage_[areaIndex(a)] > 1 || gameReadsAsOther(a, jumpAt)) return false;
     }
     // What leads into its middle: from outside its old bytes, or from old
     // bytes past the new ones that another path still runs.
@@ -503,6 +522,32 @@ void Engine::checkFields(const Chain& c) const {
     }
 }
 
+// Refuses a written sequence whose new bytes change an address only the game
+// reads (a COM pass hands its receiver the address in the bytes after the
+// editor's command) to one where the game runs no command.
+void Engine::checkGameFields(const Chain& c) const {
+    if (c.moved || !c.seq->readsDifferentlyByGame()) return;  // a moved one is refused before
+    auto byteAt = [&](int32_t a) -> int32_t {
+        if (a >= c.place && a < c.place + static_cast<int32_t>(c.bytes.size())) return c.bytes[static_cast<size_t>(a - c.place)];
+        const std::vector<uint8_t> b = bytesAt(image_, a, 1);
+        return b.empty() ? -1 : b[0];
+    };
+    for (size_t i = 0; i < c.places.size(); ++i) {
+        const CommandFormat f = commandFormat(codeByte(c.seq->commands()[i]), c.seq->kick(), -1);
+        if (!f.gameFieldOnly) continue;
+        const int32_t at = c.places[i] + f.fieldAt;
+        const std::vector<uint8_t> was = bytesAt(image_, at, 2);
+        const int32_t lo = byteAt(at), hi = byteAt(at + 1);
+        if (was.size() < 2 || lo < 0 || hi < 0 || (lo == was[0] && hi == was[1])) continue;
+        const int32_t t = lo + 256 * hi;
+        if (inArea(t) ? map_.commandAt(t) != nullptr : usedOutside_.count(t) > 0) continue;
+        refuse(sequenceName(c.key) + ": the bytes at " + hex4(at) + " also hold the address the COM pass at " + hex4(c.places[i]) +
+                   " hands its receiver (" + hex4(was[0] + 256 * was[1]) + "); this change makes it " + hex4(t) +
+                   ", where the game runs no command",
+               Refusal::BadField);
+    }
+}
+
 LayoutResult Engine::run() {
     collect();
     for (size_t round = 0; round <= chains_.size() + 1; ++round) {
@@ -517,6 +562,7 @@ LayoutResult Engine::run() {
         if (c.moved) c.written = true;
         if (c.written) checkFields(c);
         if (c.written) checkContinuation(c);
+        if (c.written) checkGameFields(c);
         if (c.bytes.empty()) encode(c, c.key, true, false);  // unchanged: what the check before the write reads back
     }
     out.moves = moves_;

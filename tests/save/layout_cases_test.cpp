@@ -389,6 +389,55 @@ TEST(LayoutCases, DataEditIsWrittenInPlace) {
     });
 }
 
+// A091's Random Pause holds, in its bytes A093-A094, the address the COM
+// pass at A090 hands its receiver (A020). Changing them is a change of where
+// the receiver goes: to a command the game runs it saves, elsewhere it is
+// refused in words and nothing is written.
+TEST(LayoutCases, BytesACOMPassReadsAsItsReceiverLeadOnlyToCommands) {
+    const ImageBuilder built = image({{0xA000, {0xD7, 1, 2, 0xC4, 0}},
+                                      {0xA010, {0x30, 0xC4, 0}},
+                                      {0xA020, {0xD7, 3, 4, 0xC4, 0}},
+                                      {0xA090, {0x91, 0x11, 0xF5, 0x20, 0xA0, 0xE4, 0xC4, 0}}},
+                                     {0xA000, 0xA010, 0xA020, 0xA090});
+    for (const auto& [high, ok] : {std::pair{0xA0, true}, std::pair{0xB0, false}}) {
+        SCOPED_TRACE(high);
+        DataDir data;
+        auto o = test::openBuilt(built, data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        const Bytes before = o.file.read();
+        o.pb.sequences.at(0xA090).data(1, 0, 0x10);  // receiver A010, or B010 where nothing runs
+        o.pb.sequences.at(0xA090).data(1, 1, static_cast<int16_t>(high));
+        const std::string refusal = trySave(o, data);
+        if (ok) {
+            ASSERT_EQ(refusal, "");
+            EXPECT_EQ(at(o.file.read(), 0xA093, 2), (Bytes{0x10, 0xA0}));
+        } else {
+            EXPECT_NE(refusal.find("the address the COM pass at A090 hands its receiver (A020)"), std::string::npos) << refusal;
+            EXPECT_NE(refusal.find("B010, where the game runs no command"), std::string::npos) << refusal;
+            EXPECT_EQ(o.file.read(), before);
+        }
+    }
+}
+
+// The game goes on after A000's stance into A004, and reads FF FF 10 there: a
+// jump out of the area through the first bytes of A005's jump. When A010
+// grows and moves, A005's jump cannot follow it where it stands (the game's
+// jump at A004 would lead elsewhere): A005 moves too, and A004 keeps its bytes.
+TEST(LayoutCases, JumpWhoseBytesTheGameReadsOtherwiseMovesRatherThanChangeThem) {
+    DataDir data;
+    auto o = test::openBuilt(image({{0xA000, {0xD7, 1, 2, 0xEC, 0xFF}}, {0xA005, {0xFF, 0x10, 0xA0}}, {0xA010, {0xD7, 3, 4, 0xC4, 0}}},
+                                   {0xA000, 0xA005, 0xA010}),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    const Bytes before = o.file.read();
+    grow(o.pb, 0xA010);
+    const std::string chain = chainText(o.pb, 0xA005);
+    ASSERT_EQ(trySave(o, data), "");
+    EXPECT_EQ(at(o.file.read(), 0xA004, 4), at(before, 0xA004, 4));
+    EXPECT_NE(targetOf(o.pb, pointerEntry(1)), 0xA005);
+    EXPECT_EQ(chainText(o.pb, targetOf(o.pb, pointerEntry(1))), chain);
+}
+
 TEST(LayoutCases, CopyOfARelativeContinuationShowsAndSavesIt) {
     DataDir data;
     auto o = test::openBuilt(copyImage(), data);
