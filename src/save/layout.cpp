@@ -72,7 +72,7 @@ private:
     void appendLink(Chain& c) const;
     void copyTail(Chain& c, int32_t continuation) const;
     bool fitsInPlace(const Chain& c) const;
-    const std::vector<uint8_t>& foreignBytes(int32_t key) const;
+    bool readElsewhere(int32_t key, const std::vector<int32_t>& addresses) const;
     bool gameReadsAsOther(int32_t address, int32_t start) const;
     void checkFields(const Chain& c) const;
     void checkContinuation(const Chain& c) const;
@@ -93,7 +93,12 @@ private:
     std::vector<int32_t> node_ = std::vector<int32_t>(kSequenceAreaSize, -1);  // index into map_.program by address
     std::vector<AreaRun> free_;
     int32_t freeLeft_ = 0;
-    mutable std::unordered_map<int32_t, std::vector<uint8_t>> foreign_;  // foreignBytes by key, worked out once
+    // The game's program backwards: the commands after which the game may run
+    // command n are before_[beforeFrom_[n] .. beforeFrom_[n + 1]).
+    std::vector<int32_t> beforeFrom_, before_;
+    std::vector<uint8_t> isRoot_;                  // by command: the game starts there
+    mutable std::vector<uint32_t> seen_;           // by command: the search that last came there
+    mutable uint32_t search_ = 0;
     // The bytes right after an editor sequence ending in a Long Snap: an FF
     // there would make the snap no end (the editor would read on).
     std::unordered_set<int32_t> afterLongSnap_;
@@ -175,30 +180,56 @@ void Engine::collect() {
         references_.push_back({-1, e.target});
         if (inArea(e.target)) roots_.push_back(e.target);
     }
+    // The program backwards, for readElsewhere.
+    const size_t count = map_.program.size();
+    auto nodeAt = [&](int32_t a) { return inArea(a) ? node_[areaIndex(a)] : -1; };
+    auto eachNext = [&](const GameCommand& g, auto&& f) {
+        if (g.fallsThrough && nodeAt(g.address + g.length) >= 0) f(nodeAt(g.address + g.length));
+        if (g.target >= 0 && nodeAt(g.target) >= 0) f(nodeAt(g.target));
+    };
+    beforeFrom_.assign(count + 1, 0);
+    for (const GameCommand& g : map_.program) eachNext(g, [&](int32_t n) { ++beforeFrom_[static_cast<size_t>(n) + 1]; });
+    for (size_t n = 0; n < count; ++n) beforeFrom_[n + 1] += beforeFrom_[n];
+    before_.assign(static_cast<size_t>(beforeFrom_[count]), 0);
+    std::vector<int32_t> fill(beforeFrom_.begin(), beforeFrom_.end() - 1);
+    for (size_t k = 0; k < count; ++k)
+        eachNext(map_.program[k], [&](int32_t n) { before_[static_cast<size_t>(fill[static_cast<size_t>(n)]++)] = static_cast<int32_t>(k); });
+    isRoot_.assign(count, 0);
+    seen_.assign(count, 0);
+    for (int32_t r : roots_)
+        if (nodeAt(r) >= 0) isRoot_[static_cast<size_t>(nodeAt(r))] = 1;
 }
 
-// The bytes of the area that the game reads on a path that does not enter
-// at `key`: whoever runs them runs something else than the sequence at `key`.
-const std::vector<uint8_t>& Engine::foreignBytes(int32_t key) const {
-    if (const auto it = foreign_.find(key); it != foreign_.end()) return it->second;
-    std::vector<uint8_t> reached(map_.program.size(), 0), bytes(kSequenceAreaSize, 0);
+// True when the game reads a byte at one of `addresses` on a path that does
+// not enter at `key`: whoever runs it there runs something else than the
+// sequence at `key`. Searched backwards from the commands holding those
+// bytes, never through the command at `key`, until a place the game starts.
+bool Engine::readElsewhere(int32_t key, const std::vector<int32_t>& addresses) const {
+    const int32_t keyNode = inArea(key) ? node_[areaIndex(key)] : -1;
+    ++search_;
     std::vector<int32_t> work;
-    auto push = [&](int32_t a) {
-        if (!inArea(a) || a == key) return;
-        const int32_t n = node_[areaIndex(a)];
-        if (n < 0 || reached[static_cast<size_t>(n)]) return;
-        reached[static_cast<size_t>(n)] = 1;
-        work.push_back(n);
-    };
-    for (int32_t r : roots_) push(r);
-    while (!work.empty()) {
-        const GameCommand& g = map_.program[static_cast<size_t>(work.back())];
-        work.pop_back();
-        for (int32_t a = g.address; a < g.address + g.length && inArea(a); ++a) bytes[areaIndex(a)] = 1;
-        if (g.fallsThrough) push(g.address + g.length);
-        if (g.target >= 0) push(g.target);
+    for (int32_t a : addresses) {
+        auto it = std::lower_bound(map_.program.begin(), map_.program.end(), a - kLongestGameCommand,
+                                   [](const GameCommand& g, int32_t x) { return g.address < x; });
+        for (; it != map_.program.end() && it->address <= a; ++it) {
+            const auto n = static_cast<int32_t>(it - map_.program.begin());
+            if (a >= it->address + it->length || n == keyNode || seen_[static_cast<size_t>(n)] == search_) continue;
+            seen_[static_cast<size_t>(n)] = search_;
+            work.push_back(n);
+        }
     }
-    return foreign_.emplace(key, std::move(bytes)).first->second;
+    while (!work.empty()) {
+        const auto n = static_cast<size_t>(work.back());
+        work.pop_back();
+        if (isRoot_[n]) return true;
+        for (int32_t k = beforeFrom_[n]; k < beforeFrom_[n + 1]; ++k) {
+            const auto b = static_cast<size_t>(before_[static_cast<size_t>(k)]);
+            if (static_cast<int32_t>(b) == keyNode || seen_[b] == search_) continue;
+            seen_[b] = search_;
+            work.push_back(static_cast<int32_t>(b));
+        }
+    }
+    return false;
 }
 
 // True when the game runs a command holding the byte at `address` that does
@@ -363,9 +394,9 @@ bool Engine::fitsInPlace(const Chain& c) const {
         if (plain.bytes[i] != old[i]) changed.push_back(c.key + static_cast<int32_t>(i));
     if (!changed.empty()) {
         if (inArea(c.key)) {
-            const std::vector<uint8_t>& foreign = foreignBytes(c.key);
             for (int32_t a : changed)
-                if (inArea(a) && (coverage_[areaIndex(a)] > 1 || foreign[areaIndex(a)])) return false;
+                if (inArea(a) && coverage_[areaIndex(a)] > 1) return false;
+            if (readElsewhere(c.key, changed)) return false;
         } else {
             for (const auto& [key, seq] : old_.sequences)
                 if (key != c.key && key < c.key + c.oldSize && key + seq.byteSize() > c.key) return false;
@@ -385,13 +416,12 @@ bool Engine::fitsInPlace(const Chain& c) const {
     // What leads into its middle: from outside its old bytes, or from old
     // bytes past the new ones that another path still runs.
     const int32_t from = c.key, to = c.key + c.oldSize, written = c.key + static_cast<int32_t>(c.bytes.size());
-    const std::vector<uint8_t>* foreign = inArea(c.key) ? &foreignBytes(c.key) : nullptr;
     // Old bytes left past the new ones still run when the new commands lead there.
     const bool leftRuns = std::any_of(c.targets.begin(), c.targets.end(), [&](int32_t t) { return t >= written && t < to; });
     for (const Reference& r : references_) {
         if (r.to <= from || r.to >= to) continue;
         if (r.from >= from && r.from < written) continue;  // its own commands, written anew
-        if (r.from >= written && r.from < to && !leftRuns && !(foreign && inArea(r.from) && (*foreign)[areaIndex(r.from)])) continue;
+        if (r.from >= written && r.from < to && !leftRuns && !(inArea(c.key) && readElsewhere(c.key, {r.from}))) continue;
         bool found = false;
         for (size_t i = 0; i < c.places.size() && !found; ++i) found = c.places[i] == r.to && c.seq->commands()[i].origin == CmdId::readAt(r.to);
         if (!found) return false;
@@ -454,7 +484,10 @@ void Engine::placeMoved() {
                    Refusal::CannotMove);
         const std::vector<int32_t>& reachers = reachersOf[c.key];
         std::optional<size_t> chosen, fallback;
+        // No place makes it shorter than its commands with a closing relative jump.
+        const int32_t least = c.seq->byteSize() - 1;
         for (size_t k = 0; k < free_.size() && !chosen; ++k) {
+            if (free_[k].size() < least) continue;
             encode(c, free_[k].start, true);
             if (static_cast<int32_t>(c.bytes.size()) > free_[k].size()) continue;
             if (!fallback) fallback = k;
