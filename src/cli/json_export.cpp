@@ -28,114 +28,211 @@ std::string addr(int32_t a) { return hex4(a); }
 
 }  // namespace
 
-nlohmann::ordered_json imageFingerprint(const std::vector<uint8_t>& bytes) {
+std::string crc32Text(std::span<const uint8_t> bytes) {
     char hex[9];
     std::snprintf(hex, sizeof hex, "%08lX", static_cast<unsigned long>(crc32Of(bytes)));
-    return {{"size", bytes.size()}, {"crc32", hex}};
+    return hex;
 }
 
-nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names, bool withSequences) {
-    using json = nlohmann::ordered_json;
-    json root;
-    root["image"] = latin1ToUtf8(pb.romPath);
-    root["fingerprint"] = imageFingerprint(fileBytes(pb, pb.openedBytes));  // of the file as it is
-
-    json formations = json::array();
-    for (size_t f = 0; f < pb.formations.size(); ++f) {
-        json players = json::array();
-        for (int j = 0; j < kPlayersPerRecord; ++j) players.push_back(addr(pb.formations[f].posAddress(j)));
-        formations.push_back({{"index", f}, {"name", latin1ToUtf8(pb.formations[f].name())}, {"positions", players}});
-    }
-    root["formations"] = formations;
-
-    json plays = json::array();
-    for (int p = 0; p < kPlayCount; ++p) {
-        json players = json::array();
-        for (int j = 0; j < kPlayersPerRecord; ++j) {
-            const int32_t a = pb.plays[static_cast<size_t>(p)].seqAddress(j);
-            players.push_back(a == kNoSequence ? json(nullptr) : json(addr(a)));
-        }
-        plays.push_back({{"index", p}, {"players", players}});
-    }
-    root["plays"] = plays;
-
-    json pointers = json::array();
-    for (int32_t a : pb.seqPointers) pointers.push_back(addr(a));
-    root["pointers"] = pointers;
-
-    json slots = json::array();
-    for (int s = 0; s < kSlotCount; ++s) {
-        const clsPlaySlot& slot = pb.playSlots[static_cast<size_t>(s)];
-        json off = json::array(), def = json::array(), gfx = json::array();
-        for (int j = 0; j < kPlaysPerSlot; ++j) {
-            off.push_back(slot.oPlay(j));
-            def.push_back(slot.dPlay(j));
-        }
-        for (int j = 0; j < kGfxRecordSize; ++j) gfx.push_back(slot.GFX(j));
-        json entry = {{"index", s},
-                      {"name", latin1ToUtf8(slot.name())},
-                      {"group", slotGroupLabel(s)},
-                      {"formation", slot.formation()}};
-        entry["rusher"] = s < kRunningSlotCount ? json(slot.Rusher()) : json(nullptr);
-        entry["offensivePlays"] = off;
-        entry["defensivePlays"] = def;
-        entry["gfx"] = gfx;
-        slots.push_back(entry);
-    }
-    root["slots"] = slots;
-
-    if (withSequences) {
-        json sequences = json::array();
-        for (const auto& [address, seq] : pb.sequences) sequences.push_back(sequenceJson(address, seq, names));
-        root["sequences"] = sequences;
-    }
-    return root;
+nlohmann::ordered_json imageFingerprint(std::span<const uint8_t> bytes) {
+    return {{"size", bytes.size()}, {"crc32", crc32Text(bytes)}};
 }
 
-nlohmann::ordered_json sequenceJson(int32_t key, const clsSequence& seq, const CmdNames& names) {
-    using json = nlohmann::ordered_json;
-    json commands = json::array();
+namespace {
+
+// Writes JSON as it is made, laid out as nlohmann's dump(1): one value a
+// line, each level one space further in, empty lists and objects as [] and {}.
+class JsonWriter {
+public:
+    explicit JsonWriter(std::ostream& out) : out_(out) { buf_.reserve(1 << 16); }
+    ~JsonWriter() { flush(); }
+
+    JsonWriter& key(const char* k) {
+        next();
+        buf_ += '"';
+        buf_ += k;
+        buf_ += "\": ";
+        keyed_ = true;
+        return *this;
+    }
+    void open(char bracket) {
+        next();
+        buf_ += bracket;
+        open_.push_back(0);
+    }
+    void close(char bracket) {
+        const bool empty = open_.back() == 0;
+        open_.pop_back();
+        if (!empty) {
+            buf_ += '\n';
+            buf_.append(open_.size(), ' ');
+        }
+        buf_ += bracket;
+        if (buf_.size() > (1 << 16) - 512) flush();
+    }
+    void string(const std::string& utf8) {
+        next();
+        buf_ += '"';
+        for (const char ch : utf8) {
+            const auto c = static_cast<unsigned char>(ch);
+            switch (c) {
+            case '"': buf_ += "\\\""; break;
+            case '\\': buf_ += "\\\\"; break;
+            case '\b': buf_ += "\\b"; break;
+            case '\f': buf_ += "\\f"; break;
+            case '\n': buf_ += "\\n"; break;
+            case '\r': buf_ += "\\r"; break;
+            case '\t': buf_ += "\\t"; break;
+            default:
+                if (c < 0x20) {
+                    char esc[8];
+                    std::snprintf(esc, sizeof esc, "\\u%04x", c);
+                    buf_ += esc;
+                } else {
+                    buf_ += ch;
+                }
+            }
+        }
+        buf_ += '"';
+    }
+    void number(long long v) {
+        next();
+        buf_ += std::to_string(v);
+    }
+    void boolean(bool v) {
+        next();
+        buf_ += v ? "true" : "false";
+    }
+    void null() {
+        next();
+        buf_ += "null";
+    }
+    void raw(const std::string& text) { buf_ += text; }
+    void flush() {
+        out_.write(buf_.data(), static_cast<std::streamsize>(buf_.size()));
+        buf_.clear();
+    }
+
+private:
+    // Before a value: a key already placed it; in a list it starts its own line.
+    void next() {
+        if (keyed_) {
+            keyed_ = false;
+            return;
+        }
+        if (open_.empty()) return;
+        buf_ += open_.back()++ ? ",\n" : "\n";
+        buf_.append(open_.size(), ' ');
+    }
+
+    std::ostream& out_;
+    std::string buf_;
+    std::vector<int> open_;  // values written so far in each open list or object
+    bool keyed_ = false;
+};
+
+void writeSequence(JsonWriter& w, int32_t key, const clsSequence& seq, const CmdNames& names) {
+    w.open('{');
+    w.key("address").string(addr(key));
+    w.key("size").number(seq.byteSize());
+    w.key("next").string(addr(seq.nextSequence()));
+    w.key("valid").boolean(seq.isValid());
+    w.key("commands").open('[');
     // The values as the bytes at the sequence's address hold them (an address
     // field's too), from one encoding of the whole sequence.
     const std::vector<uint8_t> bytes = seq.encode();
     size_t at = 0;
     for (int i = 0; i < seq.commandCount(); ++i) {
-        json data = json::array();
         const int16_t code = seq.command(i);
-        if (code < 0xC0) {
-            data.push_back(bytes[at] & 0x0F);
-            for (int k = 1; k < seq.dataLen(i); ++k) data.push_back(bytes[at + static_cast<size_t>(k)]);
-        } else {
-            for (int k = 0; k < seq.dataLen(i); ++k) data.push_back(bytes[at + 1 + static_cast<size_t>(k)]);
-        }
-        at += static_cast<size_t>(seq.commands()[static_cast<size_t>(i)].encodedSize());
         const CmdId origin = seq.commandAddress(i);
-        commands.push_back({{"address", origin.isNew() ? json(nullptr) : json(addr(origin.readAddress()))},
-                            {"code", hex2(seq.command(i))},
-                            {"data", data},
-                            {"text", latin1ToUtf8(seq.commandName(i, names))}});
+        w.open('{');
+        w.key("address");
+        if (origin.isNew()) w.null();
+        else w.string(addr(origin.readAddress()));
+        w.key("code").string(hex2(code));
+        w.key("data").open('[');
+        if (code < 0xC0) {
+            w.number(bytes[at] & 0x0F);
+            for (int k = 1; k < seq.dataLen(i); ++k) w.number(bytes[at + static_cast<size_t>(k)]);
+        } else {
+            for (int k = 0; k < seq.dataLen(i); ++k) w.number(bytes[at + 1 + static_cast<size_t>(k)]);
+        }
+        w.close(']');
+        w.key("text").string(latin1ToUtf8(seq.commandName(i, names)));
+        w.close('}');
+        at += static_cast<size_t>(seq.commands()[static_cast<size_t>(i)].encodedSize());
     }
-    return {{"address", addr(key)}, {"size", seq.byteSize()}, {"next", addr(seq.nextSequence())}, {"valid", seq.isValid()},
-            {"commands", commands}};
+    w.close(']');
+    w.close('}');
 }
 
+}  // namespace
+
 void writePlaybookJson(std::ostream& out, const Playbook& pb, const CmdNames& names) {
-    std::string head = playbookJson(pb, names, false).dump(1);  // ends with "\n}"
-    head.resize(head.size() - 2);
-    out << head << ",\n \"sequences\": [";
-    bool first = true;
-    for (const auto& [address, seq] : pb.sequences) {
-        // Indented as an element two levels deep (JSON text holds no raw newline but these).
-        std::string one = sequenceJson(address, seq, names).dump(1), indented;
-        indented.reserve(one.size() + one.size() / 8);
-        for (const char c : one) {
-            indented += c;
-            if (c == '\n') indented += "  ";
-        }
-        out << (first ? "\n  " : ",\n  ") << indented;
-        first = false;
+    JsonWriter w(out);
+    w.open('{');
+    w.key("image").string(latin1ToUtf8(pb.romPath));
+    const std::span<const uint8_t> file = fileSpan(pb);  // the file as it is
+    w.key("fingerprint").open('{');
+    w.key("size").number(static_cast<long long>(file.size()));
+    w.key("crc32").string(crc32Text(file));
+    w.close('}');
+    w.key("formations").open('[');
+    for (size_t f = 0; f < pb.formations.size(); ++f) {
+        w.open('{');
+        w.key("index").number(static_cast<long long>(f));
+        w.key("name").string(latin1ToUtf8(pb.formations[f].name()));
+        w.key("positions").open('[');
+        for (int j = 0; j < kPlayersPerRecord; ++j) w.string(addr(pb.formations[f].posAddress(j)));
+        w.close(']');
+        w.close('}');
     }
-    out << (first ? "]" : "\n ]") << "\n}\n";
+    w.close(']');
+    w.key("plays").open('[');
+    for (int p = 0; p < kPlayCount; ++p) {
+        w.open('{');
+        w.key("index").number(p);
+        w.key("players").open('[');
+        for (int j = 0; j < kPlayersPerRecord; ++j) {
+            const int32_t a = pb.plays[static_cast<size_t>(p)].seqAddress(j);
+            if (a == kNoSequence) w.null();
+            else w.string(addr(a));
+        }
+        w.close(']');
+        w.close('}');
+    }
+    w.close(']');
+    w.key("pointers").open('[');
+    for (int32_t a : pb.seqPointers) w.string(addr(a));
+    w.close(']');
+    w.key("slots").open('[');
+    for (int s = 0; s < kSlotCount; ++s) {
+        const clsPlaySlot& slot = pb.playSlots[static_cast<size_t>(s)];
+        w.open('{');
+        w.key("index").number(s);
+        w.key("name").string(latin1ToUtf8(slot.name()));
+        w.key("group").string(slotGroupLabel(s));
+        w.key("formation").number(slot.formation());
+        w.key("rusher");
+        if (s < kRunningSlotCount) w.number(slot.Rusher());
+        else w.null();
+        w.key("offensivePlays").open('[');
+        for (int j = 0; j < kPlaysPerSlot; ++j) w.number(slot.oPlay(j));
+        w.close(']');
+        w.key("defensivePlays").open('[');
+        for (int j = 0; j < kPlaysPerSlot; ++j) w.number(slot.dPlay(j));
+        w.close(']');
+        w.key("gfx").open('[');
+        for (int j = 0; j < kGfxRecordSize; ++j) w.number(slot.GFX(j));
+        w.close(']');
+        w.close('}');
+    }
+    w.close(']');
+    w.key("sequences").open('[');
+    for (const auto& [address, seq] : pb.sequences) writeSequence(w, address, seq, names);
+    w.close(']');
+    w.close('}');
+    w.raw("\n");
 }
 
 nlohmann::ordered_json areaMapJson(const AreaMap& map) {

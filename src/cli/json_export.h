@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <span>
 
 namespace zpe {
 
@@ -13,17 +14,14 @@ namespace zpe {
 
 // What binds a playbook file to one state of one image: its size and the
 // CRC-32 of its bytes, {"size": 262160, "crc32": "1A2B3C4D"}.
-[[nodiscard]] nlohmann::ordered_json imageFingerprint(const std::vector<uint8_t>& bytes);
+[[nodiscard]] nlohmann::ordered_json imageFingerprint(std::span<const uint8_t> bytes);
+[[nodiscard]] std::string crc32Text(std::span<const uint8_t> bytes);  // "1A2B3C4D"
 
-// The whole playbook as JSON. Names are 8-bit text: each byte becomes the
-// Latin-1 code point of the same value. Without `withSequences` the
-// "sequences" list is left out (writePlaybookJson streams it).
-[[nodiscard]] nlohmann::ordered_json playbookJson(const Playbook& pb, const CmdNames& names, bool withSequences = true);
-// One sequence of the "sequences" list.
-[[nodiscard]] nlohmann::ordered_json sequenceJson(int32_t key, const clsSequence& seq, const CmdNames& names);
-// The same document as playbookJson(...).dump(1) and a newline, written as
-// it is made: one sequence at a time, so memory stays that of the playbook
-// however long the output.
+// The whole playbook as JSON: the image's name and fingerprint, formations,
+// plays, pointers, slots and sequences. Names are 8-bit text: each byte
+// becomes the Latin-1 code point of the same value. Written as it is made,
+// one sequence at a time, so memory stays that of the playbook however long
+// the output.
 void writePlaybookJson(std::ostream& out, const Playbook& pb, const CmdNames& names);
 
 // The area map as `zpe check --json` prints it: addresses as four hexadecimal

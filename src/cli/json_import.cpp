@@ -104,7 +104,7 @@ std::string place(const std::string& table, size_t i) { return "/" + table + "/"
 
 }  // namespace
 
-void requireSameImage(const json& doc, const std::vector<uint8_t>& image, const std::string& jsonName,
+void requireSameImage(const json& doc, std::span<const uint8_t> image, const std::string& jsonName,
                       const std::string& imageName) {
     if (!doc.is_object() || !doc.contains("fingerprint"))
         throw ImportError("/fingerprint", "missing: " + jsonName + " does not say which state of " + imageName +

@@ -19,7 +19,7 @@ public:
 
 // Refuses (ImportError at "/fingerprint") a file written from another state
 // of the image than `image`'s bytes, or one without a fingerprint.
-void requireSameImage(const nlohmann::json& doc, const std::vector<uint8_t>& image, const std::string& jsonName,
+void requireSameImage(const nlohmann::json& doc, std::span<const uint8_t> image, const std::string& jsonName,
                       const std::string& imageName);
 
 // Applies every difference between `doc` and `pb` to `pb`: a slot's name,

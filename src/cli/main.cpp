@@ -269,7 +269,7 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
     const zpe::FileLock lock(imagePath);
     zpe::Playbook pb = openOrFail(imagePath, ctx);
     try {
-        if (!force) zpe::requireSameImage(doc, zpe::fileBytes(pb, pb.openedBytes), baseName(jsonPath), baseName(imagePath));
+        if (!force) zpe::requireSameImage(doc, zpe::fileSpan(pb), baseName(jsonPath), baseName(imagePath));
         zpe::applyPlaybookJson(pb, doc, ctx.names);
     } catch (const zpe::ImportError& e) {
         throw Failure{jsonPath + ": " + e.what() + "; nothing was written"};
@@ -280,7 +280,7 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
         std::cout << zpe::planSave(pb, zpe::readUnchangedImage(pb)).summary.text() << '\n';
         return 0;
     }
-    (void)zpe::saveChanges(pb, ctx.dataDir, [&](const zpe::SaveSummary& summary) { printBeforeWrite(summary.text()); });
+    (void)zpe::saveChanges(pb, [&](const zpe::SaveSummary& summary) { printBeforeWrite(summary.text()); });
     return 0;
 }
 
@@ -437,7 +437,7 @@ int runMovePoint(const Context& ctx, const std::string& imagePath, const MoveReq
         std::cout << line << " " << plan.summary.text() << " (dry run: nothing written)\n";
         return 0;
     }
-    (void)zpe::saveChanges(pb, ctx.dataDir, [&](const zpe::SaveSummary&) { ctx.confirm(line); });
+    (void)zpe::saveChanges(pb, [&](const zpe::SaveSummary&) { ctx.confirm(line); });
     return 0;
 }
 
@@ -497,8 +497,7 @@ int runPatch(const Context& ctx, const std::string& imagePath, const std::string
     // Like every write: what would not open as an image of the game is refused before it lands.
     if (!force) {
         try {
-            zpe::Image result(target, patched);
-            (void)zpe::openImage(result, ctx.dataDir);
+            (void)zpe::openImage(zpe::Image(target, patched), ctx.dataDir);
         } catch (const zpe::RomError& e) {
             throw Failure{patchPath + ": the patched image would not open (" + e.what() +
                           "); nothing was written (--force writes it anyway)"};

@@ -70,6 +70,8 @@ public:
 
     const std::string& path() const { return path_; }
     const std::vector<uint8_t>& bytes() const { return bytes_; }
+    // Hands the bytes over (the image is left empty).
+    std::vector<uint8_t> takeBytes() { return std::move(bytes_); }
     int32_t size() const { return static_cast<int32_t>(bytes_.size()); }
     int32_t position() const { return pos_; }
     // Bytes from the current position to the end of the image (0 when beyond).

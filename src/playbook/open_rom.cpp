@@ -112,11 +112,10 @@ Playbook loadPlaybook(Image& image, const std::vector<std::string>& formNames) {
 }
 
 Playbook openRom(const std::string& path, const std::string& dataDir) {
-    Image image = Image::open(path);
-    return openImage(image, dataDir);
+    return openImage(Image::open(path), dataDir);
 }
 
-Playbook openImage(Image& file, const std::string& dataDir) {
+Playbook openImage(Image file, const std::string& dataDir) {
     const std::string& path = file.path();
     const ImageForm form = imageForm(file.bytes());
     if (form == ImageForm::Neither) throw RomError(path + ": " + neitherFormText(file.bytes()));
@@ -141,7 +140,7 @@ Playbook openImage(Image& file, const std::string& dataDir) {
             throw RomError(path + ": slot " + std::to_string(s) + " uses formation " + std::to_string(f) + ", but " +
                            formsPath + " names only " + std::to_string(pb.formations.size()) + " formations");
     }
-    pb.openedBytes = image.bytes();
+    pb.openedBytes = image.takeBytes();
     pb.headerless = form == ImageForm::Headerless;
     pb.openComplete = true;
     return pb;

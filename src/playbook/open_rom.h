@@ -22,7 +22,7 @@ constexpr int kMaxFormations = (kPlayTableOffset - kFormationTableOffset) / kAdd
 // nothing outside the returned object changes either way.
 [[nodiscard]] Playbook openRom(const std::string& path, const std::string& dataDir);
 // The same open on bytes already in memory (named by image.path() in messages).
-[[nodiscard]] Playbook openImage(Image& image, const std::string& dataDir);
+[[nodiscard]] Playbook openImage(Image image, const std::string& dataDir);
 
 // The reading part of the open on an image already in memory: the tables, the
 // formations named by `formNames`, and every reachable sequence.

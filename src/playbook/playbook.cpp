@@ -12,6 +12,12 @@ std::vector<uint8_t> fileBytes(const Playbook& pb, const std::vector<uint8_t>& h
     return pb.headerless ? withoutHeader(headed) : headed;
 }
 
+std::span<const uint8_t> fileSpan(const Playbook& pb) {
+    const std::span<const uint8_t> all(pb.openedBytes);
+    if (!pb.headerless) return all;
+    return all.size() < static_cast<size_t>(kHeaderSize) ? std::span<const uint8_t>() : all.subspan(static_cast<size_t>(kHeaderSize));
+}
+
 bool sameContent(const Playbook& a, const Playbook& b) {
     if (a.playSlots != b.playSlots || a.seqPointers != b.seqPointers || a.formations.size() != b.formations.size()) return false;
     for (size_t p = 0; p < a.plays.size(); ++p)

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <span>
 #include <vector>
 
 namespace zpe {
@@ -37,6 +38,8 @@ struct Playbook {
 
 // `headed` (bytes in the editor's form) as the file of `pb` holds them.
 [[nodiscard]] std::vector<uint8_t> fileBytes(const Playbook& pb, const std::vector<uint8_t>& headed);
+// The bytes of the file as it was opened (openedBytes without the header the open added), not copied.
+[[nodiscard]] std::span<const uint8_t> fileSpan(const Playbook& pb);
 
 // True when `a` and `b` hold the same slots, table entries and sequences
 // (every command, its origin and what it names): nothing of one is unsaved

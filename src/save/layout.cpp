@@ -165,14 +165,15 @@ void Engine::collect() {
     }
     // An entry the open found no sequence at (its reading runs into free bytes
     // without an end) still names those bytes: writing there would give it one.
-    Image scan(old_.romPath, image_);
+    std::optional<Image> scan;  // made only when such an entry exists: it copies the image
     for (const AreaEntry& e : playbookEntries(old_)) {
         if (old_.sequences.contains(e.target) || e.target < kAddressOffsetDelta || offsetOfAddress(e.target) >= static_cast<int32_t>(image_.size()))
             continue;
         clsSequence invalid;
         invalid.reset(e.target);
-        scan.seekOffset(offsetOfAddress(e.target));
-        invalid.load(scan, entryReadsKick(e));
+        if (!scan) scan.emplace(old_.romPath, image_);
+        scan->seekOffset(offsetOfAddress(e.target));
+        invalid.load(*scan, entryReadsKick(e));
         for (int32_t a = std::max(e.target, kSequenceAreaAddress); a < std::min(e.target + invalid.byteSize(), kAreaEnd); ++a)
             named_[areaIndex(a)] = 1;
     }

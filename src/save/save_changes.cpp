@@ -113,7 +113,7 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
         ++plan.summary.slotsWritten;
     }
     plan.summary.freeBytesLeft = laid.freeBytesLeft;
-    plan.bytes = out.bytes();
+    plan.bytes = out.takeBytes();
     // A sequence lying outside the area, in the tables this save rewrote, would read differently.
     for (const Chain& c : laid.chains) {
         if (c.written || inArea(c.key) || isNewSequence(c.key)) continue;
@@ -124,7 +124,8 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
                                     "), so it would read differently; nothing was saved",
                                 Refusal::WouldNotReopen);
     }
-    const Playbook written = verifyWrite(pb, old, plan.bytes, layout);
+    plan.written = verifyWrite(pb, old, plan.bytes, layout);
+    const Playbook& written = plan.written;
     plan.layout = std::move(layout);
 
     // References the save does not follow (the game's branches, the
@@ -141,7 +142,7 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     return plan;
 }
 
-SaveSummary saveChanges(Playbook& pb, const std::string& dataDir, const std::function<void(const SaveSummary&)>& confirm) {
+SaveSummary saveChanges(Playbook& pb, const std::function<void(const SaveSummary&)>& confirm) {
     const std::vector<uint8_t> image = readUnchangedImage(pb);
     SavePlan plan = planSave(pb, image);
     if (plan.bytes == image) {
@@ -150,7 +151,7 @@ SaveSummary saveChanges(Playbook& pb, const std::string& dataDir, const std::fun
         return plan.summary;
     }
     replaceFileContents(pb.romPath, fileBytes(pb, plan.bytes), confirm ? std::function<void()>([&] { confirm(plan.summary); }) : nullptr);
-    pb = openRom(pb.romPath, dataDir);
+    pb = std::move(plan.written);  // what the file now holds, as the check read it: no second read of the disk
     return plan.summary;
 }
 

@@ -35,6 +35,7 @@ struct SavePlan {
     std::vector<uint8_t> bytes;  // the whole new image
     SaveSummary summary;
     SaveLayout layout;           // where each sequence went, as the check before the write read it back
+    Playbook written;            // the image as it will open once written (the check's reading of `bytes`)
 };
 
 // What Save would write over `image` (the file's current bytes) for `pb`.
@@ -45,13 +46,13 @@ struct SavePlan {
 // check before the write finds the bytes saying anything else than the model.
 [[nodiscard]] SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image);
 
-// Save: plans against the file named by romPath, replaces it in one step, and
-// opens it again into `pb` (with the formation names of `dataDir`), so the
-// model shows what the image now holds. On a refusal or failure nothing is
-// written and `pb` is as it was.
+// Save: plans against the file named by romPath, replaces it in one step,
+// and puts into `pb` the image as it now reads (the check before the write
+// read it from the very bytes written), so the model shows what the image now
+// holds. On a refusal or failure nothing is written and `pb` is as it was.
 // `confirm`, when given, sees the summary once the bytes are ready and before
 // they replace the file; when it throws, nothing is written.
-SaveSummary saveChanges(Playbook& pb, const std::string& dataDir,
+SaveSummary saveChanges(Playbook& pb,
                         const std::function<void(const SaveSummary&)>& confirm = nullptr);
 
 // Save As: the edited image (the bytes `pb` was opened from, with every edit

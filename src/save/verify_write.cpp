@@ -68,7 +68,7 @@ LaidSequence laidAt(int32_t key, const clsSequence& seq, int32_t place, bool wri
 Playbook readBytesAs(const Playbook& like, const std::vector<uint8_t>& bytes) {
     Image image(like.romPath, bytes);
     Playbook pb = loadPlaybook(image, formationNames(like));
-    pb.openedBytes = bytes;
+    pb.openedBytes = image.takeBytes();
     pb.headerless = like.headerless;
     pb.openComplete = true;
     return pb;

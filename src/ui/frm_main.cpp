@@ -721,7 +721,7 @@ bool frmMain::runSave() {
     applyWorkingCopy();  // what the panel shows is what the user means to save
     try {
         const FileLock lock(pb.romPath);
-        const SaveSummary summary = zpe::saveChanges(pb, dataDir_.toStdString());
+        const SaveSummary summary = zpe::saveChanges(pb);
         if (summary.nothingToWrite) {
             StatusBar1->setText("Nothing to save: the image already holds every change; the file was left alone.");
             return true;

@@ -130,7 +130,7 @@ TEST(Compact, CompactAndSaveMakesRoomWhereSaveFoundNone) {
     ASSERT_EQ(o.pb.sequences.at(0xA000).insertCommand(0, 0xF3), clsSequence::Insert::Done);
     const Bytes before = o.file.read();
     try {
-        ADD_FAILURE() << "saved: " << saveChanges(o.pb, data.path()).text();
+        ADD_FAILURE() << "saved: " << saveChanges(o.pb).text();
     } catch (const SaveError& e) {
         EXPECT_NE(std::string(e.what()).find("largest free run of the sequence area holds 3"), std::string::npos) << e.what();
     }

@@ -120,7 +120,7 @@ TEST(NewSequences, ACopyForOneEntryAnEmptyOneAndAnotherEntryThroughSave) {
     (void)addCopyOf(o.pb, 0xA010);       // a copy nothing names is not written
     EXPECT_THROW((void)addEmptySequence(o.pb, 0xE4, false), std::invalid_argument);  // the game goes on after it
 
-    const SaveSummary s = saveChanges(o.pb, data.path());
+    const SaveSummary s = saveChanges(o.pb);
     ASSERT_EQ(s.placed.size(), 2u) << s.text();
     const int32_t copyAt = o.pb.plays[1].seqAddress(1), madeAt = o.pb.plays[0].seqAddress(1);
     EXPECT_EQ(copyAt, s.placed[0].second);

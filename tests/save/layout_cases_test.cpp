@@ -115,9 +115,9 @@ void expectRoundTrip(const Playbook& pb) {
 
 // Saves; "" when the save went through (the reopened image then round-trips),
 // else what stopped it.
-std::string trySave(test::Opened& o, const DataDir& data, SaveSummary* summary = nullptr) {
+std::string trySave(test::Opened& o, SaveSummary* summary = nullptr) {
     try {
-        const SaveSummary s = saveChanges(o.pb, data.path());
+        const SaveSummary s = saveChanges(o.pb);
         if (summary) *summary = s;
     } catch (const std::exception& e) {
         return e.what();
@@ -227,7 +227,7 @@ TEST(LayoutCases, LongSnapEndKeepsItsCommandsAndWhatTheGameRanAfterIt) {
         for (int i = 0; i < edited.commandCount(); ++i) expected.push_back(edited.command(i));
         for (int code : gamePath(before, 0xA004).codes) expected.push_back(code);
         ASSERT_EQ(Codes(expected.end() - 4, expected.end()), (Codes{0xD3, 0x30, 0xD7, 0xC4}));
-        ASSERT_EQ(trySave(o, data), "");
+        ASSERT_EQ(trySave(o), "");
         const clsSequence& back = seqOf(o.pb, c.checked);
         EXPECT_EQ(back.commandString(names()), text);
         EXPECT_EQ(back.command(back.commandCount() - 1), 0xD3);
@@ -254,7 +254,7 @@ TEST(LayoutCases, ClosingJumpIntoItsOwnMiddleStillLeadsThere) {
         ASSERT_TRUE(o.result.ok) << o.result.error;
         c.edit(o.pb.sequences.at(0xA000));
         const std::string text = layoutFreeText(o.pb.sequences.at(0xA000));
-        ASSERT_EQ(trySave(o, data), "");
+        ASSERT_EQ(trySave(o), "");
         const clsSequence& s = seqOf(o.pb, pointerEntry(0));
         EXPECT_EQ(layoutFreeText(s), text);
         EXPECT_EQ(s.nextSequence(), s.address() + c.loopAt);
@@ -297,7 +297,7 @@ TEST(LayoutCases, EditedChainsReopenAsEditedAndRunTheSame) {
         c.edit(o.pb);
         std::vector<std::string> shown;
         for (const auto& [pointer, runs] : c.runs) shown.push_back(chainText(o.pb, o.pb.seqPointers[static_cast<size_t>(pointer)]));
-        ASSERT_EQ(trySave(o, data), "");
+        ASSERT_EQ(trySave(o), "");
         for (size_t k = 0; k < c.runs.size(); ++k) {
             const auto& [pointer, runs] = c.runs[k];
             const clsSequence& s = seqOf(o.pb, pointerEntry(pointer));
@@ -327,7 +327,7 @@ TEST(LayoutCases, LoopBackIntoTheMiddleFollowsItsCommand) {
         ASSERT_TRUE(s.removeCommand(0));
         for (int i = 0; i < c.inserted; ++i) ASSERT_EQ(s.insertCommand(-1, 0xD7), clsSequence::Insert::Done);
         const std::string chain = chainText(o.pb, 0xA000);
-        ASSERT_EQ(trySave(o, data), "");
+        ASSERT_EQ(trySave(o), "");
         const clsSequence& back = seqOf(o.pb, pointerEntry(0));
         EXPECT_EQ(chainText(o.pb, back.address()), chain);
         const GamePath path = gamePath(o.pb.openedBytes, back.address());
@@ -347,7 +347,7 @@ TEST(LayoutCases, KickFormationNamingAPlainSequenceWithAStanceIsRefusedInWords) 
         const Bytes before = o.file.read();
         setEntryTarget(o.pb, formationEntry(formation, 0), key);
         try {
-            (void)saveChanges(o.pb, data.path());
+            (void)saveChanges(o.pb);
             ADD_FAILURE() << "saved";
         } catch (const VerifyError& e) {
             ADD_FAILURE() << "the save's own check fired: " << e.what();
@@ -381,7 +381,7 @@ TEST(LayoutCases, DataEditIsWrittenInPlace) {
         const Bytes before = o.file.read();
         o.pb.sequences.at(c.key).data(c.pos, c.index, 9);
         SaveSummary s;
-        ASSERT_EQ(trySave(o, data, &s), "");
+        ASSERT_EQ(trySave(o, &s), "");
         EXPECT_EQ(differences(before, o.file.read()), std::vector<int32_t>{offsetOfAddress(c.changedAt)});
         EXPECT_EQ(at(o.file.read(), c.changedAt, 1), Bytes{9});
         EXPECT_TRUE(s.moved.empty());
@@ -407,7 +407,7 @@ TEST(LayoutCases, BytesACOMPassReadsAsItsReceiverLeadOnlyToCommands) {
         const Bytes before = o.file.read();
         o.pb.sequences.at(0xA090).data(1, 0, 0x10);  // receiver A010, or B010 where nothing runs
         o.pb.sequences.at(0xA090).data(1, 1, static_cast<int16_t>(high));
-        const std::string refusal = trySave(o, data);
+        const std::string refusal = trySave(o);
         if (ok) {
             ASSERT_EQ(refusal, "");
             EXPECT_EQ(at(o.file.read(), 0xA093, 2), (Bytes{0x10, 0xA0}));
@@ -432,7 +432,7 @@ TEST(LayoutCases, JumpWhoseBytesTheGameReadsOtherwiseMovesRatherThanChangeThem) 
     const Bytes before = o.file.read();
     grow(o.pb, 0xA010);
     const std::string chain = chainText(o.pb, 0xA005);
-    ASSERT_EQ(trySave(o, data), "");
+    ASSERT_EQ(trySave(o), "");
     EXPECT_EQ(at(o.file.read(), 0xA004, 4), at(before, 0xA004, 4));
     EXPECT_NE(targetOf(o.pb, pointerEntry(1)), 0xA005);
     EXPECT_EQ(chainText(o.pb, targetOf(o.pb, pointerEntry(1))), chain);
@@ -449,7 +449,7 @@ TEST(LayoutCases, CopyOfARelativeContinuationShowsAndSavesIt) {
     EXPECT_EQ(o.pb.sequences.at(copy).nextSequence(), 0xA006);
     setEntryTarget(o.pb, pointerEntry(1), copy);
     const std::string chain = chainText(o.pb, copy);
-    ASSERT_EQ(trySave(o, data), "");
+    ASSERT_EQ(trySave(o), "");
     EXPECT_EQ(chainText(o.pb, targetOf(o.pb, pointerEntry(1))), chain);
     EXPECT_EQ(seqOf(o.pb, pointerEntry(1)).nextSequence(), 0xA006);
 }
@@ -463,7 +463,7 @@ TEST(LayoutCases, LoopBackOutOfReachAfterInsertsShowsWhatSaveWrites) {
     for (int i = 0; i < 50; ++i) ASSERT_EQ(s.insertCommand(5, 0xD7), clsSequence::Insert::Done);
     const int32_t size = s.byteSize();
     const std::string text = layoutFreeText(s);
-    ASSERT_EQ(trySave(o, data), "");
+    ASSERT_EQ(trySave(o), "");
     const clsSequence& back = seqOf(o.pb, pointerEntry(0));
     EXPECT_EQ(back.byteSize(), size);
     const std::string saved = layoutFreeText(back);

@@ -116,7 +116,7 @@ TEST(SaveReferences, EveryKindOfReferenceSurvivesEveryKindOfEdit) {
         ASSERT_TRUE(o.result.ok) << o.result.error;
         const Playbook before = o.pb;
         e.apply(o.pb);
-        saveChanges(o.pb, data.path());
+        saveChanges(o.pb);
         expectReferencesKept(o.pb, before, e.name);
     }
 }
@@ -130,7 +130,7 @@ TEST(SaveReferences, FullSaveThenSaveKeepsLoopsAndJumps) {
     fullSave(o.pb);
     for (int k = 0; k < 5; ++k)
         ASSERT_EQ(o.pb.sequences.at(o.pb.seqPointers[static_cast<size_t>(k)]).insertCommand(-1, 0xF4), clsSequence::Insert::Done);
-    saveChanges(o.pb, data.path());
+    saveChanges(o.pb);
     const clsSequence& s1 = o.pb.sequences.at(o.pb.seqPointers[0]);
     EXPECT_EQ(s1.commandName(s1.commandCount() - 1, defaultCmdNames()), "Loop Back 4 bytes");
     EXPECT_EQ(s1.fieldTarget(indexOf(s1, 0x20)), s1.place(indexOf(s1, 0xFC)));

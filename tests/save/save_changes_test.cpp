@@ -61,7 +61,7 @@ TEST(Save, InPlaceEditWritesExactlyItsBytesAndTheChangedSlot) {
     const Bytes before = o.file.read();
     o.pb.sequences.at(0xA000).data(0, 0, 0x05);
     o.pb.playSlots[3].oPlay(2, 0x44);
-    const SaveSummary s = saveChanges(o.pb, data.path());
+    const SaveSummary s = saveChanges(o.pb);
     const Bytes after = o.file.read();
     EXPECT_EQ(differences(before, after),
               (std::vector<int32_t>{offsetOfAddress(0xA001), kOffSlotTableOffset + 3 * kOffSlotRecordSize + 16 + 2}));
@@ -69,7 +69,7 @@ TEST(Save, InPlaceEditWritesExactlyItsBytesAndTheChangedSlot) {
                             std::to_string(s.freeBytesLeft) + " free bytes left.");
     EXPECT_EQ(o.pb.sequences.at(0xA000).data(0, 0), 5) << "the model is the image opened again";
     // Nothing changed since: a second save writes the same file.
-    saveChanges(o.pb, data.path());
+    saveChanges(o.pb);
     EXPECT_EQ(o.file.read(), after);
 }
 
@@ -81,7 +81,7 @@ TEST(Save, GrownSequencesMoveToTheFirstFreeRunAndReferencesFollow) {
     grow(o.pb, 0xA000);  // 7 bytes and a relative jump back to the game's logic after it: 9, at A007-A00F
     grow(o.pb, 0xA030);  // 9 bytes: A014-A01C; its loop back stays relative
     grow(o.pb, 0xA0F0);  // 8 bytes, but far from A163: an absolute jump, 9 bytes at A027-A02F
-    const SaveSummary s = saveChanges(o.pb, data.path());
+    const SaveSummary s = saveChanges(o.pb);
     const Bytes after = o.file.read();
 
     EXPECT_EQ(s.moved, (std::vector<std::pair<int32_t, int32_t>>{{0xA000, 0xA007}, {0xA030, 0xA014}, {0xA0F0, 0xA027}}));
@@ -106,7 +106,7 @@ TEST(Save, GrownSequencesMoveToTheFirstFreeRunAndReferencesFollow) {
         EXPECT_TRUE(inArea || entry) << std::hex << off;
     }
     EXPECT_EQ(o.pb.sequences.at(0xA007).commandCount(), 3) << "reopened: the added command is there";
-    saveChanges(o.pb, data.path());
+    saveChanges(o.pb);
     EXPECT_EQ(o.file.read(), after) << "a second save writes the same file";
 }
 
@@ -137,7 +137,7 @@ TEST(Save, RefusalsWriteNothing) {
         const Bytes before = o.file.read();
         c.edit(o.pb);
         try {
-            saveChanges(o.pb, data.path());
+            saveChanges(o.pb);
             ADD_FAILURE() << c.what << ": saved";
         } catch (const SaveError& e) {
             EXPECT_NE(std::string(e.what()).find(c.says), std::string::npos) << c.what << ": " << e.what();
@@ -145,7 +145,7 @@ TEST(Save, RefusalsWriteNothing) {
         EXPECT_EQ(o.file.read(), before) << c.what;
     }
     Playbook never;
-    EXPECT_THROW(saveChanges(never, data.path()), SaveError);
+    EXPECT_THROW(saveChanges(never), SaveError);
 }
 
 TEST(AddCommand, InsertsWithZeroDataAndRefusesEndsAndLockUps) {
