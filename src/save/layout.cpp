@@ -74,6 +74,7 @@ private:
     bool fitsInPlace(const Chain& c) const;
     bool readElsewhere(int32_t key, const std::vector<int32_t>& addresses) const;
     bool gameReadsAsOther(int32_t address, int32_t start) const;
+    std::vector<int32_t> commandsHolding(int32_t address) const;
     void checkFields(const Chain& c) const;
     void checkContinuation(const Chain& c) const;
     void checkGameFields(const Chain& c) const;
@@ -209,16 +210,12 @@ bool Engine::readElsewhere(int32_t key, const std::vector<int32_t>& addresses) c
     const int32_t keyNode = inArea(key) ? node_[areaIndex(key)] : -1;
     ++search_;
     std::vector<int32_t> work;
-    for (int32_t a : addresses) {
-        auto it = std::lower_bound(map_.program.begin(), map_.program.end(), a - kLongestGameCommand,
-                                   [](const GameCommand& g, int32_t x) { return g.address < x; });
-        for (; it != map_.program.end() && it->address <= a; ++it) {
-            const auto n = static_cast<int32_t>(it - map_.program.begin());
-            if (a >= it->address + it->length || n == keyNode || seen_[static_cast<size_t>(n)] == search_) continue;
+    for (int32_t a : addresses)
+        for (int32_t n : commandsHolding(a)) {
+            if (n == keyNode || seen_[static_cast<size_t>(n)] == search_) continue;
             seen_[static_cast<size_t>(n)] = search_;
             work.push_back(n);
         }
-    }
     while (!work.empty()) {
         const auto n = static_cast<size_t>(work.back());
         work.pop_back();
@@ -236,11 +233,19 @@ bool Engine::readElsewhere(int32_t key, const std::vector<int32_t>& addresses) c
 // True when the game runs a command holding the byte at `address` that does
 // not start at `start`.
 bool Engine::gameReadsAsOther(int32_t address, int32_t start) const {
+    for (int32_t n : commandsHolding(address))
+        if (map_.program[static_cast<size_t>(n)].address != start) return true;
+    return false;
+}
+
+// The commands of the game's program (by index) whose bytes hold `address`.
+std::vector<int32_t> Engine::commandsHolding(int32_t address) const {
+    std::vector<int32_t> out;
     auto it = std::lower_bound(map_.program.begin(), map_.program.end(), address - kLongestGameCommand,
                                [](const GameCommand& g, int32_t a) { return g.address < a; });
     for (; it != map_.program.end() && it->address <= address; ++it)
-        if (it->address != start && address < it->address + it->length) return true;
-    return false;
+        if (address < it->address + it->length) out.push_back(static_cast<int32_t>(it - map_.program.begin()));
+    return out;
 }
 
 // A chain's commands, and the way on to where the game goes on, at `at`.
@@ -251,7 +256,6 @@ void Engine::encode(Chain& c, int32_t at, bool followMoves, bool withBytes) cons
     c.place = at;
     c.bytes.clear();
     c.places.assign(n, 0);
-    c.targets.assign(n, clsSequence::kNoField);
     c.tail.clear();
     c.linkAt = -1;
     int32_t p = at;
@@ -259,32 +263,17 @@ void Engine::encode(Chain& c, int32_t at, bool followMoves, bool withBytes) cons
         c.places[i] = p;
         p += cmds[i].encodedSize();
     }
-    std::unordered_map<CmdId, size_t, CmdIdHash> index;  // for long sequences; short ones are searched
-    if (n > clsSequence::kIndexFrom)
-        for (size_t i = 0; i < n; ++i) index.emplace(cmds[i].origin, i);
-    auto own = [&](CmdId id) -> size_t {
-        if (n > clsSequence::kIndexFrom) return index.at(id);
-        for (size_t k = 0; k < n; ++k)
-            if (cmds[k].origin == id) return k;
-        throw std::logic_error("a field names a command its sequence does not hold");
-    };
-    auto resolve = [&](size_t i) -> int32_t {
-        const FieldRef& f = cmds[i].field;
-        if (f.kind == FieldRef::Kind::None) return clsSequence::kNoField;
-        // A closing jump to another sequence's start follows it; one to its own
-        // commands stays with them.
-        if (followMoves && i + 1 == n && f.kind == FieldRef::Kind::Address)
-            if (const auto m = moves_.find(closingName(cmds[i])); m != moves_.end()) return m->second;
-        if (f.kind == FieldRef::Kind::Command) return c.places[own(f.command)];
-        return f.address;
-    };
+    c.targets = c.seq->fieldTargets(c.places);
+    // A closing jump to another sequence's start follows it; one to its own
+    // commands stays with them.
+    if (followMoves && cmds.back().field.kind == FieldRef::Kind::Address)
+        if (const auto m = moves_.find(closingName(cmds.back())); m != moves_.end()) c.targets[n - 1] = m->second;
     SeqCommand last = cmds.back();  // a closing relative jump out of reach is written absolute
     if (last.command == kRelativeJump) {
-        const int32_t t = resolve(n - 1);
-        const bool back = last.field.kind == FieldRef::Kind::Command ? own(last.field.command) + 1 < n : last.field.backward;
-        if (t < 0 || !relativeReaches(c.places[n - 1], t, back)) last = madeAbsolute(last);
+        const int32_t t = c.targets[n - 1];
+        if (t == clsSequence::kNoField || !relativeReaches(c.places[n - 1], t, c.seq->leadsBack(static_cast<int>(n) - 1)))
+            last = madeAbsolute(last);
     }
-    for (size_t i = 0; i < n; ++i) c.targets[i] = resolve(i);
     if (!withBytes) {  // an unchanged sequence: its bytes are the image's
         c.bytes = bytesAt(image_, c.key, c.oldSize);
         return;

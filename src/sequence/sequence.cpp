@@ -36,7 +36,7 @@ int indexOfOrigin(const std::vector<SeqCommand>& cmds, CmdId id) {
 
 // True when command i's relative field leads backwards: to an earlier command
 // of its own, or to an address it was read or set as leading back to.
-bool leadsBack(const std::vector<SeqCommand>& cmds, size_t i) {
+bool leadsBackward(const std::vector<SeqCommand>& cmds, size_t i) {
     const FieldRef& f = cmds[i].field;
     if (f.kind == FieldRef::Kind::Command) return indexOfOrigin(cmds, f.command) < static_cast<int>(i);
     return f.backward;
@@ -178,7 +178,7 @@ int32_t clsSequence::nextSequence() const {
     const int last = commandCount() - 1;
     const SeqCommand& end = cmds_.back();
     if (end.command == kAbsoluteJump) return fieldTarget(last);
-    if (end.command == kRelativeJump) return leadsBack(cmds_, cmds_.size() - 1) ? 0 : fieldTarget(last);  // a loop back continues nowhere else
+    if (end.command == kRelativeJump) return leadsBackward(cmds_, cmds_.size() - 1) ? 0 : fieldTarget(last);  // a loop back continues nowhere else
     return 0;
 }
 
@@ -250,8 +250,14 @@ int32_t clsSequence::fieldTarget(int i) const {
     return placeOfOrigin(c.field.command);
 }
 
-std::vector<int32_t> clsSequence::fieldTargets() const {
-    const std::vector<int32_t> at = places();
+std::vector<int32_t> clsSequence::fieldTargets() const { return fieldTargets(places()); }
+
+bool clsSequence::leadsBack(int i) const {
+    (void)at(i);  // a command of the sequence
+    return leadsBackward(cmds_, static_cast<size_t>(i));
+}
+
+std::vector<int32_t> clsSequence::fieldTargets(const std::vector<int32_t>& at) const {
     // A short sequence is searched; a long one indexed once.
     const OriginIndex index = cmds_.size() > kIndexFrom ? originIndex() : OriginIndex{};
     std::vector<int32_t> out;
@@ -265,7 +271,7 @@ FieldView clsSequence::fieldView(int i) const {
     if (c.field.none()) return {};  // most commands: nothing to measure
     FieldView v;
     v.target = fieldTarget(i);
-    if (isRelative(c) && leadsBack(cmds_, static_cast<size_t>(i)))
+    if (isRelative(c) && leadsBackward(cmds_, static_cast<size_t>(i)))
         v.loopBack = c.field.kind == FieldRef::Kind::Command || placed() ? place(i) - v.target : 0;
     return v;
 }
@@ -275,7 +281,7 @@ FieldView clsSequence::viewAt(size_t i, const std::vector<int32_t>& at, const Or
     FieldView v;
     if (c.field.none()) return v;
     v.target = resolve(c.field, at, index);
-    if (isRelative(c) && leadsBack(cmds_, i)) {
+    if (isRelative(c) && leadsBackward(cmds_, i)) {
         // Within the sequence the distance does not depend on where it stands;
         // a new sequence cannot measure one to an address outside it.
         v.loopBack = c.field.kind == FieldRef::Kind::Command || placed() ? at[i] - v.target : 0;
@@ -293,7 +299,7 @@ void clsSequence::settle() {
             // A new sequence has no place: only a jump within it can be measured.
             if (c.field.kind == FieldRef::Kind::Address && !placed()) continue;
             const int32_t t = resolve(c.field, at);
-            if (t == kNoField || relativeReaches(at[i], t, leadsBack(cmds_, i))) continue;
+            if (t == kNoField || relativeReaches(at[i], t, leadsBackward(cmds_, i))) continue;
             c = madeAbsolute(c);
             sizeBytes_ += 1;
             changed = true;
@@ -434,7 +440,7 @@ std::string clsSequence::verify() const {
         if (c.field.kind == FieldRef::Kind::Command && origins.count(c.field.command) == 0)
             return at(i, "names a command the sequence no longer holds");
         if (isRelative(c) && (c.field.kind == FieldRef::Kind::Command || placed()) &&
-            !relativeReaches(places[i], resolve(c.field, places, &index), leadsBack(cmds_, i)))
+            !relativeReaches(places[i], resolve(c.field, places, &index), leadsBackward(cmds_, i)))
             return at(i, "a relative jump out of its reach");
     }
     if (size != sizeBytes_)
@@ -516,7 +522,7 @@ bool clsSequence::swapCommands(int pos1, int pos2) {
 }
 
 void clsSequence::convertRelJump() {
-    if (cmds_.empty() || !isRelative(cmds_.back()) || leadsBack(cmds_, cmds_.size() - 1)) return;  // a loop back stays
+    if (cmds_.empty() || !isRelative(cmds_.back()) || leadsBackward(cmds_, cmds_.size() - 1)) return;  // a loop back stays
     cmds_.back() = madeAbsolute(cmds_.back());
     sizeBytes_ += 1;
 }

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <functional>
 #include <cstdint>
 #include <string>
 #include <unordered_map>
@@ -196,6 +195,10 @@ public:
     static constexpr size_t kIndexFrom = 32;
     // fieldTarget of every command, in one pass (for long sequences).
     std::vector<int32_t> fieldTargets() const;
+    // The same with the commands standing at `places` instead (a layout elsewhere).
+    std::vector<int32_t> fieldTargets(const std::vector<int32_t>& places) const;
+    // True when command i's relative field leads backwards (a loop back).
+    bool leadsBack(int i) const;
     // What command i's field reads as at the current layout.
     FieldView fieldView(int i) const;
     // Data index 0..255; anything else throws std::out_of_range. Entries from
