@@ -75,8 +75,9 @@ private:
     bool readElsewhere(int32_t key, const std::vector<int32_t>& addresses) const;
     bool gameReadsAsOther(int32_t address, int32_t start) const;
     std::vector<int32_t> commandsHolding(int32_t address) const;
-    void checkFields(const Chain& c) const;
-    void checkContinuation(const Chain& c) const;
+    std::vector<uint8_t> gameRuns(const Chain& c) const;
+    void checkFields(const Chain& c, const std::vector<uint8_t>& runs) const;
+    void checkContinuation(const Chain& c, const std::vector<uint8_t>& runs) const;
     void checkGameFields(const Chain& c) const;
     [[noreturn]] void refuse(const std::string& what, Refusal kind) const {
         throw SaveError(pb_.romPath + ": " + what + "; nothing was saved", kind);
@@ -507,19 +508,44 @@ void Engine::placeMoved() {
     for (const AreaRun& r : free_) freeLeft_ += r.size();
 }
 
+// Which of a chain's commands the game can run, as written: from its first
+// command and from every command something outside it leads to, on through
+// every command after which the game goes on and every field naming one of
+// its own places. A lock-up stops it; a branch may lead past one.
+std::vector<uint8_t> Engine::gameRuns(const Chain& c) const {
+    const std::vector<SeqCommand>& cmds = c.seq->commands();
+    std::unordered_map<int32_t, size_t> at;
+    for (size_t i = 0; i < c.places.size(); ++i) at.emplace(c.places[i], i);
+    std::vector<uint8_t> runs(cmds.size(), 0);
+    std::vector<size_t> work{0};
+    const int32_t from = c.place, to = c.place + static_cast<int32_t>(c.bytes.size());
+    for (const Reference& r : references_)  // a moved copy is entered only at its start
+        if (!c.moved && (r.from < from || r.from >= to))
+            if (const auto it = at.find(r.to); it != at.end()) work.push_back(it->second);
+    while (!work.empty()) {
+        const size_t i = work.back();
+        work.pop_back();
+        if (i >= cmds.size() || runs[i]) continue;
+        runs[i] = 1;
+        const CommandFormat f = commandFormat(codeByte(cmds[i]), c.seq->kick(), i + 1 < cmds.size() ? codeByte(cmds[i + 1]) : -1);
+        if (f.gameGoesOn) work.push_back(i + 1);
+        if (const auto it = at.find(c.targets[i]); it != at.end()) work.push_back(it->second);
+    }
+    return runs;
+}
+
 // Refuses a written sequence after which the game would now go on into bytes
-// it never ran (its lock-up removed, say, the game runs on past Human Control).
-void Engine::checkContinuation(const Chain& c) const {
-    if (c.continuation < 0 || !inArea(c.continuation) || map_.commandAt(c.continuation)) return;
-    for (const SeqCommand& cmd : c.seq->commands())
-        if (isLockUp(codeByte(cmd))) return;  // the game still hangs before the end
+// it never ran (its lock-up removed, or a branch now leading past it, the
+// game runs on past Human Control).
+void Engine::checkContinuation(const Chain& c, const std::vector<uint8_t>& runs) const {
+    if (c.continuation < 0 || !inArea(c.continuation) || map_.commandAt(c.continuation) || !runs.back()) return;
     refuse(sequenceName(c.key) + " ends with " + hex2(c.seq->commands().back().command) + ", after which the game goes on at " +
                hex4(c.continuation) + ", where it ran nothing before (a lock-up kept it from getting there); end it with a jump",
            Refusal::BadField);
 }
 
-// Refuses a field the edit set that leads where the game runs nothing.
-void Engine::checkFields(const Chain& c) const {
+// Refuses a field the edit set, or one the game may now run, that leads where the game runs nothing.
+void Engine::checkFields(const Chain& c, const std::vector<uint8_t>& runs) const {
     const clsSequence* before = old_.sequences.find(c.key);
     std::unordered_map<CmdId, FieldRef, CmdIdHash> was;
     if (before)
@@ -527,7 +553,9 @@ void Engine::checkFields(const Chain& c) const {
     for (size_t i = 0; i < c.targets.size(); ++i) {
         const SeqCommand& cmd = c.seq->commands()[i];
         if (cmd.field.kind != FieldRef::Kind::Address) continue;
-        if (const auto it = was.find(cmd.origin); it != was.end() && it->second == cmd.field) continue;
+        // An unchanged field matters only where the game may now run it and did not before (past a lock-up, say).
+        const bool ranBefore = !cmd.origin.isNew() && (!inArea(cmd.origin.readAddress()) || map_.commandAt(cmd.origin.readAddress()));
+        if (const auto it = was.find(cmd.origin); it != was.end() && it->second == cmd.field && (!runs[i] || ranBefore)) continue;
         const int32_t t = cmd.field.address;
         const std::string where = sequenceName(c.key) + " command " + std::to_string(i);
         // The open reads a sequence a closing jump leads to the way it reads the one it left.
@@ -583,8 +611,11 @@ LayoutResult Engine::run() {
     LayoutResult out;
     for (Chain& c : chains_) {
         if (c.moved) c.written = true;
-        if (c.written) checkFields(c);
-        if (c.written) checkContinuation(c);
+        if (c.written) {
+            const std::vector<uint8_t> runs = gameRuns(c);
+            checkFields(c, runs);
+            checkContinuation(c, runs);
+        }
         if (c.written) checkGameFields(c);
         if (c.bytes.empty()) encode(c, c.key, true, false);  // unchanged: what the check before the write reads back
     }

@@ -438,6 +438,32 @@ TEST(LayoutCases, JumpWhoseBytesTheGameReadsOtherwiseMovesRatherThanChangeThem) 
     EXPECT_EQ(chainText(o.pb, targetOf(o.pb, pointerEntry(1))), chain);
 }
 
+// A000 hangs at its lock-up before the branch to its Human Control; the game
+// never went on after it, so A009 on holds bytes it never ran. An edit that
+// lets the game reach the Human Control (the lock-up removed, or the branch
+// put in front of it) would run them: refused in words, nothing written.
+TEST(LayoutCases, GameReachingAnEndALockUpKeptItFromIsRefusedInWords) {
+    const ImageBuilder built = image({{0xA000, {0xD7, 1, 2, 0xDE, 0xC7, 0x08, 0xA0, 0x30, 0xE4, 0x31, 0x32}}}, {0xA000});
+    struct Case {
+        const char* what;
+        std::function<bool(clsSequence&)> edit;
+    };
+    const std::vector<Case> cases{
+        {"the lock-up removed", [](clsSequence& s) { return s.removeCommand(1); }},
+        {"the branch put in front of the lock-up", [](clsSequence& s) { return s.swapCommands(1, 2); }},
+    };
+    eachCase(cases, [&](const Case& c) {
+        DataDir data;
+        auto o = test::openBuilt(built, data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        const Bytes before = o.file.read();
+        ASSERT_TRUE(c.edit(o.pb.sequences.at(0xA000)));
+        const std::string refusal = trySave(o);
+        EXPECT_NE(refusal.find("after which the game goes on at A009, where it ran nothing before"), std::string::npos) << refusal;
+        EXPECT_EQ(o.file.read(), before);
+    });
+}
+
 TEST(LayoutCases, CopyOfARelativeContinuationShowsAndSavesIt) {
     DataDir data;
     auto o = test::openBuilt(copyImage(), data);
