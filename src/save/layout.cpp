@@ -65,6 +65,9 @@ public:
 
 private:
     void collect();
+    void addChain(int32_t key, const clsSequence& seq);
+    void markNamedBytes();
+    void indexBackwards();
     void decideInPlace(Chain& c, bool& moreMoved);
     void placeMoved();
     // `withBytes` false: only the places and where the fields lead (the bytes are the image's).
@@ -108,36 +111,39 @@ private:
     std::vector<uint8_t> named_ = std::vector<uint8_t>(kSequenceAreaSize, 0);  // area bytes a sequence-less entry reads
 };
 
+// A sequence of the model as a chain to lay out: where it stood, where the game goes on after it.
+void Engine::addChain(int32_t key, const clsSequence& seq) {
+    const bool made = isNewSequence(key);
+    const clsSequence* before = old_.sequences.find(key);
+    if (!before && !made)
+        throw SaveError(pb_.romPath + ": " + sequenceName(key) + " is no longer in the image as it was opened; open it again",
+                        Refusal::ChangedOnDisk);
+    if (const std::string problem = seq.verify(); !problem.empty()) refuse(sequenceName(key) + ": " + problem, Refusal::Other);
+    Chain c;
+    c.key = key;
+    c.seq = &seq;
+    c.place = key;
+    c.moved = made;
+    c.edited = made || before->commands() != seq.commands();
+    if (made) {
+        c.continuation = seq.continuation();
+    } else {
+        c.oldSize = before->byteSize();
+        if (before->gameGoesOnAfterEnd()) c.continuation = key + before->byteSize();
+    }
+    if (seq.gameGoesOnAfterEnd() && c.continuation < 0)
+        refuse(sequenceName(key) + " now ends with " + hex2(seq.commands().back().command) + ", after which the game goes on, but " +
+                   (made ? "it names no command to go on at" : "the game did not go on after it before") + "; end it with a jump",
+               Refusal::Other);
+    if (!seq.gameGoesOnAfterEnd()) c.continuation = -1;
+    if (seq.commands().back().command == kLongSnap && seq.placed()) afterLongSnap_.insert(key + seq.byteSize());
+    chains_.push_back(std::move(c));
+}
+
 void Engine::collect() {
     const std::unordered_set<int32_t> reachable = reachableKeys(pb_);
-    for (const auto& [key, seq] : pb_.sequences) {
-        const bool made = isNewSequence(key);
-        if (made && !reachable.count(key)) continue;  // nothing runs it: it is not written
-        const clsSequence* before = old_.sequences.find(key);
-        if (!before && !made)
-            throw SaveError(pb_.romPath + ": " + sequenceName(key) + " is no longer in the image as it was opened; open it again",
-                            Refusal::ChangedOnDisk);
-        if (const std::string problem = seq.verify(); !problem.empty()) refuse(sequenceName(key) + ": " + problem, Refusal::Other);
-        Chain c;
-        c.key = key;
-        c.seq = &seq;
-        c.place = key;
-        c.moved = made;
-        c.edited = made || before->commands() != seq.commands();
-        if (made) {
-            c.continuation = seq.continuation();
-        } else {
-            c.oldSize = before->byteSize();
-            if (before->gameGoesOnAfterEnd()) c.continuation = key + before->byteSize();
-        }
-        if (seq.gameGoesOnAfterEnd() && c.continuation < 0)
-            refuse(sequenceName(key) + " now ends with " + hex2(seq.commands().back().command) + ", after which the game goes on, but " +
-                       (made ? "it names no command to go on at" : "the game did not go on after it before") + "; end it with a jump",
-                   Refusal::Other);
-        if (!seq.gameGoesOnAfterEnd()) c.continuation = -1;
-        if (seq.commands().back().command == kLongSnap && seq.placed()) afterLongSnap_.insert(key + seq.byteSize());
-        chains_.push_back(std::move(c));
-    }
+    for (const auto& [key, seq] : pb_.sequences)
+        if (!isNewSequence(key) || reachable.count(key)) addChain(key, seq);  // a new one nothing runs is not written
     for (size_t k = 0; k < map_.program.size(); ++k) node_[areaIndex(map_.program[k].address)] = static_cast<int32_t>(k);
     for (const GameCommand& g : map_.program) {
         if (g.target >= 0) references_.push_back({g.address, g.target});
@@ -165,25 +171,16 @@ void Engine::collect() {
             for (const SeqCommand& cmd : c.seq->commands())
                 if (cmd.field.kind == FieldRef::Kind::Address) references_.push_back({-1, cmd.field.address});
     }
-    // An entry the open found no sequence at (its reading runs into free bytes
-    // without an end) still names those bytes: writing there would give it one.
-    std::optional<Image> scan;  // made only when such an entry exists: it copies the image
-    for (const AreaEntry& e : playbookEntries(old_)) {
-        if (old_.sequences.contains(e.target) || e.target < kAddressOffsetDelta || offsetOfAddress(e.target) >= static_cast<int32_t>(image_.size()))
-            continue;
-        clsSequence invalid;
-        invalid.reset(e.target);
-        if (!scan) scan.emplace(old_.romPath, image_);
-        scan->seekOffset(offsetOfAddress(e.target));
-        invalid.load(*scan, entryReadsKick(e));
-        for (int32_t a = std::max(e.target, kSequenceAreaAddress); a < std::min(e.target + invalid.byteSize(), kAreaEnd); ++a)
-            named_[areaIndex(a)] = 1;
-    }
+    markNamedBytes();
     for (const AreaEntry& e : playbookEntries(pb_)) {
         references_.push_back({-1, e.target});
         if (inArea(e.target)) roots_.push_back(e.target);
     }
-    // The program backwards, for readElsewhere.
+    indexBackwards();
+}
+
+// The program backwards, for readElsewhere.
+void Engine::indexBackwards() {
     const size_t count = map_.program.size();
     auto nodeAt = [&](int32_t a) { return inArea(a) ? node_[areaIndex(a)] : -1; };
     auto eachNext = [&](const GameCommand& g, auto&& f) {
@@ -201,6 +198,23 @@ void Engine::collect() {
     seen_.assign(count, 0);
     for (int32_t r : roots_)
         if (nodeAt(r) >= 0) isRoot_[static_cast<size_t>(nodeAt(r))] = 1;
+}
+
+// An entry the open found no sequence at (its reading runs into free bytes
+// without an end) still names those bytes: writing there would give it one.
+void Engine::markNamedBytes() {
+    std::optional<Image> scan;  // made only when such an entry exists: it copies the image
+    for (const AreaEntry& e : playbookEntries(old_)) {
+        if (old_.sequences.contains(e.target) || e.target < kAddressOffsetDelta || offsetOfAddress(e.target) >= static_cast<int32_t>(image_.size()))
+            continue;
+        clsSequence invalid;
+        invalid.reset(e.target);
+        if (!scan) scan.emplace(old_.romPath, image_);
+        scan->seekOffset(offsetOfAddress(e.target));
+        invalid.load(*scan, entryReadsKick(e));
+        for (int32_t a = std::max(e.target, kSequenceAreaAddress); a < std::min(e.target + invalid.byteSize(), kAreaEnd); ++a)
+            named_[areaIndex(a)] = 1;
+    }
 }
 
 // True when the game reads a byte at one of `addresses` on a path that does
