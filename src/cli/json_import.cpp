@@ -8,6 +8,7 @@
 #include "sequence/command_codes.h"
 #include "sequence/command_format.h"
 
+#include <algorithm>
 #include <cmath>
 #include <unordered_map>
 #include <unordered_set>
@@ -43,11 +44,22 @@ struct Reader {
             if (n < lo || n > hi) throw ImportError(where, std::to_string(n) + range);
             return static_cast<int>(n);
         }
-        // A whole number too large for 64 bits arrives as a floating-point value.
-        // (Its digits are gone by then: say what it is rather than show it rounded.)
-        if (v.is_number_float() && std::isfinite(v.get<double>()) && std::floor(v.get<double>()) == v.get<double>())
-            throw ImportError(where, std::string(std::fabs(v.get<double>()) >= 9.2e18 ? "a whole number beyond 64 bits" : v.dump()) + range);
+        // A whole number written with a point or an exponent (1.0, 1e2, -0.0) is that number.
+        if (v.is_number_float() && std::isfinite(v.get<double>()) && std::floor(v.get<double>()) == v.get<double>()) {
+            const double d = v.get<double>();
+            if (d >= lo && d <= hi) return static_cast<int>(d);
+            // Beyond 64 bits its digits are gone: say what it is rather than show it rounded.
+            throw ImportError(where, std::string(std::fabs(d) >= 9.2e18 ? "a whole number beyond 64 bits" : v.dump()) + range);
+        }
         throw ImportError(where, "not a whole number");
+    }
+    // Refuses a key of `object` that is none of `known`: the import would
+    // otherwise pass over it in silence.
+    void onlyKeys(const json& object, const std::string& where, std::initializer_list<const char*> known) const {
+        if (!object.is_object()) return;
+        for (const auto& item : object.items())
+            if (std::none_of(known.begin(), known.end(), [&](const char* k) { return item.key() == k; }))
+                throw ImportError(where + "/" + item.key(), "is not a field of this file's format (a misspelt name?); nothing reads it");
     }
     // A derived field: it may stay as exported or say what the import makes of it; anything else is refused.
     template <typename T>
@@ -76,6 +88,7 @@ struct Reader {
     int32_t entry(const json& v, const std::string& where, bool nullAllowed,
                   const std::unordered_map<std::string, int32_t>& made) const {
         if (!v.is_object()) return address(v, where, nullAllowed);
+        onlyKeys(v, where, {"new"});
         const json& label = at(v, where, "new");
         if (!label.is_string() || !made.count(label.get<std::string>()))
             throw ImportError(where + "/new", "names no new sequence of this file");
@@ -120,6 +133,8 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
     int changes = 0;
     // Sequences the file makes (listed with "new" and a label instead of an
     // address) get their keys first, so that entries can name them.
+    r.onlyKeys(doc, "", {"image", "fingerprint", "formations", "plays", "pointers", "slots", "sequences"});
+    if (doc.contains("fingerprint")) r.onlyKeys(doc["fingerprint"], "/fingerprint", {"size", "crc32"});
     const json& sequences = r.at(doc, "", "sequences");
     if (!sequences.is_array()) throw ImportError("/sequences", "not a list");
     std::unordered_map<std::string, int32_t> made;
@@ -157,6 +172,7 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
     for (size_t s = 0; s < slots.size(); ++s) {
         const std::string where = place("slots", s);
         const json& j = slots[s];
+        r.onlyKeys(j, where, {"index", "name", "group", "formation", "rusher", "offensivePlays", "defensivePlays", "gfx"});
         clsPlaySlot& slot = out.playSlots[s];
         const clsPlaySlot before = slot;
         r.fixed(j, where, "index", s, "slots are listed in order");
@@ -192,6 +208,7 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         const json& all = r.array(doc, "", table, count);
         for (size_t i = 0; i < all.size(); ++i) {
             r.fixed(all[i], place(table, i), "index", i, "records are listed in order");
+            r.onlyKeys(all[i], place(table, i), {"index", "name", list});
             const json& players = r.array(all[i], place(table, i), list, kPlayersPerRecord);
             for (int j = 0; j < kPlayersPerRecord; ++j) {
                 const std::string where = place(table, i) + "/" + list + "/" + std::to_string(j);
@@ -242,6 +259,17 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         if (!isNew && !pb.sequences.contains(key)) throw ImportError(where + "/address", hex4(key) + " is the address of no sequence");
         if (!seen.insert(key).second) throw ImportError(where + "/address", hex4(key) + " is listed twice");
         if (isNew && !named.count(key)) throw ImportError(where + "/new", "no entry of the file names this new sequence");
+        if (isNew) {
+            r.onlyKeys(entry, where, {"new", "kick", "continuesAt", "size", "next", "valid", "commands"});
+        } else {
+            // Where an existing sequence goes on, and how it is read, follow from the image.
+            for (const char* onlyNew : {"kick", "continuesAt"})
+                if (entry.contains(onlyNew))
+                    throw ImportError(where + "/" + onlyNew, "is given only for a new sequence; an existing one keeps " +
+                                                                 std::string(onlyNew[0] == 'k' ? "the reading of the entries that name it"
+                                                                                               : "the command the game goes on at after it"));
+            r.onlyKeys(entry, where, {"address", "size", "next", "valid", "commands"});
+        }
         const clsSequence before = isNew ? out.sequences.at(key) : pb.sequences.at(key);
         clsSequence& seq = out.sequences.at(key);
         std::unordered_map<CmdId, int, CmdIdHash> oldByOrigin;
@@ -256,6 +284,7 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         for (size_t i = 0; i < commands.size(); ++i) {
             const std::string at = where + "/commands/" + std::to_string(i);
             const json& c = commands[i];
+            r.onlyKeys(c, at, {"address", "code", "data", "text"});
             SeqCommand cmd;
             if (c.is_object() && c.contains("address") && !c["address"].is_null()) {
                 const int32_t readAt = r.address(c["address"], at + "/address", false);
@@ -326,9 +355,14 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
             if (c.field.kind == FieldRef::Kind::Address && own.count(CmdId::readAt(c.field.address)))
                 c.field = FieldRef::naming(CmdId::readAt(c.field.address));
         // Jumps and branches lead to a command: of this sequence, one the game
-        // runs, or an address outside the area the image already uses.
+        // runs, or an address outside the area the image already uses. A jump
+        // to itself is a loop the game never leaves, refused as a lock-up is.
         for (size_t i = 0; i < cmds.size(); ++i) {
             const FieldRef& field = cmds[i].field;
+            if ((cmds[i].command == cmd::kRelativeJump || cmds[i].command == cmd::kAbsoluteJump) && field.kind == FieldRef::Kind::Command &&
+                field.command == cmds[i].origin)
+                throw ImportError(where + "/commands/" + std::to_string(i) + "/data",
+                                  "a jump to itself locks the game up (it never leaves it); it is refused as a lock-up is");
             if (field.kind != FieldRef::Kind::Address) continue;
             const int32_t t = field.address;
             const auto old = oldByOrigin.find(cmds[i].origin);

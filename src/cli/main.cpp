@@ -31,6 +31,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -128,13 +129,29 @@ void Context::confirm(const std::string& line) const {
     if (!quiet) printBeforeWrite(line);
 }
 
+void sayHeaderless(const std::string& path, const Context& ctx) {
+    // Said once, on standard error, so that a verb's output stays what it is.
+    if (!ctx.quiet) std::cerr << "zpe: " << path << ": headerless image (no 16-byte header); it is read and saved as it is\n";
+}
+
+// The image's bytes as the open reads them (a headerless one with a blank
+// header in front), for the verbs that read bytes rather than the playbook.
+zpe::Image openHeadedOrFail(const std::string& path, const Context& ctx) {
+    try {
+        bool headerless = false;
+        zpe::Image image = zpe::headedForm(zpe::Image::open(path), headerless);
+        if (headerless) sayHeaderless(path, ctx);
+        return image;
+    } catch (const zpe::RomError& e) {
+        throw Failure{e.what()};
+    }
+}
+
 // Opens the image as the window does (cpu.txt is written only by the verb that asks for it).
 zpe::Playbook openOrFail(const std::string& path, const Context& ctx) {
     try {
         zpe::Playbook pb = zpe::openRom(path, ctx.dataDir);
-        // Said once, on standard error, so that a verb's output stays what it is.
-        if (pb.headerless && !ctx.quiet)
-            std::cerr << "zpe: " << path << ": headerless image (no 16-byte header); it is read and saved as it is\n";
+        if (pb.headerless) sayHeaderless(path, ctx);
         return pb;
     } catch (const zpe::RomError& e) {
         throw Failure{e.what()};
@@ -157,7 +174,7 @@ int runDecode(const Context& ctx, const std::string& imagePath, const std::strin
     if (address < zpe::kAddressOffsetDelta)
         throw UsageError{"game address " + zpe::hex4(address) + " lies before the image (its first byte is game address " +
                          zpe::hex4(zpe::kAddressOffsetDelta) + ")"};
-    zpe::Image image = zpe::Image::open(imagePath);
+    zpe::Image image = openHeadedOrFail(imagePath, ctx);
     zpe::clsSequence seq;
     seq.address(address);
     image.seekOffset(zpe::offsetOfAddress(address));
@@ -171,7 +188,7 @@ int runDecode(const Context& ctx, const std::string& imagePath, const std::strin
     if (shown < seq.commandCount())
         std::cerr << "zpe: listed the first " << shown << " of " << seq.commandCount() << " commands; --all lists every one\n";
     if (seq.reachedImageEnd())
-        std::cerr << "zpe: " << imagePath << ": the sequence runs to the end of the image without an end command\n";
+        std::cerr << "zpe: " << imagePath << ": the sequence runs to the end of the image, or past FFFF, without an end command\n";
     return 0;
 }
 
@@ -253,6 +270,32 @@ std::string baseName(const std::string& path) {
 int runImport(const Context& ctx, const std::string& imagePath, const std::string& jsonPath, bool dryRun, bool force) {
     const std::vector<uint8_t> bytes = zpe::readWholeFile(jsonPath);
     nlohmann::json doc;
+    // A playbook file nests five levels and holds some tens of thousands of
+    // values; before the reader builds anything, the text is measured, and one
+    // nesting or holding far more is refused (a file of nothing but "[" would
+    // take hundreds of megabytes to read).
+    constexpr int kMaxDepth = 64;
+    constexpr long kMaxValues = 400000;
+    int depth = 0;
+    long values = 0;
+    bool inString = false;
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        const uint8_t c = bytes[i];
+        if (inString) {
+            if (c == '\\') ++i;
+            else if (c == '"') inString = false;
+            continue;
+        }
+        if (c == '"') inString = true;
+        else if (c == '[' || c == '{') ++depth;
+        else if (c == ']' || c == '}') --depth;
+        if (c == ',' || c == '[' || c == '{' || c == ':') ++values;
+        if (depth > kMaxDepth || values > kMaxValues)
+            throw Failure{jsonPath + ": not a playbook file: it " +
+                          (depth > kMaxDepth ? "nests lists and objects deeper than " + std::to_string(kMaxDepth) + " levels"
+                                             : "holds more than " + std::to_string(kMaxValues) + " values") +
+                          " (a playbook file nests 5 and holds far fewer); nothing was written"};
+    }
     try {
         doc = nlohmann::json::parse(bytes.begin(), bytes.end());
     } catch (const nlohmann::json::parse_error& e) {
@@ -280,7 +323,7 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
         std::cout << zpe::planSave(pb, zpe::readUnchangedImage(pb)).summary.text() << '\n';
         return 0;
     }
-    (void)zpe::saveChanges(pb, [&](const zpe::SaveSummary& summary) { printBeforeWrite(summary.text()); });
+    (void)zpe::saveChanges(pb, [&](const zpe::SaveSummary& summary) { ctx.confirm(summary.text()); });
     return 0;
 }
 
@@ -291,7 +334,7 @@ int runCompact(const Context& ctx, const std::string& imagePath, bool dryRun) {
         std::cout << zpe::planCompact(pb).summary.text() << '\n';
         return 0;
     }
-    (void)zpe::compactImage(pb, ctx.dataDir, [&](const zpe::CompactSummary& s) { printBeforeWrite(s.text()); });
+    (void)zpe::compactImage(pb, ctx.dataDir, [&](const zpe::CompactSummary& s) { ctx.confirm(s.text()); });
     return 0;
 }
 
@@ -310,45 +353,46 @@ int runRefs(const Context& ctx, const std::string& imagePath, const std::string&
     return 0;
 }
 
+// A player of a record: 0 to 10, or his position's name (QB, RB1, ... T2).
+int parsePlayer(const std::string& text, const std::string& what = "--player") {
+    for (int j = 0; j < zpe::kPlayersPerRecord; ++j)
+        if (text == zpe::positionName(j)) return j;
+    return parseNumber(text, 0, zpe::kPlayersPerRecord - 1, what + " (or a position name, QB to T2)");
+}
+
 struct ForkRequest {
-    int play = -1, player = -1, formation = -1, position = -1, pointer = -1;
+    std::string play, player, formation, position, pointer;  // as given; empty: not given
 };
 
 int runFork(const Context& ctx, const std::string& imagePath, const ForkRequest& r, bool dryRun) {
-    const int given = (r.play >= 0) + (r.formation >= 0) + (r.pointer >= 0);
+    const int given = !r.play.empty() + !r.formation.empty() + !r.pointer.empty();
     if (given != 1) throw UsageError{"fork needs exactly one of --play P --player J, --formation F --position J, --pointer K"};
+    if (!r.play.empty() && r.player.empty()) throw UsageError{"--play needs --player (0 to 10, or a position name, QB to T2)"};
+    if (!r.formation.empty() && r.position.empty()) throw UsageError{"--formation needs --position (0 to 10, or a position name, QB to T2)"};
     const zpe::FileLock lock(imagePath);
     zpe::Playbook pb = openOrFail(imagePath, ctx);
-    zpe::AreaEntry entry{zpe::AreaEntry::Table::Pointer, r.pointer, 0, 0};
-    if (r.play >= 0) {
-        if (r.play >= zpe::kPlayCount || r.player < 0 || r.player >= zpe::kPlayersPerRecord)
-            throw UsageError{"--play is 0 to 115 and --player 0 to 10"};
-        entry = {zpe::AreaEntry::Table::Play, r.play, r.player, pb.plays[static_cast<size_t>(r.play)].seqAddress(r.player)};
-    } else if (r.formation >= 0) {
-        if (static_cast<size_t>(r.formation) >= pb.formations.size() || r.position < 0 || r.position >= zpe::kPlayersPerRecord)
-            throw UsageError{"--formation is a formation of forms.txt and --position 0 to 10"};
-        entry = {zpe::AreaEntry::Table::Formation, r.formation, r.position,
-                 pb.formations[static_cast<size_t>(r.formation)].posAddress(r.position)};
+    zpe::AreaEntry entry{zpe::AreaEntry::Table::Pointer, 0, 0, 0};
+    if (!r.play.empty()) {
+        const int play = parseNumber(r.play, 0, zpe::kPlayCount - 1, "--play");
+        const int player = parsePlayer(r.player, "--player");
+        entry = {zpe::AreaEntry::Table::Play, play, player, pb.plays[static_cast<size_t>(play)].seqAddress(player)};
+    } else if (!r.formation.empty()) {
+        const int formation = parseNumber(r.formation, 0, static_cast<int>(pb.formations.size()) - 1, "--formation (a line of forms.txt, from 0)");
+        const int position = parsePlayer(r.position, "--position");
+        entry = {zpe::AreaEntry::Table::Formation, formation, position, pb.formations[static_cast<size_t>(formation)].posAddress(position)};
     } else {
-        if (r.pointer >= zpe::kPointerCount) throw UsageError{"--pointer is 0 to 191"};
-        entry.target = pb.seqPointers[static_cast<size_t>(r.pointer)];
+        entry.index = parseNumber(r.pointer, 0, zpe::kPointerCount - 1, "--pointer");
+        entry.target = pb.seqPointers[static_cast<size_t>(entry.index)];
     }
     if (dryRun) {
         std::cout << zpe::planFork(pb, entry).summary.text() << '\n';
         return 0;
     }
-    (void)zpe::forkEntry(pb, entry, ctx.dataDir, [&](const zpe::ForkSummary& s) { printBeforeWrite(s.text()); });
+    (void)zpe::forkEntry(pb, entry, ctx.dataDir, [&](const zpe::ForkSummary& s) { ctx.confirm(s.text()); });
     return 0;
 }
 
 // A player by number (0-10) or position name (QB, RB1, ... T2).
-int parsePlayer(const std::string& text) {
-    for (int j = 0; j < zpe::kPlayersPerRecord; ++j)
-        if (text == zpe::positionName(j)) return j;
-    return parseNumber(text, 0, zpe::kPlayersPerRecord - 1, "--player (or a position name, QB to T2)");
-}
-
-// "A123 command 2, Move Relative".
 std::string pointSource(const zpe::Playbook& pb, const zpe::DiagramPoint& pt, const Context& ctx) {
     const int code = pb.sequences.at(pt.sequence).command(pt.command);
     std::string name = ctx.names[static_cast<size_t>(code & 0xFF)];
@@ -451,7 +495,7 @@ int runCheck(const Context& ctx, const std::string& imagePath, bool asJson) {
 int runTrace(const Context& ctx, const std::string& imagePath, const std::string& addressText) {
     const int32_t address = parseAddress(addressText);
     if (!zpe::inArea(address)) throw UsageError{"ADDRESS must lie in the sequence area A000-BFFF, not " + zpe::hex4(address)};
-    const zpe::Image image = zpe::Image::open(imagePath);
+    const zpe::Image image = openHeadedOrFail(imagePath, ctx);
     const auto area = zpe::areaBytes(image.bytes());
     for (const zpe::GameCommand& c : zpe::traceFrom(area, address))
         std::cout << zpe::hex4(c.address) << ": " << zpe::gameCommandText(c, area, ctx.names) << '\n';
@@ -461,6 +505,14 @@ int runTrace(const Context& ctx, const std::string& imagePath, const std::string
 int runDiff(const Context& ctx, const std::string& originalPath, const std::string& editedPath, const std::string& ipsPath,
             const std::string& bpsPath) {
     const zpe::Playbook original = openOrFail(originalPath, ctx), edited = openOrFail(editedPath, ctx);
+    // A patch is made in the images' own form; between the two forms none would apply to either.
+    if ((!ipsPath.empty() || !bpsPath.empty()) && original.headerless != edited.headerless)
+        throw Failure{(original.headerless ? originalPath : editedPath) + " is headerless and " +
+                      (original.headerless ? editedPath : originalPath) +
+                      " has the 16-byte header: a patch between two forms would apply to neither; nothing was written"};
+    if (!ipsPath.empty() && original.headerless && !ctx.quiet)
+        std::cerr << "zpe: the IPS patch is for headerless images (its offsets count from the file's first byte): "
+                     "apply it with zpe patch --ips-for headerless\n";
     for (const std::string& line : zpe::describeDifferences(original, edited)) std::cout << line << '\n';
     if (!ipsPath.empty()) {
         zpe::refuseSameFile(ipsPath, editedPath);
@@ -477,15 +529,49 @@ int runDiff(const Context& ctx, const std::string& originalPath, const std::stri
     return 0;
 }
 
+// An IPS patch does not say which form of the image it was made for, and the
+// two forms' offsets differ by the 16-byte header. Applied to a headerless
+// image it needs --ips-for: "headed" applies it to the image with a blank
+// header in front (and refuses a patch that writes into that header), then
+// takes the header off; "headerless" applies it as it is. On a headed image
+// an IPS is for the headed form unless --ips-for headerless says otherwise.
+// A BPS patch names its source by CRC-32, so the form needs no saying.
+std::vector<uint8_t> patchedInForm(const std::vector<uint8_t>& original, const std::vector<uint8_t>& patch, const std::string& ipsFor,
+                                   const std::string& patchPath, const std::string& imagePath) {
+    if (zpe::isBps(patch)) {
+        if (!ipsFor.empty()) throw UsageError{"--ips-for is for IPS patches; " + patchPath + " is a BPS patch, which names its image by CRC-32"};
+        return zpe::applyPatch(original, patch, zpe::kMaxFileSize);
+    }
+    const zpe::ImageForm form = zpe::imageForm(original);
+    if (ipsFor.empty() && form == zpe::ImageForm::Headerless)
+        throw Failure{imagePath + " is a headerless image, and an IPS patch does not say which form it was made for (their offsets differ by "
+                      "16); say --ips-for headed (made from the image with its 16-byte header) or --ips-for headerless; nothing was written"};
+    const bool headed = ipsFor.empty() || ipsFor == "headed";
+    if (headed == (form != zpe::ImageForm::Headerless)) return zpe::applyPatch(original, patch, zpe::kMaxFileSize);
+    if (headed) {  // a headed patch on a headerless file
+        std::vector<uint8_t> result = zpe::applyPatch(zpe::withHeader(original), patch, zpe::kMaxFileSize);
+        if (result.size() < 16 || std::any_of(result.begin(), result.begin() + 16, [](uint8_t b) { return b != 0; }))
+            throw Failure{patchPath + " writes into the 16-byte header, which " + imagePath + " has not; nothing was written"};
+        return zpe::withoutHeader(result);
+    }
+    // A headerless patch on a headed file: applied behind the header, which stays.
+    std::vector<uint8_t> result = zpe::applyPatch(zpe::withoutHeader(original), patch, zpe::kMaxFileSize);
+    result.insert(result.begin(), original.begin(), original.begin() + std::min<std::ptrdiff_t>(16, static_cast<std::ptrdiff_t>(original.size())));
+    return result;
+}
+
 int runPatch(const Context& ctx, const std::string& imagePath, const std::string& patchPath, const std::string& outPath,
-             bool force, bool resize) {
-    const std::string target = outPath.empty() ? imagePath : outPath;
-    if (!outPath.empty()) zpe::refuseSameFile(outPath, patchPath, "the patch");
+             const std::string& ipsFor, bool force, bool resize) {
+    if (!ipsFor.empty() && ipsFor != "headed" && ipsFor != "headerless")
+        throw UsageError{"--ips-for is headed or headerless, not '" + ipsFor + "'"};
+    const bool toStdout = outPath == kStdout;
+    const std::string target = outPath.empty() || toStdout ? imagePath : outPath;
+    if (!outPath.empty() && !toStdout) zpe::refuseSameFile(outPath, patchPath, "the patch");
     const zpe::FileLock lock(target);
     std::vector<uint8_t> patched;
     const std::vector<uint8_t> original = zpe::readWholeFile(imagePath);
     try {
-        patched = zpe::applyPatch(original, zpe::readWholeFile(patchPath), zpe::kMaxFileSize);
+        patched = patchedInForm(original, zpe::readWholeFile(patchPath), ipsFor, patchPath, imagePath);
     } catch (const zpe::PatchError& e) {
         throw Failure{patchPath + ": " + e.what() + "; nothing was written"};
     }
@@ -502,6 +588,10 @@ int runPatch(const Context& ctx, const std::string& imagePath, const std::string
             throw Failure{patchPath + ": the patched image would not open (" + e.what() +
                           "); nothing was written (--force writes it anyway)"};
         }
+    }
+    if (toStdout) {
+        writeOutput(kStdout, patched, imagePath);
+        return 0;
     }
     zpe::replaceFileContents(target, patched, [&] { ctx.confirm("applied " + patchPath + " to " + target); });
     return 0;
@@ -581,6 +671,10 @@ int main(int argc, char** argv) {
     RenderRequest render;
     std::function<int(const Context&)> action;
     auto verb = [&](const char* name, const char* help) { return app.add_subcommand(name, help); };
+    // An output named by an empty string would fall back on the image itself: refused.
+    const CLI::Validator aFile(
+        [](std::string& name) { return name.empty() ? std::string("an empty name names no file (- is standard output)") : std::string(); },
+        "FILE");
     auto imageOption = [&](CLI::App* sub) { sub->add_option("IMAGE", image, "Cartridge image (*.nes)")->required(); };
     auto then = [&](CLI::App* sub, std::function<int(const Context&)> run) {
         sub->callback([&action, run = std::move(run)] { action = run; });
@@ -601,7 +695,7 @@ int main(int argc, char** argv) {
     auto* cpu = verb("cpu", "Write the gap listing of IMAGE to OUT (default: cpu.txt in the working directory; - for stdout)");
     imageOption(cpu);
     std::string cpuOut = "cpu.txt";
-    cpu->add_option("OUT", cpuOut, "Output file");
+    cpu->add_option("OUT", cpuOut, "Output file")->check(aFile);
     then(cpu, [&](const Context& c) { return runCpu(c, image, cpuOut); });
 
     auto* copy = verb("copy-slot", "Copy slot FROM over slot TO (0-63 or 0x00-0x3F), then Safe Save");
@@ -622,7 +716,7 @@ int main(int argc, char** argv) {
 
     auto* mask = verb("export-mask", "Export Mask ROM: 0xFF runs at the sequences' game addresses into OUT (- for stdout)");
     imageOption(mask);
-    mask->add_option("OUT", arg1, "Mask file to write")->required();
+    mask->add_option("OUT", arg1, "Mask file to write")->required()->check(aFile);
     then(mask, [&](const Context& c) { return runExportMask(c, image, arg1); });
 
     auto* json = verb("json", "Print the whole playbook as JSON");
@@ -652,9 +746,9 @@ int main(int argc, char** argv) {
     auto* fork = verb("fork", "Give one table entry its own copy of what the game runs from it");
     imageOption(fork);
     fork->add_option("--play", forkRequest.play, "Play 0-115 (with --player)");
-    fork->add_option("--player", forkRequest.player, "Player 0-10 of the play");
+    fork->add_option("--player", forkRequest.player, "Player 0-10 of the play, or his position (QB, RB1, ... T2)");
     fork->add_option("--formation", forkRequest.formation, "Formation (with --position)");
-    fork->add_option("--position", forkRequest.position, "Position 0-10 of the formation");
+    fork->add_option("--position", forkRequest.position, "Position 0-10 of the formation, or its name (QB, RB1, ... T2)");
     fork->add_option("--pointer", forkRequest.pointer, "Pointer 0-191");
     fork->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
     then(fork, [&](const Context& c) { return runFork(c, image, forkRequest, dryRun); });
@@ -689,24 +783,26 @@ int main(int argc, char** argv) {
     auto* diff = verb("diff", "List what differs between two images in playbook terms");
     diff->add_option("ORIGINAL", image, "The image before")->required();
     diff->add_option("EDITED", arg1, "The image after")->required();
-    diff->add_option("--ips", arg2, "Also write the byte differences as an IPS patch (- for stdout)");
-    diff->add_option("--bps", arg3, "Also write them as a BPS patch, which carries both images' CRC-32 (- for stdout)");
+    diff->add_option("--ips", arg2, "Also write the byte differences as an IPS patch (- for stdout)")->check(aFile);
+    diff->add_option("--bps", arg3, "Also write them as a BPS patch, which carries both images' CRC-32 (- for stdout)")->check(aFile);
     then(diff, [&](const Context& c) { return runDiff(c, image, arg1, arg2, arg3); });
 
     auto* patch = verb("patch", "Apply an IPS or BPS patch to IMAGE (or write the result to --out)");
     imageOption(patch);
     patch->add_option("PATCH", arg1, "The patch (IPS or BPS, told apart by its header)")->required();
-    patch->add_option("--out", arg2, "Write the patched image here instead of over IMAGE");
+    patch->add_option("--out", arg2, "Write the patched image here instead of over IMAGE (- for stdout)")->check(aFile);
+    std::string ipsFor;
+    patch->add_option("--ips-for", ipsFor, "headed or headerless: the form of image an IPS patch was made for (needed on a headerless image)");
     patch->add_flag("--force", force, "Write a result that no longer opens as an image of the game");
     patch->add_flag("--resize", resize, "Let the patch change the image's size (cut it, or write past its end)");
-    then(patch, [&](const Context& c) { return runPatch(c, image, arg1, arg2, force, resize); });
+    then(patch, [&](const Context& c) { return runPatch(c, image, arg1, arg2, ipsFor, force, resize); });
 
     auto* draw = verb("render", "Draw a slot's play or a formation into a PNG picture");
     imageOption(draw);
     draw->add_option("--slot", render.slot, "Play slot 0-63: its formation and one of its offensive plays");
     draw->add_option("--play", render.play, "Which of the slot's eight plays, 1-8 (default 1)");
     draw->add_option("--formation", render.formation, "Formation number (a line of forms.txt, from 0)");
-    draw->add_option("--out", render.out, "PNG file to write (- for stdout)")->required();
+    draw->add_option("--out", render.out, "PNG file to write (- for stdout)")->required()->check(aFile);
     draw->add_option("--size", render.size, "Picture size in pixels, WxH (default: the window's picture size)");
     draw->add_option("--scale", render.scale, "Draw K times larger: every coordinate and square (default 1)");
     then(draw, [&](const Context& c) { return runRender(c, image, render); });

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <string>
-#include <unordered_map>
 
 namespace zpe {
 
@@ -90,14 +89,32 @@ std::vector<uint8_t> makeBps(const std::vector<uint8_t>& source, const std::vect
     putNumber(out, target.size());
     putNumber(out, 0);  // no metadata
 
-    // Where each eight-byte run stands in the source (its first place), to find copies.
-    std::unordered_map<uint64_t, size_t> runs;
+    // Where the eight-byte runs starting at every fourth byte of the source
+    // stand (the first of equal ones), in a flat table with open addressing:
+    // time and memory grow linearly with the source (a quarter of its
+    // positions, 32 bits each, the table half full). A copy from any other
+    // place is still found, at most three bytes later.
     auto key = [](const std::vector<uint8_t>& b, size_t at) {
         uint64_t k = 0;
         for (size_t i = 0; i < kMinCopy; ++i) k = (k << 8) | b[at + i];
         return k;
     };
-    for (size_t i = 0; i + kMinCopy <= source.size(); ++i) runs.emplace(key(source, i), i);
+    constexpr size_t kStride = 4;
+    size_t slots = 16;
+    while (slots < 2 * (source.size() / kStride + 1)) slots *= 2;
+    std::vector<uint32_t> table(slots, 0);  // a source place + 1; 0: empty
+    auto slotOf = [&](uint64_t k) { return static_cast<size_t>((k * 0x9E3779B97F4A7C15ULL) >> 20) & (slots - 1); };
+    for (size_t i = 0; i + kMinCopy <= source.size(); i += kStride) {
+        const uint64_t k = key(source, i);
+        size_t s = slotOf(k);
+        while (table[s] != 0 && key(source, table[s] - 1) != k) s = (s + 1) & (slots - 1);
+        if (table[s] == 0) table[s] = static_cast<uint32_t>(i + 1);
+    }
+    auto find = [&](uint64_t k) -> int64_t {
+        for (size_t s = slotOf(k); table[s] != 0; s = (s + 1) & (slots - 1))
+            if (key(source, table[s] - 1) == k) return table[s] - 1;
+        return -1;
+    };
 
     size_t at = 0, literal = 0;  // literal: where the bytes not yet written out start
     int64_t sourceCursor = 0;
@@ -117,8 +134,8 @@ std::vector<uint8_t> makeBps(const std::vector<uint8_t>& source, const std::vect
             continue;
         }
         if (at + kMinCopy <= target.size()) {
-            if (const auto it = runs.find(key(target, at)); it != runs.end()) {
-                size_t from = it->second, length = 0;
+            if (const int64_t found = find(key(target, at)); found >= 0) {
+                size_t from = static_cast<size_t>(found), length = 0;
                 while (at + length < target.size() && from + length < source.size() && target[at + length] == source[from + length])
                     ++length;
                 flushLiteral();

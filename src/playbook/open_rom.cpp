@@ -115,12 +115,18 @@ Playbook openRom(const std::string& path, const std::string& dataDir) {
     return openImage(Image::open(path), dataDir);
 }
 
-Playbook openImage(Image file, const std::string& dataDir) {
-    const std::string& path = file.path();
+Image headedForm(Image file, bool& headerless) {
     const ImageForm form = imageForm(file.bytes());
-    if (form == ImageForm::Neither) throw RomError(path + ": " + neitherFormText(file.bytes()));
-    Image headed = form == ImageForm::Headerless ? Image(path, withHeader(file.bytes())) : Image();
-    Image& image = form == ImageForm::Headerless ? headed : file;
+    if (form == ImageForm::Neither) throw RomError(file.path() + ": " + neitherFormText(file.bytes()));
+    headerless = form == ImageForm::Headerless;
+    if (!headerless) return file;
+    return Image(file.path(), withHeader(file.bytes()));
+}
+
+Playbook openImage(Image file, const std::string& dataDir) {
+    const std::string path = file.path();
+    bool headerless = false;
+    Image image = headedForm(std::move(file), headerless);
     // The playbook's tables end with the slots' graphics records: a shorter file cannot be an image of the game.
     constexpr int64_t kTablesEnd = kGfxTableOffset + static_cast<int64_t>(kSlotCount) * kGfxRecordSize;
     if (static_cast<int64_t>(image.bytes().size()) < kTablesEnd)
@@ -141,7 +147,7 @@ Playbook openImage(Image file, const std::string& dataDir) {
                            formsPath + " names only " + std::to_string(pb.formations.size()) + " formations");
     }
     pb.openedBytes = image.takeBytes();
-    pb.headerless = form == ImageForm::Headerless;
+    pb.headerless = headerless;
     pb.openComplete = true;
     return pb;
 }

@@ -10,9 +10,10 @@
 
 namespace zpe {
 
-// The most commands an open decodes, valid or not: far more than any playbook
-// image holds (about ten thousand), few enough to bound a hostile file's cost.
-constexpr int64_t kMaxDecodedCommands = 1000000;
+// The most commands an open decodes, valid or not: twenty times what a
+// playbook image holds (about ten thousand), few enough that every verb on
+// an image at the cap stays within 200 ms and 64 MiB.
+constexpr int64_t kMaxDecodedCommands = 200000;
 // The formation table holds this many records before the play table begins.
 constexpr int kMaxFormations = (kPlayTableOffset - kFormationTableOffset) / kAddressRecordSize;
 
@@ -23,6 +24,11 @@ constexpr int kMaxFormations = (kPlayTableOffset - kFormationTableOffset) / kAdd
 [[nodiscard]] Playbook openRom(const std::string& path, const std::string& dataDir);
 // The same open on bytes already in memory (named by image.path() in messages).
 [[nodiscard]] Playbook openImage(Image image, const std::string& dataDir);
+// The image in the form every reading works on, with its 16-byte header: a
+// headerless file gets a blank one in front (`headerless` says so), so that
+// offsets and game addresses are the same for both forms. Throws RomError
+// when the bytes are neither form.
+[[nodiscard]] Image headedForm(Image file, bool& headerless);
 
 // The reading part of the open on an image already in memory: the tables, the
 // formations named by `formNames`, and every reachable sequence.

@@ -566,12 +566,16 @@ void Engine::checkFields(const Chain& c, const std::vector<uint8_t>& runs) const
         for (const SeqCommand& b : before->commands()) was.emplace(b.origin, b.field);
     for (size_t i = 0; i < c.targets.size(); ++i) {
         const SeqCommand& cmd = c.seq->commands()[i];
+        const auto it = was.find(cmd.origin);
+        const bool unchanged = it != was.end() && it->second == cmd.field;
+        const std::string where = sequenceName(c.key) + " command " + std::to_string(i);
+        if (isJump(cmd) && c.targets[i] == c.places[i] && !unchanged)
+            refuse(where + " jumps to itself, a loop the game never leaves; it is refused as a lock-up is", Refusal::BadField);
         if (cmd.field.kind != FieldRef::Kind::Address) continue;
         // An unchanged field matters only where the game may now run it and did not before (past a lock-up, say).
         const bool ranBefore = !cmd.origin.isNew() && (!inArea(cmd.origin.readAddress()) || map_.commandAt(cmd.origin.readAddress()));
-        if (const auto it = was.find(cmd.origin); it != was.end() && it->second == cmd.field && (!runs[i] || ranBefore)) continue;
+        if (unchanged && (!runs[i] || ranBefore)) continue;
         const int32_t t = cmd.field.address;
-        const std::string where = sequenceName(c.key) + " command " + std::to_string(i);
         // The open reads a sequence a closing jump leads to the way it reads the one it left.
         const clsSequence* next = pb_.sequences.find(t);
         if (i + 1 == c.targets.size() && isJump(cmd) && !cmd.field.backward && next && next->kick() != c.seq->kick())

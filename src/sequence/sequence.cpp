@@ -129,7 +129,8 @@ void clsSequence::load(Image& fp, bool KR) {
         const uint8_t b = fp.bytes()[pos];
         const int next = fp.remaining() >= 2 ? fp.bytes()[pos + 1] : -1;
         const CommandFormat f = commandFormat(b, KR, next);
-        if (fp.remaining() < f.editorLength) {
+        // The game's addresses end at FFFF: a command past it is as cut off as one past the image's end.
+        if (fp.remaining() < f.editorLength || startAddr_ + sizeBytes_ + f.editorLength - 1 > 0xFFFF) {
             truncated_ = true;
             break;
         }
@@ -187,7 +188,10 @@ void clsSequence::address(int32_t value) {
     settle();
 }
 
-std::string clsSequence::AddressRange() const { return hex4(startAddr_) + "-" + hex4(startAddr_ + sizeBytes_ - 1); }
+std::string clsSequence::AddressRange() const {
+    // An empty sequence (nothing could be read) is its start alone, never a range that runs backwards.
+    return sizeBytes_ == 0 ? hex4(startAddr_) : hex4(startAddr_) + "-" + hex4(startAddr_ + sizeBytes_ - 1);
+}
 
 int16_t clsSequence::dataLen(int pos) const { return at(pos).dataLen; }
 int16_t clsSequence::command(int pos) const { return at(pos).command; }

@@ -73,11 +73,18 @@ TEST(CliDecode, FailuresAndUsageErrors) {
     EXPECT_EQ(r.out.find("zpe "), 0u);
 }
 
-TEST(CliDecode, SequenceRunningIntoTheImageEndIsNotValid) {
-    const auto file = ImageBuilder(0x8014).bytesAt(0xA000, {0x30, 0x30, 0x30, 0x30}).write();
-    const auto r = runProcess(ZPE_BIN, {"decode", file.path(), "A000"});
+// A sequence cut off by the end of the image, or by the end of the game's
+// addresses, is not valid; nothing wraps around to 0000.
+TEST(CliDecode, SequenceRunningIntoTheImageEndOrPastFFFFIsNotValid) {
+    TempDir noData;
+    const auto file = ImageBuilder(0x8010 + 0x2000).fill(0x8010, 0x2000, 0x30).write();
+    auto r = runProcess(ZPE_BIN, {"--data", noData.path(), "decode", file.path(), "A000", "--all"});
     EXPECT_EQ(r.exitCode, 0);
-    EXPECT_NE(r.out.find("valid no\n"), std::string::npos);
+    EXPECT_NE(r.out.find("A000-BFFF\nsize 8192\nnext 0000\nvalid no\n"), std::string::npos) << r.out.substr(0, 80);
+    EXPECT_NE(r.err.find("without an end command"), std::string::npos);
+    const auto big = ImageBuilder(0x40010).fill(offsetOfAddress(0xFFF0), 0x40010 - offsetOfAddress(0xFFF0), 0x30).write();
+    r = runProcess(ZPE_BIN, {"--data", noData.path(), "decode", big.path(), "FFFE"});
+    EXPECT_EQ(r.out, "FFFE-FFFF\nsize 2\nnext 0000\nvalid no\nFFFE: Block RE\nFFFF: Block RE\n");
 }
 
 }  // namespace
