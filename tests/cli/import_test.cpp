@@ -155,6 +155,21 @@ TEST(CliImport, BadInputNamesThePlaceAndWritesNothing) {
         {[&](json& j) { lastOf(j, "A13E")["data"] = {0x48, 0xA1}; }, "leads to A148, which is not the start of a command"},
         {[&](json& j) { beforeEnd(j, "A147", {{"code", "C2"}, {"data", json::array()}}); }, "C2 locks the game up"},
         {[&](json& j) { beforeEnd(j, "A147", {{"code", "EA"}, {"data", json::array()}}); }, "ends the sequence before its last"},
+        // Every field is imported or refused: nothing is passed over in silence.
+        {[](json& j) { j["slot"] = json::array(); }, "/slot: is not a field of this file's format"},
+        {[](json& j) { j["slots"][7]["nmae"] = "X"; }, "/slots/7/nmae: is not a field"},
+        {[](json& j) { j["plays"][3]["player"] = json::array(); }, "/plays/3/player: is not a field"},
+        {[](json& j) { j["sequences"][2]["commands"][0]["cmd"] = "30"; }, "/sequences/2/commands/0/cmd: is not a field"},
+        {[](json& j) { j["sequences"][2]["kick"] = true; }, "/sequences/2/kick: is given only for a new sequence"},
+        {[](json& j) { j["sequences"][2]["continuesAt"] = "A000"; }, "/sequences/2/continuesAt: is given only for a new sequence"},
+        {[](json& j) { j["slots"][40]["offensivePlays"][2] = 2.5; }, "/slots/40/offensivePlays/2: not a whole number"},
+        {[](json& j) { j["slots"][40]["offensivePlays"][2] = 2.56e2; }, "/slots/40/offensivePlays/2: 256.0 is outside 0 to 255"},
+        {[&](json& j) {
+             json& jump = lastOf(j, "A13E");
+             const int self = std::stoi(jump["address"].get<std::string>(), nullptr, 16);
+             jump["data"] = {self & 0xFF, self >> 8};
+         },
+         "a jump to itself locks the game up"},
     };
     for (const Case& c : cases) {
         json j = doc;
@@ -172,6 +187,21 @@ TEST(CliImport, BadInputNamesThePlaceAndWritesNothing) {
         EXPECT_NE(r.err.find(says), std::string::npos) << r.err;
         EXPECT_EQ(r.err.find("json.exception"), std::string::npos) << r.err;
     }
+}
+
+// A whole number is that number however it is written: 10, 1e1, 10.0; -0.0 is 0.
+TEST(CliImport, WholeNumbersWrittenWithAPointOrAnExponentAreThoseNumbers) {
+    Demo d;
+    json j = d.exported();
+    j["slots"][40]["offensivePlays"][2] = 1e1;
+    j["slots"][40]["offensivePlays"][3] = -0.0;
+    j["slots"][40]["formation"] = static_cast<double>(j["slots"][40]["formation"].get<int>());
+    const auto r = d.zpe({"import", d.image, d.write("floats.json", j.dump())});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const json after = d.exported();
+    EXPECT_EQ(after["slots"][40]["offensivePlays"][2], 10);
+    EXPECT_EQ(after["slots"][40]["offensivePlays"][3], 0);
+    EXPECT_EQ(after["slots"][40]["formation"], j["slots"][40]["formation"]);
 }
 
 TEST(CliImport, NewSequencesAreMadeFromTheFileAndNamedByEntries) {
