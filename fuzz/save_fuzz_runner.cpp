@@ -1,7 +1,8 @@
 // Runs the save fuzzer's target (save_fuzzer.cpp) without libFuzzer, on
 // inputs drawn from a seed, and counts what the saves did.
 //
-//   save_fuzz_runner N [SEED] [--keep-going] [--save-only] [--raw PERCENT]
+//   save_fuzz_runner N [SEED] [--keep-going] [--save-only] [--raw PERCENT] [--skip K]
+//       (--skip K: start after the first K runs of SEED, to find again what a long run saw)
 //       N inputs from SEED (default 1). Each has its own run seed, from which
 //       its input is made: mostly a structured image (structured_image.h),
 //       PERCENT of them (default 5) in raw mode (a structured image's bytes
@@ -251,13 +252,14 @@ void runOne(Counter& counter, uint64_t runSeed, int rawPercent) {
     }
 }
 
-int runMany(long n, uint64_t seed, bool keepGoing, bool fullSave, int rawPercent) {
+int runMany(long n, uint64_t seed, bool keepGoing, bool fullSave, int rawPercent, long skip) {
     Counter counter;
     counter.keepGoing = keepGoing;
     counter.fullSave = fullSave;
     counter.rawPercent = rawPercent;
     zpe::fuzz::saveFuzzObserver() = &counter;
     Prng seeds(seed);
+    for (long i = 0; i < skip; ++i) (void)seeds.next();  // the runs a longer run of SEED made first
     const auto start = std::chrono::steady_clock::now();
     auto last = start;
     for (long i = 0; i < n; ++i) {
@@ -401,7 +403,7 @@ int checkImages(long n, uint64_t seed) {
 
 int usage() {
     std::fprintf(stderr,
-                 "usage: save_fuzz_runner N [SEED] [--keep-going] [--save-only] [--raw PERCENT]\n"
+                 "usage: save_fuzz_runner N [SEED] [--keep-going] [--save-only] [--raw PERCENT] [--skip K]\n"
                  "       save_fuzz_runner --replay RUNSEED [--save-only] [--raw PERCENT] [--write-input FILE] [--write-image FILE]\n"
                  "       save_fuzz_runner --check-images N [SEED]\n");
     return 1;
@@ -419,6 +421,7 @@ int main(int argc, char** argv) {
     bool keepGoing = false;
     bool fullSave = true;
     int rawPercent = 5;
+    long skip = 0;
     const char* writeInput = nullptr;
     const char* writeImage = nullptr;
     std::string mode = "run";
@@ -428,6 +431,7 @@ int main(int argc, char** argv) {
         else if (a == "--save-only") fullSave = false;
         else if (a == "--raw" && i + 1 < argc) rawPercent = std::clamp(std::atoi(argv[++i]), 0, 100);
         else if (a == "--write-input" && i + 1 < argc) writeInput = argv[++i];
+        else if (a == "--skip" && i + 1 < argc) skip = std::max(0L, std::strtol(argv[++i], nullptr, 0));
         else if (a == "--write-image" && i + 1 < argc) writeImage = argv[++i];
         else if (a == "--replay") mode = "replay";
         else if (a == "--check-images") mode = "check";
@@ -444,5 +448,5 @@ int main(int argc, char** argv) {
     const uint64_t seed = positional.size() > 1 ? parseSeed(positional[1].c_str()) : 1;
     if (n <= 0) return usage();
     if (mode == "check") return checkImages(n, seed);
-    return runMany(n, seed, keepGoing, fullSave, rawPercent);
+    return runMany(n, seed, keepGoing, fullSave, rawPercent, skip);
 }

@@ -77,6 +77,7 @@ private:
     bool fitsInPlace(const Chain& c) const;
     bool readElsewhere(int32_t key, const std::vector<int32_t>& addresses) const;
     bool gameReadsAsOther(int32_t address, int32_t start) const;
+    bool readWithoutEnd(int32_t address) const;
     std::vector<int32_t> commandsHolding(int32_t address) const;
     std::vector<uint8_t> gameRuns(const Chain& c) const;
     void checkFields(const Chain& c, const std::vector<uint8_t>& runs) const;
@@ -109,6 +110,7 @@ private:
     std::unordered_set<int32_t> afterLongSnap_;
     std::unordered_set<int32_t> usedOutside_;  // every address the image as read leads to
     std::vector<uint8_t> named_ = std::vector<uint8_t>(kSequenceAreaSize, 0);  // area bytes a sequence-less entry reads
+    std::vector<std::pair<int32_t, int32_t>> unended_;  // the addresses those entries read, in and out of the area
 };
 
 // A sequence of the model as a chain to lay out: where it stood, where the game goes on after it.
@@ -203,18 +205,15 @@ void Engine::indexBackwards() {
 // An entry the open found no sequence at (its reading runs into free bytes
 // without an end) still names those bytes: writing there would give it one.
 void Engine::markNamedBytes() {
-    std::optional<Image> scan;  // made only when such an entry exists: it copies the image
-    for (const AreaEntry& e : playbookEntries(old_)) {
-        if (old_.sequences.contains(e.target) || e.target < kAddressOffsetDelta || offsetOfAddress(e.target) >= static_cast<int32_t>(image_.size()))
-            continue;
-        clsSequence invalid;
-        invalid.reset(e.target);
-        if (!scan) scan.emplace(old_.romPath, image_);
-        scan->seekOffset(offsetOfAddress(e.target));
-        invalid.load(*scan, entryReadsKick(e));
-        for (int32_t a = std::max(e.target, kSequenceAreaAddress); a < std::min(e.target + invalid.byteSize(), kAreaEnd); ++a)
-            named_[areaIndex(a)] = 1;
+    for (const auto& [e, size] : unendedReadings(old_, image_)) {
+        unended_.emplace_back(e.target, e.target + size);
+        for (int32_t a = std::max(e.target, kSequenceAreaAddress); a < std::min(e.target + size, kAreaEnd); ++a) named_[areaIndex(a)] = 1;
     }
+}
+
+// True when an entry that starts no valid sequence reads the byte at `address`.
+bool Engine::readWithoutEnd(int32_t address) const {
+    return std::any_of(unended_.begin(), unended_.end(), [&](const auto& r) { return address >= r.first && address < r.second; });
 }
 
 // True when the game reads a byte at one of `addresses` on a path that does
@@ -398,6 +397,7 @@ bool Engine::fitsInPlace(const Chain& c) const {
     for (size_t i = 0; i < plain.bytes.size() && i < old.size(); ++i)
         if (plain.bytes[i] != old[i]) changed.push_back(c.key + static_cast<int32_t>(i));
     if (!changed.empty()) {
+        if (std::any_of(changed.begin(), changed.end(), [&](int32_t a) { return readWithoutEnd(a); })) return false;
         if (inArea(c.key)) {
             for (int32_t a : changed)
                 if (inArea(a) && coverage_[areaIndex(a)] > 1) return false;
@@ -416,7 +416,7 @@ bool Engine::fitsInPlace(const Chain& c) const {
     for (size_t i = 0; i < c.bytes.size() && i < old.size() && i < plain.bytes.size(); ++i) {
         const int32_t a = c.key + static_cast<int32_t>(i);
         if (c.bytes[i] == old[i] || plain.bytes[i] != old[i]) continue;
-        if (!inArea(a) || coverage_[areaIndex(a)] > 1 || gameReadsAsOther(a, jumpAt)) return false;
+        if (!inArea(a) || coverage_[areaIndex(a)] > 1 || gameReadsAsOther(a, jumpAt) || readWithoutEnd(a)) return false;
     }
     // What leads into its middle: from outside its old bytes, or from old
     // bytes past the new ones that another path still runs.
@@ -644,6 +644,24 @@ LayoutResult Engine::run() {
 }
 
 }  // namespace
+
+std::vector<std::pair<AreaEntry, int32_t>> unendedReadings(const Playbook& old, const std::vector<uint8_t>& image) {
+    std::vector<std::pair<AreaEntry, int32_t>> out;
+    std::optional<Image> scan;  // made only when such an entry exists: it copies the image
+    std::unordered_set<int32_t> seen;
+    for (const AreaEntry& e : playbookEntries(old)) {
+        if (old.sequences.contains(e.target) || e.target < kAddressOffsetDelta || offsetOfAddress(e.target) >= static_cast<int32_t>(image.size()) ||
+            !seen.insert(e.target).second)
+            continue;
+        if (!scan) scan.emplace(old.romPath, image);
+        clsSequence unended;
+        unended.reset(e.target);
+        scan->seekOffset(offsetOfAddress(e.target));
+        unended.load(*scan, entryReadsKick(e));
+        out.emplace_back(e, unended.byteSize());
+    }
+    return out;
+}
 
 LayoutResult layOut(const Playbook& pb, const Playbook& old, const AreaMap& map, const std::vector<uint8_t>& image) {
     return Engine(pb, old, map, image).run();

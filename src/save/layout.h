@@ -58,4 +58,9 @@ struct LayoutResult {
 [[nodiscard]] LayoutResult layOut(const Playbook& pb, const Playbook& old, const AreaMap& map,
                                   const std::vector<uint8_t>& image);
 
+// The entries of `old` that start no valid sequence (the open read on without
+// an end), each target once, with the bytes the open read from it in `image`.
+// The game still runs those bytes from there: a save must not change them.
+[[nodiscard]] std::vector<std::pair<AreaEntry, int32_t>> unendedReadings(const Playbook& old, const std::vector<uint8_t>& image);
+
 }  // namespace zpe

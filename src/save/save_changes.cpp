@@ -124,6 +124,15 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
                                     "), so it would read differently; nothing was saved",
                                 Refusal::WouldNotReopen);
     }
+    // Nor may an entry that starts no valid sequence read other bytes than before.
+    for (const auto& [e, size] : unendedReadings(old, image)) {
+        const int32_t from = offsetOfAddress(e.target);
+        for (int32_t o = std::max(from, 0); o < from + size && static_cast<size_t>(o) < image.size(); ++o)
+            if (plan.bytes[static_cast<size_t>(o)] != image[static_cast<size_t>(o)])
+                throw SaveError(pb.romPath + ": " + e.name() + " reads its commands from " + hex4(e.target) + " on, bytes this save rewrites (at " +
+                                    hex4(addressOfOffset(o)) + "), so the game would run other commands there; nothing was saved",
+                                Refusal::WouldNotReopen);
+    }
     plan.written = verifyWrite(pb, old, plan.bytes, layout);
     const Playbook& written = plan.written;
     plan.layout = std::move(layout);

@@ -464,6 +464,47 @@ TEST(LayoutCases, GameReachingAnEndALockUpKeptItFromIsRefusedInWords) {
     });
 }
 
+// Play 0's first player reads his commands from the pointer table on (6E00).
+// A save that moves A000 rewrites pointer 0, so the game would run other
+// commands for him: refused in words, whether or not the open found a
+// sequence there.
+TEST(LayoutCases, AnEntryReadingTheTablesASaveRewritesIsRefusedInWords) {
+    for (const int32_t at : {0x6E00, 0x6DFF}) {
+        SCOPED_TRACE(at);
+        DataDir data;
+        auto o = test::openBuilt(image({{0xA000, {0xD7, 1, 2, 0xC4, 0}}}, {0xA000}).playPlayer(0, 0, at), data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        const Bytes before = o.file.read();
+        grow(o.pb, 0xA000);
+        const std::string refusal = trySave(o);
+        EXPECT_NE(refusal.find("this save rewrites"), std::string::npos) << refusal;
+        EXPECT_EQ(o.file.read(), before);
+    }
+}
+
+// Kick formation 0 names C000, where the open reads Blocks up to FFFF without
+// an end (the kick reading goes on past a stance); D000 (pointer 1), which the
+// plain reading ends at its stance, lies among those bytes. Changing D000's
+// values where it stands would change what the game runs from C000: D000
+// moves into the area instead, and C000 on keeps every byte.
+TEST(LayoutCases, ASequenceAmongBytesAnEntryReadsWithoutAnEndMoves) {
+    DataDir data;
+    auto o = test::openBuilt(image({{0xA000, {0xD7, 1, 2, 0xC4, 0}}}, {0xA000, 0xD000})
+                                 .fill(offsetOfAddress(0xC000), 0x4000, 0x30)
+                                 .bytesAt(0xD000, {0xD7, 1, 2, 0xEA})
+                                 .formation(0, {0xC000}),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    ASSERT_FALSE(o.pb.sequences.contains(0xC000)) << "C000 starts no valid sequence";
+    const Bytes before = o.file.read();
+    o.pb.sequences.at(0xD000).data(0, 0, 9);
+    SaveSummary s;
+    ASSERT_EQ(trySave(o, &s), "");
+    EXPECT_EQ(at(o.file.read(), 0xC000, 0x3FFF), at(before, 0xC000, 0x3FFF));
+    EXPECT_TRUE(inArea(targetOf(o.pb, pointerEntry(1)))) << s.text();
+    EXPECT_EQ(seqOf(o.pb, pointerEntry(1)).data(0, 0), 9);
+}
+
 TEST(LayoutCases, CopyOfARelativeContinuationShowsAndSavesIt) {
     DataDir data;
     auto o = test::openBuilt(copyImage(), data);
