@@ -155,8 +155,13 @@ void relinkFields(const Playbook& old, const AreaMap& map, std::span<const uint8
         std::vector<uint8_t> value;
         if (f.relative) {
             const int32_t offset = plan.moved(f.target) - plan.moved(f.owner);
-            if (offset < -128 || offset > 127)  // never: the order is kept, so no distance grows
-                throw SaveError(path + ": the relative jump at " + hex4(f.owner) + " would be out of reach; nothing was written");
+            // Within the area the order is kept, so no distance grows; a target
+            // outside it stays where it is while the jump moves away from it.
+            if (offset < -128 || offset > 127)
+                throw SaveError(path + ": the relative jump at " + hex4(f.owner) + " leads out of the area to " + hex4(f.target) +
+                                    ", which stays where it is; moved to " + hex4(plan.moved(f.owner)) +
+                                    " it could not reach it; nothing was written",
+                                Refusal::CannotMove);
             value = {static_cast<uint8_t>(offset & 0xFF)};
         } else {
             const int32_t t = plan.moved(f.target);

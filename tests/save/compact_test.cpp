@@ -88,6 +88,9 @@ TEST(Compact, RefusesWhatALayoutCannotKeep) {
         {"shared address bytes", ImageBuilder().bytesAt(0xA005, {0xF3, 0x01, 0xE4}).bytesAt(0xA010, {0xC7, 0x05, 0xA0, 0xE4})
                                      .bytesAt(0xA020, {0xCA, 0x11, 0xA0, 0xE4}).pointer(0, 0xA010).pointer(1, 0xA020),
          "the commands at A010 and A011 share the bytes"},
+        // A relative jump out of the area (BFF3 -> C072): its target stays, the jump moves down and loses it.
+        {"a relative jump out of the area", ImageBuilder().bytesAt(0xBFF0, {0xD7, 0x01, 0x01, 0xFE, 0x7F}).pointer(0, 0xBFF0),
+         "the relative jump at BFF3 leads out of the area to C072, which stays where it is"},
     };
     for (const Case& c : cases) {
         auto o = test::openBuilt(c.image, data);
