@@ -701,7 +701,7 @@ bool frmMain::runSaveAs() {
     QString path = *chosen;
     if (QFileInfo(path).suffix().isEmpty()) path += ".nes";
     if (QFileInfo(path) == QFileInfo(QString::fromStdString(pb.romPath))) return runSave();
-    applyWorkingCopy();
+    if (!commitWorkingCopy("Save As")) return false;
     try {
         const FileLock lock(path.toStdString());
         const SaveSummary summary = saveChangesAs(pb, path.toStdString(), dataDir_.toStdString());
@@ -718,7 +718,7 @@ bool frmMain::runSaveAs() {
 }
 
 bool frmMain::runSave() {
-    applyWorkingCopy();  // what the panel shows is what the user means to save
+    if (!commitWorkingCopy("Save")) return false;  // what the panel shows is what the user means to save
     try {
         const FileLock lock(pb.romPath);
         const SaveSummary summary = zpe::saveChanges(pb);
@@ -755,7 +755,7 @@ bool frmMain::runSave() {
 }
 
 bool frmMain::runCompactAndSave() {
-    applyWorkingCopy();
+    if (!commitWorkingCopy("Compact and Save")) return false;
     try {
         const FileLock lock(pb.romPath);
         const CompactSaveSummary summary = compactAndSave(pb, dataDir_.toStdString());
@@ -811,9 +811,9 @@ void frmMain::mnuFileSave_Click() {
     const MessageBoxSpec question{QString::fromLatin1(kFullSaveQuestion), "Warning", MsgIcon::Question, MsgButtons::YesNo,
                                   MsgAnswer::No};
     if (dialogs_.message(question) != MsgAnswer::Yes) return;
+    if (!commitWorkingCopy("Full Save")) return;
     try {
         const FileLock lock(pb.romPath);
-        applyWorkingCopy();
         fullSave(pb);
         // Every sequence moved: no step can be undone against the new addresses.
         inFile_ = pb;

@@ -214,9 +214,12 @@ private:
     // sequence as it is: one undo step, shown in the editor panel. False, said in the status bar, when it cannot
     // be copied (the game reads a COM pass or 0xF1 with other lengths). `what` ends the status line.
     bool giveOwnCopy(const AreaEntry& entry, const clsSequence* contents, const QString& what);
-    // Apply on a shared sequence reached from a play or formation asks first;
-    // true when the question settled it (a copy was made, or Cancel).
-    bool applyToCopyAsked();
+    // The one road from the panel's edits into the playbook, taken by Apply,
+    // Enter, every save and every prompt that applies: a shared sequence
+    // reached from a play or formation asks "Used by" once (a copy for that
+    // entry alone, the default, or all of them). False when the user cancels:
+    // the edits stay in the panel and whatever asked goes no further.
+    bool commitWorkingCopy(const QString& title);
     // The Plays, Formations and Sequences lists after entries or new sequences changed; the selection stays.
     void refreshEntryLists();
     // --- Editing on the big diagram ---

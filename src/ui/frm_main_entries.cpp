@@ -215,20 +215,25 @@ void frmMain::restoreEntryState(const EntriesState& state) {
     refreshModified();
 }
 
-bool frmMain::applyToCopyAsked() {
-    if (!reachedFrom_ || !workingCopyEdited() || entryTarget(pb, *reachedFrom_) != curSeq.address()) return false;
+bool frmMain::commitWorkingCopy(const QString& title) {
+    if (!workingCopyEdited()) return true;
     const std::vector<AreaEntry> users = entriesNaming(pb, curSeq.address());
-    if (users.size() < 2) return false;
-    const QString who = entryText(*reachedFrom_);
-    switch (dialogs_.allOrCopy("Used by " + usersText(users) + ".", "Apply", "Change all of them", "Only " + who + " (a copy)")) {
-    case MsgAnswer::All: return false;
-    case MsgAnswer::Copy: break;
-    default: return true;  // Cancel: the edits stay in the panel, not applied
+    if (reachedFrom_ && entryTarget(pb, *reachedFrom_) == curSeq.address() && users.size() > 1) {
+        const QString who = entryText(*reachedFrom_);
+        switch (dialogs_.allOrCopy("Used by " + usersText(users) + ".", title, "Change all of them", "Only " + who + " (a copy)")) {
+        case MsgAnswer::All: break;
+        case MsgAnswer::Copy: {
+            // The copy takes the edits; the panel lets go of them, as the shared sequence keeps what it had.
+            const clsSequence edited = curSeq;
+            curSeq.clone(pb.sequences.at(edited.address()));
+            if (giveOwnCopy(*reachedFrom_, &edited, " with the edits")) return true;
+            curSeq = edited;  // not copied: the edits stay in the panel
+            return false;
+        }
+        default: return false;  // Cancel: the edits stay in the panel, not applied
+        }
     }
-    // The copy takes the edits; the panel lets go of them, as the shared sequence keeps what it had.
-    const clsSequence edited = curSeq;
-    curSeq.clone(pb.sequences.at(edited.address()));
-    if (!giveOwnCopy(*reachedFrom_, &edited, " with the edits")) curSeq = edited;  // not copied: the edits stay in the panel
+    applyWorkingCopy();
     return true;
 }
 

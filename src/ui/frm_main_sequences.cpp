@@ -129,8 +129,10 @@ void frmMain::lvSequences_Click() {
         const QString from = QString::fromStdString(hex4(curSeq.address()));
         switch (dialogs_.message({"The edits of sequence " + from + " are not applied yet. Apply them before leaving it?",
                                   "Sequences", MsgIcon::Question, MsgButtons::ApplyDiscardCancel, MsgAnswer::Apply})) {
-        case MsgAnswer::Apply: applyWorkingCopy(); break;
         case MsgAnswer::Discard: break;
+        case MsgAnswer::Apply:
+            if (commitWorkingCopy("Apply")) break;
+            [[fallthrough]];  // "Used by" cancelled: stay
         default: {
             // Stay on the edited sequence, its edits kept.
             const QSignalBlocker quiet(lvSequences);
@@ -298,9 +300,7 @@ void frmMain::cmdSeqApply_Click() {
     // Only into the sequence the working copy came from: a selection moved
     // without a click (the keyboard) must not receive another sequence's commands.
     if (!address || !pb.sequences.contains(*address) || curSeq.address() != *address) return;
-    if (applyToCopyAsked()) return;
-    applyWorkingCopy();  // an Apply that changes nothing is no undo step
-    cmdSeqApply->setEnabled(false);
+    if (commitWorkingCopy("Apply")) cmdSeqApply->setEnabled(workingCopyEdited());  // an Apply that changes nothing is no undo step
 }
 
 int frmMain::sequenceRow(int32_t address) const {

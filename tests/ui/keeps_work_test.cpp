@@ -165,6 +165,55 @@ private slots:
         QVERIFY(!w->isWindowModified());
     }
 
+    // Every road from the panel to the file asks "Used by" for a shared
+    // sequence reached from a play, the same way: Save, Save As, the prompt on
+    // leaving the sequence, the prompt on quitting. Cancel goes no further;
+    // "a copy" leaves the shared sequence as it was.
+    void everyRoadToTheFileAsksUsedBy() {
+        struct Road {
+            const char* what;
+            std::deque<MsgAnswer> answers;  // after the edit: the road's own prompt, then "Used by"
+            std::function<bool(frmMain&)> take;
+        };
+        const std::vector<Road> roads{
+            {"Save", {}, [](frmMain& m) { return m.runSave(); }},
+            {"the prompt on quitting", {MsgAnswer::Save}, [](frmMain& m) { return m.maybeKeepChanges(); }},
+            {"the prompt on leaving the sequence", {MsgAnswer::Apply},
+             [](frmMain& m) {
+                 frmMain::selectRow(m.lvSequences, m.sequenceRow(0xA000));  // picking another row asks
+                 return !m.workingCopyEdited() && m.runSave();
+             }},
+        };
+        for (const Road& road : roads) {
+            for (const MsgAnswer used : {MsgAnswer::Cancel, MsgAnswer::Copy}) {
+                fx.stop();
+                fx.start(workImage().playPlayer(1, 0, 0xA010));
+                open();
+                const std::vector<uint8_t> before = test::readFileBytes(fx.imagePath().toStdString());
+                w->showEntrySequence({AreaEntry::Table::Play, 1, 0, 0});
+                w->txtSeqData[1]->setText("7C");
+                fx.dialogs->answers = road.answers;
+                fx.dialogs->answers.push_back(used);
+                const size_t asked = fx.dialogs->buttonTexts.size();
+                const bool went = road.take(*w);
+                QVERIFY2(fx.dialogs->buttonTexts.size() == static_cast<qsizetype>(asked) + 2, road.what);  // "Used by" was asked, once
+                QCOMPARE(fx.dialogs->buttonTexts.back(), QString("Only play 1 QB (a copy)"));
+                if (used == MsgAnswer::Cancel) {
+                    QVERIFY2(!went, road.what);
+                    QVERIFY2(w->workingCopyEdited(), road.what);  // the edits stay in the panel
+                    QCOMPARE(test::readFileBytes(fx.imagePath().toStdString()), before);
+                    continue;
+                }
+                QVERIFY2(went, road.what);
+                const int32_t mine = w->pb.plays[1].seqAddress(0);
+                QVERIFY2(mine != 0xA010 && !isNewSequence(mine), road.what);
+                QCOMPARE(w->pb.sequences.at(mine).data(0, 1), int16_t(0x7C));
+                QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));  // the shared one as it was
+                QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA010);
+            }
+        }
+    }
+
     // The Plays tab's chooser: another sequence, then a new empty one filled with Add; both undoable.
     void pointAPlayerAtAnotherSequenceOrANewOne() {
         open();
