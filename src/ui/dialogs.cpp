@@ -1,5 +1,7 @@
 #include "ui/dialogs.h"
 
+#include <algorithm>
+
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QFileDialog>
@@ -44,6 +46,16 @@ MsgAnswer QtDialogs::message(const MessageBoxSpec& box) {
         m.setEscapeButton(QMessageBox::No);
         return m.exec() == QMessageBox::Yes ? MsgAnswer::Yes : MsgAnswer::No;
     }
+    if (box.buttons == MsgButtons::YesNoCancel) {
+        m.setStandardButtons(QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
+        m.setDefaultButton(box.defaultButton == MsgAnswer::No ? QMessageBox::No : QMessageBox::Yes);
+        m.setEscapeButton(QMessageBox::Cancel);
+        switch (m.exec()) {
+        case QMessageBox::Yes: return MsgAnswer::Yes;
+        case QMessageBox::No: return MsgAnswer::No;
+        default: return MsgAnswer::Cancel;
+        }
+    }
     if (box.buttons == MsgButtons::SaveDiscardCancel || box.buttons == MsgButtons::ApplyDiscardCancel) {
         const auto keep = box.buttons == MsgButtons::SaveDiscardCancel ? QMessageBox::Save : QMessageBox::Apply;
         m.setStandardButtons(keep | QMessageBox::Discard | QMessageBox::Cancel);
@@ -67,9 +79,12 @@ std::optional<QString> QtDialogs::openFile(const QString& filter) {
     return path;
 }
 
-std::optional<QString> QtDialogs::saveFile(const QString& filter, const QString& suggested) {
-    const QString path = QFileDialog::getSaveFileName(parent_, QString(), suggested, qtFilter(filter));
+std::optional<QString> QtDialogs::saveFile(const QString& filter, const QString& suggested, int* chosenFilter) {
+    const QString filters = qtFilter(filter);
+    QString selected;
+    const QString path = QFileDialog::getSaveFileName(parent_, QString(), suggested, filters, &selected);
     if (path.isEmpty()) return std::nullopt;
+    if (chosenFilter) *chosenFilter = std::max<int>(0, static_cast<int>(filters.split(";;").indexOf(selected)));
     return path;
 }
 

@@ -9,7 +9,7 @@ class QWidget;
 namespace zpe {
 
 enum class MsgIcon { None, Information, Exclamation, Question };
-enum class MsgButtons { Ok, YesNo, SaveDiscardCancel, ApplyDiscardCancel, AllCopyCancel };
+enum class MsgButtons { Ok, YesNo, YesNoCancel, SaveDiscardCancel, ApplyDiscardCancel, AllCopyCancel };
 enum class MsgAnswer { Ok, Yes, No, Save, Discard, Cancel, Apply, All, Copy };
 
 struct MessageBoxSpec {
@@ -32,8 +32,9 @@ public:
     virtual MsgAnswer message(const MessageBoxSpec& box) = 0;
     // Open and save dialogs with a "text|pattern|..." filter; none when cancelled.
     virtual std::optional<QString> openFile(const QString& filter) = 0;
-    // `suggested`: the file name the dialog proposes ("" for none).
-    virtual std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString()) = 0;
+    // `suggested`: the file name the dialog proposes ("" for none); `chosenFilter`,
+    // when given, receives which of the filter's entries was chosen (from 0).
+    virtual std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString(), int* chosenFilter = nullptr) = 0;
     // A question with three buttons: `allText` (MsgAnswer::All), `copyText`
     // (MsgAnswer::Copy, the default) and Cancel (also Escape).
     virtual MsgAnswer allOrCopy(const QString& text, const QString& title, const QString& allText, const QString& copyText) = 0;
@@ -54,7 +55,7 @@ public:
     void setParent(QWidget* parent) { parent_ = parent; }
     MsgAnswer message(const MessageBoxSpec& box) override;
     std::optional<QString> openFile(const QString& filter) override;
-    std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString()) override;
+    std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString(), int* chosenFilter = nullptr) override;
     void showText(const QString& title, const QString& text) override;
     std::optional<int> choose(const QString& title, const QString& prompt, const QStringList& items, int current = 0) override;
     MsgAnswer allOrCopy(const QString& text, const QString& title, const QString& allText, const QString& copyText) override;

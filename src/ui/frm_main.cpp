@@ -875,21 +875,40 @@ void frmMain::mnuFileCheckImage_Click() {
 
 void frmMain::mnuFileExportPatch_Click() {
     if (!pb.openComplete) return;
-    // The kind follows the name: .bps writes BPS (which carries both images' CRC-32), anything else IPS.
-    const auto chosen = dialogs_.saveFile("IPS Patches (*.ips)|*.ips|BPS Patches (*.bps)|*.bps|All Files|*.*");
+    // The patch describes the image as the window shows it: saved and unsaved
+    // edits, and the panel's unapplied ones when the user says so.
+    Playbook doc = pb;
+    if (workingCopyEdited()) {
+        const QString seq = QString::fromStdString(sequenceKeyText(curSeq.address()));
+        switch (dialogs_.message({"The edits of sequence " + seq + " are not applied yet. Include them in the patch (as applied to " + seq +
+                                      ")?",
+                                  "Export Patch", MsgIcon::Question, MsgButtons::YesNoCancel, MsgAnswer::Yes})) {
+        case MsgAnswer::Yes: doc.sequences.at(curSeq.address()) = curSeq; break;
+        case MsgAnswer::No: break;
+        default: return;
+        }
+    }
+    // The kind follows the name, or when it has no extension the filter chosen: BPS carries both images' CRC-32.
+    int filter = 0;
+    const auto chosen = dialogs_.saveFile("IPS Patches (*.ips)|*.ips|BPS Patches (*.bps)|*.bps|All Files|*.*", QString(), &filter);
     if (!chosen) return;
     QString path = *chosen;
-    if (QFileInfo(path).suffix().isEmpty()) path += ".ips";
+    if (QFileInfo(path).suffix().isEmpty()) path += filter == 1 ? ".bps" : ".ips";
     const bool bps = QFileInfo(path).suffix().compare("bps", Qt::CaseInsensitive) == 0;
     try {
         refuseSameFile(path.toStdString(), pb.romPath);
-        const std::vector<uint8_t> now = readWholeFile(pb.romPath);
-        const std::vector<uint8_t> opened = fileBytes(pb, openedImage_);  // patches are made on the file as it is
-        replaceFileContents(path.toStdString(), bps ? makeBps(opened, now) : makeIps(opened, now));
-        StatusBar1->setText(QString("Wrote the changes since the image was opened to %1 (%2)")
-                                .arg(QFileInfo(path).fileName(), bps ? "BPS" : "IPS"));
+        // The document's bytes: what the file held when it was last opened or saved, with every edit since laid out as Save would.
+        const std::vector<uint8_t> now = sameContent(doc, inFile_) ? pb.openedBytes : planSave(doc, pb.openedBytes).bytes;
+        const std::vector<uint8_t> from = fileBytes(pb, openedImage_), to = fileBytes(pb, now);  // patches are made on the file as it is
+        if (from == to) {
+            StatusBar1->setText("Nothing to export: the image holds no change since it was opened; no patch was written.");
+            return;
+        }
+        replaceFileContents(path.toStdString(), bps ? makeBps(from, to) : makeIps(from, to));
+        StatusBar1->setText(QString("Wrote the changes since the image was opened%1 to %2 (%3)")
+                                .arg(unsavedWork() ? ", unsaved ones included," : "", QFileInfo(path).fileName(), bps ? "BPS" : "IPS"));
     } catch (const std::exception& e) {
-        StatusBar1->setText(QString::fromLocal8Bit(e.what()));
+        reportFailure("Export Patch", e);
     }
 }
 

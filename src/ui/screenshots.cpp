@@ -20,7 +20,7 @@ class SilentDialogs : public Dialogs {
 public:
     MsgAnswer message(const MessageBoxSpec& box) override { return box.defaultButton; }
     std::optional<QString> openFile(const QString&) override { return std::nullopt; }
-    std::optional<QString> saveFile(const QString&, const QString&) override { return std::nullopt; }
+    std::optional<QString> saveFile(const QString&, const QString&, int*) override { return std::nullopt; }
     void showText(const QString&, const QString&) override {}
     std::optional<int> choose(const QString&, const QString&, const QStringList&, int) override { return std::nullopt; }
     MsgAnswer allOrCopy(const QString&, const QString&, const QString&, const QString&) override { return MsgAnswer::Cancel; }

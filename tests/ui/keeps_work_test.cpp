@@ -261,6 +261,36 @@ private slots:
         }
     }
 
+    // Export Patch describes the document as the window shows it: an applied
+    // edit not saved yet, and a typed one not applied when the user says so;
+    // the filter chosen names the kind when the name has none; an image with
+    // no change writes no patch and says so.
+    void exportPatchDescribesUnsavedAndUnappliedEdits() {
+        open();
+        const auto opened = fx.image->read();
+        const QString empty = QString::fromStdString(fx.cwd.file("none"));
+        fx.dialogs->files.push_back(empty);
+        w->mnuFileExportPatch_Click();
+        QVERIFY(!QFileInfo::exists(empty + ".ips"));
+        QVERIFY(w->StatusBar1->text().startsWith("Nothing to export"));
+
+        applyAnEdit();                         // applied, not saved
+        w->txtSeqData[0]->setText("11");       // typed, not applied
+        const QString path = QString::fromStdString(fx.cwd.file("unsaved"));
+        fx.dialogs->files.push_back(path);
+        fx.dialogs->filterChoice = 1;          // "BPS Patches"
+        fx.dialogs->answers = {MsgAnswer::Yes};
+        w->mnuFileExportPatch_Click();
+        fx.dialogs->filterChoice = 0;
+        QVERIFY(fx.image->read() == opened);  // exporting writes only the patch
+        const auto patch = test::readFileBytes((path + ".bps").toStdString());
+        QVERIFY(isBps(patch));
+        const auto patched = applyPatch(opened, patch, 1 << 22);
+        QVERIFY(w->runSave());  // the same edits, saved: the patch made the same image
+        QVERIFY(patched == fx.image->read());
+        QCOMPARE(int(patched[static_cast<size_t>(offsetOfAddress(0xA012))]), 0x7C);
+    }
+
     // The same image without its header: said in the caption, saved without one.
     void headerlessImageSaysSoAndStaysHeaderless() {
         const auto headed = fx.image->read();
