@@ -700,7 +700,9 @@ bool frmMain::runSaveAs() {
     if (!chosen) return false;
     QString path = *chosen;
     if (QFileInfo(path).suffix().isEmpty()) path += ".nes";
-    if (QFileInfo(path) == QFileInfo(QString::fromStdString(pb.romPath))) return runSave();
+    // The image itself chosen again is a plain Save (QFileInfo's == says nothing of files that do not exist).
+    const QFileInfo to(path), from(QString::fromStdString(pb.romPath));
+    if (to.exists() && from.exists() ? to == from : to.absoluteFilePath() == from.absoluteFilePath()) return runSave();
     if (!commitWorkingCopy("Save As")) return false;
     try {
         const FileLock lock(path.toStdString());
@@ -731,12 +733,7 @@ bool frmMain::runSave() {
         return true;
     } catch (const SaveError& e) {
         // Another program changed the image: writing over it would lose that; a new file loses nothing.
-        if (e.kind() == Refusal::ChangedOnDisk) {
-            const QString question = QString::fromLocal8Bit(e.what()) + "\n\nSave your edits as a new file instead? (Save As)";
-            if (dialogs_.message({question, "Save", MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::Yes}) == MsgAnswer::Yes)
-                return runSaveAs();
-            return false;
-        }
+        if (e.kind() == Refusal::ChangedOnDisk) return offerSaveAs(e);
         // No free run holds a grown sequence: compaction makes one.
         if (e.kind() == Refusal::NoFreeRun) {
             const QString question = QString::fromLocal8Bit(e.what()) +
@@ -749,9 +746,15 @@ bool frmMain::runSave() {
         reportFailure("Save", e);
         return false;
     } catch (const std::exception& e) {
-        reportFailure("Save", e);
-        return false;
+        // The file could not be read, locked or replaced (deleted, moved, read-only): the work in memory can still go to a new file.
+        return offerSaveAs(e);
     }
+}
+
+bool frmMain::offerSaveAs(const std::exception& e) {
+    const QString question = QString::fromLocal8Bit(e.what()) + "\n\nSave your edits as a new file instead? (Save As)";
+    if (dialogs_.message({question, "Save", MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::Yes}) == MsgAnswer::Yes) return runSaveAs();
+    return false;
 }
 
 bool frmMain::runCompactAndSave() {

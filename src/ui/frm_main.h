@@ -123,6 +123,8 @@ private:
     bool runSave();
     // Save As: the edited image into a new file, which the window then works on.
     bool runSaveAs();
+    // A save that could not reach the file, or found it changed: says why and offers Save As.
+    bool offerSaveAs(const std::exception& e);
     // The recent files (File > Open Recent), newest first, at most eight, kept in the settings.
     QStringList recentFiles() const;
     void rememberRecent(const QString& path);

@@ -456,6 +456,23 @@ private slots:
         QVERIFY(!w->isWindowModified());
     }
 
+    // The file deleted (or moved) under the window: the work in memory is not
+    // locked in. Save refuses and offers Save As, which writes the document.
+    void aDeletedFileStillSavesAs() {
+        open();
+        applyAnEdit();
+        QVERIFY(QFile::remove(fx.imagePath()));
+        const QString copy = QString::fromStdString(fx.cwd.file("rescued"));
+        fx.dialogs->answers.push_back(MsgAnswer::Yes);
+        fx.dialogs->files.push_back(copy);
+        QVERIFY(w->runSave());
+        QVERIFY(fx.dialogs->boxes.back().text.contains("(Save As)"));
+        QCOMPARE(QString::fromStdString(w->pb.romPath), copy + ".nes");
+        const auto saved = test::readFileBytes((copy + ".nes").toStdString());
+        QCOMPARE(int(saved[static_cast<size_t>(offsetOfAddress(0xA012))]), 0x7C);
+        QVERIFY(!w->isWindowModified());
+    }
+
     // The pictures always draw the model: after Apply and undo, for the chosen play, and nothing of an image closed.
     void picturesFollowTheModel() {
         open();
