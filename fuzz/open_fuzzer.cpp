@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const AreaMap map = buildAreaMap(pb);
     (void)checkReport(map);
     const auto area = areaBytes(bytes);
-    for (const GameCommand& c : traceFrom(area, kSequenceAreaAddress)) (void)gameCommandText(c, area, cmd);
+    for (const GameCommand& c : traceFrom(bytes, kSequenceAreaAddress)) (void)gameCommandText(c, area, cmd);
     // Compaction in memory: it may refuse, but its check before the write must never fire.
     pb.romPath = "fuzz.nes";
     pb.openComplete = true;

@@ -15,25 +15,73 @@ size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequen
 
 int32_t wordAt(std::span<const uint8_t> area, size_t at) { return area[at] + 256 * area[at + 1]; }
 
+// Reads the command at `address` from `bytes`, which hold the addresses from
+// `base` on. False when its bytes would cross the end of `bytes`.
+bool decodeGameCommand(std::span<const uint8_t> bytes, int32_t base, int32_t address, GameCommand& out) {
+    if (address < base || static_cast<size_t>(address - base) >= bytes.size()) return false;
+    const auto at = static_cast<size_t>(address - base);
+    const uint8_t code = bytes[at];
+    const CommandFormat f = commandFormat(code, false, at + 1 < bytes.size() ? bytes[at + 1] : -1);
+    GameCommand c;
+    c.address = address;
+    c.code = code;
+    c.length = f.gameLength;
+    if (at + static_cast<size_t>(c.length) > bytes.size()) return false;
+    c.fallsThrough = f.gameGoesOn;
+    if (f.field == FieldKind::Relative) {
+        c.target = address + static_cast<int8_t>(bytes[at + static_cast<size_t>(f.fieldAt)]);
+    } else if (f.field == FieldKind::Word) {
+        c.target = wordAt(bytes, at + static_cast<size_t>(f.fieldAt));
+        c.addressField = code != kAbsoluteJump;
+    }
+    out = c;
+    return true;
+}
+
 // The walk from a set of start addresses: each command start once, with an
-// explicit work list (a long chain cannot overflow the stack).
+// explicit work list (a long chain cannot overflow the stack). Given the
+// whole image, it also follows the game where it leaves the area (a jump to
+// a sequence elsewhere in the image, a table entry naming one) through those
+// bytes, for the places where it comes back in; only the area's commands are kept.
 struct GameWalk {
     std::span<const uint8_t> area;
+    std::span<const uint8_t> image;  // the whole image, headed; empty: the area alone
     std::vector<uint8_t> started = std::vector<uint8_t>(kSequenceAreaSize, 0);
-    std::vector<int32_t> work;
+    std::vector<uint8_t> outsideStarted;
+    std::vector<int32_t> work, outsideWork;
     std::vector<GameCommand> commands;
     std::vector<int32_t> runsOff;
 
-    explicit GameWalk(std::span<const uint8_t> bytes) : area(bytes) {}
+    GameWalk(std::span<const uint8_t> areaBytes, std::span<const uint8_t> imageBytes) : area(areaBytes), image(imageBytes) {
+        if (!image.empty()) outsideStarted.assign(0x10000, 0);
+    }
 
     void push(int32_t address) {
-        if (!inArea(address) || started[areaIndex(address)]) return;
+        if (!inArea(address)) {
+            pushOutside(address);
+            return;
+        }
+        if (started[areaIndex(address)]) return;
         started[areaIndex(address)] = 1;
         work.push_back(address);
     }
+    void pushOutside(int32_t address) {
+        if (image.empty() || address < kAddressOffsetDelta || address > 0xFFFF || outsideStarted[static_cast<size_t>(address)]) return;
+        outsideStarted[static_cast<size_t>(address)] = 1;
+        outsideWork.push_back(address);
+    }
 
     void run() {
-        while (!work.empty()) {
+        while (!work.empty() || !outsideWork.empty()) {
+            if (work.empty()) {
+                const int32_t address = outsideWork.back();
+                outsideWork.pop_back();
+                GameCommand c;
+                if (!decodeGameCommand(image, kAddressOffsetDelta, address, c)) continue;
+                if (c.fallsThrough && address + c.length <= 0xFFFF) push(address + c.length);
+                if (c.target >= 0) push(c.target);
+                continue;
+            }
             const int32_t address = work.back();
             work.pop_back();
             GameCommand c;
@@ -59,24 +107,7 @@ struct GameWalk {
 }  // namespace
 
 bool readGameCommand(std::span<const uint8_t> area, int32_t address, GameCommand& out) {
-    if (!inArea(address) || areaIndex(address) >= area.size()) return false;
-    const size_t at = areaIndex(address);
-    const uint8_t code = area[at];
-    const CommandFormat f = commandFormat(code, false, at + 1 < area.size() ? area[at + 1] : -1);
-    GameCommand c;
-    c.address = address;
-    c.code = code;
-    c.length = f.gameLength;
-    if (at + static_cast<size_t>(c.length) > area.size()) return false;
-    c.fallsThrough = f.gameGoesOn;
-    if (f.field == FieldKind::Relative) {
-        c.target = address + static_cast<int8_t>(area[at + static_cast<size_t>(f.fieldAt)]);
-    } else if (f.field == FieldKind::Word) {
-        c.target = wordAt(area, at + static_cast<size_t>(f.fieldAt));
-        c.addressField = code != kAbsoluteJump;
-    }
-    out = c;
-    return true;
+    return inArea(address) && decodeGameCommand(area, kSequenceAreaAddress, address, out);
 }
 
 std::string AreaEntry::name() const {
@@ -157,10 +188,11 @@ AreaMap buildAreaMap(const Playbook& pb) {
     }
     std::sort(map.readsDifferently.begin(), map.readsDifferently.end());
 
-    GameWalk walk(area);
+    GameWalk walk(area, pb.openedBytes);
     for (const AreaEntry& e : playbookEntries(pb)) {
         if (!inArea(e.target)) {
             map.outside.push_back(e);
+            walk.push(e.target);  // the game runs it there, and may come back into the area
             continue;
         }
         walk.push(e.target);
@@ -189,12 +221,12 @@ AreaMap buildAreaMap(const Playbook& pb) {
     return map;
 }
 
-std::vector<GameCommand> traceFrom(std::span<const uint8_t> area, int32_t address) {
-    return traceFrom(area, std::vector<int32_t>{address});
+std::vector<GameCommand> traceFrom(const std::vector<uint8_t>& image, int32_t address) {
+    return traceFrom(image, std::vector<int32_t>{address});
 }
 
-std::vector<GameCommand> traceFrom(std::span<const uint8_t> area, const std::vector<int32_t>& addresses) {
-    GameWalk walk(area);
+std::vector<GameCommand> traceFrom(const std::vector<uint8_t>& image, const std::vector<int32_t>& addresses) {
+    GameWalk walk(areaBytes(image), image);
     for (int32_t a : addresses) walk.push(a);
     walk.run();
     return std::move(walk.commands);

@@ -94,10 +94,12 @@ struct AreaMap {
 // Linear in the area's size.
 [[nodiscard]] AreaMap buildAreaMap(const Playbook& pb);
 
-// The commands the game can reach from `address` in `area`, in address order.
-[[nodiscard]] std::vector<GameCommand> traceFrom(std::span<const uint8_t> area, int32_t address);
+// The commands of the area the game can reach from `address` in `image` (the
+// whole image, headed), in address order; paths that leave the area are
+// followed through the image's bytes to where they come back.
+[[nodiscard]] std::vector<GameCommand> traceFrom(const std::vector<uint8_t>& image, int32_t address);
 // The same from several addresses at once.
-[[nodiscard]] std::vector<GameCommand> traceFrom(std::span<const uint8_t> area, const std::vector<int32_t>& addresses);
+[[nodiscard]] std::vector<GameCommand> traceFrom(const std::vector<uint8_t>& image, const std::vector<int32_t>& addresses);
 
 // The area's bytes of an image (fewer when the image ends inside it).
 [[nodiscard]] std::span<const uint8_t> areaBytes(const std::vector<uint8_t>& image);

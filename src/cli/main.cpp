@@ -497,7 +497,7 @@ int runTrace(const Context& ctx, const std::string& imagePath, const std::string
     if (!zpe::inArea(address)) throw UsageError{"ADDRESS must lie in the sequence area A000-BFFF, not " + zpe::hex4(address)};
     const zpe::Image image = openHeadedOrFail(imagePath, ctx);
     const auto area = zpe::areaBytes(image.bytes());
-    for (const zpe::GameCommand& c : zpe::traceFrom(area, address))
+    for (const zpe::GameCommand& c : zpe::traceFrom(image.bytes(), address))
         std::cout << zpe::hex4(c.address) << ": " << zpe::gameCommandText(c, area, ctx.names) << '\n';
     return 0;
 }

@@ -174,10 +174,17 @@ void Engine::collect() {
                 if (cmd.field.kind == FieldRef::Kind::Address) references_.push_back({-1, cmd.field.address});
     }
     markNamedBytes();
+    std::vector<int32_t> fresh;  // entries now naming a command the game never ran
     for (const AreaEntry& e : playbookEntries(pb_)) {
         references_.push_back({-1, e.target});
         if (inArea(e.target)) roots_.push_back(e.target);
+        if (inArea(e.target) && !map_.commandAt(e.target)) fresh.push_back(e.target);
     }
+    // From those the game now runs the image's bytes, and whatever they lead
+    // to (the logic after a Human Control, say): no move may land there.
+    if (!fresh.empty())
+        for (const GameCommand& g : traceFrom(image_, fresh))
+            for (int32_t a = g.address; a < g.address + g.length && inArea(a); ++a) named_[areaIndex(a)] = 1;
     indexBackwards();
 }
 

@@ -259,7 +259,7 @@ private:
             if (inArea(e.target) && !oldStart[areaIndex(e.target)] && owner[areaIndex(e.target)] < 0) edited.push_back(e.target);
         for (const LaidSequence& laid : layout.sequences)
             if (laid.written && inArea(laid.place)) edited.push_back(laid.place);
-        for (const GameCommand& g : traceFrom(newArea, edited))
+        for (const GameCommand& g : traceFrom(bytes, edited))
             if (owner[areaIndex(g.address)] < 0) oldStart[areaIndex(g.address)] = 1;
         for (int32_t a : newMap.commands) {
             const int32_t s = owner[areaIndex(a)];

@@ -65,7 +65,7 @@ void expectReferencesKept(const Playbook& pb, const Playbook& before, const std:
     const auto area = areaBytes(pb.openedBytes);
     for (const auto& [entry, logic] : {std::pair{3, 0xA045}, std::pair{4, 0xA054}}) {
         bool reached = false;
-        for (const GameCommand& g : traceFrom(area, pb.seqPointers[static_cast<size_t>(entry)])) reached |= g.address == logic;
+        for (const GameCommand& g : traceFrom(pb.openedBytes, pb.seqPointers[static_cast<size_t>(entry)])) reached |= g.address == logic;
         EXPECT_TRUE(reached) << "pointer " << entry << " still reaches " << std::hex << logic;
     }
     const AreaMap was = buildAreaMap(before), now = buildAreaMap(pb);

@@ -10,7 +10,7 @@ namespace zpe::test {
 
 inline std::vector<uint8_t> gameCodes(const Playbook& pb, int32_t from) {
     std::vector<uint8_t> codes;
-    for (const GameCommand& g : traceFrom(areaBytes(pb.openedBytes), from)) codes.push_back(g.code);
+    for (const GameCommand& g : traceFrom(pb.openedBytes, from)) codes.push_back(g.code);
     return codes;
 }
 
