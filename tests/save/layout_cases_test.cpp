@@ -505,6 +505,47 @@ TEST(LayoutCases, ASequenceAmongBytesAnEntryReadsWithoutAnEndMoves) {
     EXPECT_EQ(seqOf(o.pb, pointerEntry(1)).data(0, 0), 9);
 }
 
+// The game hangs at A000's lock-up (F8), so it never ran A020, which the
+// editor reads as A000's next sequence; A024 on is free. Pointer 2 is set to
+// A020: the game now runs it and goes on after its Human Control at A024.
+// A040 grows and moves: not into A024, which the game now runs.
+TEST(LayoutCases, WhatTheGameNowRunsFromAnEditedEntryIsNoFreeRun) {
+    Bytes first{0xD7, 1, 2, 0xF8, 0, 0};
+    first.insert(first.end(), 0x20 - 6 - 3, 0x30);
+    first.insert(first.end(), {0xFF, 0x20, 0xA0});
+    DataDir data;
+    auto o = test::openBuilt(image({{0xA000, first}, {0xA020, {0xD7, 3, 4, 0xE4}}, {0xA040, {0xD7, 5, 6, 0xC4, 0}}}, {0xA000, 0xA040}),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    ASSERT_TRUE(o.pb.sequences.contains(0xA020));
+    const Bytes before = o.file.read();
+    setEntryTarget(o.pb, pointerEntry(2), 0xA020);
+    grow(o.pb, 0xA040);
+    SaveSummary s;
+    ASSERT_EQ(trySave(o, &s), "");
+    EXPECT_EQ(at(o.file.read(), 0xA024, 3), at(before, 0xA024, 3)) << s.text();
+    EXPECT_GT(targetOf(o.pb, pointerEntry(1)), 0xA026);
+}
+
+// A012 jumps out of the area to 9000, where the game runs a block and jumps
+// back to A030: the game runs A030 though no sequence of the area leads there.
+// A030 is no free run: a grown sequence moves past it.
+TEST(LayoutCases, WhereTheGameComesBackFromOutsideTheAreaIsNoFreeRun) {
+    DataDir data;
+    auto o = test::openBuilt(image({{0xA000, {0xD7, 1, 2, 0xC4, 0}},
+                                    {0xA010, {0x30, 0x30, 0xFF, 0x00, 0x90}},
+                                    {0x9000, {0x30, 0xFF, 0x30, 0xA0}},
+                                    {0xA030, {0xD7, 3, 4, 0xC4, 0}}},
+                                   {0xA000, 0xA010}),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    const Bytes before = o.file.read();
+    for (int i = 0; i < 8; ++i) grow(o.pb, 0xA000);  // 29 bytes: only A015-A02F and past A034 are free
+    SaveSummary s;
+    ASSERT_EQ(trySave(o, &s), "");
+    EXPECT_EQ(at(o.file.read(), 0xA030, 5), at(before, 0xA030, 5)) << s.text();
+}
+
 TEST(LayoutCases, CopyOfARelativeContinuationShowsAndSavesIt) {
     DataDir data;
     auto o = test::openBuilt(copyImage(), data);
