@@ -57,15 +57,20 @@ SaveLayout unchangedLayout(const Playbook& pb) {
 
 }  // namespace
 
-void safeSave(Playbook& pb, const std::function<void(const std::vector<uint8_t>&)>& confirm) {
+bool safeSave(Playbook& pb, const std::function<void(const std::vector<uint8_t>&)>& confirm) {
     Image image(pb.romPath, readUnchangedImage(pb));
     writeTables(pb, image, kSlotTables);
     // What the image must read back as: its own sequences and tables, the model's slots.
     Playbook expected = readBytesAs(pb, pb.openedBytes);
     expected.playSlots = pb.playSlots;
     (void)verifyWrite(expected, pb, image.bytes(), unchangedLayout(expected));
+    if (image.bytes() == pb.openedBytes) {  // the slots already stand so: a rewrite would only change the file's time
+        if (confirm) confirm(image.bytes());
+        return false;
+    }
     replaceFileContents(pb.romPath, fileBytes(pb, image.bytes()), confirm ? std::function<void()>([&] { confirm(image.bytes()); }) : nullptr);
     pb.openedBytes = image.bytes();
+    return true;
 }
 
 void refuseMisreadEntries(const Playbook& before, const Playbook& now) {

@@ -52,7 +52,8 @@ inline constexpr const char* kFullSaveQuestion =
 // changes. `pb.openedBytes` becomes what was written.
 // `confirm`, when given, sees the bytes about to land before they replace the
 // file; when it throws, nothing is written.
-void safeSave(Playbook& pb, const std::function<void(const std::vector<uint8_t>&)>& confirm = nullptr);
+// False, the file left alone, when the slot tables already hold what the model holds.
+bool safeSave(Playbook& pb, const std::function<void(const std::vector<uint8_t>&)>& confirm = nullptr);
 
 // Lays every sequence out anew from 0xA000 in dictionary order on a copy of
 // the model: closing forward relative jumps become absolute ones, a closing

@@ -194,7 +194,7 @@ void frmMain::buildMenus() {
     mnuFileSave = file->addAction("Full Save (Unsafe!)", this, [this] { mnuFileSave_Click(); });
     mnuFileCompact = file->addAction("Compact Sequence Area...", this, [this] { mnuFileCompact_Click(); });
     file->addSeparator();
-    mnuFileExportMaskROM = file->addAction("Export Mask ROM", this, [this] { mnuFileExportMaskROM_Click(); });
+    mnuFileExportMaskROM = file->addAction("Export Mask ROM...", this, [this] { mnuFileExportMaskROM_Click(); });
     mnuFileExportPatch = file->addAction("Export Patch...", this, [this] { mnuFileExportPatch_Click(); });
     mnuFileCheckImage = file->addAction("Check Image...", this, [this] { mnuFileCheckImage_Click(); });
     file->addSeparator();
@@ -798,12 +798,12 @@ void frmMain::mnuFileCompact_Click() {
 void frmMain::mnuFileSafeSave_Click() {
     try {
         const FileLock lock(pb.romPath);
-        safeSave(pb);
+        const bool written = safeSave(pb);
         // Safe Save writes the slots alone: sequence edits stay unsaved.
         inFile_.playSlots = pb.playSlots;
         refreshModified();
-        StatusBar1->setText(unsavedWork() ? "Safe Save: the 64 slots written; sequence edits are not saved yet (File > Save writes them)."
-                                          : "Safe Save: the 64 slots written.");
+        const QString said = written ? "Safe Save: the 64 slots written" : "Safe Save: the slots already stand as shown; the file was left alone";
+        StatusBar1->setText(unsavedWork() ? said + "; sequence edits are not saved yet (File > Save writes them)." : said + ".");
     } catch (const std::exception& e) {
         reportFailure("Safe Save", e);
     }

@@ -349,6 +349,11 @@ private slots:
 
     void saveFailuresAreReported() {
         openWindowImage();
+        // With the slots as the file holds them Safe Save writes nothing (and cannot fail).
+        w->mnuFileSafeSave_Click();
+        QVERIFY(dialogs->boxes.empty());
+        QVERIFY(w->StatusBar1->text().contains("the file was left alone"));
+        w->pb.playSlots[9].oPlay(0, 5);
         ::chmod(image->path().c_str(), 0444);
         w->mnuFileSafeSave_Click();
         QCOMPARE(dialogs->boxes.size(), size_t(1));
