@@ -50,6 +50,7 @@ struct GameWalk {
     std::vector<uint8_t> outsideStarted;
     std::vector<int32_t> work, outsideWork;
     std::vector<GameCommand> commands;
+    std::vector<int32_t> outsideCommands;  // where it ran a command outside the area
     std::vector<int32_t> runsOff;
 
     GameWalk(std::span<const uint8_t> areaBytes, std::span<const uint8_t> imageBytes) : area(areaBytes), image(imageBytes) {
@@ -78,6 +79,7 @@ struct GameWalk {
                 outsideWork.pop_back();
                 GameCommand c;
                 if (!decodeGameCommand(image, kAddressOffsetDelta, address, c)) continue;
+                outsideCommands.push_back(address);
                 if (c.fallsThrough && address + c.length <= 0xFFFF) push(address + c.length);
                 if (c.target >= 0) push(c.target);
                 continue;
@@ -99,6 +101,7 @@ struct GameWalk {
         }
         std::sort(commands.begin(), commands.end(),
                   [](const GameCommand& a, const GameCommand& b) { return a.address < b.address; });
+        std::sort(outsideCommands.begin(), outsideCommands.end());
         std::sort(runsOff.begin(), runsOff.end());
         runsOff.erase(std::unique(runsOff.begin(), runsOff.end()), runsOff.end());
     }
@@ -140,6 +143,11 @@ std::vector<AreaRun> AreaMap::runs(uint8_t flags) const {
         else out.push_back({address, address});
     }
     return out;
+}
+
+bool AreaMap::runsAt(int32_t address) const {
+    if (inArea(address)) return commandAt(address) != nullptr;
+    return std::binary_search(outsideCommands.begin(), outsideCommands.end(), address);
 }
 
 const GameCommand* AreaMap::commandAt(int32_t address) const {
@@ -209,6 +217,7 @@ AreaMap buildAreaMap(const Playbook& pb) {
     walk.run();
 
     map.runsOff = std::move(walk.runsOff);
+    map.outsideCommands = std::move(walk.outsideCommands);
     map.commands.reserve(walk.commands.size());
     map.program = walk.commands;
     for (const GameCommand& c : walk.commands) {

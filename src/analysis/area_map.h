@@ -71,6 +71,7 @@ struct AreaMap {
     std::vector<int32_t> lockUps;           // lock-up commands the game can reach
     std::vector<AreaEntry> stranded;        // entries inside the area that start no editor sequence (table order)
     std::vector<int32_t> readsDifferently;  // editor sequences holding 0x9N or 0xF1
+    std::vector<int32_t> outsideCommands;   // addresses outside the area where the game runs a command, ascending
 
     int32_t count(uint8_t flags) const;     // bytes whose flags are exactly `flags`
     int32_t editorBytes() const;
@@ -84,6 +85,8 @@ struct AreaMap {
     std::vector<AddressField> staleFields() const;
     // The command the game runs at `address`; nullptr when it runs none there.
     const GameCommand* commandAt(int32_t address) const;
+    // True when the game runs a command starting at `address`, in the area or outside it.
+    bool runsAt(int32_t address) const;
 };
 
 // Every table entry of the playbook, in table order: pointers, plays (players

@@ -559,7 +559,7 @@ std::vector<uint8_t> Engine::gameRuns(const Chain& c) const {
 // it never ran (its lock-up removed, or a branch now leading past it, the
 // game runs on past Human Control).
 void Engine::checkContinuation(const Chain& c, const std::vector<uint8_t>& runs) const {
-    if (c.continuation < 0 || !inArea(c.continuation) || map_.commandAt(c.continuation) || !runs.back()) return;
+    if (c.continuation < 0 || map_.runsAt(c.continuation) || !runs.back()) return;
     refuse(sequenceName(c.key) + " ends with " + hex2(c.seq->commands().back().command) + ", after which the game goes on at " +
                hex4(c.continuation) + ", where it ran nothing before (a lock-up kept it from getting there); end it with a jump",
            Refusal::BadField);

@@ -462,6 +462,15 @@ TEST(LayoutCases, GameReachingAnEndALockUpKeptItFromIsRefusedInWords) {
         EXPECT_NE(refusal.find("after which the game goes on at A009, where it ran nothing before"), std::string::npos) << refusal;
         EXPECT_EQ(o.file.read(), before);
     });
+    // The same outside the area: 9000 hangs before its Human Control, after which 9007 would lead into the area.
+    DataDir data;
+    auto o = test::openBuilt(image({{0xA000, {0xC4, 0}}, {0x9000, {0xD7, 1, 2, 0xF8, 0, 0, 0xE4, 0xFF, 0x30, 0xA0}}}, {0xA000, 0x9000}), data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    const Bytes before = o.file.read();
+    ASSERT_TRUE(o.pb.sequences.at(0x9000).removeCommand(1));
+    const std::string refusal = trySave(o);
+    EXPECT_NE(refusal.find("after which the game goes on at 9007, where it ran nothing before"), std::string::npos) << refusal;
+    EXPECT_EQ(o.file.read(), before);
 }
 
 // Play 0's first player reads his commands from the pointer table on (6E00).
