@@ -100,11 +100,17 @@ TEST(DecodeRelativeJump, ForwardTargetCountsFromTheJumpByte) {
     EXPECT_EQ(self.nextSequence(), 0xA010);
 }
 
-TEST(DecodeLimits, RunawaySequenceStopsAtTheCommandLimit) {
+// A run without an end stops at the command limit, or at FFFF, the last game
+// address (nothing wraps around to 0000), whichever comes first; either way it is not valid.
+TEST(DecodeLimits, RunawaySequenceStopsAtTheCommandLimitOrAtFFFF) {
     Bytes many(kMaxCommands + 10, 0x30);
-    const clsSequence seq = decodeBytes(many);
-    EXPECT_EQ(seq.commandCount(), kMaxCommands);
-    EXPECT_FALSE(seq.isValid());
+    const clsSequence low = decodeBytes(many, false, 0x2000);
+    EXPECT_EQ(low.commandCount(), kMaxCommands);
+    EXPECT_FALSE(low.isValid());
+    const clsSequence high = decodeBytes(many);  // from A000: FFFF comes first
+    EXPECT_EQ(high.commandCount(), 0x10000 - 0xA000);
+    EXPECT_FALSE(high.isValid());
+    EXPECT_EQ(high.AddressRange(), "A000-FFFF");
 }
 
 TEST(DecodeLimits, AllLowCodesRoundTrip) {
