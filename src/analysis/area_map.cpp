@@ -51,6 +51,7 @@ struct GameWalk {
     std::vector<int32_t> work, outsideWork;
     std::vector<GameCommand> commands;
     std::vector<int32_t> outsideCommands;  // where it ran a command outside the area
+    std::vector<int32_t> comesBackAt;      // where a path from outside came back into the area
     std::vector<int32_t> runsOff;
 
     GameWalk(std::span<const uint8_t> areaBytes, std::span<const uint8_t> imageBytes) : area(areaBytes), image(imageBytes) {
@@ -80,8 +81,11 @@ struct GameWalk {
                 GameCommand c;
                 if (!decodeGameCommand(image, kAddressOffsetDelta, address, c)) continue;
                 outsideCommands.push_back(address);
-                if (c.fallsThrough && address + c.length <= 0xFFFF) push(address + c.length);
-                if (c.target >= 0) push(c.target);
+                for (const int32_t next : {c.fallsThrough && address + c.length <= 0xFFFF ? address + c.length : -1, c.target}) {
+                    if (next < 0) continue;
+                    if (inArea(next)) comesBackAt.push_back(next);
+                    push(next);
+                }
                 continue;
             }
             const int32_t address = work.back();
@@ -102,6 +106,8 @@ struct GameWalk {
         std::sort(commands.begin(), commands.end(),
                   [](const GameCommand& a, const GameCommand& b) { return a.address < b.address; });
         std::sort(outsideCommands.begin(), outsideCommands.end());
+        std::sort(comesBackAt.begin(), comesBackAt.end());
+        comesBackAt.erase(std::unique(comesBackAt.begin(), comesBackAt.end()), comesBackAt.end());
         std::sort(runsOff.begin(), runsOff.end());
         runsOff.erase(std::unique(runsOff.begin(), runsOff.end()), runsOff.end());
     }
@@ -218,6 +224,7 @@ AreaMap buildAreaMap(const Playbook& pb) {
 
     map.runsOff = std::move(walk.runsOff);
     map.outsideCommands = std::move(walk.outsideCommands);
+    map.comesBackAt = std::move(walk.comesBackAt);
     map.commands.reserve(walk.commands.size());
     map.program = walk.commands;
     for (const GameCommand& c : walk.commands) {

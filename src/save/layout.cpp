@@ -109,7 +109,10 @@ private:
     // there would make the snap no end (the editor would read on).
     std::unordered_set<int32_t> afterLongSnap_;
     std::unordered_set<int32_t> usedOutside_;  // every address the image as read leads to
-    std::vector<uint8_t> named_ = std::vector<uint8_t>(kSequenceAreaSize, 0);  // area bytes a sequence-less entry reads
+    // Area bytes no move may land on beyond those the map holds used: what an
+    // entry without a sequence reads, what the game now runs from an entry
+    // pointed at commands it never ran.
+    std::vector<uint8_t> named_ = std::vector<uint8_t>(kSequenceAreaSize, 0);
     std::vector<std::pair<int32_t, int32_t>> unended_;  // the addresses those entries read, in and out of the area
 };
 
@@ -165,6 +168,7 @@ void Engine::collect() {
     // Where the image as read leads outside the area: a field may be set to lead there too.
     for (const Reference& r : references_) usedOutside_.insert(r.to);
     for (const AreaEntry& e : playbookEntries(old_)) usedOutside_.insert(e.target);
+    roots_.insert(roots_.end(), map_.comesBackAt.begin(), map_.comesBackAt.end());  // paths from outside the area
     // The fields as edited lead somewhere too (a branch set to the middle of
     // another sequence), and so does where a new sequence goes on.
     for (const Chain& c : chains_) {

@@ -555,6 +555,24 @@ TEST(LayoutCases, WhereTheGameComesBackFromOutsideTheAreaIsNoFreeRun) {
     EXPECT_EQ(at(o.file.read(), 0xA030, 5), at(before, 0xA030, 5)) << s.text();
 }
 
+// The game goes on after 9000's Human Control (pointer 1) into the computer's
+// logic at 9004, which jumps into A000's first command at A001, where the
+// game reads 01 02 as a command of its own; no editor sequence shows that
+// jump. A000's first value is that byte: the edit cannot be written where
+// A000 stands, so A000 moves, and what the game runs from 9000 stays.
+TEST(LayoutCases, ABytePathFromOutsideTheAreaReadsKeepsItsValue) {
+    DataDir data;
+    auto o = test::openBuilt(image({{0xA000, {0xD7, 1, 2, 0xC4, 0}}, {0x9000, {0xD7, 3, 4, 0xE4, 0xFF, 0x01, 0xA0}}}, {0xA000, 0x9000}),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    const Bytes before = o.file.read();
+    o.pb.sequences.at(0xA000).data(0, 0, 9);
+    SaveSummary s;
+    ASSERT_EQ(trySave(o, &s), "");
+    EXPECT_EQ(at(o.file.read(), 0xA001, 2), at(before, 0xA001, 2)) << s.text();
+    EXPECT_NE(targetOf(o.pb, pointerEntry(0)), 0xA000);
+}
+
 TEST(LayoutCases, CopyOfARelativeContinuationShowsAndSavesIt) {
     DataDir data;
     auto o = test::openBuilt(copyImage(), data);
