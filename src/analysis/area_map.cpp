@@ -50,7 +50,7 @@ struct GameWalk {
     std::vector<uint8_t> outsideStarted;
     std::vector<int32_t> work, outsideWork;
     std::vector<GameCommand> commands;
-    std::vector<int32_t> outsideCommands;  // where it ran a command outside the area
+    std::vector<GameCommand> outsideCommands;  // the commands it ran outside the area
     std::vector<int32_t> comesBackAt;      // where a path from outside came back into the area
     std::vector<int32_t> runsOff;
 
@@ -80,7 +80,7 @@ struct GameWalk {
                 outsideWork.pop_back();
                 GameCommand c;
                 if (!decodeGameCommand(image, kAddressOffsetDelta, address, c)) continue;
-                outsideCommands.push_back(address);
+                outsideCommands.push_back(c);
                 for (const int32_t next : {c.fallsThrough && address + c.length <= 0xFFFF ? address + c.length : -1, c.target}) {
                     if (next < 0) continue;
                     if (inArea(next)) comesBackAt.push_back(next);
@@ -105,7 +105,8 @@ struct GameWalk {
         }
         std::sort(commands.begin(), commands.end(),
                   [](const GameCommand& a, const GameCommand& b) { return a.address < b.address; });
-        std::sort(outsideCommands.begin(), outsideCommands.end());
+        std::sort(outsideCommands.begin(), outsideCommands.end(),
+                  [](const GameCommand& a, const GameCommand& b) { return a.address < b.address; });
         std::sort(comesBackAt.begin(), comesBackAt.end());
         comesBackAt.erase(std::unique(comesBackAt.begin(), comesBackAt.end()), comesBackAt.end());
         std::sort(runsOff.begin(), runsOff.end());
@@ -153,7 +154,9 @@ std::vector<AreaRun> AreaMap::runs(uint8_t flags) const {
 
 bool AreaMap::runsAt(int32_t address) const {
     if (inArea(address)) return commandAt(address) != nullptr;
-    return std::binary_search(outsideCommands.begin(), outsideCommands.end(), address);
+    const auto it = std::lower_bound(outsideCommands.begin(), outsideCommands.end(), address,
+                                     [](const GameCommand& g, int32_t a) { return g.address < a; });
+    return it != outsideCommands.end() && it->address == address;
 }
 
 const GameCommand* AreaMap::commandAt(int32_t address) const {

@@ -71,7 +71,7 @@ struct AreaMap {
     std::vector<int32_t> lockUps;           // lock-up commands the game can reach
     std::vector<AreaEntry> stranded;        // entries inside the area that start no editor sequence (table order)
     std::vector<int32_t> readsDifferently;  // editor sequences holding 0x9N or 0xF1
-    std::vector<int32_t> outsideCommands;   // addresses outside the area where the game runs a command, ascending
+    std::vector<GameCommand> outsideCommands;  // the commands the game runs outside the area, by address
     std::vector<int32_t> comesBackAt;       // where the game comes back into the area from outside it, ascending
 
     int32_t count(uint8_t flags) const;     // bytes whose flags are exactly `flags`

@@ -124,6 +124,20 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
                                     "), so it would read differently; nothing was saved",
                                 Refusal::WouldNotReopen);
     }
+    // Nor may the game run other bytes than before where its paths leave the
+    // area (through the tables, say), but in the sequences the save writes.
+    auto writtenHere = [&](int32_t a) {
+        return std::any_of(laid.chains.begin(), laid.chains.end(), [&](const Chain& c) {
+            return c.written && a >= c.place && a < c.place + static_cast<int32_t>(c.bytes.size());
+        });
+    };
+    for (const GameCommand& g : map.outsideCommands)
+        for (int32_t o = offsetOfAddress(g.address); o < offsetOfAddress(g.address) + g.length && static_cast<size_t>(o) < image.size(); ++o)
+            if (o >= 0 && plan.bytes[static_cast<size_t>(o)] != image[static_cast<size_t>(o)] && !writtenHere(addressOfOffset(o)))
+                throw SaveError(pb.romPath + ": the game runs the bytes at " + hex4(g.address) + " as a command (a path that leaves the " +
+                                    "sequence area), and this save rewrites them (at " + hex4(addressOfOffset(o)) +
+                                    "), so the game would run other commands there; nothing was saved",
+                                Refusal::WouldNotReopen);
     // Nor may an entry that starts no valid sequence read other bytes than before.
     for (const auto& [e, size] : unendedReadings(old, image)) {
         const int32_t from = offsetOfAddress(e.target);

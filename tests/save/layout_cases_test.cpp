@@ -491,6 +491,22 @@ TEST(LayoutCases, AnEntryReadingTheTablesASaveRewritesIsRefusedInWords) {
     }
 }
 
+// After 9000's Human Control (pointer 1) the game jumps to 6DFF, the last
+// byte of the play table, and reads FF 00 A0 there: a jump whose address is
+// pointer 0. A save that moves A000 rewrites pointer 0, so that jump would
+// lead elsewhere: refused in words, nothing written.
+TEST(LayoutCases, TableBytesTheGameRunsAsCommandsAreNotRewritten) {
+    DataDir data;
+    auto o = test::openBuilt(image({{0xA000, {0xD7, 1, 2, 0xC4, 0}}, {0x9000, {0xD7, 3, 4, 0xE4, 0xFF, 0xFF, 0x6D}}}, {0xA000, 0x9000}),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    const Bytes before = o.file.read();
+    grow(o.pb, 0xA000);
+    const std::string refusal = trySave(o);
+    EXPECT_NE(refusal.find("the game runs the bytes at 6DFF as a command"), std::string::npos) << refusal;
+    EXPECT_EQ(o.file.read(), before);
+}
+
 // Kick formation 0 names C000, where the open reads Blocks up to FFFF without
 // an end (the kick reading goes on past a stance); D000 (pointer 1), which the
 // plain reading ends at its stance, lies among those bytes. Changing D000's
