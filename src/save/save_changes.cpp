@@ -14,6 +14,7 @@
 #include "sequence/command_format.h"
 
 #include <algorithm>
+#include <functional>
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
@@ -37,6 +38,45 @@ LaidSequence laidOf(const Chain& c) {
     laid.continuation = c.continuation;
     laid.tail = c.tail;
     return laid;
+}
+
+// The first address in [address, address + size) whose byte `now` changes
+// from `was`, skipping those `skip` accepts; -1 when none.
+int32_t firstRewritten(int32_t address, int32_t size, const std::vector<uint8_t>& was, const std::vector<uint8_t>& now,
+                       const std::function<bool(int32_t)>& skip = nullptr) {
+    for (int32_t o = std::max(offsetOfAddress(address), 0); o < offsetOfAddress(address) + size && static_cast<size_t>(o) < was.size(); ++o)
+        if (now[static_cast<size_t>(o)] != was[static_cast<size_t>(o)] && !(skip && skip(addressOfOffset(o)))) return addressOfOffset(o);
+    return -1;
+}
+
+// Refuses a write that changes bytes the game or the editor reads where the
+// save does not mean to: a sequence lying in the tables it rewrites, what an
+// entry that starts no valid sequence reads, and bytes outside the area the
+// game runs as commands (but in the sequences the save writes).
+void refuseRewrittenReadings(const Playbook& pb, const Playbook& old, const AreaMap& map, const LayoutResult& laid,
+                             const std::vector<uint8_t>& image, const std::vector<uint8_t>& bytes) {
+    auto refuse = [&](const std::string& what) {
+        throw SaveError(pb.romPath + ": " + what + ", so the game would run other commands there; nothing was saved", Refusal::WouldNotReopen);
+    };
+    for (const Chain& c : laid.chains) {
+        if (c.written || inArea(c.key) || isNewSequence(c.key)) continue;
+        if (firstRewritten(c.key, c.oldSize, image, bytes) >= 0)
+            throw SaveError(pb.romPath + ": " + sequenceName(c.key) + " lies in the tables this save rewrites (" + hex4(c.key) +
+                                "), so it would read differently; nothing was saved",
+                            Refusal::WouldNotReopen);
+    }
+    auto writtenHere = [&](int32_t a) {
+        return std::any_of(laid.chains.begin(), laid.chains.end(), [&](const Chain& c) {
+            return c.written && a >= c.place && a < c.place + static_cast<int32_t>(c.bytes.size());
+        });
+    };
+    for (const GameCommand& g : map.outsideCommands)
+        if (const int32_t at = firstRewritten(g.address, g.length, image, bytes, writtenHere); at >= 0)
+            refuse("the game runs the bytes at " + hex4(g.address) + " as a command (a path that leaves the sequence area), and this save rewrites them (at " +
+                   hex4(at) + ")");
+    for (const auto& [e, size] : unendedReadings(old, image))
+        if (const int32_t at = firstRewritten(e.target, size, image, bytes); at >= 0)
+            refuse(e.name() + " reads its commands from " + hex4(e.target) + " on, bytes this save rewrites (at " + hex4(at) + ")");
 }
 
 }  // namespace
@@ -114,39 +154,7 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     }
     plan.summary.freeBytesLeft = laid.freeBytesLeft;
     plan.bytes = out.takeBytes();
-    // A sequence lying outside the area, in the tables this save rewrote, would read differently.
-    for (const Chain& c : laid.chains) {
-        if (c.written || inArea(c.key) || isNewSequence(c.key)) continue;
-        const int32_t from = offsetOfAddress(c.key);
-        for (int32_t o = std::max(from, 0); o < from + c.oldSize && static_cast<size_t>(o) < image.size(); ++o)
-            if (plan.bytes[static_cast<size_t>(o)] != image[static_cast<size_t>(o)])
-                throw SaveError(pb.romPath + ": " + sequenceName(c.key) + " lies in the tables this save rewrites (" + hex4(c.key) +
-                                    "), so it would read differently; nothing was saved",
-                                Refusal::WouldNotReopen);
-    }
-    // Nor may the game run other bytes than before where its paths leave the
-    // area (through the tables, say), but in the sequences the save writes.
-    auto writtenHere = [&](int32_t a) {
-        return std::any_of(laid.chains.begin(), laid.chains.end(), [&](const Chain& c) {
-            return c.written && a >= c.place && a < c.place + static_cast<int32_t>(c.bytes.size());
-        });
-    };
-    for (const GameCommand& g : map.outsideCommands)
-        for (int32_t o = offsetOfAddress(g.address); o < offsetOfAddress(g.address) + g.length && static_cast<size_t>(o) < image.size(); ++o)
-            if (o >= 0 && plan.bytes[static_cast<size_t>(o)] != image[static_cast<size_t>(o)] && !writtenHere(addressOfOffset(o)))
-                throw SaveError(pb.romPath + ": the game runs the bytes at " + hex4(g.address) + " as a command (a path that leaves the " +
-                                    "sequence area), and this save rewrites them (at " + hex4(addressOfOffset(o)) +
-                                    "), so the game would run other commands there; nothing was saved",
-                                Refusal::WouldNotReopen);
-    // Nor may an entry that starts no valid sequence read other bytes than before.
-    for (const auto& [e, size] : unendedReadings(old, image)) {
-        const int32_t from = offsetOfAddress(e.target);
-        for (int32_t o = std::max(from, 0); o < from + size && static_cast<size_t>(o) < image.size(); ++o)
-            if (plan.bytes[static_cast<size_t>(o)] != image[static_cast<size_t>(o)])
-                throw SaveError(pb.romPath + ": " + e.name() + " reads its commands from " + hex4(e.target) + " on, bytes this save rewrites (at " +
-                                    hex4(addressOfOffset(o)) + "), so the game would run other commands there; nothing was saved",
-                                Refusal::WouldNotReopen);
-    }
+    refuseRewrittenReadings(pb, old, map, laid, image, plan.bytes);
     plan.written = verifyWrite(pb, old, plan.bytes, layout);
     const Playbook& written = plan.written;
     plan.layout = std::move(layout);
