@@ -207,6 +207,10 @@ AreaMap buildAreaMap(const Playbook& pb) {
 
     GameWalk walk(area, pb.openedBytes);
     for (const AreaEntry& e : playbookEntries(pb)) {
+        if (isNewSequence(e.target)) {
+            map.unsaved.push_back(e);
+            continue;
+        }
         if (!inArea(e.target)) {
             map.outside.push_back(e);
             walk.push(e.target);  // the game runs it there, and may come back into the area

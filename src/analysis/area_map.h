@@ -66,6 +66,7 @@ struct AreaMap {
     std::vector<GameCommand> program;       // those commands as the game reads them, in the same order
     std::vector<AddressField> fields;       // every address field the game reaches, ascending
     std::vector<AreaEntry> outside;         // entries whose target lies outside the area (by target, then table)
+    std::vector<AreaEntry> unsaved;         // entries naming a sequence made in the editor, in no image until a save places it
     std::vector<int32_t> runsOff;           // commands whose bytes or whose next command leave the area
     std::vector<AddressField> leaves;       // jumps and address fields whose target lies outside the area
     std::vector<int32_t> lockUps;           // lock-up commands the game can reach

@@ -23,7 +23,7 @@ std::string runText(const AreaRun& r) {
     return hex4(r.start) + "-" + hex4(r.end) + " (" + std::to_string(r.size()) + " bytes)";
 }
 std::string fieldText(const AddressField& f) { return hex4(f.at) + " " + hex2(f.code) + " -> " + hex4(f.target); }
-std::string entryText(const AreaEntry& e) { return e.name() + " -> " + hex4(e.target); }
+std::string entryText(const AreaEntry& e) { return e.name() + " -> " + sequenceKeyText(e.target); }
 std::string addressText(int32_t a) { return hex4(a); }
 
 std::string trimmed(std::string s) {
@@ -88,6 +88,11 @@ std::string checkReport(const AreaMap& map) {
     line(out, map.staleFields(), "address fields would keep pointing at the old places", fieldText);
     line(out, map.stranded, "entries point inside the area at no sequence start", entryText);
     line(out, map.readsDifferently, "sequences read differently by the game (0x9N or 0xF1)", addressText);
+
+    if (!map.unsaved.empty()) {
+        out += "\nNot saved yet\n";
+        line(out, map.unsaved, "entries name sequences made in the editor, which the next save places", entryText);
+    }
 
     out += "\nWarnings\n";
     line(out, map.outside, "entries point outside the area", entryText);

@@ -85,7 +85,7 @@ void FieldReader::consumeSeparator() {
     }
 }
 
-std::string FieldReader::next() {
+std::string FieldReader::next(size_t limit) {
     if (!hasField()) return {};
     pos_ = fieldStart();
     std::string field;
@@ -103,7 +103,7 @@ std::string FieldReader::next() {
         field.erase(last == std::string::npos ? 0 : last + 1);
     }
     consumeSeparator();
-    if (field.size() > kMaxDataTextLength) field.resize(kMaxDataTextLength);
+    if (field.size() > limit) field.resize(limit);
     return field;
 }
 

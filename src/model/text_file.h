@@ -43,8 +43,10 @@ public:
     // True while another field can be read: some non-blank text remains, or the
     // previous field ended with a comma (an empty field follows it).
     bool hasField() const;
-    // The next field, cut at kMaxDataTextLength bytes; "" when none is left.
-    std::string next();
+    // The next field, cut at `limit` bytes; "" when none is left. A note
+    // (kWholeField) is kept whole: the file it comes from is bounded in size.
+    std::string next(size_t limit = kMaxDataTextLength);
+    static constexpr size_t kWholeField = std::string::npos;
 
 private:
     bool atLineEnd(size_t i) const;

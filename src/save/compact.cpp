@@ -152,35 +152,28 @@ void relinkFields(const Playbook& old, const AreaMap& map, std::span<const uint8
             throw SaveError(path + ": the field of the command at " + hex4(f.owner) + " leads to " + hex4(f.target) +
                             ", where nothing is kept; nothing was written");
         const auto at = static_cast<size_t>(plan.moved(f.at) - kSequenceAreaAddress);
-        std::vector<uint8_t> value;
-        if (f.relative) {
-            const int32_t offset = plan.moved(f.target) - plan.moved(f.owner);
-            // Within the area the order is kept, so no distance grows; a target
-            // outside it stays where it is while the jump moves away from it.
-            if (offset < -128 || offset > 127)
-                throw SaveError(path + ": the relative jump at " + hex4(f.owner) + " leads out of the area to " + hex4(f.target) +
-                                    ", which stays where it is; moved to " + hex4(plan.moved(f.owner)) +
-                                    " it could not reach it; nothing was written",
-                                Refusal::CannotMove);
-            value = {static_cast<uint8_t>(offset & 0xFF)};
-        } else {
-            const int32_t t = plan.moved(f.target);
-            value = {static_cast<uint8_t>(t & 0xFF), static_cast<uint8_t>((t >> 8) & 0xFF)};
-        }
+        // Within the area the order is kept, so no distance grows; a target
+        // outside it stays where it is while the jump moves away from it.
+        const int32_t owner = plan.moved(f.owner), target = plan.moved(f.target);
+        if (f.relative && !relativeReaches(owner, target, target < owner))
+            throw SaveError(path + ": the relative jump at " + hex4(f.owner) + " leads out of the area to " + hex4(f.target) +
+                                ", which stays where it is; moved to " + hex4(owner) + " it could not reach it; nothing was written",
+                            Refusal::CannotMove);
+        const FieldBytes value = fieldBytes(f.relative ? FieldKind::Relative : FieldKind::Word, owner, target);
         bool changed = false;
-        for (size_t k = 0; k < value.size(); ++k) {
-            if (packed[at + k] == value[k]) continue;
+        for (size_t k = 0; k < static_cast<size_t>(value.count); ++k) {
+            if (packed[at + k] == value.bytes[k]) continue;
             const int32_t byte = f.at + static_cast<int32_t>(k);
             if (shared[areaIndex(byte)])
                 throw SaveError(path + ": the commands at " + hex4(f.owner) + " and " + hex4(sharer(byte, f.owner)) +
                                 " share the bytes of an address that moves; relinking one would change the other. Nothing was written");
             if (editorCode[areaIndex(byte)]) {
-                const CommandFormat was = commandFormat(packed[at + k], false, -1), now = commandFormat(value[k], false, -1);
+                const CommandFormat was = commandFormat(packed[at + k], false, -1), now = commandFormat(value.bytes[k], false, -1);
                 if (was.command != now.command || was.editorLength != now.editorLength)
                     throw SaveError(path + ": the address the command at " + hex4(f.owner) + " holds at " + hex4(byte) +
                                     " is a command for the editor, which relinking would change; nothing was written");
             }
-            packed[at + k] = value[k];
+            packed[at + k] = value.bytes[k];
             changed = true;
         }
         plan.summary.fieldsRelinked += changed ? 1 : 0;

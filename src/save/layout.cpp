@@ -358,15 +358,18 @@ void Engine::copyTail(Chain& c, int32_t from) const {
         std::vector<uint8_t> bytes = bytesAt(image_, g->address, g->length);
         const CommandFormat f = commandFormat(g->code, false, bytes.size() > 1 ? bytes[1] : -1);
         const int32_t t = g->target >= start && g->target < stop ? c.linkAt + (g->target - start) : g->target;
-        if (f.field == FieldKind::Relative) {
-            if (relativeReaches(q, t, g->target < g->address)) {
-                bytes[static_cast<size_t>(f.fieldAt)] = static_cast<uint8_t>((t - q) & 0xFF);
-            } else {
-                bytes = {static_cast<uint8_t>(kAbsoluteJump), static_cast<uint8_t>(t & 0xFF), static_cast<uint8_t>((t >> 8) & 0xFF)};
-            }
-        } else if (f.field == FieldKind::Word) {
-            bytes[static_cast<size_t>(f.fieldAt)] = static_cast<uint8_t>(t & 0xFF);
-            bytes[static_cast<size_t>(f.fieldAt) + 1] = static_cast<uint8_t>((t >> 8) & 0xFF);
+        FieldKind kind = f.field;
+        int32_t fieldAt = f.fieldAt;
+        if (kind == FieldKind::Relative && !relativeReaches(q, t, g->target < g->address)) {  // out of reach: absolute
+            const CommandFormat jump = commandFormat(kAbsoluteJump, false, -1);
+            bytes.assign(static_cast<size_t>(jump.gameLength), 0);
+            bytes[0] = kAbsoluteJump;
+            kind = jump.field;
+            fieldAt = jump.fieldAt;
+        }
+        if (kind != FieldKind::None) {
+            const FieldBytes field = fieldBytes(kind, q, t);
+            for (int k = 0; k < field.count; ++k) bytes[static_cast<size_t>(fieldAt + k)] = field.bytes[static_cast<size_t>(k)];
         }
         c.tail.emplace_back(q, g->address);
         c.bytes.insert(c.bytes.end(), bytes.begin(), bytes.end());

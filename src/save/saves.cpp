@@ -39,7 +39,7 @@ std::vector<uint8_t> readUnchangedImage(const Playbook& pb) {
     if (bytes != pb.openedBytes) {
         const auto slash = pb.romPath.find_last_of('/');
         throw SaveError((slash == std::string::npos ? pb.romPath : pb.romPath.substr(slash + 1)) +
-                            " changed on disk since it was opened; open it again",
+                            " changed on disk since it was opened (another program wrote it); nothing was written",
                         Refusal::ChangedOnDisk);
     }
     return bytes;

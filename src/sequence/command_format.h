@@ -4,6 +4,7 @@
 // checks commands asks here: its length in each reading, whether it ends the
 // editor's sequence, whether the game goes on after it, and where its address
 // field lies.
+#include <array>
 #include <cstdint>
 
 namespace zpe {
@@ -33,6 +34,19 @@ struct CommandFormat {
 // whether a long snap 0xD3 ends the editor's sequence (it goes on only before
 // an absolute jump).
 [[nodiscard]] CommandFormat commandFormat(uint8_t code, bool kick, int next);
+
+// The bytes of an address field of kind `kind` (Relative or Word) that, in a
+// command whose code byte stands at `place`, lead to `target`: a relative
+// field holds the offset's low byte, a word the address, low byte first. The
+// one rule that writes an address; whether an offset reaches is the caller's.
+struct FieldBytes {
+    std::array<uint8_t, 2> bytes{};
+    int count = 0;
+};
+constexpr FieldBytes fieldBytes(FieldKind kind, int32_t place, int32_t target) {
+    if (kind == FieldKind::Relative) return {{static_cast<uint8_t>((target - place) & 0xFF), 0}, 1};
+    return {{static_cast<uint8_t>(target & 0xFF), static_cast<uint8_t>((target >> 8) & 0xFF)}, 2};
+}
 
 // The byte offset, from the code byte, of data value `index` of `command`: a
 // low code keeps data 0 in its code byte, a high code's data start after it.

@@ -49,7 +49,7 @@ CommandSheet parseCommandSheet(const std::string& text) {
             }
             sheet.records.push_back({SheetRecord::Kind::Value, *slot, item, false, *value});
         } else if (key == "Info") {
-            sheet.records.push_back({SheetRecord::Kind::Info, 0, reader.next(), false, 0});
+            sheet.records.push_back({SheetRecord::Kind::Info, 0, reader.next(FieldReader::kWholeField), false, 0});
         } else {
             ++sheet.ignored;
         }

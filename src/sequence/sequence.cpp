@@ -93,12 +93,8 @@ void encodeCommand(const SeqCommand& c, int32_t place, int32_t target, std::vect
     std::array<int16_t, kMaxDataValues> data = c.data;
     const auto [lo, hi] = addressFieldData(c);
     if (lo >= 0) {
-        if (hi < 0) {
-            data[static_cast<size_t>(lo)] = static_cast<int16_t>((target - place) & 0xFF);
-        } else {
-            data[static_cast<size_t>(lo)] = static_cast<int16_t>(target & 0xFF);
-            data[static_cast<size_t>(hi)] = static_cast<int16_t>((target >> 8) & 0xFF);
-        }
+        const FieldBytes field = fieldBytes(hi < 0 ? FieldKind::Relative : FieldKind::Word, place, target);
+        for (int k = 0; k < field.count; ++k) data[static_cast<size_t>(lo + k)] = field.bytes[static_cast<size_t>(k)];
     }
     SeqCommand coded = c;
     coded.data = data;

@@ -10,7 +10,11 @@
 #include <algorithm>
 #include <cmath>
 
+#include <QAction>
 #include <QBuffer>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QWheelEvent>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QSlider>
@@ -43,12 +47,12 @@ public:
     }
     void clear(uint32_t bgr) override { p_.fillRect(QRectF(0, 0, width_ * scale_, height_ * scale_), colorOf(bgr)); }
     void line(int x1, int y1, int x2, int y2, uint32_t bgr) override {
-        p_.setPen(QPen(colorOf(bgr), std::max(1.0, scale_ * 0.6)));
+        p_.setPen(QPen(colorOf(bgr), lineWidth()));
         p_.drawLine(QPointF(x1 * scale_, y1 * scale_), QPointF(x2 * scale_, y2 * scale_));
         if (x1 == x2 && std::abs(y2 - y1) >= height_ - 1) taken_.push_back(box(x1 - 1, y1, x1 + 1, y2));  // the line of scrimmage
     }
     void rect(int x1, int y1, int x2, int y2, uint32_t bgr) override {
-        p_.setPen(QPen(colorOf(bgr), std::max(1.0, scale_ * 0.6)));
+        p_.setPen(QPen(colorOf(bgr), lineWidth()));
         p_.setBrush(Qt::NoBrush);
         p_.drawRect(box(x1, y1, x2, y2));
         taken_.push_back(box(x1, y1, x2, y2));
@@ -97,6 +101,8 @@ public:
     }
 
 private:
+    // Lines stay readable at every size: two pixels at least.
+    double lineWidth() const { return std::max(2.0, scale_ * 0.6); }
     struct Label {
         QPointF at;
         QString text;
@@ -138,6 +144,7 @@ public:
     int step = -1;                             // the animation's step; -1: everything
     std::function<void(int, const DiagramPoint&)> onPick;
     std::function<void(int, const DiagramPoint&, int, int)> onMove;
+    std::function<void(double factor)> onZoom;
 
     double scale() const { return std::max(height() / double(kPictureHeight), 0.1); }
 
@@ -216,6 +223,13 @@ protected:
         if (!dragging_ || e->button() != Qt::LeftButton) return;
         dragging_ = false;
         finish();
+    }
+
+    // Ctrl and the wheel zoom (the window decides how far); the wheel alone scrolls.
+    void wheelEvent(QWheelEvent* e) override {
+        if (!(e->modifiers() & Qt::ControlModifier) || !onZoom) return e->ignore();
+        onZoom(e->angleDelta().y() > 0 ? 1.25 : 0.8);
+        e->accept();
     }
 
     void keyPressEvent(QKeyEvent* e) override {
@@ -350,16 +364,34 @@ DiagramWindow::DiagramWindow(const Playbook& pb, Dialogs& dialogs, QWidget* pare
     bar->addWidget(said_);
     bar->addWidget(save_);
     layout->addLayout(bar);
-    view_ = new DiagramView(pb_, this);
+    scroll_ = new QScrollArea(this);
+    scroll_->setWidgetResizable(true);  // at zoom 1 the drawing fills the window
+    scroll_->setAlignment(Qt::AlignCenter);
+    view_ = new DiagramView(pb_, scroll_);
     view_->setToolTip("Click a player's point to pick it (its command shows in the Sequences editor); drag it, or "
                       "use the arrow keys, to move it");
-    layout->addWidget(view_, 1);
+    scroll_->setWidget(view_);
+    layout->addWidget(scroll_, 1);
+    const struct {
+        QList<QKeySequence> keys;
+        double factor;
+    } zooms[] = {{{QKeySequence::ZoomIn, QKeySequence(Qt::CTRL | Qt::Key_Equal)}, 1.25},
+                 {{QKeySequence::ZoomOut}, 0.8},
+                 {{QKeySequence(Qt::CTRL | Qt::Key_0)}, 0}};
+    for (const auto& z : zooms) {
+        auto* action = new QAction(this);
+        action->setShortcuts(z.keys);
+        const double factor = z.factor;
+        connect(action, &QAction::triggered, this, [this, factor] { setZoom(factor == 0 ? 1 : zoom_ * factor); });
+        addAction(action);
+    }
     view_->onPick = [this](int player, const DiagramPoint& pt) {
         if (onPick) onPick(player, pt);
     };
     view_->onMove = [this](int player, const DiagramPoint& pt, int a, int b) {
         if (onMove) onMove(player, pt, a, b);
     };
+    view_->onZoom = [this](double factor) { setZoom(zoom_ * factor); };
     connect(plays_, &QComboBox::currentIndexChanged, this, [this](int i) {
         if (i >= 0) choosePlay(i);
     });
@@ -385,6 +417,28 @@ DiagramWindow::DiagramWindow(const Playbook& pb, Dialogs& dialogs, QWidget* pare
         steps_->setValue(steps_->value() + 1);
     });
     resize(900, 560);
+}
+
+void DiagramWindow::setZoom(double zoom) {
+    constexpr double kMaxZoom = 4;  // the drawing is rendered whole: 4 times a large window is about 30 MB
+    zoom_ = std::clamp(zoom, 1.0, kMaxZoom);
+    if (zoom_ == 1) {
+        scroll_->setWidgetResizable(true);
+        return;
+    }
+    // The point at the viewport's centre stays there.
+    const QSize viewport = scroll_->viewport()->size();
+    const double cx = (scroll_->horizontalScrollBar()->value() + viewport.width() / 2.0) / std::max(1, view_->width());
+    const double cy = (scroll_->verticalScrollBar()->value() + viewport.height() / 2.0) / std::max(1, view_->height());
+    scroll_->setWidgetResizable(false);
+    view_->resize(static_cast<int>(viewport.width() * zoom_), static_cast<int>(viewport.height() * zoom_));
+    scroll_->horizontalScrollBar()->setValue(static_cast<int>(cx * view_->width() - viewport.width() / 2.0));
+    scroll_->verticalScrollBar()->setValue(static_cast<int>(cy * view_->height() - viewport.height() / 2.0));
+}
+
+void DiagramWindow::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    if (zoom_ != 1) setZoom(zoom_);
 }
 
 int DiagramWindow::slot() const { return view_->slot; }

@@ -18,6 +18,7 @@
 #include <functional>
 
 class QComboBox;
+class QScrollArea;
 class QLabel;
 class QPushButton;
 class QSlider;
@@ -49,6 +50,10 @@ public:
     int animationSteps() const;
     void showStep(int step);
     void saveAnimation();
+    // The drawing's size as a multiple of the view's (1: it fits the window;
+    // larger scrolls), 1 to 4. Ctrl+= and Ctrl+- (or Ctrl and the wheel) step it, Ctrl+0 fits.
+    void setZoom(double zoom);
+    double zoom() const { return zoom_; }
 
     // A point was picked (player 0..10 and the point); a point was moved to
     // data (a, b) of its command. Set by the main window.
@@ -69,6 +74,11 @@ private:
     QSlider* steps_;
     QTimer* timer_;
     DiagramView* view_;
+    QScrollArea* scroll_;
+    double zoom_ = 1;
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
 };
 
 }  // namespace zpe

@@ -204,20 +204,40 @@ void frmMain::buildMenus() {
     mnuEditUndo = undoStack_->createUndoAction(this, "&Undo");
     mnuEditUndo->setShortcut(QKeySequence::Undo);
     mnuEditRedo = undoStack_->createRedoAction(this, "&Redo");
-    mnuEditRedo->setShortcut(QKeySequence::Redo);
+    // Ctrl+Shift+Z on every platform, beside the platform's own redo key (Ctrl+Y on some).
+    QList<QKeySequence> redoKeys = QKeySequence::keyBindings(QKeySequence::Redo);
+    if (!redoKeys.contains(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z))) redoKeys.prepend(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
+    mnuEditRedo->setShortcuts(redoKeys);
     edit->addAction(mnuEditUndo);
     edit->addAction(mnuEditRedo);
+    // The status bar says what was undone or redone (the stack has done it when these run).
+    connect(mnuEditUndo, &QAction::triggered, this, [this] { StatusBar1->setText("Undone: " + undoStack_->redoText() + "."); });
+    connect(mnuEditRedo, &QAction::triggered, this, [this] { StatusBar1->setText("Redone: " + undoStack_->undoText() + "."); });
+    // Ctrl+Tab and Ctrl+PgDn go to the next tab, Ctrl+Shift+Tab and Ctrl+PgUp to the one before.
+    for (const int step : {1, -1}) {
+        auto* go = new QAction(this);
+        go->setShortcuts(step > 0 ? QList<QKeySequence>{QKeySequence(Qt::CTRL | Qt::Key_Tab), QKeySequence(Qt::CTRL | Qt::Key_PageDown)}
+                                  : QList<QKeySequence>{QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Backtab),
+                                                        QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Tab), QKeySequence(Qt::CTRL | Qt::Key_PageUp)});
+        connect(go, &QAction::triggered, this, [this, step] {
+            const int n = tabs->count();
+            if (n > 0) selectTab((tabs->currentIndex() + step + n) % n + 1);
+        });
+        addAction(go);
+    }
     QMenu* help = menuBar()->addMenu("&Help");
     help->addAction("&Keyboard and Mouse", this, [this] {
         dialogs_.message({"Ctrl+O  open an image\nCtrl+S  save every edit\nCtrl+Shift+S  save as a new file\n"
-                          "Ctrl+Z / Ctrl+Shift+Z  undo / redo\nCtrl+Q  quit\n\n"
+                          "Ctrl+Z / Ctrl+Shift+Z  undo / redo (in the big diagram too)\nCtrl+Q  quit\n"
+                          "Ctrl+Tab / Ctrl+PgDn, Ctrl+Shift+Tab / Ctrl+PgUp  next / previous tab\n\n"
                           "Arrow keys in a list  select and draw, as a click does\n"
-                          "Enter on a play slot  complete a pending copy or swap\n"
+                          "Copy or Swap, then the arrow keys and Enter  pick the target slot\n"
                           "Enter in a data box  apply the edits\n"
                           "Double-click a picture  open the big diagram\n"
                           "Double-click a player in Plays or Formations  edit his sequence\n"
                           "Right-click a player there  point him at another sequence\n"
-                          "Click a point in the big diagram  pick it; drag it or use the arrow keys to move it",
+                          "Click a point in the big diagram  pick it; drag it or use the arrow keys to move it\n"
+                          "Ctrl+= / Ctrl+- (or Ctrl and the wheel), Ctrl+0  zoom the big diagram in / out, fit it",
                           "Keyboard and Mouse", MsgIcon::Information, MsgButtons::Ok, MsgAnswer::Ok});
     });
     mnuHelpAbout = help->addAction("&About", this, [this] { mnuHelpAbout_Click(); });
@@ -409,6 +429,9 @@ void frmMain::UpdateTabs() {
     cmbPlay->move(picPlay->x() + picPlay->width() + pixels(200), pixels(240));
     if (in.tab == static_cast<int>(TabIndex::Formations)) updateFormationButtons();
     if (in.tab == static_cast<int>(TabIndex::PlaySlots)) updatePlaySlotButtons();
+    // A list that changed size keeps its selected row in view.
+    for (QTreeWidget* lv : {lvFormations, lvPlaySlots, lvPlays, lvSequences})
+        if (lv->isVisible() && lv->currentItem()) lv->scrollToItem(lv->currentItem());
 }
 
 void frmMain::updateMenuBar() {
@@ -465,6 +488,8 @@ void frmMain::openDiagram(bool slot) {
         diagram_ = new DiagramWindow(pb, dialogs_, this);
         diagram_->onPick = [this](int player, const DiagramPoint& pt) { diagramPick(player, pt); };
         diagram_->onMove = [this](int player, const DiagramPoint& pt, int a, int b) { diagramMove(player, pt, a, b); };
+        // Undo, redo and Save work from the diagram too, with the same shortcuts.
+        diagram_->addActions({mnuEditUndo, mnuEditRedo, mnuFileSaveChanges});
     }
     diagramForSlot_ = slot;
     diagram_->show();
@@ -567,6 +592,7 @@ bool frmMain::openImage(const QString& path) {
 }
 
 void frmMain::showPlaybook() {
+    changeNoticed_ = false;  // what the file holds was just read or written
     clearLists();
     clearSeqPanel();
     sheets_.clear();
@@ -625,7 +651,32 @@ void frmMain::closeEvent(QCloseEvent* event) {
         return;
     }
     if (diagram_) diagram_->close();
+    settings()->setValue("geometry", saveGeometry());  // the next start opens the window where it was
     event->accept();
+}
+
+void frmMain::changeEvent(QEvent* event) {
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::ActivationChange && isActiveWindow()) noticeChangeOnDisk();
+}
+
+void frmMain::noticeChangeOnDisk() {
+    if (!pb.openComplete || changeNoticed_) return;
+    QString what;
+    try {
+        (void)readUnchangedImage(pb);
+        return;
+    } catch (const SaveError& e) {
+        if (e.kind() != Refusal::ChangedOnDisk) return;
+        what = QString::fromLocal8Bit(e.what());
+    } catch (const std::exception& e) {
+        what = QString::fromLocal8Bit(e.what());  // gone, moved or unreadable
+    }
+    changeNoticed_ = true;
+    StatusBar1->setText(what);
+    dialogs_.message({what + "\n\nYour edits here are kept. Save will not write over the file as it is now; File > Save As "
+                             "writes them to a new file, File > Open reads what the file holds now.",
+                      "Changed on Disk", MsgIcon::Exclamation, MsgButtons::Ok, MsgAnswer::Ok});
 }
 
 void frmMain::mnuFileOpen_Click() {
@@ -635,22 +686,32 @@ void frmMain::mnuFileOpen_Click() {
     openImage(*path);
 }
 
-QStringList frmMain::recentFiles() const {
-    QSettings settings = settingsPath_.isEmpty() ? QSettings("Zentrel", "Playbook Editor")
-                                                 : QSettings(settingsPath_, QSettings::IniFormat);
-    return settings.value("recentFiles").toStringList();
+QString frmMain::besideImage(const QString& ending) const {
+    const QFileInfo image(QString::fromStdString(pb.romPath));
+    return image.dir().filePath(image.completeBaseName() + ending);
 }
+
+std::unique_ptr<QSettings> frmMain::settings() const {
+    return settingsPath_.isEmpty() ? std::make_unique<QSettings>("Zentrel", "Playbook Editor")
+                                   : std::make_unique<QSettings>(settingsPath_, QSettings::IniFormat);
+}
+
+void frmMain::restoreWindowGeometry() {
+    const QByteArray geometry = settings()->value("geometry").toByteArray();
+    if (!geometry.isEmpty()) restoreGeometry(geometry);
+}
+
+QStringList frmMain::recentFiles() const { return settings()->value("recentFiles").toStringList(); }
 
 void frmMain::rememberRecent(const QString& path) {
     constexpr int kRecentFiles = 8;
-    QSettings settings = settingsPath_.isEmpty() ? QSettings("Zentrel", "Playbook Editor")
-                                                 : QSettings(settingsPath_, QSettings::IniFormat);
-    QStringList list = settings.value("recentFiles").toStringList();
+    const auto settings = this->settings();
+    QStringList list = settings->value("recentFiles").toStringList();
     const QString full = QFileInfo(path).absoluteFilePath();
     list.removeAll(full);
     list.prepend(full);
     while (list.size() > kRecentFiles) list.removeLast();
-    settings.setValue("recentFiles", list);
+    settings->setValue("recentFiles", list);
 }
 
 void frmMain::updateRecentMenu() {
@@ -678,11 +739,20 @@ void frmMain::afterSave(const SaveSummary& summary) {
     // sequence (followed to where it moved) and its command stay selected.
     const auto selected = selectedSequenceAddress();
     const int command = lstSeqCommands->currentRow();
+    // The rows selected in the other lists stay selected (and their pictures drawn).
+    const int formation = selectedRow(lvFormations), slot = selectedRow(lvPlaySlots), play = selectedRow(lvPlays),
+              chosenPlay = cmbPlay->currentIndex();
     // Steps that name a moved sequence's old address (or a new one's key) cannot be undone any more.
     if (summary.moved.empty() && summary.placed.empty()) undoStack_->setClean();
     else undoStack_->clear();
     inFile_ = pb;
     showPlaybook();
+    selectRow(lvFormations, formation);
+    selectRow(lvPlaySlots, slot);
+    selectRow(lvPlays, play);
+    updatePlayChoice();
+    if (chosenPlay >= 0 && chosenPlay < cmbPlay->count()) cmbPlay->setCurrentIndex(chosenPlay);
+    refreshPictures();
     if (!selected) return;
     int32_t address = *selected;
     for (const auto& moves : {summary.moved, summary.placed})
@@ -696,7 +766,7 @@ void frmMain::afterSave(const SaveSummary& summary) {
 }
 
 bool frmMain::runSaveAs() {
-    const auto chosen = dialogs_.saveFile(kRomFilter);
+    const auto chosen = dialogs_.saveFile(kRomFilter, besideImage(" (edited).nes"));
     if (!chosen) return false;
     QString path = *chosen;
     if (QFileInfo(path).suffix().isEmpty()) path += ".nes";
@@ -731,29 +801,31 @@ bool frmMain::runSave() {
         afterSave(summary);
         StatusBar1->setText(QString::fromStdString(summary.text()));
         return true;
-    } catch (const SaveError& e) {
-        // Another program changed the image: writing over it would lose that; a new file loses nothing.
-        if (e.kind() == Refusal::ChangedOnDisk) return offerSaveAs(e);
-        // No free run holds a grown sequence: compaction makes one.
-        if (e.kind() == Refusal::NoFreeRun) {
-            const QString question = QString::fromLocal8Bit(e.what()) +
-                                     "\n\nCompact the sequence area first (every command the game runs is kept, the free "
-                                     "space becomes one run) and then save? (Compact and Save)";
-            if (dialogs_.message({question, "Save", MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::No}) == MsgAnswer::Yes)
-                return runCompactAndSave();
-            return false;
-        }
-        reportFailure("Save", e);
-        return false;
     } catch (const std::exception& e) {
-        // The file could not be read, locked or replaced (deleted, moved, read-only): the work in memory can still go to a new file.
-        return offerSaveAs(e);
+        return saveRefused("Save", e);
     }
 }
 
-bool frmMain::offerSaveAs(const std::exception& e) {
-    const QString question = QString::fromLocal8Bit(e.what()) + "\n\nSave your edits as a new file instead? (Save As)";
-    if (dialogs_.message({question, "Save", MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::Yes}) == MsgAnswer::Yes) return runSaveAs();
+bool frmMain::saveRefused(const QString& title, const std::exception& e) {
+    const auto* refusal = dynamic_cast<const SaveError*>(&e);
+    // No free run holds a grown sequence: compaction makes one.
+    if (refusal && refusal->kind() == Refusal::NoFreeRun) {
+        const QString question = QString::fromLocal8Bit(e.what()) +
+                                 "\n\nCompact the sequence area first (every command the game runs is kept, the free "
+                                 "space becomes one run) and then save? (Compact and Save)";
+        if (dialogs_.message({question, title, MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::No}) == MsgAnswer::Yes)
+            return runCompactAndSave();
+        return false;
+    }
+    // Another program changed the image (writing over it would lose that), or
+    // the file could not be read, locked or replaced (deleted, moved,
+    // read-only): the work in memory can still go to a new file.
+    if (!refusal || refusal->kind() == Refusal::ChangedOnDisk) {
+        const QString question = QString::fromLocal8Bit(e.what()) + "\n\nSave your edits as a new file instead? (Save As)";
+        if (dialogs_.message({question, title, MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::Yes}) == MsgAnswer::Yes) return runSaveAs();
+        return false;
+    }
+    reportFailure(title, e);
     return false;
 }
 
@@ -770,8 +842,12 @@ bool frmMain::runCompactAndSave() {
         StatusBar1->setText(QString::fromStdString(summary.compacted.text() + (saved ? " " + summary.saved.text() : "")));
         return true;
     } catch (const std::exception& e) {
-        reportFailure("Compact and Save", e);
-        return false;
+        // Compacting again would not make more room: no second offer of it.
+        if (const auto* refusal = dynamic_cast<const SaveError*>(&e); refusal && refusal->kind() == Refusal::NoFreeRun) {
+            reportFailure("Compact and Save", e);
+            return false;
+        }
+        return saveRefused("Compact and Save", e);
     }
 }
 
@@ -805,7 +881,7 @@ void frmMain::mnuFileSafeSave_Click() {
         const QString said = written ? "Safe Save: the 64 slots written" : "Safe Save: the slots already stand as shown; the file was left alone";
         StatusBar1->setText(unsavedWork() ? said + "; sequence edits are not saved yet (File > Save writes them)." : said + ".");
     } catch (const std::exception& e) {
-        reportFailure("Safe Save", e);
+        (void)saveRefused("Safe Save", e);
     }
 }
 
@@ -822,7 +898,7 @@ void frmMain::mnuFileSave_Click() {
         inFile_ = pb;
         undoStack_->clear();
     } catch (const std::exception& e) {
-        reportFailure("Full Save", e);
+        (void)saveRefused("Full Save", e);
         return;
     }
     refreshAddressLists();
@@ -859,7 +935,7 @@ void frmMain::refreshEntryLists() {
 }
 
 void frmMain::mnuFileExportMaskROM_Click() {
-    const auto path = dialogs_.saveFile(kRomFilter);
+    const auto path = dialogs_.saveFile(kRomFilter, besideImage(" (mask).nes"));
     if (!path) return;
     try {
         exportMaskRom(pb, path->toStdString());
@@ -893,7 +969,7 @@ void frmMain::mnuFileExportPatch_Click() {
     }
     // The kind follows the name, or when it has no extension the filter chosen: BPS carries both images' CRC-32.
     int filter = 0;
-    const auto chosen = dialogs_.saveFile("IPS Patches (*.ips)|*.ips|BPS Patches (*.bps)|*.bps|All Files|*.*", QString(), &filter);
+    const auto chosen = dialogs_.saveFile("IPS Patches (*.ips)|*.ips|BPS Patches (*.bps)|*.bps|All Files|*.*", besideImage(".ips"), &filter);
     if (!chosen) return;
     QString path = *chosen;
     if (QFileInfo(path).suffix().isEmpty()) path += filter == 1 ? ".bps" : ".ips";
@@ -918,7 +994,12 @@ void frmMain::mnuFileExportPatch_Click() {
 void frmMain::mnuFileExit_Click() { close(); }
 
 void frmMain::mnuHelpAbout_Click() {
-    dialogs_.message({"Zentrel Playbook Editor, BETA 3", kProgramName, MsgIcon::None, MsgButtons::Ok, MsgAnswer::Ok});
+    dialogs_.message({"Zentrel Playbook Editor, BETA 3\n\n"
+                      "Version " ZPE_VERSION "\n\n"
+                      "Edits the playbook of an NES football cartridge image: the formations, the plays and the 64 "
+                      "play slots, and every player's command sequence, drawn as top-down diagrams. Saves write the "
+                      "changes back into the image in place; the command line tool zpe does the same from scripts.",
+                      kProgramName, MsgIcon::None, MsgButtons::Ok, MsgAnswer::Ok});
 }
 
 }  // namespace zpe

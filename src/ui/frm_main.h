@@ -34,6 +34,7 @@ class QPushButton;
 class QTabBar;
 class QTreeWidget;
 class QUndoStack;
+class QSettings;
 class QWidget;
 class FrmMainTest;
 class SeqPanelTest;
@@ -64,6 +65,8 @@ public:
     void selectTab(int index);
     // Sets the client size (twips) as the window's design size does.
     void setClientSize(int widthTwips, int heightTwips);
+    // The size and place the window had when it was last closed (none: the design size stays).
+    void restoreWindowGeometry();
 
     // The handlers, named after the control and event they answer.
     void Form_Resize();
@@ -105,6 +108,8 @@ public:
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    // Back in the window: a change of the file by another program is said at once, not at the next save.
+    void changeEvent(QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
 
@@ -123,8 +128,19 @@ private:
     bool runSave();
     // Save As: the edited image into a new file, which the window then works on.
     bool runSaveAs();
-    // A save that could not reach the file, or found it changed: says why and offers Save As.
-    bool offerSaveAs(const std::exception& e);
+    // What the window offers, by the refusal's kind, when a save (titled
+    // `title`) did not write: Compact and Save when no free run was large
+    // enough; Save As when the file changed on disk or could not be read,
+    // locked or replaced; else the reason alone. True when the offer wrote.
+    bool saveRefused(const QString& title, const std::exception& e);
+    // Says once (until the next open or save) that the file changed on disk or
+    // is gone; the edits stay in the window either way.
+    void noticeChangeOnDisk();
+    bool changeNoticed_ = false;
+    // The name a save dialog proposes: the image's own, in its folder, with `ending` ("image (edited).nes").
+    QString besideImage(const QString& ending) const;
+    // The program's settings: the recent files, the window's geometry.
+    std::unique_ptr<QSettings> settings() const;
     // The recent files (File > Open Recent), newest first, at most eight, kept in the settings.
     QStringList recentFiles() const;
     void rememberRecent(const QString& path);

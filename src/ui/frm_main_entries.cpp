@@ -223,10 +223,21 @@ bool frmMain::commitWorkingCopy(const QString& title) {
         switch (dialogs_.allOrCopy("Used by " + usersText(users) + ".", title, "Change all of them", "Only " + who + " (a copy)")) {
         case MsgAnswer::All: break;
         case MsgAnswer::Copy: {
-            // The copy takes the edits; the panel lets go of them, as the shared sequence keeps what it had.
+            // The copy takes the edits; the panel lets go of them, as the shared
+            // sequence keeps what it had. Both are one undo step: undone, the
+            // edits are pending on the shared sequence again; redone, they are in
+            // the copy and nowhere else.
             const clsSequence edited = curSeq;
-            curSeq.clone(pb.sequences.at(edited.address()));
-            if (giveOwnCopy(*reachedFrom_, &edited, " with the edits")) return true;
+            const clsSequence shared = pb.sequences.at(edited.address());
+            const bool copyable = !edited.readsDifferentlyByGame() && !shared.readsDifferentlyByGame();  // else giveOwnCopy refuses
+            if (copyable) {
+                undoStack_->beginMacro("Copy for " + who + " with the edits");
+                undoStack_->push(new SequenceStep("", edited, shared, [this](const clsSequence& seq) { restoreWorkingCopy(seq); }, true));
+            }
+            curSeq.clone(shared);
+            const bool copied = giveOwnCopy(*reachedFrom_, &edited, " with the edits");
+            if (copyable) undoStack_->endMacro();
+            if (copied) return true;
             curSeq = edited;  // not copied: the edits stay in the panel
             return false;
         }

@@ -47,6 +47,8 @@ void frmMain::startOrCancelSlotAction(SlotAction action) {
     if (slotAction == SlotAction::None) {
         slotActionSource = selectedRow(lvPlaySlots);
         slotAction = slotActionSource >= 0 ? action : SlotAction::None;
+        // The target is picked in the list: by a click, or the arrow keys and Enter.
+        if (slotAction != SlotAction::None) lvPlaySlots->setFocus();
     } else if (slotAction == action) {
         slotAction = SlotAction::None;
     }
@@ -100,8 +102,9 @@ void frmMain::lvPlaySlots_Click() {
             case SlotActionOutcome::Done: {
                 SlotStates after;
                 for (const auto& [s, fields] : before) after.emplace_back(s, pb.playSlots[static_cast<size_t>(s)]);
-                undoStack_->push(new SlotsStep(swap ? "Swap Slots" : "Copy Slot", before, after,
-                                               [this](const SlotStates& states) { restoreSlots(states); }));
+                undoStack_->push(new SlotsStep(swap ? QString("Swap slots %1 and %2").arg(slotActionSource).arg(t)
+                                                    : QString("Copy slot %1 over slot %2").arg(slotActionSource).arg(t),
+                                               before, after, [this](const SlotStates& states) { restoreSlots(states); }));
                 done = swap ? QString("Swapped slots %1 and %2 (not saved yet).").arg(slotActionSource).arg(t)
                             : QString("Copied slot %1 over slot %2 (not saved yet).").arg(slotActionSource).arg(t);
                 break;

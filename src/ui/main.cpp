@@ -35,6 +35,7 @@ int main(int argc, char** argv) {
     zpe::QtDialogs dialogs;
     zpe::frmMain window(dialogs, dataDir, QDir::currentPath());
     dialogs.setParent(&window);
+    window.restoreWindowGeometry();
     window.show();
     if (args.size() > 1) window.openImage(args.at(1));
     return QApplication::exec();

@@ -1,4 +1,5 @@
 #include "sequence/command_panel.h"
+#include "model/text_file.h"
 #include "sequence/command_sheet.h"
 #include "support/image_builder.h"
 #include "support/sequence_bytes.h"
@@ -26,6 +27,13 @@ TEST(CommandSheets, RecordsAndTheirFaults) {
     EXPECT_EQ(commandSheetPath("d", 0x3A), "d/cmdinfo/30.txt");
     EXPECT_EQ(commandSheetPath("d", 0xC7), "d/cmdinfo/C7.txt");
     EXPECT_FALSE(loadCommandSheet("/nonexistent", 0x30).has_value());
+
+    // Notes are shown whole however long; a label, shown in a row, is cut.
+    const std::string note(3000, 'n'), label(400, 'l');
+    const CommandSheet longOnes = parseCommandSheet("Field,1," + label + ",Text\r\nInfo,\"" + note + "\"\r\n");
+    ASSERT_EQ(longOnes.records.size(), 2u);
+    EXPECT_EQ(longOnes.records[0].label.size(), kMaxDataTextLength);
+    EXPECT_EQ(longOnes.records[1].label, note);
 }
 
 // What the editor panel shows for a command, with and without a sheet.

@@ -59,7 +59,9 @@ TEST(ShippedData, EverySheetParsesAndMatchesItsCommand) {
                 EXPECT_EQ(r.value, nextValue++) << "values run in order from 0";
             } else {
                 ++infos;
-                EXPECT_FALSE(r.label.empty());
+                ASSERT_FALSE(r.label.empty());
+                EXPECT_NE(std::string(".)!?\"").find(r.label.back()), std::string::npos)
+                    << "the notes end as written, not cut mid-word: ..." << r.label.substr(r.label.size() - std::min<size_t>(r.label.size(), 30));
             }
         }
         EXPECT_EQ(infos, 1) << "every sheet has notes";

@@ -8,6 +8,8 @@
 #include "ui/up_down.h"
 
 #include <QAction>
+#include <QApplication>
+#include <cstdio>
 #include <QComboBox>
 #include <QLabel>
 #include <QPushButton>
@@ -240,6 +242,39 @@ private slots:
         QCOMPARE(rowCells(w->lvPlaySlots, 41).at(1), QString("P2"));
     }
 
+    // The keyboard alone: Copy, then the arrow keys and Enter pick the target;
+    // Ctrl+Tab and Ctrl+PgUp switch tabs; Save keeps the slot and its picture.
+    void theKeyboardPicksTheTargetAndSwitchesTabs() {
+        openWindowImage();
+        w->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(w.get()));
+        w->selectTab(2);
+        clickRow(w->lvPlaySlots, 2);
+        QTest::mouseClick(w->cmdCopyPlaySlot, Qt::LeftButton);
+        QVERIFY(w->lvPlaySlots->hasFocus());
+        QTest::keyClick(w->lvPlaySlots, Qt::Key_Down);
+        QTest::keyClick(w->lvPlaySlots, Qt::Key_Down);
+        QCOMPARE(w->slotAction, SlotAction::Copy);  // moving waits for Enter
+        QTest::keyClick(w->lvPlaySlots, Qt::Key_Return);
+        QCOMPARE(w->slotAction, SlotAction::None);
+        QCOMPARE(w->StatusBar1->text(), QString("Copied slot 2 over slot 4 (not saved yet)."));
+        QVERIFY(w->pb.playSlots[4] == w->pb.playSlots[2]);
+
+        const QImage drawn = w->picPlay->image();
+        QVERIFY(w->runSave());
+        QCOMPARE(frmMain::selectedRow(w->lvPlaySlots), 4);
+        QVERIFY(w->picPlay->image() == drawn);
+
+        QTest::keyClick(w->lvPlaySlots, Qt::Key_Tab, Qt::ControlModifier);
+        QCOMPARE(w->selectedTab(), 3);
+        QTest::keyClick(w->lvPlays, Qt::Key_PageDown, Qt::ControlModifier);
+        QCOMPARE(w->selectedTab(), 4);
+        QTest::keyClick(w->lvSequences, Qt::Key_PageDown, Qt::ControlModifier);
+        QCOMPARE(w->selectedTab(), 1);
+        QTest::keyClick(w->lvFormations, Qt::Key_PageUp, Qt::ControlModifier);
+        QCOMPARE(w->selectedTab(), 4);
+    }
+
     void kindRefusalAndCancel() {
         openWindowImage();
         w->selectTab(2);
@@ -336,8 +371,39 @@ private slots:
         w->pb.playSlots[0].name("MINE");
         w->mnuFileSafeSave_Click();
         QCOMPARE(dialogs->boxes.size(), size_t(1));
-        QCOMPARE(dialogs->boxes[0].text, QString("image.nes changed on disk since it was opened; open it again"));
+        // The advice keeps the edits: Save As, not "open it again".
+        QCOMPARE(dialogs->boxes[0].text, QString("image.nes changed on disk since it was opened (another program wrote it); nothing "
+                                                 "was written\n\nSave your edits as a new file instead? (Save As)"));
         QCOMPARE(image->read(), changed);
+    }
+
+    // Back in the window after another program wrote the file, or deleted it:
+    // said at once, once, with the edits kept.
+    void aChangeOnDiskIsSaidWhenTheWindowIsActiveAgain() {
+        openWindowImage();
+        w->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(w.get()));
+        QEvent back(QEvent::ActivationChange);
+        QApplication::sendEvent(w.get(), &back);
+        QVERIFY(dialogs->boxes.empty());  // nothing changed: nothing said
+        w->pb.playSlots[0].name("MINE");
+        auto changed = image->read();
+        changed[0x10] ^= 0xFF;
+        image->write(changed);
+        QApplication::sendEvent(w.get(), &back);
+        QCOMPARE(dialogs->boxes.size(), size_t(1));
+        QVERIFY(dialogs->boxes[0].text.startsWith("image.nes changed on disk since it was opened"));
+        QVERIFY(dialogs->boxes[0].text.contains("Your edits here are kept."));
+        QApplication::sendEvent(w.get(), &back);
+        QCOMPARE(dialogs->boxes.size(), size_t(1));  // once
+        QCOMPARE(QString::fromStdString(w->pb.playSlots[0].name()), QString("MINE"));
+
+        QVERIFY(w->openImage(fx.imagePath()));  // read again: a deleted file is said too
+        QVERIFY(std::remove(image->path().c_str()) == 0);
+        QApplication::sendEvent(w.get(), &back);
+        QCOMPARE(dialogs->boxes.size(), size_t(2));
+        QVERIFY(dialogs->boxes[1].text.contains("image.nes"));
+        image->write(changed);
     }
 
     void failedOpenSaysWhyInTheStatusBar() {
@@ -358,7 +424,9 @@ private slots:
         w->mnuFileSafeSave_Click();
         QCOMPARE(dialogs->boxes.size(), size_t(1));
         QVERIFY(dialogs->boxes[0].text.contains("read-only"));
-        QVERIFY(dialogs->boxes[0].icon == MsgIcon::Exclamation);
+        // As every refusal to reach the file, it offers Save As: the work in memory can go to a new file.
+        QVERIFY(dialogs->boxes[0].text.endsWith("Save your edits as a new file instead? (Save As)"));
+        QVERIFY(dialogs->boxes[0].buttons == MsgButtons::YesNo);
         ::chmod(image->path().c_str(), 0644);
     }
 

@@ -165,6 +165,47 @@ private slots:
         QVERIFY(!w->isWindowModified());
     }
 
+    // "A copy" is one step with the edit that led to it: undone, the edit is
+    // back in the panel on the shared sequence; redone, it is in the copy and
+    // nowhere else, so Save writes the copy and leaves the shared one alone.
+    void undoAndRedoOfACopyLeaveTheSharedSequenceAlone() {
+        fx.stop();
+        fx.start(workImage().playPlayer(1, 0, 0xA010));
+        open();
+        const std::vector<uint8_t> shared = test::readFileBytes(fx.imagePath().toStdString());
+        w->showEntrySequence({AreaEntry::Table::Play, 1, 0, 0});
+        w->txtSeqData[1]->setText("7C");
+        fx.dialogs->answers = {MsgAnswer::Copy};
+        w->cmdSeqApply_Click();
+        QVERIFY(isNewSequence(w->pb.plays[1].seqAddress(0)));
+        w->mnuEditUndo->trigger();
+        QCOMPARE(w->pb.plays[1].seqAddress(0), 0xA010);
+        QCOMPARE(w->curSeq.address(), 0xA010);
+        QVERIFY(w->workingCopyEdited());  // the edit is pending on the shared sequence again
+        QCOMPARE(w->curSeq.data(0, 1), int16_t(0x7C));
+        w->mnuEditUndo->trigger();
+        QVERIFY(!w->workingCopyEdited());
+        w->mnuEditRedo->trigger();
+        QVERIFY(w->workingCopyEdited());
+        w->mnuEditRedo->trigger();
+        const int32_t copy = w->pb.plays[1].seqAddress(0);
+        QVERIFY(isNewSequence(copy));
+        QCOMPARE(w->curSeq.address(), copy);
+        QVERIFY(!w->workingCopyEdited());  // nothing pending on the shared sequence
+        QCOMPARE(w->pb.sequences.at(copy).data(0, 1), int16_t(0x7C));
+        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
+        const qsizetype asked = fx.dialogs->buttonTexts.size();
+        QVERIFY(w->runSave());
+        QCOMPARE(fx.dialogs->buttonTexts.size(), asked);  // nothing left to ask about
+        const std::vector<uint8_t> saved = test::readFileBytes(fx.imagePath().toStdString());
+        const int32_t placed = w->pb.plays[1].seqAddress(0);
+        QCOMPARE(w->pb.sequences.at(placed).data(0, 1), int16_t(0x7C));
+        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
+        for (int32_t a = 0xA010; a < 0xA010 + w->pb.sequences.at(0xA010).byteSize(); ++a)
+            QCOMPARE(saved[static_cast<size_t>(offsetOfAddress(a))], shared[static_cast<size_t>(offsetOfAddress(a))]);
+        QVERIFY(w->StatusBar1->text().startsWith("Saved"));
+    }
+
     // Every road from the panel to the file asks "Used by" for a shared
     // sequence reached from a play, the same way: Save, Save As, the prompt on
     // leaving the sequence, the prompt on quitting. Cancel goes no further;
@@ -238,7 +279,15 @@ private slots:
         w->cmdSeqAddCmd_Click();
         w->cmdSeqApply_Click();
         QCOMPARE(w->pb.sequences.at(made).commandCount(), 2);
+        // Check Image counts the new sequence as unsaved, not as an entry leading out of the area.
+        w->mnuFileCheckImage_Click();
+        const QString report = fx.dialogs->texts.back().second;
+        QVERIFY2(report.contains("Not saved yet\n  1 entries name sequences made in the editor, which the next save places: play 0 player 1 -> new"),
+                 qPrintable(report));
+        QVERIFY2(report.contains("0 entries point outside the area\n"), qPrintable(report));
         QVERIFY(w->runSave());
+        w->mnuFileCheckImage_Click();
+        QVERIFY(!fx.dialogs->texts.back().second.contains("Not saved yet"));
         const int32_t placed = w->pb.plays[0].seqAddress(1);
         QCOMPARE(w->pb.sequences.at(placed).command(0), int16_t(0xD7));
         QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA010);
@@ -347,16 +396,19 @@ private slots:
         frmMain::selectRow(w->lvPlaySlots, 2);
         w->cmdSwapPlaySlot_Click();
         test::WindowFixture::clickRow(w->lvPlaySlots, 5);
-        QCOMPARE(w->mnuEditUndo->text(), QString("&Undo Swap Slots"));
+        QCOMPARE(w->mnuEditUndo->text(), QString("&Undo Swap slots 2 and 5"));
         const auto slots2 = w->pb.playSlots;
         const QStringList rows2 = slotRows();
-        w->undoStack_->undo();
-        w->undoStack_->undo();
+        w->mnuEditUndo->trigger();
+        QCOMPARE(w->StatusBar1->text(), QString("Undone: Swap slots 2 and 5."));  // not "Swapped ..." any more
+        w->mnuEditUndo->trigger();
+        QCOMPARE(w->StatusBar1->text(), QString("Undone: Copy slot 1 over slot 3."));
         QCOMPARE(slotRows(), rows);
         QVERIFY(w->pb.playSlots == slots0);
         QVERIFY(!w->isWindowModified());
         w->undoStack_->redo();
-        w->undoStack_->redo();
+        w->mnuEditRedo->trigger();
+        QCOMPARE(w->StatusBar1->text(), QString("Redone: Swap slots 2 and 5."));
         QCOMPARE(slotRows(), rows2);
         QVERIFY(w->pb.playSlots == slots2);
 
@@ -521,6 +573,27 @@ private slots:
         QVERIFY(w->pb.openComplete);
     }
 
+    // The next start opens the window where it was closed, at its size; save
+    // dialogs propose a name beside the image.
+    void theWindowComesBackWhereItWasClosed() {
+        const QString ini = QString::fromStdString(fx.cwd.file("settings.ini"));
+        w->settingsPath_ = ini;
+        w->resize(1111, 777);
+        QVERIFY(w->close());
+        frmMain again(*fx.dialogs, QString::fromStdString(fx.data.path()), QString());
+        again.settingsPath_ = ini;
+        again.restoreWindowGeometry();
+        QCOMPARE(again.size(), QSize(1111, 777));
+
+        fx.stop();
+        fx.start(workImage());
+        open();
+        fx.dialogs->files.push_back(std::nullopt);
+        (void)w->runSaveAs();
+        const QFileInfo image(fx.imagePath());
+        QCOMPARE(fx.dialogs->suggestions.back(), image.dir().filePath(image.completeBaseName() + " (edited).nes"));
+    }
+
     void dataBoxesTakeOnlyHex() {
         open();
         w->selectTab(4);
@@ -571,6 +644,40 @@ private slots:
         test::WindowFixture::clickRow(w->lvFormations, 4);
         QVERIFY(w->diagram_->windowTitle().endsWith("FORM 4 \u2014 formation 4"));
         QVERIFY(!w->diagram_->findChild<QComboBox*>()->isVisible());
+    }
+
+    // The diagram zooms from 1 (fits the window) to 4 and back, and takes the
+    // main window's shortcuts: Ctrl+Z undoes there, Ctrl+S saves.
+    void theDiagramZoomsAndSharesUndoAndSave() {
+        open();
+        openBigDiagram(2);
+        QWidget* view = w->diagram_->findChild<QWidget*>("diagramView");
+        const QSize fit = view->size();
+        w->diagram_->setZoom(2);
+        QApplication::processEvents();
+        QVERIFY(view->height() >= 2 * fit.height() - 4 && view->width() >= 2 * fit.width() - 40);
+        QCOMPARE(w->diagram_->picture().size(), view->size());
+        w->diagram_->setZoom(100);
+        QCOMPARE(w->diagram_->zoom(), 4.0);
+        w->diagram_->setZoom(0.2);
+        QApplication::processEvents();
+        QCOMPARE(w->diagram_->zoom(), 1.0);
+        QCOMPARE(view->size(), fit);
+
+        w->selectTab(2);
+        frmMain::selectRow(w->lvPlaySlots, 2);
+        w->cmdSwapPlaySlot_Click();
+        test::WindowFixture::clickRow(w->lvPlaySlots, 5);
+        QVERIFY2(w->isWindowModified(), qPrintable(w->StatusBar1->text()));
+        w->diagram_->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(w->diagram_));
+        QTest::keyClick(view, Qt::Key_Z, Qt::ControlModifier);
+        QVERIFY(!w->isWindowModified());
+        QCOMPARE(w->StatusBar1->text(), QString("Undone: Swap slots 2 and 5."));
+        QTest::keyClick(view, Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
+        QVERIFY(w->isWindowModified());
+        QTest::keyClick(view, Qt::Key_S, Qt::ControlModifier);
+        QVERIFY(!w->isWindowModified());
     }
 
     // Shaping a play on the big diagram: a handle dragged with the mouse moves

@@ -136,6 +136,11 @@ private slots:
         QCOMPARE(w->lblCmdMeaning[1]->text(), QString("= -8"));
         QTest::keyClick(w->txtSeqData[1], Qt::Key_Return);
         QCOMPARE(w->pb.sequences.at(0xA000).data(1, 1), int16_t(0xF8));
+        QCOMPARE(w->lstSeqCommands->currentRow(), 1);  // the edited command stays selected
+        w->txtSeqData[0]->setText("06");
+        w->cmdSeqApply_Click();
+        QCOMPARE(w->lstSeqCommands->currentRow(), 1);
+        QCOMPARE(w->lblCmdMeaning[0]->text(), QString("= 6"));
     }
 
     // Remove and the arrows never leave a sequence without its end command last.
