@@ -9,6 +9,7 @@
 #include "save/ips.h"
 #include "save/save_changes.h"
 #include "ui/diagram_window.h"
+#include "ui/list_filter.h"
 #include "save/compact.h"
 #include "save/saves.h"
 #include "ui/picture_box.h"
@@ -126,6 +127,13 @@ frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* par
     tabs = new QTabBar(tabsFrame);
     for (const char* caption : {"Formations", "Play Slots", "Plays", "Sequences"}) tabs->addTab(caption);
     tabs->setExpanding(false);
+    // The filter box at the right of the tab strip filters the shown tab's list.
+    filterBox_ = new QLineEdit(tabsFrame);
+    listFilter_ = new ListFilter(filterBox_);
+    auto* find = new QAction(this);
+    find->setShortcut(QKeySequence::Find);
+    connect(find, &QAction::triggered, this, [this] { filterBox_->setFocus(); filterBox_->selectAll(); });
+    addAction(find);
     tabsPanel = new QFrame(tabsFrame);
     tabsPanel->setFrameShape(QFrame::StyledPanel);
     tabsPanel->setFrameShadow(QFrame::Raised);
@@ -259,7 +267,7 @@ void frmMain::buildPlaySlotsTab() {
     lvPlaySlots = listView(client, {{"Name", 1440, false}, {"Slot", 800, true}, {"Formation", 2000, false},
                                     {"Play 1", 700, true}, {"Play 2", 700, true}, {"Play 3", 700, true},
                                     {"Play 4", 700, true}, {"Play 5", 700, true}, {"Play 6", 700, true},
-                                    {"Play 7", 700, true}, {"Play 8", 700, true}});
+                                    {"Play 7", 700, true}, {"Play 8", 700, true}, {"Slot #", 700, true}});
     fraPlaySlots = buttonBar(client);
     cmdCopyPlaySlot = button("Copy", fraPlaySlots, 240, 60);
     cmdSwapPlaySlot = button("Swap", fraPlaySlots, 1560, 60);
@@ -342,6 +350,9 @@ void frmMain::Form_Resize() {
         const int barHeight = tabs->sizeHint().height();
         tabs->setGeometry(0, 0, tabsFrame->width(), barHeight);
         tabsPanel->setGeometry(0, barHeight - 1, tabsFrame->width(), std::max(0, tabsFrame->height() - barHeight + 1));
+        const int filterWidth = std::min(pixels(2600), tabsFrame->width() / 3);
+        filterBox_->setGeometry(tabsFrame->width() - filterWidth - 2, 1, filterWidth, std::max(0, barHeight - 4));
+        filterBox_->raise();
     }
     tabs_Click();
 }
@@ -429,6 +440,10 @@ void frmMain::UpdateTabs() {
     cmbPlay->move(picPlay->x() + picPlay->width() + pixels(200), pixels(240));
     if (in.tab == static_cast<int>(TabIndex::Formations)) updateFormationButtons();
     if (in.tab == static_cast<int>(TabIndex::PlaySlots)) updatePlaySlotButtons();
+    listFilter_->show(in.tab == static_cast<int>(TabIndex::Formations) ? lvFormations
+                      : in.tab == static_cast<int>(TabIndex::PlaySlots)  ? lvPlaySlots
+                      : in.tab == static_cast<int>(TabIndex::Plays)      ? lvPlays
+                                                                         : lvSequences);
     // A list that changed size keeps its selected row in view.
     for (QTreeWidget* lv : {lvFormations, lvPlaySlots, lvPlays, lvSequences})
         if (lv->isVisible() && lv->currentItem()) lv->scrollToItem(lv->currentItem());
@@ -557,6 +572,10 @@ void frmMain::fillLists(const ListRows& rows) {
     lvFormations->setProperty("designWidths", design);
     lvFormations->addTopLevelItems(makeItems(lvFormations, rows.formations));
     lvPlaySlots->addTopLevelItems(makeItems(lvPlaySlots, rows.playSlots));
+    for (int r = 0; r < lvPlaySlots->topLevelItemCount(); ++r) {  // the slot's number, as the status bar and zpe name it
+        lvPlaySlots->topLevelItem(r)->setText(kSlotNumberColumn, QString::number(r));
+        lvPlaySlots->topLevelItem(r)->setTextAlignment(kSlotNumberColumn, Qt::AlignRight | Qt::AlignVCenter);
+    }
     lvPlays->addTopLevelItems(makeItems(lvPlays, rows.plays));
     // The core gives the Sequences rows in the list's order: ascending on the Address text.
     lvSequences->addTopLevelItems(makeItems(lvSequences, rows.sequences));

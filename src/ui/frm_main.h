@@ -35,6 +35,7 @@ class QTabBar;
 class QTreeWidget;
 class QUndoStack;
 class QSettings;
+class QLineEdit;
 class QWidget;
 class FrmMainTest;
 class SeqPanelTest;
@@ -43,6 +44,7 @@ class KeepsWorkTest;
 namespace zpe {
 
 class DiagramWindow;
+class ListFilter;
 class PictureBox;
 class UpDown;
 
@@ -289,6 +291,9 @@ private:
     QWidget* client;  // the form's client area below the menu bar
     QFrame* tabsFrame;
     QTabBar* tabs;
+    QLineEdit* filterBox_;     // filters the shown tab's list
+    ListFilter* listFilter_;
+    static constexpr int kSlotNumberColumn = 11;  // Play Slots: the slot's number, after the eight plays
     QFrame* tabsPanel;  // the frame drawn under the tab headers
     QTreeWidget *lvFormations, *lvPlaySlots, *lvPlays, *lvSequences;
     QFrame *fraFormationButtons, *fraPlaySlots, *fraPlayDetails, *fraSeq, *fraSeqDetails;

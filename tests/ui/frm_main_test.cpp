@@ -69,7 +69,8 @@ class FrmMainTest : public QObject {
     }
     QStringList rowCells(QTreeWidget* lv, int row) {
         QStringList cells;
-        for (int c = 0; c < lv->columnCount(); ++c) cells << lv->topLevelItem(row - 1)->text(c);
+        for (int c = 0; c < lv->columnCount(); ++c)
+            if (lv != w->lvPlaySlots || c != frmMain::kSlotNumberColumn) cells << lv->topLevelItem(row - 1)->text(c);
         return cells;
     }
     static void clickRow(QTreeWidget* lv, int row) { test::WindowFixture::clickRow(lv, row); }
@@ -273,6 +274,35 @@ private slots:
         QCOMPARE(w->selectedTab(), 1);
         QTest::keyClick(w->lvFormations, Qt::Key_PageUp, Qt::ControlModifier);
         QCOMPARE(w->selectedTab(), 4);
+    }
+
+    // The filter box at the tab strip's right: each list keeps its own text,
+    // rows hide and come back, Ctrl+F reaches it; Play Slots show the slot's number.
+    void theFilterBoxHidesRowsPerList() {
+        openWindowImage();
+        w->selectTab(2);
+        QCOMPARE(w->lvPlaySlots->topLevelItem(38)->text(frmMain::kSlotNumberColumn), QString("38"));
+        QVERIFY(w->filterBox_->isEnabled());
+        w->filterBox_->setText("slot 3");  // letter case ignored
+        int shown = 0;
+        for (int r = 0; r < w->lvPlaySlots->topLevelItemCount(); ++r) shown += !w->lvPlaySlots->topLevelItem(r)->isHidden();
+        QCOMPARE(shown, 11);  // SLOT 3 and SLOT 30-39
+        QVERIFY(w->lvPlaySlots->topLevelItem(4)->isHidden());
+        w->selectTab(4);
+        QCOMPARE(w->filterBox_->text(), QString());  // the Sequences list has its own
+        w->filterBox_->setText("C7");
+        for (int r = 0; r < w->lvSequences->topLevelItemCount(); ++r)
+            QCOMPARE(w->lvSequences->topLevelItem(r)->isHidden(), !w->lvSequences->topLevelItem(r)->text(1).contains("C7"));
+        w->selectTab(2);
+        QCOMPARE(w->filterBox_->text(), QString("slot 3"));
+        QVERIFY(w->runSave());  // the lists are filled again: the filters hold
+        QVERIFY(w->lvPlaySlots->topLevelItem(4)->isHidden());
+        w->filterBox_->clear();
+        QVERIFY(!w->lvPlaySlots->topLevelItem(4)->isHidden());
+        w->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(w.get()));
+        QTest::keyClick(w->lvPlaySlots, Qt::Key_F, Qt::ControlModifier);
+        QVERIFY(w->filterBox_->hasFocus());
     }
 
     void kindRefusalAndCancel() {
