@@ -1,5 +1,7 @@
 #include "analysis/area_map.h"
 
+#include "playbook/list_rows.h"
+
 #include "sequence/command_codes.h"
 #include "sequence/command_format.h"
 
@@ -123,8 +125,8 @@ bool readGameCommand(std::span<const uint8_t> area, int32_t address, GameCommand
 std::string AreaEntry::name() const {
     switch (table) {
     case Table::Pointer: return "pointer " + std::to_string(index);
-    case Table::Play: return "play " + std::to_string(index) + " player " + std::to_string(player);
-    case Table::Formation: return "formation " + std::to_string(index) + " position " + std::to_string(player);
+    case Table::Play: return playName(index) + " " + positionName(player);
+    case Table::Formation: return "formation " + std::to_string(index) + " " + positionName(player);
     }
     return {};
 }

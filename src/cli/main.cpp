@@ -353,11 +353,15 @@ int runRefs(const Context& ctx, const std::string& imagePath, const std::string&
     return 0;
 }
 
-// A player of a record: 0 to 10, or his position's name (QB, RB1, ... T2).
+// A player of a record: 0 to 10, or his position's name (QB, RB, FB, ... RT;
+// the older list names RB1, RB2, G1, G2, T1, T2 are taken too).
 int parsePlayer(const std::string& text, const std::string& what = "--player") {
     for (int j = 0; j < zpe::kPlayersPerRecord; ++j)
         if (text == zpe::positionName(j)) return j;
-    return parseNumber(text, 0, zpe::kPlayersPerRecord - 1, what + " (or a position name, QB to T2)");
+    static const std::pair<const char*, int> kOlderNames[] = {{"RB1", 1}, {"RB2", 2}, {"G1", 7}, {"G2", 8}, {"T1", 9}, {"T2", 10}};
+    for (const auto& [name, j] : kOlderNames)
+        if (text == name) return j;
+    return parseNumber(text, 0, zpe::kPlayersPerRecord - 1, what + " (or a position name, QB to RT)");
 }
 
 struct ForkRequest {
@@ -367,8 +371,8 @@ struct ForkRequest {
 int runFork(const Context& ctx, const std::string& imagePath, const ForkRequest& r, bool dryRun) {
     const int given = !r.play.empty() + !r.formation.empty() + !r.pointer.empty();
     if (given != 1) throw UsageError{"fork needs exactly one of --play P --player J, --formation F --position J, --pointer K"};
-    if (!r.play.empty() && r.player.empty()) throw UsageError{"--play needs --player (0 to 10, or a position name, QB to T2)"};
-    if (!r.formation.empty() && r.position.empty()) throw UsageError{"--formation needs --position (0 to 10, or a position name, QB to T2)"};
+    if (!r.play.empty() && r.player.empty()) throw UsageError{"--play needs --player (0 to 10, or a position name, QB to RT)"};
+    if (!r.formation.empty() && r.position.empty()) throw UsageError{"--formation needs --position (0 to 10, or a position name, QB to RT)"};
     const zpe::FileLock lock(imagePath);
     zpe::Playbook pb = openOrFail(imagePath, ctx);
     zpe::AreaEntry entry{zpe::AreaEntry::Table::Pointer, 0, 0, 0};
@@ -392,7 +396,7 @@ int runFork(const Context& ctx, const std::string& imagePath, const ForkRequest&
     return 0;
 }
 
-// A player by number (0-10) or position name (QB, RB1, ... T2).
+// A player by number (0-10) or position name (QB, RB, FB, ... RT).
 std::string pointSource(const zpe::Playbook& pb, const zpe::DiagramPoint& pt, const Context& ctx) {
     const int code = pb.sequences.at(pt.sequence).command(pt.command);
     std::string name = ctx.names[static_cast<size_t>(code & 0xFF)];
@@ -643,7 +647,7 @@ int runRender(const Context& ctx, const std::string& imagePath, const RenderRequ
     }
     writeOutput(r.out, zpe::encodePng(canvas), imagePath);
     if (r.out != kStdout)
-        ctx.said("drew " + (drawSlot ? "slot " + std::to_string(r.slot) + " play " + std::to_string(r.play)
+        ctx.said("drew " + (drawSlot ? zpe::slotName(r.slot) + " play " + std::to_string(r.play)
                                      : "formation " + std::to_string(r.formation)) +
                  " into " + r.out + " (" + std::to_string(canvas.width()) + "x" + std::to_string(canvas.height()) + ")");
     return 0;
@@ -746,9 +750,9 @@ int main(int argc, char** argv) {
     auto* fork = verb("fork", "Give one table entry its own copy of what the game runs from it");
     imageOption(fork);
     fork->add_option("--play", forkRequest.play, "Play 0-115 (with --player)");
-    fork->add_option("--player", forkRequest.player, "Player 0-10 of the play, or his position (QB, RB1, ... T2)");
+    fork->add_option("--player", forkRequest.player, "Player 0-10 of the play, or his position (QB, RB, FB, ... RT)");
     fork->add_option("--formation", forkRequest.formation, "Formation (with --position)");
-    fork->add_option("--position", forkRequest.position, "Position 0-10 of the formation, or its name (QB, RB1, ... T2)");
+    fork->add_option("--position", forkRequest.position, "Position 0-10 of the formation, or its name (QB, RB, FB, ... RT)");
     fork->add_option("--pointer", forkRequest.pointer, "Pointer 0-191");
     fork->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
     then(fork, [&](const Context& c) { return runFork(c, image, forkRequest, dryRun); });
@@ -764,7 +768,7 @@ int main(int argc, char** argv) {
     imageOption(movePoint);
     movePoint->add_option("--slot", moveRequest.slot, "Play slot 0-63")->required();
     movePoint->add_option("--play", moveRequest.play, "Which of the slot's eight plays, 1-8 (default 1)");
-    movePoint->add_option("--player", moveRequest.player, "Player 0-10 or his position (QB, RB1, ... T2)")->required();
+    movePoint->add_option("--player", moveRequest.player, "Player 0-10 or his position (QB, RB, FB, ... RT)")->required();
     movePoint->add_option("--point", moveRequest.point, "His point, from 1, in drawing order (as zpe points lists them)")->required();
     movePoint->add_option("--to", moveRequest.to, "X,Y in pixels of the picture's default size (329 x 217)")->required();
     movePoint->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");

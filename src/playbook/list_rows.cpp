@@ -1,5 +1,8 @@
 #include "playbook/list_rows.h"
 
+#include "model/hex.h"
+#include "model/tables.h"
+
 #include <algorithm>
 
 namespace zpe {
@@ -10,9 +13,13 @@ std::string slotGroupLabel(int slot) {
 }
 
 std::string positionName(int player) {
-    static const char* const kNames[kPlayersPerRecord] = {"QB", "RB1", "RB2", "WR1", "WR2", "TE", "C", "G1", "G2", "T1", "T2"};
-    return player >= 0 && player < kPlayersPerRecord ? kNames[player] : "player " + std::to_string(player);
+    return player >= 0 && player < kPlayersPerRecord ? std::string(offPosNames[static_cast<size_t>(player)])
+                                                     : "player " + std::to_string(player);
 }
+
+std::string playName(int play) { return "play " + std::to_string(play) + " (" + hexPlain(play) + ")"; }
+
+std::string slotName(int slot) { return "slot " + std::to_string(slot) + " (" + slotGroupLabel(slot) + ")"; }
 
 namespace {
 // An entry's cell: the address, or "new N" for a sequence made in the editor.

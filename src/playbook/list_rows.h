@@ -25,8 +25,13 @@ struct ListRows {
 // "R1".."R4" for slots 0..31, "P1".."P4" for 32..63.
 std::string slotGroupLabel(int slot);
 
-// The position names of a play's or formation's eleven players: "QB", "RB1", ... "T2".
+// The names the window and the command line both give: a play's or
+// formation's player ("QB", "RB", "FB", ... "RT", as the diagram's legend and
+// the command texts name them), a play ("play 58 (3A)": decimal, then the
+// hexadecimal the lists show) and a slot ("slot 38 (P1)").
 std::string positionName(int player);
+std::string playName(int play);
+std::string slotName(int slot);
 
 // One row per list entry. A slot whose formation number has no formation shows
 // "#" and the number in its Formation cell.

@@ -252,10 +252,11 @@ void frmMain::buildMenus() {
 }
 
 void frmMain::buildFormationsTab() {
-    lvFormations = listView(client, {{"Formation", 1440, false}, {"QB", 1440, true}, {"RB1", 1440, true},
-                                     {"RB2", 1440, true}, {"WR1", 1440, true}, {"WR2", 1440, true}, {"TE", 1440, true},
-                                     {"C", 1440, true}, {"G1", 1440, true}, {"G2", 1440, true}, {"T1", 1440, true},
-                                     {"T2", 1440, true}});
+    // The players' columns carry the names the diagram's legend, Used by and zpe give them (positionName).
+    lvFormations = listView(client, {{"Formation", 1440, false}, {"QB", 1440, true}, {"RB", 1440, true},
+                                     {"FB", 1440, true}, {"WR1", 1440, true}, {"WR2", 1440, true}, {"TE", 1440, true},
+                                     {"C", 1440, true}, {"LG", 1440, true}, {"RG", 1440, true}, {"LT", 1440, true},
+                                     {"RT", 1440, true}});
     fraFormationButtons = buttonBar(client);
     cmdFormationViewGFX = button("View GFX", fraFormationButtons, 2880, 60);
     connect(cmdFormationViewGFX, &QPushButton::clicked, this, [this] { cmdFormationViewGFX_Click(); });
@@ -292,9 +293,9 @@ void frmMain::buildPlaySlotsTab() {
 }
 
 void frmMain::buildPlaysTab() {
-    lvPlays = listView(client, {{"Number", 800, false}, {"QB", 800, true}, {"RB1", 800, true}, {"RB2", 800, true},
+    lvPlays = listView(client, {{"Number", 800, false}, {"QB", 800, true}, {"RB", 800, true}, {"FB", 800, true},
                                 {"WR1", 800, true}, {"WR2", 800, true}, {"TE", 800, true}, {"C", 800, true},
-                                {"G1", 800, true}, {"G2", 800, true}, {"T1", 800, true}, {"T2", 800, true}});
+                                {"LG", 800, true}, {"RG", 800, true}, {"LT", 800, true}, {"RT", 800, true}});
     // A player's cell: double-click edits his sequence; the menu also points him at another one.
     for (QTreeWidget* lv : {lvPlays, lvFormations}) {
         lv->setContextMenuPolicy(Qt::CustomContextMenu);

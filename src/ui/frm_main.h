@@ -212,7 +212,7 @@ private:
     void setRowCells(QTreeWidget* list, int index, const ListRow& row);
     void reportFailure(const QString& title, const std::exception& error);
     // --- Entries: who uses a sequence, which sequence a player runs ---
-    // "play 23 QB", "formation 2 SHOTGUN QB", "pointer 17".
+    // "play 35 (23) QB", "formation 2 QB", "pointer 17": AreaEntry::name, as zpe says it.
     QString entryText(const AreaEntry& e) const;
     // The Used by list of the editor panel: every entry naming the panel's sequence, and the game's jumps into it.
     void updateUsedBy();

@@ -40,20 +40,7 @@ QString usersText(const std::vector<AreaEntry>& users) {
 
 }  // namespace
 
-QString frmMain::entryText(const AreaEntry& e) const {
-    const QString who = QString::fromStdString(positionName(e.player));
-    switch (e.table) {
-    // Play numbers as the Plays list shows them (hexadecimal).
-    case AreaEntry::Table::Play: return QString("play %1 %2").arg(QString::fromStdString(hexPlain(e.index)), who);
-    case AreaEntry::Table::Formation: {
-        const auto f = static_cast<size_t>(e.index);
-        const QString name = f < pb.formations.size() ? QString::fromLatin1(pb.formations[f].name()) : QString();
-        return QString("formation %1 %2 %3").arg(e.index).arg(name, who);
-    }
-    case AreaEntry::Table::Pointer: return QString("pointer %1").arg(e.index);
-    }
-    return {};
-}
+QString frmMain::entryText(const AreaEntry& e) const { return QString::fromStdString(e.name()); }
 
 void frmMain::updateUsedBy() {
     lstSeqUsedBy->clear();

@@ -102,11 +102,10 @@ void frmMain::lvPlaySlots_Click() {
             case SlotActionOutcome::Done: {
                 SlotStates after;
                 for (const auto& [s, fields] : before) after.emplace_back(s, pb.playSlots[static_cast<size_t>(s)]);
-                undoStack_->push(new SlotsStep(swap ? QString("Swap slots %1 and %2").arg(slotActionSource).arg(t)
-                                                    : QString("Copy slot %1 over slot %2").arg(slotActionSource).arg(t),
-                                               before, after, [this](const SlotStates& states) { restoreSlots(states); }));
-                done = swap ? QString("Swapped slots %1 and %2 (not saved yet).").arg(slotActionSource).arg(t)
-                            : QString("Copied slot %1 over slot %2 (not saved yet).").arg(slotActionSource).arg(t);
+                const QString from = QString::fromStdString(slotName(slotActionSource)), to = QString::fromStdString(slotName(t));
+                undoStack_->push(new SlotsStep(swap ? "Swap " + from + " and " + to : "Copy " + from + " over " + to, before, after,
+                                               [this](const SlotStates& states) { restoreSlots(states); }));
+                done = (swap ? "Swapped " + from + " and " + to : "Copied " + from + " over " + to) + ", not saved yet.";
                 break;
             }
             }

@@ -154,7 +154,7 @@ TEST(CliOptions, QuietOutputsAndPlayersMeanTheSameForEveryVerb) {
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_NE(r.err.find("--play is a number from 0 to 115"), std::string::npos) << r.err;
     r = f.zpe({"fork", image, "--formation", "4", "--position", "XX", "--dry-run"});
-    EXPECT_NE(r.err.find("--position (or a position name, QB to T2) is a number from 0 to 10"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("--position (or a position name, QB to RT) is a number from 0 to 10"), std::string::npos) << r.err;
     EXPECT_EQ(f.zpe({"fork", image, "--formation", "4", "--position", "RB1", "--dry-run"}).exitCode, 0);
     // --out "" names no file (it would have meant the image itself); --out - is standard output.
     for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{

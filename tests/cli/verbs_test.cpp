@@ -278,10 +278,10 @@ TEST(CliRefsAndFork, JsonOfWhoUsesASequenceAndACopyForOnePlayer) {
     const auto r = f.zpe({"refs", f.image.path(), "A007", "--json"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(nlohmann::json::parse(r.out),
-              nlohmann::json::parse(R"({"entries": ["pointer 0", "play 0 player 0"], "fields": []})"));
+              nlohmann::json::parse(R"({"entries": ["pointer 0", "play 0 (0) QB"], "fields": []})"));
     const auto fork = f.zpe({"fork", f.image.path(), "--play", "0", "--player", "0"});
     ASSERT_EQ(fork.exitCode, 0) << fork.err;
-    EXPECT_EQ(fork.out.find("play 0 player 0 now runs its own copy of A007 at "), 0u) << fork.out;
+    EXPECT_EQ(fork.out.find("play 0 (0) QB now runs its own copy of A007 at "), 0u) << fork.out;
     EXPECT_EQ(nlohmann::json::parse(f.zpe({"refs", f.image.path(), "A007", "--json"}).out)["entries"],
               nlohmann::json::parse(R"(["pointer 0"])"));
     EXPECT_EQ(f.zpe({"fork", f.image.path(), "--play", "0"}).exitCode, 2) << "a play needs its player";

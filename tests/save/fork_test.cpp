@@ -39,7 +39,7 @@ TEST(References, EntriesInTableOrderAndEveryFieldThatLeadsThere) {
     const References a = referencesTo(o.pb, 0xA000);
     std::vector<std::string> names;
     for (const AreaEntry& e : a.entries) names.push_back(e.name());
-    EXPECT_EQ(names, (std::vector<std::string>{"pointer 0", "play 0 player 0", "play 1 player 1", "formation 4 position 0"}));
+    EXPECT_EQ(names, (std::vector<std::string>{"pointer 0", "play 0 (0) QB", "play 1 (1) RB", "formation 4 QB"}));
     ASSERT_EQ(a.fields.size(), 1u);
     EXPECT_EQ(a.fields[0].at, 0xA010);
     EXPECT_EQ(a.fields[0].code, 0xC7);

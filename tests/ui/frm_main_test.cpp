@@ -215,7 +215,7 @@ private slots:
         const QStringList row3 = rowCells(w->lvPlaySlots, 3);
         clickRow(w->lvPlaySlots, 5);
         QCOMPARE(w->slotAction, SlotAction::None);
-        QCOMPARE(w->StatusBar1->text(), QString("Copied slot 2 over slot 5 (not saved yet)."));
+        QCOMPARE(w->StatusBar1->text(), QString("Copied slot 2 (R1) over slot 5 (R1), not saved yet."));
         QCOMPARE(w->cmdCopyPlaySlot->text(), QString("Copy"));
         QCOMPARE(rowCells(w->lvPlaySlots, 6), row3);
         QCOMPARE(rowCells(w->lvPlaySlots, 3), row3);
@@ -258,7 +258,7 @@ private slots:
         QCOMPARE(w->slotAction, SlotAction::Copy);  // moving waits for Enter
         QTest::keyClick(w->lvPlaySlots, Qt::Key_Return);
         QCOMPARE(w->slotAction, SlotAction::None);
-        QCOMPARE(w->StatusBar1->text(), QString("Copied slot 2 over slot 4 (not saved yet)."));
+        QCOMPARE(w->StatusBar1->text(), QString("Copied slot 2 (R1) over slot 4 (R1), not saved yet."));
         QVERIFY(w->pb.playSlots[4] == w->pb.playSlots[2]);
 
         const QImage drawn = w->picPlay->image();

@@ -133,12 +133,12 @@ private slots:
         QCOMPARE(w->selectedTab(), 4);
         QStringList used;
         for (int i = 0; i < w->lstSeqUsedBy->count(); ++i) used << w->lstSeqUsedBy->item(i)->text();
-        QCOMPARE(used, QStringList({"pointer 0", "play 0 QB", "play 1 QB"}));
+        QCOMPARE(used, QStringList({"pointer 0", "play 0 (0) QB", "play 1 (1) QB"}));
         w->txtSeqData[1]->setText("7C");
         fx.dialogs->answers = {MsgAnswer::Cancel};
         w->cmdSeqApply_Click();
         QCOMPARE(fx.dialogs->boxes.back().text, QString("Used by 2 plays and 1 pointer."));
-        QCOMPARE(fx.dialogs->buttonTexts, QStringList({"Change all of them", "Only play 1 QB (a copy)"}));
+        QCOMPARE(fx.dialogs->buttonTexts, QStringList({"Change all of them", "Only play 1 (1) QB (a copy)"}));
         QVERIFY(w->workingCopyEdited());  // Cancel keeps the edits in the panel
         fx.dialogs->answers = {MsgAnswer::Copy};
         w->cmdSeqApply_Click();
@@ -238,7 +238,7 @@ private slots:
                 const size_t asked = fx.dialogs->buttonTexts.size();
                 const bool went = road.take(*w);
                 QVERIFY2(fx.dialogs->buttonTexts.size() == static_cast<qsizetype>(asked) + 2, road.what);  // "Used by" was asked, once
-                QCOMPARE(fx.dialogs->buttonTexts.back(), QString("Only play 1 QB (a copy)"));
+                QCOMPARE(fx.dialogs->buttonTexts.back(), QString("Only play 1 (1) QB (a copy)"));
                 if (used == MsgAnswer::Cancel) {
                     QVERIFY2(!went, road.what);
                     QVERIFY2(w->workingCopyEdited(), road.what);  // the edits stay in the panel
@@ -282,7 +282,7 @@ private slots:
         // Check Image counts the new sequence as unsaved, not as an entry leading out of the area.
         w->mnuFileCheckImage_Click();
         const QString report = fx.dialogs->texts.back().second;
-        QVERIFY2(report.contains("Not saved yet\n  1 entries name sequences made in the editor, which the next save places: play 0 player 1 -> new"),
+        QVERIFY2(report.contains("Not saved yet\n  1 entries name sequences made in the editor, which the next save places: play 0 (0) RB -> new"),
                  qPrintable(report));
         QVERIFY2(report.contains("0 entries point outside the area\n"), qPrintable(report));
         QVERIFY(w->runSave());
@@ -396,19 +396,19 @@ private slots:
         frmMain::selectRow(w->lvPlaySlots, 2);
         w->cmdSwapPlaySlot_Click();
         test::WindowFixture::clickRow(w->lvPlaySlots, 5);
-        QCOMPARE(w->mnuEditUndo->text(), QString("&Undo Swap slots 2 and 5"));
+        QCOMPARE(w->mnuEditUndo->text(), QString("&Undo Swap slot 2 (R1) and slot 5 (R1)"));
         const auto slots2 = w->pb.playSlots;
         const QStringList rows2 = slotRows();
         w->mnuEditUndo->trigger();
-        QCOMPARE(w->StatusBar1->text(), QString("Undone: Swap slots 2 and 5."));  // not "Swapped ..." any more
+        QCOMPARE(w->StatusBar1->text(), QString("Undone: Swap slot 2 (R1) and slot 5 (R1)."));  // not "Swapped ..." any more
         w->mnuEditUndo->trigger();
-        QCOMPARE(w->StatusBar1->text(), QString("Undone: Copy slot 1 over slot 3."));
+        QCOMPARE(w->StatusBar1->text(), QString("Undone: Copy slot 1 (R1) over slot 3 (R1)."));
         QCOMPARE(slotRows(), rows);
         QVERIFY(w->pb.playSlots == slots0);
         QVERIFY(!w->isWindowModified());
         w->undoStack_->redo();
         w->mnuEditRedo->trigger();
-        QCOMPARE(w->StatusBar1->text(), QString("Redone: Swap slots 2 and 5."));
+        QCOMPARE(w->StatusBar1->text(), QString("Redone: Swap slot 2 (R1) and slot 5 (R1)."));
         QCOMPARE(slotRows(), rows2);
         QVERIFY(w->pb.playSlots == slots2);
 
@@ -673,7 +673,7 @@ private slots:
         QVERIFY(QTest::qWaitForWindowActive(w->diagram_));
         QTest::keyClick(view, Qt::Key_Z, Qt::ControlModifier);
         QVERIFY(!w->isWindowModified());
-        QCOMPARE(w->StatusBar1->text(), QString("Undone: Swap slots 2 and 5."));
+        QCOMPARE(w->StatusBar1->text(), QString("Undone: Swap slot 2 (R1) and slot 5 (R1)."));
         QTest::keyClick(view, Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
         QVERIFY(w->isWindowModified());
         QTest::keyClick(view, Qt::Key_S, Qt::ControlModifier);
