@@ -6,6 +6,7 @@
 #include "analysis/entries.h"
 #include "diagram/diagram.h"
 #include "playbook/list_rows.h"
+#include "save/document.h"
 #include "playbook/playbook.h"
 #include "save/save_changes.h"
 #include "sequence/catalogue.h"
@@ -13,7 +14,6 @@
 #include "sequence/command_sheet.h"
 #include "ui/dialogs.h"
 #include "ui/layout.h"
-#include "ui/undo_steps.h"
 
 #include <QMainWindow>
 #include <array>
@@ -33,7 +33,6 @@ class QTreeWidgetItem;
 class QPushButton;
 class QTabBar;
 class QTreeWidget;
-class QUndoStack;
 class QSettings;
 class QLineEdit;
 class QWidget;
@@ -165,10 +164,14 @@ private:
     void pushWorkingCopyStep(const QString& text, const clsSequence& before, int row);
     // The caption: the program and the image's file name with the modified marker.
     void updateCaption();
-    // Undo steps put these back.
-    void restoreSlots(const SlotStates& states);
-    void restoreSequence(const clsSequence& seq);
-    void restoreWorkingCopy(const clsSequence& seq);
+    // Shows a part of the document an undo or redo put back (or an edit made).
+    void showPut(const EditState& state);
+    void showSlots(const SlotStates& states);
+    void showSequence(int32_t key);
+    void showWorkingCopy();
+    void showEntries();
+    // The Edit menu follows the history: what Undo and Redo would do.
+    void updateUndoActions();
     // The row of the Sequences list that shows `address`; -1 when none does.
     int sequenceRow(int32_t address) const;
     // The big diagram follows the selection of the list it was opened from.
@@ -228,12 +231,13 @@ private:
     // Lets the user pick what the entry runs: another sequence, a new copy of its own, a new empty one.
     void pointEntryAt(const AreaEntry& e);
     // Records an entry change already made to `pb` as an undo step and shows it.
-    void pushEntriesStep(const QString& text, const EntriesState& before);
-    void restoreEntryState(const EntriesState& state);
+    // `panel`: the working copy before and after, when the same step changed it (a copy taking the panel's edits).
+    using PanelChange = std::optional<std::pair<clsSequence, clsSequence>>;
+    void pushEntriesStep(const QString& text, const EntriesState& before, const PanelChange& panel = std::nullopt);
     // Gives the entry its own copy of the sequence it runs, holding `contents` (edited commands of it) or the
     // sequence as it is: one undo step, shown in the editor panel. False, said in the status bar, when it cannot
     // be copied (the game reads a COM pass or 0xF1 with other lengths). `what` ends the status line.
-    bool giveOwnCopy(const AreaEntry& entry, const clsSequence* contents, const QString& what);
+    bool giveOwnCopy(const AreaEntry& entry, const clsSequence* contents, const QString& what, const PanelChange& panel = std::nullopt);
     // The one road from the panel's edits into the playbook, taken by Apply,
     // Enter, every save and every prompt that applies: a shared sequence
     // reached from a play or formation asks "Used by" once (a copy for that
@@ -249,8 +253,6 @@ private:
     void diagramPick(int player, const DiagramPoint& point);
     // A point moved on the diagram to data (a, b) of its command: one undo step (asking first for a shared sequence).
     void diagramMove(int player, const DiagramPoint& point, int a, int b);
-    // Undo and redo of a move: the stored sequence, and the panel when it showed it unedited.
-    void restoreMovedSequence(const clsSequence& seq);
     // The selected sequence's address, or none.
     std::optional<int32_t> selectedSequenceAddress() const;
     // The display area of the tab strip, in twips.
@@ -261,7 +263,12 @@ private:
     int scaleHeight() const;
 
     // --- State ---
-    Playbook pb;
+    // The document: the playbook, what the file holds, the working copy, the
+    // history. The names below are the window's views of its parts.
+    Document doc_;
+    Playbook& pb = doc_.pb;
+    clsSequence& curSeq = doc_.workingCopy;  // the sequence editor's working copy
+    Playbook& inFile_ = doc_.inFile;         // what the image file holds
     CmdNames cmdNames;
     CommandSheets sheets_;
     SlotAction slotAction = SlotAction::None;
@@ -270,14 +277,9 @@ private:
     bool showPlaySlotDetails = false;
     bool showSeqDetails = false;
     std::vector<uint8_t> openedImage_;  // the image as File > Open read it (what an IPS patch is made against)
-    QUndoStack* undoStack_;
     DiagramWindow* diagram_ = nullptr;  // the big diagram, when open
     bool diagramForSlot_ = false;
     QTreeWidget* pressedList_ = nullptr;  // a list the mouse is pressed on: its click handles the selection
-    clsSequence curSeq;            // the sequence editor's working copy
-    // What the image file holds, as a model: whatever differs from it (and an
-    // unapplied working copy) is unsaved work, marked in the caption and asked about.
-    Playbook inFile_;
     bool updatingDetails = false;  // the panel is filling itself: changes are not edits
     std::optional<AreaEntry> reachedFrom_;  // the play's or formation's entry the panel's sequence was opened from
 

@@ -179,17 +179,19 @@ void frmMain::pointEntryAt(const AreaEntry& e) {
     StatusBar1->setText(who + " now runs " + keyText(key) + ".");
 }
 
-void frmMain::pushEntriesStep(const QString& text, const EntriesState& before) {
+void frmMain::pushEntriesStep(const QString& text, const EntriesState& before, const PanelChange& panel) {
     dropUnusedNewSequences(pb);  // a sequence made earlier that nothing names any more goes
-    undoStack_->push(new EntriesStep(text, before, entriesState(pb), [this](const EntriesState& s) { restoreEntryState(s); }, true));
+    Edit edit{text.toStdString(), {}, -1};
+    if (panel) edit.changes.emplace_back(EditState::ofWorkingCopy(panel->first), EditState::ofWorkingCopy(panel->second));
+    edit.changes.emplace_back(EditState::ofEntries(before), EditState::ofEntries(entriesState(pb)));
+    doc_.record(std::move(edit));
     refreshEntryLists();
     updateUsedBy();
     refreshPictures();
     refreshModified();
 }
 
-void frmMain::restoreEntryState(const EntriesState& state) {
-    restoreEntries(pb, state);
+void frmMain::showEntries() {
     refreshEntryLists();
     // The panel shows what the entry it was reached from runs now (its sequence
     // may have gone with the step), unless it holds edits not applied.
@@ -216,15 +218,8 @@ bool frmMain::commitWorkingCopy(const QString& title) {
             // the copy and nowhere else.
             const clsSequence edited = curSeq;
             const clsSequence shared = pb.sequences.at(edited.address());
-            const bool copyable = !edited.readsDifferentlyByGame() && !shared.readsDifferentlyByGame();  // else giveOwnCopy refuses
-            if (copyable) {
-                undoStack_->beginMacro("Copy for " + who + " with the edits");
-                undoStack_->push(new SequenceStep("", edited, shared, [this](const clsSequence& seq) { restoreWorkingCopy(seq); }, true));
-            }
             curSeq.clone(shared);
-            const bool copied = giveOwnCopy(*reachedFrom_, &edited, " with the edits");
-            if (copyable) undoStack_->endMacro();
-            if (copied) return true;
+            if (giveOwnCopy(*reachedFrom_, &edited, " with the edits", std::make_pair(edited, shared))) return true;
             curSeq = edited;  // not copied: the edits stay in the panel
             return false;
         }
@@ -235,7 +230,7 @@ bool frmMain::commitWorkingCopy(const QString& title) {
     return true;
 }
 
-bool frmMain::giveOwnCopy(const AreaEntry& entry, const clsSequence* contents, const QString& what) {
+bool frmMain::giveOwnCopy(const AreaEntry& entry, const clsSequence* contents, const QString& what, const PanelChange& panel) {
     const int32_t from = entryTarget(pb, entry);
     const QString who = entryText(entry);
     const EntriesState before = entriesState(pb);
@@ -245,7 +240,7 @@ bool frmMain::giveOwnCopy(const AreaEntry& entry, const clsSequence* contents, c
         StatusBar1->setText(QString::fromStdString(error.what()));
         return false;
     }
-    pushEntriesStep("Copy for " + who, before);
+    pushEntriesStep("Copy for " + who + (panel ? " with the edits" : ""), before, panel);
     showEntrySequence(entry);
     StatusBar1->setText(who + " now runs its own copy of " + keyText(from) + what + "; Save places it in a free run.");
     return true;
@@ -306,21 +301,8 @@ void frmMain::diagramMove(int player, const DiagramPoint& point, int a, int b) {
             return;
         }
     }
-    undoStack_->push(new SequenceStep("Move Point", *stored, after, [this](const clsSequence& s) { restoreMovedSequence(s); }));
+    doc_.perform({"Move Point", {{EditState::ofSequence(*stored, true), EditState::ofSequence(after, true)}}});
     StatusBar1->setText(QString("Moved the point of %1 command %2.").arg(keyText(key)).arg(point.command));
-}
-
-void frmMain::restoreMovedSequence(const clsSequence& seq) {
-    const bool shown = curSeq.address() == seq.address() && curSeq.commandCount() > 0 && !workingCopyEdited();
-    restoreSequence(seq);
-    if (shown) {
-        // The panel showed the sequence as stored: it shows it as stored again.
-        const int row = lstSeqCommands->currentRow();
-        curSeq.clone(seq);
-        lstSeqCommands_update();
-        if (row >= 0 && row < lstSeqCommands->count()) lstSeqCommands->setCurrentRow(row);
-        cmdSeqApply->setEnabled(false);
-    }
 }
 
 }  // namespace zpe

@@ -63,11 +63,8 @@ void frmMain::cmdPlaySlotDetails_Click() {
     UpdateTabs();
 }
 
-void frmMain::restoreSlots(const SlotStates& states) {
-    for (const auto& [s, fields] : states) {
-        pb.playSlots[static_cast<size_t>(s)] = fields;
-        lvPlaySlots_refreshRow(s);
-    }
+void frmMain::showSlots(const SlotStates& states) {
+    for (const auto& [s, fields] : states) lvPlaySlots_refreshRow(s);
     updatePlayChoice();
     refreshPictures();
 }
@@ -103,8 +100,8 @@ void frmMain::lvPlaySlots_Click() {
                 SlotStates after;
                 for (const auto& [s, fields] : before) after.emplace_back(s, pb.playSlots[static_cast<size_t>(s)]);
                 const QString from = QString::fromStdString(slotName(slotActionSource)), to = QString::fromStdString(slotName(t));
-                undoStack_->push(new SlotsStep(swap ? "Swap " + from + " and " + to : "Copy " + from + " over " + to, before, after,
-                                               [this](const SlotStates& states) { restoreSlots(states); }));
+                doc_.perform({(swap ? "Swap " + from + " and " + to : "Copy " + from + " over " + to).toStdString(),
+                             {{EditState::ofSlots(before), EditState::ofSlots(after)}}});
                 done = (swap ? "Swapped " + from + " and " + to : "Copied " + from + " over " + to) + ", not saved yet.";
                 break;
             }

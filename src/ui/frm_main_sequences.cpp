@@ -153,17 +153,12 @@ void frmMain::lvSequences_Click() {
     refreshPictures();  // edits left behind are no longer drawn
 }
 
-bool frmMain::workingCopyEdited() const {
-    const clsSequence* stored = pb.sequences.find(curSeq.address());
-    return stored && curSeq.commandCount() > 0 &&
-           (stored->byteSize() != curSeq.byteSize() || stored->commands() != curSeq.commands());
-}
+bool frmMain::workingCopyEdited() const { return doc_.workingCopyEdited(); }
 
 void frmMain::applyWorkingCopy() {
     if (!workingCopyEdited()) return;
     const clsSequence before = pb.sequences.at(curSeq.address());
-    undoStack_->push(new SequenceStep("Apply Sequence Edit", before, curSeq,
-                                      [this](const clsSequence& seq) { restoreSequence(seq); }));
+    doc_.perform({"Apply Sequence Edit", {{EditState::ofSequence(before), EditState::ofSequence(curSeq)}}});
     cmdSeqApply->setEnabled(false);
 }
 
@@ -244,8 +239,7 @@ void frmMain::editWorkingValue(int index, int16_t value) {
     curSeq.data(p, index, value);
     // Typing into one box of one command is one step.
     const int64_t key = (static_cast<int64_t>(curSeq.address()) << 20) | (static_cast<int64_t>(p) << 4) | index;
-    undoStack_->push(new SequenceStep("Edit Value", before, curSeq, [this](const clsSequence& seq) { restoreWorkingCopy(seq); },
-                                      true, key));
+    doc_.record({"Edit Value", {{EditState::ofWorkingCopy(before), EditState::ofWorkingCopy(curSeq)}}, key});
     lstSeqCommands_refresh();
     const std::string meaning = describeCommand(curSeq, p, nullptr).dataSlots[static_cast<size_t>(index)].meaning;
     lblCmdMeaning[static_cast<size_t>(index)]->setText(QString::fromStdString(meaning));
@@ -255,7 +249,7 @@ void frmMain::editWorkingValue(int index, int16_t value) {
 }
 
 void frmMain::pushWorkingCopyStep(const QString& text, const clsSequence& before, int row) {
-    undoStack_->push(new SequenceStep(text, before, curSeq, [this](const clsSequence& seq) { restoreWorkingCopy(seq); }, true));
+    doc_.record({text.toStdString(), {{EditState::ofWorkingCopy(before), EditState::ofWorkingCopy(curSeq)}}});
     lstSeqCommands_update();
     lstSeqCommands->setCurrentRow(std::clamp(row, 0, lstSeqCommands->count() - 1));
     cmdSeqApply->setEnabled(workingCopyEdited());
@@ -309,36 +303,44 @@ int frmMain::sequenceRow(int32_t address) const {
     return -1;
 }
 
-void frmMain::restoreSequence(const clsSequence& seq) {
-    if (!pb.sequences.contains(seq.address())) return;
-    clsSequence& stored = pb.sequences.at(seq.address());
-    stored.clone(seq);
-    const int row = sequenceRow(seq.address());
+void frmMain::showSequence(int32_t key) {
+    const clsSequence* stored = pb.sequences.find(key);
+    if (!stored) return;
+    const int row = sequenceRow(key);
     if (row >= 0) {
-        const QString text = QString::fromLatin1(stored.commandString(cmdNames));
+        const QString text = QString::fromLatin1(stored->commandString(cmdNames));
         lvSequences->topLevelItem(row)->setText(1, text);
         lvSequences->topLevelItem(row)->setToolTip(1, text);
     }
-    // The panel keeps its working copy: undoing an Apply leaves its edits there, not applied.
-    if (curSeq.address() == seq.address()) cmdSeqApply->setEnabled(workingCopyEdited());
+    // The panel shows its working copy: undoing an Apply leaves its edits there,
+    // not applied; after a moved point it follows the stored sequence.
+    if (curSeq.address() == key) showWorkingCopy();
     refreshModified();
 }
 
-void frmMain::restoreWorkingCopy(const clsSequence& seq) {
+void frmMain::showWorkingCopy() {
     // The panel shows the working copy of the selected sequence: select its row first.
-    const int row = sequenceRow(seq.address());
+    const int row = sequenceRow(curSeq.address());
     if (row < 0) return;
     if (selectedRow(lvSequences) != row) {
         const QSignalBlocker quiet(lvSequences);
         selectRow(lvSequences, row);
     }
     const int current = lstSeqCommands->currentRow();
-    curSeq.clone(seq);
     lstSeqCommands_update();
     if (current >= 0 && current < lstSeqCommands->count()) lstSeqCommands->setCurrentRow(current);
     cmdSeqApply->setEnabled(workingCopyEdited());
     cmdSeqAddCmd->setEnabled(true);
     refreshModified();
+}
+
+void frmMain::showPut(const EditState& state) {
+    switch (state.part) {
+    case EditState::Part::Slots: showSlots(state.slotStates); break;
+    case EditState::Part::Entries: showEntries(); break;
+    case EditState::Part::Sequence: showSequence(state.sequence.address()); break;
+    case EditState::Part::WorkingCopy: showWorkingCopy(); break;
+    }
 }
 
 void frmMain::cmdSeqAddCmd_Click() {
@@ -354,8 +356,7 @@ void frmMain::cmdSeqAddCmd_Click() {
     const clsSequence before = curSeq;
     switch (curSeq.insertCommand(p, static_cast<int16_t>(code))) {
     case clsSequence::Insert::Done:
-        undoStack_->push(new SequenceStep("Add Command", before, curSeq,
-                                          [this](const clsSequence& seq) { restoreWorkingCopy(seq); }));
+        doc_.perform({"Add Command", {{EditState::ofWorkingCopy(before), EditState::ofWorkingCopy(curSeq)}}});
         lstSeqCommands->setCurrentRow(p + 1);
         StatusBar1->setText("");
         return;

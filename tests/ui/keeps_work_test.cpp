@@ -148,10 +148,10 @@ private slots:
         QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
         QCOMPARE(w->curSeq.address(), copy);
         QCOMPARE(w->lvPlays->topLevelItem(1)->text(1), QString("new 1"));
-        w->undoStack_->undo();
+        w->doc_.undo();
         QCOMPARE(w->pb.plays[1].seqAddress(0), 0xA010);
         QVERIFY(!w->pb.sequences.contains(copy));
-        w->undoStack_->redo();
+        w->doc_.redo();
         QCOMPARE(w->pb.plays[1].seqAddress(0), copy);
         QVERIFY(w->isWindowModified());
         QVERIFY(w->runSave());
@@ -265,7 +265,7 @@ private slots:
         QCOMPARE(w->pb.plays[0].seqAddress(1), 0xA020);
         QCOMPARE(w->lvPlays->topLevelItem(0)->text(2), QString("A020"));
         QVERIFY(w->isWindowModified());
-        w->undoStack_->undo();
+        w->doc_.undo();
         QVERIFY(w->pb.plays[0].seqAddress(1) != 0xA020);
         QVERIFY(!w->isWindowModified());
 
@@ -406,7 +406,7 @@ private slots:
         QCOMPARE(slotRows(), rows);
         QVERIFY(w->pb.playSlots == slots0);
         QVERIFY(!w->isWindowModified());
-        w->undoStack_->redo();
+        w->doc_.redo();
         w->mnuEditRedo->trigger();
         QCOMPARE(w->StatusBar1->text(), QString("Redone: Swap slot 2 (R1) and slot 5 (R1)."));
         QCOMPARE(slotRows(), rows2);
@@ -423,14 +423,14 @@ private slots:
         w->cmdSeqApply_Click();
         QCOMPARE(w->pb.sequences.at(0xA010).byteSize(), stored.byteSize() + 2);
         QCOMPARE(w->mnuEditUndo->text(), QString("&Undo Apply Sequence Edit"));
-        w->undoStack_->undo();
+        w->doc_.undo();
         QCOMPARE(w->pb.sequences.at(0xA010).commands(), stored.commands());
         QCOMPARE(w->pb.sequences.at(0xA010).byteSize(), stored.byteSize());
         QCOMPARE(w->lvSequences->topLevelItem(w->sequenceRow(0xA010))->text(1), cell);
-        w->undoStack_->undo();
+        w->doc_.undo();
         QCOMPARE(w->curSeq.commandCount(), 2);  // the Add is undone in the working copy
-        w->undoStack_->redo();
-        w->undoStack_->redo();
+        w->doc_.redo();
+        w->doc_.redo();
         QCOMPARE(w->pb.sequences.at(0xA010).commandCount(), 3);
         // Safe Save writes the slots only: the sequence edit stays marked until Save writes it.
         w->mnuFileSafeSave_Click();
@@ -448,7 +448,7 @@ private slots:
         QLineEdit* box = w->txtSeqData[1];
         box->setText("7");
         box->setText("7C");
-        QCOMPARE(w->undoStack_->count(), 1);
+        QCOMPARE(w->doc_.steps(), size_t(1));
         QCOMPARE(w->mnuEditUndo->text(), QString("&Undo Edit Value"));
         w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
         w->cmdSeqAddCmd_Click();  // D7, F3, E4
@@ -457,13 +457,13 @@ private slots:
         QCOMPARE(w->curSeq.command(1), int16_t(0xD7));
         w->cmdSeqDelCmd_Click();  // F3, E4
         QCOMPARE(w->curSeq.commandCount(), 2);
-        w->undoStack_->undo();
+        w->doc_.undo();
         QCOMPARE(w->curSeq.command(1), int16_t(0xD7));
         QCOMPARE(w->curSeq.data(1, 1), int16_t(0x7C));  // the value typed before the removal is back
-        w->undoStack_->undo();
+        w->doc_.undo();
         QCOMPARE(w->curSeq.command(0), int16_t(0xD7));
-        w->undoStack_->undo();
-        w->undoStack_->undo();
+        w->doc_.undo();
+        w->doc_.undo();
         QCOMPARE(w->curSeq.commands(), w->pb.sequences.at(0xA010).commands());
         QVERIFY(!w->isWindowModified());
     }
@@ -540,7 +540,7 @@ private slots:
         applyAnEdit();  // A010, play 0's QB
         QVERIFY(w->picPlay->image() != before);
         QCOMPARE(w->picPlay->image(), drawn(2, 0));
-        w->undoStack_->undo();  // the edits are back in the panel, not applied: drawn in place of A010, highlighted
+        w->doc_.undo();  // the edits are back in the panel, not applied: drawn in place of A010, highlighted
         DrawOptions pending;
         pending.workingCopy = &w->curSeq;
         QCOMPARE(w->picPlay->image(), drawn(2, 0, pending));
@@ -664,6 +664,7 @@ private slots:
         QCOMPARE(w->diagram_->zoom(), 1.0);
         QCOMPARE(view->size(), fit);
 
+        const auto fileBefore = fx.image->read();
         w->selectTab(2);
         frmMain::selectRow(w->lvPlaySlots, 2);
         w->cmdSwapPlaySlot_Click();
@@ -678,6 +679,12 @@ private slots:
         QVERIFY(w->isWindowModified());
         QTest::keyClick(view, Qt::Key_S, Qt::ControlModifier);
         QVERIFY(!w->isWindowModified());
+        // The save kept the history: the swap can still be undone, which the file does not hold.
+        QCOMPARE(w->mnuEditUndo->text(), QString("&Undo Swap slot 2 (R1) and slot 5 (R1)"));
+        w->mnuEditUndo->trigger();
+        QVERIFY(w->isWindowModified());
+        QVERIFY(w->runSave());
+        QCOMPARE(fx.image->read(), fileBefore);
     }
 
     // Shaping a play on the big diagram: a handle dragged with the mouse moves
@@ -705,7 +712,7 @@ private slots:
         QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x28));  // 0x20 + 8 forward
         QCOMPARE(w->curSeq.data(0, 1), int16_t(0x28));  // the panel shows it as stored
         QVERIFY(w->isWindowModified());
-        w->undoStack_->undo();
+        w->doc_.undo();
         QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
         QVERIFY(!w->isWindowModified());
         fx.dialogs->answers = {MsgAnswer::All};

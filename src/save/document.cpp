@@ -1,0 +1,88 @@
+#include "save/document.h"
+
+namespace zpe {
+
+bool Document::workingCopyEdited() const {
+    if (workingCopy.commandCount() == 0) return false;
+    const clsSequence* stored = pb.sequences.find(workingCopy.address());
+    return stored && (stored->commands() != workingCopy.commands() || stored->byteSize() != workingCopy.byteSize());
+}
+
+bool Document::unsaved() const { return pb.openComplete && (workingCopyEdited() || !sameContent(pb, inFile)); }
+
+void Document::record(Edit edit) {
+    undone_.clear();
+    if (edit.mergeKey >= 0 && !done_.empty() && done_.back().mergeKey == edit.mergeKey && done_.back().changes.size() == 1 &&
+        edit.changes.size() == 1) {
+        done_.back().changes.front().second = std::move(edit.changes.front().second);
+    } else {
+        done_.push_back(std::move(edit));
+    }
+    if (onHistory) onHistory();
+}
+
+void Document::perform(Edit edit) {
+    for (const auto& change : edit.changes) put(change.second);
+    record(std::move(edit));
+}
+
+void Document::put(const EditState& state) {
+    switch (state.part) {
+    case EditState::Part::Slots:
+        for (const auto& [s, fields] : state.slotStates)
+            if (s >= 0 && s < kSlotCount) pb.playSlots[static_cast<size_t>(s)] = fields;
+        break;
+    case EditState::Part::Entries: restoreEntries(pb, state.entries); break;
+    case EditState::Part::Sequence: {
+        const int32_t key = state.sequence.address();
+        if (!pb.sequences.contains(key)) break;
+        const bool follows = state.workingCopyFollows && workingCopy.address() == key && workingCopy.commandCount() > 0 && !workingCopyEdited();
+        pb.sequences.at(key).clone(state.sequence);
+        if (follows) workingCopy.clone(state.sequence);
+        break;
+    }
+    case EditState::Part::WorkingCopy:
+        // Only onto a sequence the playbook holds (a step may have taken a new one away).
+        if (!pb.sequences.contains(state.sequence.address())) return;
+        workingCopy.clone(state.sequence);
+        break;
+    }
+    if (onPut) onPut(state);
+}
+
+void Document::undo() {
+    if (done_.empty()) return;
+    Edit edit = std::move(done_.back());
+    done_.pop_back();
+    for (auto it = edit.changes.rbegin(); it != edit.changes.rend(); ++it) put(it->first);
+    undone_.push_back(std::move(edit));
+    if (onHistory) onHistory();
+}
+
+void Document::redo() {
+    if (undone_.empty()) return;
+    Edit edit = std::move(undone_.back());
+    undone_.pop_back();
+    for (const auto& change : edit.changes) put(change.second);
+    edit.mergeKey = -1;  // a redone step takes no more typing into it
+    done_.push_back(std::move(edit));
+    if (onHistory) onHistory();
+}
+
+void Document::clearHistory() {
+    done_.clear();
+    undone_.clear();
+    if (onHistory) onHistory();
+}
+
+void Document::saved(bool keepHistory) {
+    inFile = pb;
+    if (!keepHistory) {
+        clearHistory();
+        return;
+    }
+    for (Edit& e : done_) e.mergeKey = -1;  // typing after a save is a step of its own
+    if (onHistory) onHistory();
+}
+
+}  // namespace zpe

@@ -1,0 +1,93 @@
+#pragma once
+// The open image as the window edits it: the playbook as shown, what the file
+// holds, the sequence editor's working copy, and the history of edits. One
+// definition of what is unsaved lives here; undo and redo put states back
+// here and tell whoever shows the document which part they changed. No
+// toolkit: the window is a view of it.
+#include "analysis/entries.h"
+#include "playbook/playbook.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zpe {
+
+using SlotStates = std::vector<std::pair<int, clsPlaySlot>>;  // slot index and its fields
+
+// One side of an edit: the part of the document it changed, as it stood.
+struct EditState {
+    enum class Part {
+        Slots,        // the slots listed
+        Entries,      // every table entry and the sequences made in the editor
+        Sequence,     // one stored sequence, under its key (a move on the diagram, "Apply")
+        WorkingCopy,  // the sequence editor's working copy (Add, Remove, the arrows, typed values)
+    };
+    Part part = Part::Slots;
+    SlotStates slotStates;
+    EntriesState entries;
+    clsSequence sequence;
+    // Sequence: a working copy showing the stored sequence unedited follows it
+    // (a point moved on the diagram); without it the working copy keeps its
+    // edits (undoing "Apply" leaves them in the editor, not applied).
+    bool workingCopyFollows = false;
+
+    static EditState ofSlots(SlotStates s) { return {Part::Slots, std::move(s), {}, {}, false}; }
+    static EditState ofEntries(EntriesState e) { return {Part::Entries, {}, std::move(e), {}, false}; }
+    static EditState ofSequence(clsSequence s, bool follows = false) { return {Part::Sequence, {}, {}, std::move(s), follows}; }
+    static EditState ofWorkingCopy(clsSequence s) { return {Part::WorkingCopy, {}, {}, std::move(s), false}; }
+};
+
+// One step of the history: what it is called ("Swap slot 2 (R1) and slot 5
+// (R1)") and each part it changed, before and after.
+struct Edit {
+    std::string text;
+    std::vector<std::pair<EditState, EditState>> changes;
+    // Consecutive edits with the same key (>= 0) are one step (typing into one box).
+    int64_t mergeKey = -1;
+};
+
+class Document {
+public:
+    Playbook pb;            // the playbook as the editor shows it
+    Playbook inFile;        // what the image file holds, as a model
+    clsSequence workingCopy;  // the sequence editor's copy of one sequence (no commands: none)
+
+    // The working copy differs from the sequence it was taken from.
+    [[nodiscard]] bool workingCopyEdited() const;
+    // Anything not in the file: slots, entries, sequences, or the working copy's edits.
+    [[nodiscard]] bool unsaved() const;
+
+    // Records an edit already made (its after states hold now) as the next
+    // step; steps undone before it are gone.
+    void record(Edit edit);
+    // Makes the edit (puts every after state, telling onPut) and records it.
+    void perform(Edit edit);
+
+    [[nodiscard]] bool canUndo() const { return !done_.empty(); }
+    [[nodiscard]] bool canRedo() const { return !undone_.empty(); }
+    [[nodiscard]] std::string undoText() const { return done_.empty() ? std::string() : done_.back().text; }
+    [[nodiscard]] std::string redoText() const { return undone_.empty() ? std::string() : undone_.back().text; }
+    // Puts the states before the last step back (its parts in reverse order), or after the next one.
+    void undo();
+    void redo();
+    void clearHistory();
+    [[nodiscard]] size_t steps() const { return done_.size(); }
+
+    // A save or an open made the file hold `pb`: the history stays (undo
+    // marks the image modified again) unless `keepHistory` is false (a save
+    // that moved sequences: steps naming their old keys could not be undone).
+    void saved(bool keepHistory);
+
+    // Told after a state was put back (undo, redo) and after the history changed.
+    std::function<void(const EditState&)> onPut;
+    std::function<void()> onHistory;
+
+private:
+    void put(const EditState& state);
+    std::vector<Edit> done_, undone_;
+};
+
+}  // namespace zpe

@@ -1,0 +1,492 @@
+// The menus of the main window and what the File and Help menus do: open,
+// the saves, the exports, Check Image, the recent files and the window's
+// settings. Each
+// save goes through the core; this code asks the user and shows the result.
+#include "ui/frm_main.h"
+
+#include "analysis/check_report.h"
+#include "model/file_io.h"
+#include "patch/bps.h"
+#include "playbook/open_rom.h"
+#include "save/compact.h"
+#include "save/ips.h"
+#include "save/save_changes.h"
+#include "save/saves.h"
+#include "ui/diagram_window.h"
+
+#include <QAction>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QListWidget>
+#include <QPushButton>
+#include <QStatusBar>
+#include <QTreeWidget>
+#include <QKeySequence>
+#include <QMenuBar>
+#include <QTabBar>
+#include <QDir>
+#include <QEvent>
+#include <QFileInfo>
+#include <QLabel>
+#include <QMenu>
+#include <QSettings>
+
+namespace zpe {
+
+namespace {
+
+// A core message names the file by its whole path; the status bar names it by its name.
+QString shortMessage(const char* what, const QString& path) {
+    QString text = QString::fromLocal8Bit(what);
+    if (text.startsWith(path + ":")) text = QFileInfo(path).fileName() + text.mid(path.size());
+    return text;
+}
+
+}  // namespace
+
+void frmMain::buildMenus() {
+    QMenu* file = menuBar()->addMenu("&File");
+    mnuFileOpen = file->addAction("&Open...", this, [this] { mnuFileOpen_Click(); });
+    mnuFileOpen->setShortcut(QKeySequence::Open);
+    mnuFileRecent = file->addMenu("Open &Recent");
+    connect(file, &QMenu::aboutToShow, this, [this] { updateRecentMenu(); });
+    mnuFileSaveChanges = file->addAction("&Save", this, [this] { mnuFileSaveChanges_Click(); });
+    mnuFileSaveChanges->setShortcut(QKeySequence::Save);
+    mnuFileSaveAs = file->addAction("Save &As...", this, [this] { (void)runSaveAs(); });
+    mnuFileSaveAs->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S));  // not every platform theme binds SaveAs
+    mnuFileSafeSave = file->addAction("&Safe Save", this, [this] { mnuFileSafeSave_Click(); });
+    mnuFileSave = file->addAction("Full Save (Unsafe!)", this, [this] { mnuFileSave_Click(); });
+    mnuFileCompact = file->addAction("Compact Sequence Area...", this, [this] { mnuFileCompact_Click(); });
+    file->addSeparator();
+    mnuFileExportMaskROM = file->addAction("Export Mask ROM...", this, [this] { mnuFileExportMaskROM_Click(); });
+    mnuFileExportPatch = file->addAction("Export Patch...", this, [this] { mnuFileExportPatch_Click(); });
+    mnuFileCheckImage = file->addAction("Check Image...", this, [this] { mnuFileCheckImage_Click(); });
+    file->addSeparator();
+    mnuFileExit = file->addAction("E&xit", this, [this] { mnuFileExit_Click(); });
+    mnuFileExit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    QMenu* edit = menuBar()->addMenu("&Edit");
+    mnuEditUndo = new QAction("&Undo", this);
+    connect(mnuEditUndo, &QAction::triggered, this, [this] { doc_.undo(); });
+    mnuEditUndo->setShortcut(QKeySequence::Undo);
+    mnuEditRedo = new QAction("&Redo", this);
+    connect(mnuEditRedo, &QAction::triggered, this, [this] { doc_.redo(); });
+    // Ctrl+Shift+Z on every platform, beside the platform's own redo key (Ctrl+Y on some).
+    QList<QKeySequence> redoKeys = QKeySequence::keyBindings(QKeySequence::Redo);
+    if (!redoKeys.contains(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z))) redoKeys.prepend(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
+    mnuEditRedo->setShortcuts(redoKeys);
+    edit->addAction(mnuEditUndo);
+    edit->addAction(mnuEditRedo);
+    // The status bar says what was undone or redone (the stack has done it when these run).
+    connect(mnuEditUndo, &QAction::triggered, this, [this] { StatusBar1->setText(QString::fromStdString("Undone: " + doc_.redoText() + ".")); });
+    connect(mnuEditRedo, &QAction::triggered, this, [this] { StatusBar1->setText(QString::fromStdString("Redone: " + doc_.undoText() + ".")); });
+    updateUndoActions();
+    // Ctrl+Tab and Ctrl+PgDn go to the next tab, Ctrl+Shift+Tab and Ctrl+PgUp to the one before.
+    for (const int step : {1, -1}) {
+        auto* go = new QAction(this);
+        go->setShortcuts(step > 0 ? QList<QKeySequence>{QKeySequence(Qt::CTRL | Qt::Key_Tab), QKeySequence(Qt::CTRL | Qt::Key_PageDown)}
+                                  : QList<QKeySequence>{QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Backtab),
+                                                        QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Tab), QKeySequence(Qt::CTRL | Qt::Key_PageUp)});
+        connect(go, &QAction::triggered, this, [this, step] {
+            const int n = tabs->count();
+            if (n > 0) selectTab((tabs->currentIndex() + step + n) % n + 1);
+        });
+        addAction(go);
+    }
+    QMenu* help = menuBar()->addMenu("&Help");
+    help->addAction("&Keyboard and Mouse", this, [this] {
+        dialogs_.message({"Ctrl+O  open an image\nCtrl+S  save every edit\nCtrl+Shift+S  save as a new file\n"
+                          "Ctrl+Z / Ctrl+Shift+Z  undo / redo (in the big diagram too)\nCtrl+Q  quit\n"
+                          "Ctrl+Tab / Ctrl+PgDn, Ctrl+Shift+Tab / Ctrl+PgUp  next / previous tab\n\n"
+                          "Arrow keys in a list  select and draw, as a click does\n"
+                          "Copy or Swap, then the arrow keys and Enter  pick the target slot\n"
+                          "Enter in a data box  apply the edits\n"
+                          "Double-click a picture  open the big diagram\n"
+                          "Double-click a player in Plays or Formations  edit his sequence\n"
+                          "Right-click a player there  point him at another sequence\n"
+                          "Click a point in the big diagram  pick it; drag it or use the arrow keys to move it\n"
+                          "Ctrl+= / Ctrl+- (or Ctrl and the wheel), Ctrl+0  zoom the big diagram in / out, fit it",
+                          "Keyboard and Mouse", MsgIcon::Information, MsgButtons::Ok, MsgAnswer::Ok});
+    });
+    mnuHelpAbout = help->addAction("&About", this, [this] { mnuHelpAbout_Click(); });
+}
+
+void frmMain::updateMenuBar() {
+    const bool open = !pb.romPath.empty();
+    mnuFileSave->setEnabled(open);
+    mnuFileSaveChanges->setEnabled(open);
+    mnuFileSaveAs->setEnabled(pb.openComplete);
+    mnuFileSafeSave->setEnabled(open);
+    mnuFileExportMaskROM->setEnabled(open);
+    mnuFileCheckImage->setEnabled(pb.openComplete);
+    mnuFileCompact->setEnabled(pb.openComplete);
+    mnuFileExportPatch->setEnabled(pb.openComplete);
+    updateCaption();
+}
+
+bool frmMain::openImage(const QString& path) {
+    try {
+        Playbook opened = openRom(path.toStdString(), dataDir_.toStdString());
+        if (!cpuDir_.isEmpty()) writeGapListing(opened, QDir(cpuDir_).filePath("cpu.txt").toStdString());
+        pb = std::move(opened);
+    } catch (const std::exception& e) {
+        // No box: the reason goes to the status bar. The path is kept, and saves refuse until an open completes.
+        pb = Playbook{};
+        doc_.saved(false);  // nothing of the previous image can be undone into this one
+        pb.romPath = path.toStdString();
+        clearLists();
+        clearSeqPanel();  // the previous image's working copy must not be applied to anything
+        updateCaption();
+        updatePlaySlotButtons();
+        updatePlayChoice();
+        refreshPictures();
+        StatusBar1->setText(shortMessage(e.what(), path));
+        return false;
+    }
+    openedImage_ = pb.openedBytes;
+    doc_.saved(false);
+    rememberRecent(path);
+    showPlaybook();
+    StatusBar1->setText("");
+    return true;
+}
+
+bool frmMain::maybeKeepChanges() {
+    if (!unsavedWork()) return true;
+    const QString name = QFileInfo(QString::fromStdString(pb.romPath)).fileName();
+    switch (dialogs_.message({"Save changes to " + name + " before closing?", kProgramName, MsgIcon::Question,
+                              MsgButtons::SaveDiscardCancel, MsgAnswer::Save})) {
+    case MsgAnswer::Save: return runSave();
+    case MsgAnswer::Discard: return true;
+    default: return false;
+    }
+}
+
+void frmMain::closeEvent(QCloseEvent* event) {
+    if (!maybeKeepChanges()) {
+        event->ignore();
+        return;
+    }
+    if (diagram_) diagram_->close();
+    settings()->setValue("geometry", saveGeometry());  // the next start opens the window where it was
+    event->accept();
+}
+
+void frmMain::changeEvent(QEvent* event) {
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::ActivationChange && isActiveWindow()) noticeChangeOnDisk();
+}
+
+void frmMain::noticeChangeOnDisk() {
+    if (!pb.openComplete || changeNoticed_) return;
+    QString what;
+    try {
+        (void)readUnchangedImage(pb);
+        return;
+    } catch (const SaveError& e) {
+        if (e.kind() != Refusal::ChangedOnDisk) return;
+        what = QString::fromLocal8Bit(e.what());
+    } catch (const std::exception& e) {
+        what = QString::fromLocal8Bit(e.what());  // gone, moved or unreadable
+    }
+    changeNoticed_ = true;
+    StatusBar1->setText(what);
+    dialogs_.message({what + "\n\nYour edits here are kept. Save will not write over the file as it is now; File > Save As "
+                             "writes them to a new file, File > Open reads what the file holds now.",
+                      "Changed on Disk", MsgIcon::Exclamation, MsgButtons::Ok, MsgAnswer::Ok});
+}
+
+void frmMain::mnuFileOpen_Click() {
+    if (!maybeKeepChanges()) return;
+    const auto path = dialogs_.openFile(kRomFilter);
+    if (!path) return;
+    openImage(*path);
+}
+
+QString frmMain::besideImage(const QString& ending) const {
+    const QFileInfo image(QString::fromStdString(pb.romPath));
+    return image.dir().filePath(image.completeBaseName() + ending);
+}
+
+std::unique_ptr<QSettings> frmMain::settings() const {
+    return settingsPath_.isEmpty() ? std::make_unique<QSettings>("Zentrel", "Playbook Editor")
+                                   : std::make_unique<QSettings>(settingsPath_, QSettings::IniFormat);
+}
+
+void frmMain::restoreWindowGeometry() {
+    const QByteArray geometry = settings()->value("geometry").toByteArray();
+    if (!geometry.isEmpty()) restoreGeometry(geometry);
+}
+
+QStringList frmMain::recentFiles() const { return settings()->value("recentFiles").toStringList(); }
+
+void frmMain::rememberRecent(const QString& path) {
+    constexpr int kRecentFiles = 8;
+    const auto settings = this->settings();
+    QStringList list = settings->value("recentFiles").toStringList();
+    const QString full = QFileInfo(path).absoluteFilePath();
+    list.removeAll(full);
+    list.prepend(full);
+    while (list.size() > kRecentFiles) list.removeLast();
+    settings->setValue("recentFiles", list);
+}
+
+void frmMain::updateRecentMenu() {
+    mnuFileRecent->clear();
+    const QStringList list = recentFiles();
+    for (int i = 0; i < list.size(); ++i) {
+        const QString path = list[i];
+        QAction* a = mnuFileRecent->addAction(QString("&%1 %2").arg(i + 1).arg(QFileInfo(path).fileName()), this, [this, path] {
+            if (maybeKeepChanges()) openImage(path);
+        });
+        a->setToolTip(path);
+        a->setStatusTip(path);
+    }
+    mnuFileRecent->setEnabled(!list.isEmpty());
+}
+
+void frmMain::reportFailure(const QString& title, const std::exception& error) {
+    dialogs_.message({QString::fromLocal8Bit(error.what()), title, MsgIcon::Exclamation, MsgButtons::Ok, MsgAnswer::Ok});
+}
+
+void frmMain::mnuFileSaveChanges_Click() { (void)runSave(); }
+
+void frmMain::afterSave(const SaveSummary& summary) {
+    // The image was opened again: the lists show what it now holds; the tab, the
+    // sequence (followed to where it moved) and its command stay selected.
+    const auto selected = selectedSequenceAddress();
+    const int command = lstSeqCommands->currentRow();
+    // The rows selected in the other lists stay selected (and their pictures drawn).
+    const int formation = selectedRow(lvFormations), slot = selectedRow(lvPlaySlots), play = selectedRow(lvPlays),
+              chosenPlay = cmbPlay->currentIndex();
+    // Steps that name a moved sequence's old address (or a new one's key) cannot be undone any more.
+    doc_.saved(summary.moved.empty() && summary.placed.empty());
+    showPlaybook();
+    selectRow(lvFormations, formation);
+    selectRow(lvPlaySlots, slot);
+    selectRow(lvPlays, play);
+    updatePlayChoice();
+    if (chosenPlay >= 0 && chosenPlay < cmbPlay->count()) cmbPlay->setCurrentIndex(chosenPlay);
+    refreshPictures();
+    if (!selected) return;
+    int32_t address = *selected;
+    for (const auto& moves : {summary.moved, summary.placed})
+        for (const auto& [from, to] : moves)
+            if (from == address) address = to;
+    const int row = sequenceRow(address);
+    if (row < 0) return;
+    selectRow(lvSequences, row);
+    lvSequences_Click();
+    if (command >= 0 && command < lstSeqCommands->count()) lstSeqCommands->setCurrentRow(command);
+}
+
+bool frmMain::runSaveAs() {
+    const auto chosen = dialogs_.saveFile(kRomFilter, besideImage(" (edited).nes"));
+    if (!chosen) return false;
+    QString path = *chosen;
+    if (QFileInfo(path).suffix().isEmpty()) path += ".nes";
+    // The image itself chosen again is a plain Save (QFileInfo's == says nothing of files that do not exist).
+    const QFileInfo to(path), from(QString::fromStdString(pb.romPath));
+    if (to.exists() && from.exists() ? to == from : to.absoluteFilePath() == from.absoluteFilePath()) return runSave();
+    if (!commitWorkingCopy("Save As")) return false;
+    try {
+        const FileLock lock(path.toStdString());
+        const SaveSummary summary = saveChangesAs(pb, path.toStdString(), dataDir_.toStdString());
+        afterSave(summary);
+        doc_.clearHistory();  // the steps belong to the other file
+        updateCaption();
+        rememberRecent(path);
+        StatusBar1->setText("Saved as " + QFileInfo(path).fileName() + ". " + QString::fromStdString(summary.text()));
+        return true;
+    } catch (const std::exception& e) {
+        reportFailure("Save As", e);
+        return false;
+    }
+}
+
+bool frmMain::runSave() {
+    if (!commitWorkingCopy("Save")) return false;  // what the panel shows is what the user means to save
+    try {
+        const FileLock lock(pb.romPath);
+        const SaveSummary summary = zpe::saveChanges(pb);
+        if (summary.nothingToWrite) {
+            StatusBar1->setText("Nothing to save: the image already holds every change; the file was left alone.");
+            return true;
+        }
+        afterSave(summary);
+        StatusBar1->setText(QString::fromStdString(summary.text()));
+        return true;
+    } catch (const std::exception& e) {
+        return saveRefused("Save", e);
+    }
+}
+
+bool frmMain::saveRefused(const QString& title, const std::exception& e) {
+    const auto* refusal = dynamic_cast<const SaveError*>(&e);
+    // No free run holds a grown sequence: compaction makes one.
+    if (refusal && refusal->kind() == Refusal::NoFreeRun) {
+        const QString question = QString::fromLocal8Bit(e.what()) +
+                                 "\n\nCompact the sequence area first (every command the game runs is kept, the free "
+                                 "space becomes one run) and then save? (Compact and Save)";
+        if (dialogs_.message({question, title, MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::No}) == MsgAnswer::Yes)
+            return runCompactAndSave();
+        return false;
+    }
+    // Another program changed the image (writing over it would lose that), or
+    // the file could not be read, locked or replaced (deleted, moved,
+    // read-only): the work in memory can still go to a new file.
+    if (!refusal || refusal->kind() == Refusal::ChangedOnDisk) {
+        const QString question = QString::fromLocal8Bit(e.what()) + "\n\nSave your edits as a new file instead? (Save As)";
+        if (dialogs_.message({question, title, MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::Yes}) == MsgAnswer::Yes) return runSaveAs();
+        return false;
+    }
+    reportFailure(title, e);
+    return false;
+}
+
+bool frmMain::runCompactAndSave() {
+    if (!commitWorkingCopy("Compact and Save")) return false;
+    try {
+        const FileLock lock(pb.romPath);
+        const CompactSaveSummary summary = compactAndSave(pb, dataDir_.toStdString());
+        // Every address moved: no step can be undone against the old ones.
+        doc_.saved(false);
+        showPlaybook();
+        const bool saved = summary.saved.slotsWritten > 0 || summary.saved.inPlace > 0 || !summary.saved.moved.empty();
+        StatusBar1->setText(QString::fromStdString(summary.compacted.text() + (saved ? " " + summary.saved.text() : "")));
+        return true;
+    } catch (const std::exception& e) {
+        // Compacting again would not make more room: no second offer of it.
+        if (const auto* refusal = dynamic_cast<const SaveError*>(&e); refusal && refusal->kind() == Refusal::NoFreeRun) {
+            reportFailure("Compact and Save", e);
+            return false;
+        }
+        return saveRefused("Compact and Save", e);
+    }
+}
+
+void frmMain::mnuFileCompact_Click() {
+    // Edits not saved yet are saved into the compacted image in the same write.
+    const bool edits = unsavedWork();
+    CompactSummary preview;
+    try {
+        (void)readUnchangedImage(pb);
+        preview = planCompact(pb).summary;
+    } catch (const std::exception& e) {
+        reportFailure("Compact Sequence Area", e);
+        return;
+    }
+    QString text = QString::fromStdString(preview.text()).replace("Compacted: ", "Compacting keeps ") +
+                   "\n\nThis writes the image at once and cannot be undone.";
+    if (edits) text += " Your unsaved edits are saved with it.";
+    text += "\n\nCompact the sequence area?";
+    if (dialogs_.message({text, "Compact Sequence Area", MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::No}) != MsgAnswer::Yes)
+        return;
+    (void)runCompactAndSave();
+}
+
+void frmMain::mnuFileSafeSave_Click() {
+    try {
+        const FileLock lock(pb.romPath);
+        const bool written = safeSave(pb);
+        // Safe Save writes the slots alone: sequence edits stay unsaved.
+        inFile_.playSlots = pb.playSlots;
+        refreshModified();
+        const QString said = written ? "Safe Save: the 64 slots written" : "Safe Save: the slots already stand as shown; the file was left alone";
+        StatusBar1->setText(unsavedWork() ? said + "; sequence edits are not saved yet (File > Save writes them)." : said + ".");
+    } catch (const std::exception& e) {
+        (void)saveRefused("Safe Save", e);
+    }
+}
+
+void frmMain::mnuFileSave_Click() {
+    // No is the default: Enter alone must not blank the computer teams' logic.
+    const MessageBoxSpec question{QString::fromLatin1(kFullSaveQuestion), "Warning", MsgIcon::Question, MsgButtons::YesNo,
+                                  MsgAnswer::No};
+    if (dialogs_.message(question) != MsgAnswer::Yes) return;
+    if (!commitWorkingCopy("Full Save")) return;
+    try {
+        const FileLock lock(pb.romPath);
+        fullSave(pb);
+        // Every sequence moved: no step can be undone against the new addresses.
+        doc_.saved(false);
+    } catch (const std::exception& e) {
+        (void)saveRefused("Full Save", e);
+        return;
+    }
+    refreshAddressLists();
+    int32_t bytes = 0;
+    for (const auto& [address, seq] : pb.sequences) bytes += seq.byteSize();
+    StatusBar1->setText(QString("Full Save: %1 sequences laid out anew from A000 (%2 bytes), every table rewritten.")
+                            .arg(pb.sequences.size())
+                            .arg(bytes));
+}
+
+void frmMain::mnuFileExportMaskROM_Click() {
+    const auto path = dialogs_.saveFile(kRomFilter, besideImage(" (mask).nes"));
+    if (!path) return;
+    try {
+        exportMaskRom(pb, path->toStdString());
+        StatusBar1->setText(QString("Wrote the mask of %1 sequences to ").arg(pb.sequences.size()) + QFileInfo(*path).fileName());
+    } catch (const std::exception& e) {
+        // No box: the reason goes to the status bar.
+        StatusBar1->setText(QString::fromLocal8Bit(e.what()));
+    }
+}
+
+void frmMain::mnuFileCheckImage_Click() {
+    if (!pb.openComplete) return;
+    dialogs_.showText("Check Image - " + QFileInfo(QString::fromStdString(pb.romPath)).fileName(),
+                      QString::fromLatin1(checkReport(buildAreaMap(pb))));
+}
+
+void frmMain::mnuFileExportPatch_Click() {
+    if (!pb.openComplete) return;
+    // The patch describes the image as the window shows it: saved and unsaved
+    // edits, and the panel's unapplied ones when the user says so.
+    Playbook doc = pb;
+    if (workingCopyEdited()) {
+        const QString seq = QString::fromStdString(sequenceKeyText(curSeq.address()));
+        switch (dialogs_.message({"The edits of sequence " + seq + " are not applied yet. Include them in the patch (as applied to " + seq +
+                                      ")?",
+                                  "Export Patch", MsgIcon::Question, MsgButtons::YesNoCancel, MsgAnswer::Yes})) {
+        case MsgAnswer::Yes: doc.sequences.at(curSeq.address()) = curSeq; break;
+        case MsgAnswer::No: break;
+        default: return;
+        }
+    }
+    // The kind follows the name, or when it has no extension the filter chosen: BPS carries both images' CRC-32.
+    int filter = 0;
+    const auto chosen = dialogs_.saveFile("IPS Patches (*.ips)|*.ips|BPS Patches (*.bps)|*.bps|All Files|*.*", besideImage(".ips"), &filter);
+    if (!chosen) return;
+    QString path = *chosen;
+    if (QFileInfo(path).suffix().isEmpty()) path += filter == 1 ? ".bps" : ".ips";
+    const bool bps = QFileInfo(path).suffix().compare("bps", Qt::CaseInsensitive) == 0;
+    try {
+        refuseSameFile(path.toStdString(), pb.romPath);
+        // The document's bytes: what the file held when it was last opened or saved, with every edit since laid out as Save would.
+        const std::vector<uint8_t> now = sameContent(doc, inFile_) ? pb.openedBytes : planSave(doc, pb.openedBytes).bytes;
+        const std::vector<uint8_t> from = fileBytes(pb, openedImage_), to = fileBytes(pb, now);  // patches are made on the file as it is
+        if (from == to) {
+            StatusBar1->setText("Nothing to export: the image holds no change since it was opened; no patch was written.");
+            return;
+        }
+        replaceFileContents(path.toStdString(), bps ? makeBps(from, to) : makeIps(from, to));
+        StatusBar1->setText(QString("Wrote the changes since the image was opened%1 to %2 (%3)")
+                                .arg(unsavedWork() ? ", unsaved ones included," : "", QFileInfo(path).fileName(), bps ? "BPS" : "IPS"));
+    } catch (const std::exception& e) {
+        reportFailure("Export Patch", e);
+    }
+}
+
+void frmMain::mnuFileExit_Click() { close(); }
+
+void frmMain::mnuHelpAbout_Click() {
+    dialogs_.message({"Zentrel Playbook Editor, BETA 3\n\n"
+                      "Version " ZPE_VERSION "\n\n"
+                      "Edits the playbook of an NES football cartridge image: the formations, the plays and the 64 "
+                      "play slots, and every player's command sequence, drawn as top-down diagrams. Saves write the "
+                      "changes back into the image in place; the command line tool zpe does the same from scripts.",
+                      kProgramName, MsgIcon::None, MsgButtons::Ok, MsgAnswer::Ok});
+}
+
+}  // namespace zpe

@@ -1,0 +1,130 @@
+// The document: one definition of what is unsaved, and a history whose undo
+// and redo put parts of it back and say which.
+#include "analysis/entries.h"
+#include "save/document.h"
+#include "save/save_changes.h"
+#include "support/playbook_fixture.h"
+
+#include <gtest/gtest.h>
+
+namespace zpe {
+namespace {
+
+using test::DataDir;
+using test::ImageBuilder;
+
+// A000 is shared by plays 0 and 1; A010 is play 0's RB.
+ImageBuilder documentImage() {
+    return ImageBuilder()
+        .bytesAt(0xA000, {0xD7, 0x01, 0x02, 0xE4})
+        .bytesAt(0xA010, {0xD7, 0x03, 0x04, 0xE4})
+        .play(0, {0xA000, 0xA010})
+        .play(1, {0xA000});
+}
+
+struct OpenDocument {
+    DataDir data;
+    test::Opened o = test::openBuilt(documentImage(), data);
+    Document doc;
+    std::vector<EditState::Part> told;
+    OpenDocument() {
+        doc.pb = o.pb;
+        doc.saved(false);
+        doc.onPut = [this](const EditState& s) { told.push_back(s.part); };
+    }
+};
+
+TEST(Document, UnsavedIsEverythingNotInTheFileAndTheWorkingCopysEdits) {
+    OpenDocument t;
+    Document& doc = t.doc;
+    EXPECT_FALSE(doc.unsaved());
+    doc.workingCopy = doc.pb.sequences.at(0xA000);
+    EXPECT_FALSE(doc.unsaved()) << "a working copy as stored is nothing unsaved";
+    doc.workingCopy.data(0, 0, 9);
+    EXPECT_TRUE(doc.workingCopyEdited());
+    EXPECT_TRUE(doc.unsaved());
+    doc.workingCopy.data(0, 0, 1);
+    EXPECT_FALSE(doc.unsaved());
+    doc.pb.playSlots[3].name("MINE");
+    EXPECT_TRUE(doc.unsaved());
+    doc.saved(true);
+    EXPECT_FALSE(doc.unsaved());
+}
+
+// Undo and redo put each part back, in reverse for undo, and say which; typing
+// into one box is one step; a new step drops what was undone; a save keeps the
+// history, and undo after it marks the document unsaved again.
+TEST(Document, HistoryPutsPartsBackAndOutlivesASave) {
+    OpenDocument t;
+    Document& doc = t.doc;
+    const clsPlaySlot was = doc.pb.playSlots[5];
+    clsPlaySlot now = was;
+    now.name("FIVE");
+    doc.perform({"Rename", {{EditState::ofSlots({{5, was}}), EditState::ofSlots({{5, now}})}}});
+    EXPECT_EQ(doc.pb.playSlots[5].name(), "FIVE");
+    EXPECT_EQ(doc.undoText(), "Rename");
+
+    doc.workingCopy = doc.pb.sequences.at(0xA010);
+    for (int16_t v : {5, 6, 7}) {
+        const clsSequence before = doc.workingCopy;
+        doc.workingCopy.data(0, 0, v);
+        doc.record({"Edit Value", {{EditState::ofWorkingCopy(before), EditState::ofWorkingCopy(doc.workingCopy)}}, 42});
+    }
+    EXPECT_EQ(doc.steps(), 2u) << "three values typed into one box are one step";
+    doc.saved(true);
+    EXPECT_TRUE(doc.unsaved()) << "the working copy's edits are not in the file";
+    doc.undo();
+    EXPECT_EQ(doc.workingCopy.data(0, 0), 3);
+    EXPECT_FALSE(doc.unsaved());
+    doc.undo();
+    EXPECT_EQ(doc.pb.playSlots[5].name(), was.name());
+    EXPECT_TRUE(doc.unsaved()) << "undone after the save: the file holds FIVE";
+    EXPECT_EQ(t.told, (std::vector<EditState::Part>{EditState::Part::Slots, EditState::Part::WorkingCopy, EditState::Part::Slots}));
+    doc.redo();
+    EXPECT_EQ(doc.pb.playSlots[5].name(), "FIVE");
+    EXPECT_FALSE(doc.unsaved());
+    EXPECT_EQ(doc.redoText(), "Edit Value");
+    doc.perform({"Rename", {{EditState::ofSlots({{5, now}}), EditState::ofSlots({{5, was}})}}});
+    EXPECT_FALSE(doc.canRedo()) << "a new step drops the undone ones";
+    doc.saved(false);
+    EXPECT_FALSE(doc.canUndo());
+}
+
+// A stored sequence put back: a working copy showing it unedited follows it
+// when the step says so (a moved point), keeps its edits otherwise (Apply);
+// a working copy of a sequence no longer there is not put back.
+TEST(Document, TheWorkingCopyFollowsOnlyWhereItShowedTheSequenceUnedited) {
+    OpenDocument t;
+    Document& doc = t.doc;
+    const clsSequence stored = doc.pb.sequences.at(0xA000);
+    clsSequence moved = stored;
+    moved.data(0, 1, 0x30);
+    doc.workingCopy = stored;
+    doc.perform({"Move Point", {{EditState::ofSequence(stored, true), EditState::ofSequence(moved, true)}}});
+    EXPECT_EQ(doc.workingCopy.data(0, 1), 0x30);
+    doc.undo();
+    EXPECT_EQ(doc.workingCopy.data(0, 1), 2);
+
+    doc.workingCopy.data(0, 1, 0x44);  // an edit applied, then undone: it stays pending
+    doc.perform({"Apply Sequence Edit", {{EditState::ofSequence(stored), EditState::ofSequence(doc.workingCopy)}}});
+    EXPECT_FALSE(doc.workingCopyEdited());
+    doc.undo();
+    EXPECT_EQ(doc.workingCopy.data(0, 1), 0x44);
+    EXPECT_TRUE(doc.workingCopyEdited());
+
+    const EntriesState before = entriesState(doc.pb);
+    const int32_t copy = addCopyOf(doc.pb, 0xA000);
+    setEntryTarget(doc.pb, {AreaEntry::Table::Play, 1, 0, 0xA000}, copy);
+    doc.record({"Copy", {{EditState::ofEntries(before), EditState::ofEntries(entriesState(doc.pb))}}});
+    clsSequence ofCopy = doc.pb.sequences.at(copy);
+    doc.workingCopy = ofCopy;
+    doc.undo();
+    EXPECT_FALSE(doc.pb.sequences.contains(copy));
+    doc.workingCopy = stored;
+    doc.record({"Type", {{EditState::ofWorkingCopy(ofCopy), EditState::ofWorkingCopy(stored)}}});
+    doc.undo();  // onto the copy, which the entries step took away: nothing changes
+    EXPECT_EQ(doc.workingCopy.address(), 0xA000);
+}
+
+}  // namespace
+}  // namespace zpe
