@@ -41,7 +41,7 @@ struct AreaEntry {
     int index = 0;
     int player = 0;  // 0..10; 0 for a pointer
     int32_t target = 0;
-    // "pointer N", "play N player P", "formation N position P".
+    // "pointer 17", "play 58 (3A) WR2", "formation 4 QB".
     std::string name() const;
 };
 

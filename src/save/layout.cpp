@@ -78,6 +78,7 @@ private:
     bool readElsewhere(int32_t key, const std::vector<int32_t>& addresses) const;
     bool gameReadsAsOther(int32_t address, int32_t start) const;
     bool readWithoutEnd(int32_t address) const;
+    bool enteredInside(const Chain& c) const;
     std::vector<int32_t> commandsHolding(int32_t address) const;
     std::vector<uint8_t> gameRuns(const Chain& c) const;
     void checkFields(const Chain& c, const std::vector<uint8_t>& runs) const;
@@ -419,6 +420,7 @@ bool Engine::fitsInPlace(const Chain& c) const {
         } else {
             for (const auto& [key, seq] : old_.sequences)
                 if (key != c.key && key < c.key + c.oldSize && key + seq.byteSize() > c.key) return false;
+            if (enteredInside(c)) return false;
         }
     }
     // A closing jump that follows a moved sequence changes its bytes for
@@ -446,6 +448,31 @@ bool Engine::fitsInPlace(const Chain& c) const {
         if (!found) return false;
     }
     return true;
+}
+
+// True when the game reads the old bytes of `c`, a sequence outside the
+// area, otherwise than by running it from its start: a path from elsewhere
+// leads into its middle, or runs a command across its bytes that is none of
+// the commands read there. Changed in place, those paths would run other commands.
+bool Engine::enteredInside(const Chain& c) const {
+    const int32_t from = c.key, to = c.key + c.oldSize;
+    auto inside = [&](int32_t a) { return a > from && a < to; };
+    std::unordered_set<int32_t> own;  // where its commands were read
+    int32_t at = from;
+    for (const SeqCommand& cmd : old_.sequences.at(c.key).commands()) {
+        own.insert(at);
+        at += cmd.encodedSize();
+    }
+    for (const GameCommand& g : map_.outsideCommands) {
+        if (g.address >= from && g.address < to) {
+            if (!own.count(g.address)) return true;
+            continue;
+        }
+        if (g.address + g.length > from && g.address < to) return true;
+        if ((g.target >= 0 && inside(g.target)) || (g.fallsThrough && inside(g.address + g.length))) return true;
+    }
+    return std::any_of(map_.leaves.begin(), map_.leaves.end(), [&](const AddressField& f) { return inside(f.target); }) ||
+           std::any_of(map_.outside.begin(), map_.outside.end(), [&](const AreaEntry& e) { return inside(e.target); });
 }
 
 void Engine::decideInPlace(Chain& c, bool& moreMoved) {

@@ -589,6 +589,30 @@ TEST(LayoutCases, ABytePathFromOutsideTheAreaReadsKeepsItsValue) {
     EXPECT_NE(targetOf(o.pb, pointerEntry(0)), 0xA000);
 }
 
+// 8100, outside the area, is run from its start by pointer 2 and from its
+// second command by the branch at 8200 (pointer 3). An edit of that second
+// command cannot change the bytes in place, where the branch's path reads
+// them: the sequence moves into the area and 8100's bytes stay.
+TEST(LayoutCases, AnOutsideSequenceAnotherPathEntersMovesRatherThanChangeItsBytes) {
+    DataDir data;
+    auto o = test::openBuilt(image({{0xA000, {0xC4, 0}},
+                                    {0x8100, {0xD7, 1, 2, 0xD7, 3, 4, 0xC4, 0}},
+                                    {0x8200, {0xC7, 0x03, 0x81, 0xC4, 0}}},
+                                   {0xA000, test::kDeadAddress, 0x8100, 0x8200}),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    ASSERT_FALSE(o.pb.sequences.contains(0x8103)) << "only the game's branch enters there";
+    const Bytes before = o.file.read();
+    o.pb.sequences.at(0x8100).data(1, 0, 9);
+    SaveSummary s;
+    ASSERT_EQ(trySave(o, &s), "");
+    EXPECT_EQ(at(o.file.read(), 0x8100, 8), at(before, 0x8100, 8)) << s.text();
+    const int32_t moved = targetOf(o.pb, pointerEntry(2));
+    ASSERT_TRUE(inArea(moved)) << s.text();
+    EXPECT_EQ(o.pb.sequences.at(moved).data(1, 0), 9);
+    EXPECT_EQ(targetOf(o.pb, pointerEntry(3)), 0x8200);
+}
+
 TEST(LayoutCases, CopyOfARelativeContinuationShowsAndSavesIt) {
     DataDir data;
     auto o = test::openBuilt(copyImage(), data);
