@@ -146,9 +146,9 @@ private:
     QStringList recentFiles() const;
     void rememberRecent(const QString& path);
     void updateRecentMenu();
-    // After a save opened the image again: lists, undo, what is in the file,
-    // and the selected sequence and command kept.
-    void afterSave(const SaveSummary& summary);
+    // After a save opened the image again: lists, what is in the file, and the
+    // selections kept; the history too when `keepHistory`.
+    void afterSave(const SaveSummary& summary, bool keepHistory);
     // Every change not in the file: slots, entries, applied sequence edits, and
     // the editor panel's working copy when it differs from its sequence.
     bool unsavedWork() const;

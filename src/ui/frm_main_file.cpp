@@ -250,7 +250,7 @@ void frmMain::reportFailure(const QString& title, const std::exception& error) {
 
 void frmMain::mnuFileSaveChanges_Click() { (void)runSave(); }
 
-void frmMain::afterSave(const SaveSummary& summary) {
+void frmMain::afterSave(const SaveSummary& summary, bool keepHistory) {
     // The image was opened again: the lists show what it now holds; the tab, the
     // sequence (followed to where it moved) and its command stay selected.
     const auto selected = selectedSequenceAddress();
@@ -258,8 +258,7 @@ void frmMain::afterSave(const SaveSummary& summary) {
     // The rows selected in the other lists stay selected (and their pictures drawn).
     const int formation = selectedRow(lvFormations), slot = selectedRow(lvPlaySlots), play = selectedRow(lvPlays),
               chosenPlay = cmbPlay->currentIndex();
-    // Steps that name a moved sequence's old address (or a new one's key) cannot be undone any more.
-    doc_.saved(summary.moved.empty() && summary.placed.empty());
+    doc_.saved(keepHistory);
     showPlaybook();
     selectRow(lvFormations, formation);
     selectRow(lvPlaySlots, slot);
@@ -291,8 +290,7 @@ bool frmMain::runSaveAs() {
     try {
         const FileLock lock(path.toStdString());
         const SaveSummary summary = saveChangesAs(pb, path.toStdString(), dataDir_.toStdString());
-        afterSave(summary);
-        doc_.clearHistory();  // the steps belong to the other file
+        afterSave(summary, false);  // the steps belong to the other file
         updateCaption();
         rememberRecent(path);
         StatusBar1->setText("Saved as " + QFileInfo(path).fileName() + ". " + QString::fromStdString(summary.text()));
@@ -307,12 +305,16 @@ bool frmMain::runSave() {
     if (!commitWorkingCopy("Save")) return false;  // what the panel shows is what the user means to save
     try {
         const FileLock lock(pb.romPath);
+        const Playbook shown = pb;
         const SaveSummary summary = zpe::saveChanges(pb);
         if (summary.nothingToWrite) {
             StatusBar1->setText("Nothing to save: the image already holds every change; the file was left alone.");
             return true;
         }
-        afterSave(summary);
+        // The steps stay undoable while every sequence and command is known
+        // as before; a sequence moved or placed, or a command now read at
+        // another address, would leave steps naming what the file no longer holds.
+        afterSave(summary, sameContent(shown, pb));
         StatusBar1->setText(QString::fromStdString(summary.text()));
         return true;
     } catch (const std::exception& e) {

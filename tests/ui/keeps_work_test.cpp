@@ -466,6 +466,18 @@ private slots:
         w->doc_.undo();
         QCOMPARE(w->curSeq.commands(), w->pb.sequences.at(0xA010).commands());
         QVERIFY(!w->isWindowModified());
+
+        // A save keeps the history while every command is read where it was;
+        // one that reads a command at another address (a removal written in
+        // place) lets it go: its steps would name what the file no longer holds.
+        box->setText("7C");
+        QVERIFY(w->runSave());
+        QVERIFY(w->mnuEditUndo->isEnabled());
+        w->lstSeqCommands->setCurrentRow(0);
+        w->cmdSeqDelCmd_Click();  // E4 alone, at A010
+        QVERIFY(w->runSave());
+        QVERIFY(!w->mnuEditUndo->isEnabled());
+        QCOMPARE(w->pb.sequences.at(0xA010).commandCount(), 1);
     }
 
     // Save keeps the selection, following a moved sequence; with nothing to write it leaves the file alone.
