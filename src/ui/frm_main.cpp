@@ -431,6 +431,8 @@ void frmMain::openDiagram(bool slot) {
         diagram_->onMove = [this](int player, const DiagramPoint& pt, int a, int b) { diagramMove(player, pt, a, b); };
         // Undo, redo and Save work from the diagram too, with the same shortcuts.
         diagram_->addActions({mnuEditUndo, mnuEditRedo, mnuFileSaveChanges});
+        const QByteArray geometry = settings()->value("diagramGeometry").toByteArray();  // where it was last
+        if (!geometry.isEmpty() && windowsWhereTheyWere_) diagram_->restoreGeometry(geometry);
     }
     diagramForSlot_ = slot;
     diagram_->show();

@@ -287,6 +287,7 @@ private:
     QAction *mnuEditUndo, *mnuEditRedo, *mnuFileExportPatch;
     QMenu* mnuFileRecent;
     QString settingsPath_;  // an INI file for the settings; empty: the platform's place (tests set one)
+    bool windowsWhereTheyWere_ = false;  // restoreWindowGeometry ran: the Diagram window opens where it was too
     QAction *mnuFileOpen, *mnuFileSaveChanges, *mnuFileSaveAs, *mnuFileSafeSave, *mnuFileSave, *mnuFileCompact, *mnuFileExportMaskROM,
         *mnuFileCheckImage, *mnuFileExit,
         *mnuHelpAbout;

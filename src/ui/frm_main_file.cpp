@@ -166,8 +166,10 @@ void frmMain::closeEvent(QCloseEvent* event) {
         event->ignore();
         return;
     }
+    // The next start opens the windows where they were.
+    if (diagram_) settings()->setValue("diagramGeometry", diagram_->saveGeometry());
     if (diagram_) diagram_->close();
-    settings()->setValue("geometry", saveGeometry());  // the next start opens the window where it was
+    settings()->setValue("geometry", saveGeometry());
     event->accept();
 }
 
@@ -213,6 +215,7 @@ std::unique_ptr<QSettings> frmMain::settings() const {
 }
 
 void frmMain::restoreWindowGeometry() {
+    windowsWhereTheyWere_ = true;  // the Diagram window too, when it opens
     const QByteArray geometry = settings()->value("geometry").toByteArray();
     if (!geometry.isEmpty()) restoreGeometry(geometry);
 }

@@ -305,6 +305,18 @@ private slots:
         QVERIFY(w->filterBox_->hasFocus());
     }
 
+    // Show Details shrinks the list; the selected row stays in view.
+    void showDetailsKeepsTheSelectedRowInView() {
+        openWindowImage();
+        w->selectTab(2);
+        frmMain::selectRow(w->lvPlaySlots, 60);
+        w->lvPlaySlots->scrollToItem(w->lvPlaySlots->topLevelItem(60));
+        w->cmdPlaySlotDetails_Click();
+        QApplication::processEvents();
+        const QRect row = w->lvPlaySlots->visualItemRect(w->lvPlaySlots->topLevelItem(60));
+        QVERIFY(w->lvPlaySlots->viewport()->rect().contains(row));
+    }
+
     void kindRefusalAndCancel() {
         openWindowImage();
         w->selectTab(2);

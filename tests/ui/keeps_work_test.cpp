@@ -591,11 +591,18 @@ private slots:
         const QString ini = QString::fromStdString(fx.cwd.file("settings.ini"));
         w->settingsPath_ = ini;
         w->resize(1111, 777);
+        open();
+        openBigDiagram(2);
+        w->diagram_->resize(640, 480);
         QVERIFY(w->close());
         frmMain again(*fx.dialogs, QString::fromStdString(fx.data.path()), QString());
         again.settingsPath_ = ini;
         again.restoreWindowGeometry();
         QCOMPARE(again.size(), QSize(1111, 777));
+        QVERIFY(again.openImage(fx.imagePath()));
+        again.openDiagram(true);
+        QCOMPARE(again.diagram_->size(), QSize(640, 480));
+        again.diagram_->close();
 
         fx.stop();
         fx.start(workImage());
