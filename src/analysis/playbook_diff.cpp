@@ -1,5 +1,6 @@
 #include "analysis/playbook_diff.h"
 
+#include "analysis/area_map.h"
 #include "model/hex.h"
 
 #include <algorithm>
@@ -54,13 +55,13 @@ std::vector<std::string> describeDifferences(const Playbook& original, const Pla
     for (int p = 0; p < kPlayCount; ++p)
         for (int j = 0; j < kPlayersPerRecord; ++j)
             entry(original.plays[static_cast<size_t>(p)].seqAddress(j), edited.plays[static_cast<size_t>(p)].seqAddress(j),
-                  "play " + std::to_string(p) + " player " + std::to_string(j));
+                  AreaEntry{AreaEntry::Table::Play, p, j, 0}.name());
     for (size_t f = 0; f < original.formations.size() && f < edited.formations.size(); ++f)
         for (int j = 0; j < kPlayersPerRecord; ++j)
             entry(original.formations[f].posAddress(j), edited.formations[f].posAddress(j),
-                  "formation " + std::to_string(f) + " position " + std::to_string(j));
+                  AreaEntry{AreaEntry::Table::Formation, static_cast<int>(f), j, 0}.name());
     for (int i = 0; i < kPointerCount; ++i)
-        entry(original.seqPointers[static_cast<size_t>(i)], edited.seqPointers[static_cast<size_t>(i)], "pointer " + std::to_string(i));
+        entry(original.seqPointers[static_cast<size_t>(i)], edited.seqPointers[static_cast<size_t>(i)], AreaEntry{AreaEntry::Table::Pointer, i, 0, 0}.name());
 
     // Bytes a sequence explains, by file offset.
     std::vector<bool> explained(std::max(original.openedBytes.size(), edited.openedBytes.size()), false);

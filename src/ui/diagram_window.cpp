@@ -73,12 +73,14 @@ public:
         const QRectF area(0, 0, width_ * scale_, height_ * scale_);
         for (const Label& l : labels_) {
             const double w = m.horizontalAdvance(l.text), h = m.height();
-            // Above right of the point first, then the other corners, then further out ring by ring.
+            // Level with the point on its left first (the backfield side, where
+            // no path runs, and unambiguous where squares stand in a column),
+            // then on its right, then the corners, then further out ring by ring.
             std::vector<QPointF> places;
             for (int ring = 1; ring <= 6; ++ring) {
                 const double d = gap + (ring - 1) * h * 0.75;
-                for (const QPointF& o : {QPointF(d, -d - h), QPointF(d, d), QPointF(-d - w, -d - h), QPointF(-d - w, d),
-                                         QPointF(d, -h / 2), QPointF(-d - w, -h / 2), QPointF(-w / 2, -d - h), QPointF(-w / 2, d)})
+                for (const QPointF& o : {QPointF(-d - w, -h / 2), QPointF(d, -h / 2), QPointF(d, -d - h), QPointF(d, d),
+                                         QPointF(-d - w, -d - h), QPointF(-d - w, d), QPointF(-w / 2, -d - h), QPointF(-w / 2, d)})
                     places.push_back(o);
             }
             QRectF chosen(l.at + places[0], QSizeF(w, h));
@@ -471,7 +473,7 @@ void DiagramWindow::saveAnimation() {
     if (view_->slot < 0) return;
     QString name = subject();
     name.replace(QChar(0x2014), '-').replace(':', '-').replace(QRegularExpression("[^A-Za-z0-9 ()_-]"), "");
-    const auto chosen = dialogs_.saveFile("GIF Animations (*.gif)|*.gif|All Files|*.*", name.simplified() + ".gif");
+    const auto chosen = dialogs_.saveFile("GIF Animations (*.gif)|*.gif|All Files|*.*", name.simplified() + ".gif", nullptr, "Save Animation");
     if (!chosen) return;
     const QString file = QFileInfo(*chosen).suffix().isEmpty() ? *chosen + ".gif" : *chosen;
     const int keep = view_->step, steps = animationSteps();
@@ -558,7 +560,7 @@ void DiagramWindow::refresh() {
 void DiagramWindow::savePicture() {
     QString name = subject();
     name.replace(QChar(0x2014), '-').replace(':', '-').replace(QRegularExpression("[^A-Za-z0-9 ()_-]"), "");
-    const auto chosen = dialogs_.saveFile("PNG Pictures (*.png)|*.png|All Files|*.*", name.simplified() + ".png");
+    const auto chosen = dialogs_.saveFile("PNG Pictures (*.png)|*.png|All Files|*.*", name.simplified() + ".png", nullptr, "Save Picture");
     if (!chosen) return;
     const QString file = QFileInfo(*chosen).suffix().isEmpty() ? *chosen + ".png" : *chosen;
     const std::optional<QString> path = file;

@@ -79,10 +79,10 @@ std::optional<QString> QtDialogs::openFile(const QString& filter) {
     return path;
 }
 
-std::optional<QString> QtDialogs::saveFile(const QString& filter, const QString& suggested, int* chosenFilter) {
+std::optional<QString> QtDialogs::saveFile(const QString& filter, const QString& suggested, int* chosenFilter, const QString& title) {
     const QString filters = qtFilter(filter);
     QString selected;
-    const QString path = QFileDialog::getSaveFileName(parent_, QString(), suggested, filters, &selected);
+    const QString path = QFileDialog::getSaveFileName(parent_, title, suggested, filters, &selected);
     if (path.isEmpty()) return std::nullopt;
     if (chosenFilter) *chosenFilter = std::max<int>(0, static_cast<int>(filters.split(";;").indexOf(selected)));
     return path;

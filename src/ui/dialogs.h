@@ -33,8 +33,10 @@ public:
     // Open and save dialogs with a "text|pattern|..." filter; none when cancelled.
     virtual std::optional<QString> openFile(const QString& filter) = 0;
     // `suggested`: the file name the dialog proposes ("" for none); `chosenFilter`,
-    // when given, receives which of the filter's entries was chosen (from 0).
-    virtual std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString(), int* chosenFilter = nullptr) = 0;
+    // when given, receives which of the filter's entries was chosen (from 0);
+    // `title`: what the dialog is for ("Export Patch"; "" for the platform's own).
+    virtual std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString(), int* chosenFilter = nullptr,
+                                            const QString& title = QString()) = 0;
     // A question with three buttons: `allText` (MsgAnswer::All), `copyText`
     // (MsgAnswer::Copy, the default) and Cancel (also Escape).
     virtual MsgAnswer allOrCopy(const QString& text, const QString& title, const QString& allText, const QString& copyText) = 0;
@@ -55,7 +57,8 @@ public:
     void setParent(QWidget* parent) { parent_ = parent; }
     MsgAnswer message(const MessageBoxSpec& box) override;
     std::optional<QString> openFile(const QString& filter) override;
-    std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString(), int* chosenFilter = nullptr) override;
+    std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString(), int* chosenFilter = nullptr,
+                                    const QString& title = QString()) override;
     void showText(const QString& title, const QString& text) override;
     std::optional<int> choose(const QString& title, const QString& prompt, const QStringList& items, int current = 0) override;
     MsgAnswer allOrCopy(const QString& text, const QString& title, const QString& allText, const QString& copyText) override;

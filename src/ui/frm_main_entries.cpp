@@ -8,6 +8,7 @@
 #include "model/hex.h"
 #include "ui/diagram_window.h"
 #include "ui/frm_main.h"
+#include "ui/list_filter.h"
 
 #include <QLabel>
 #include <QListWidget>
@@ -94,6 +95,7 @@ bool frmMain::showInPanel(int32_t key) {
     if (!pb.sequences.contains(key)) return false;
     if (selectedTab() != 4) selectTab(4);
     if (!showSeqDetails) cmdSeqDetails_Click();
+    listFilter_->reveal(lvSequences, sequenceRow(key));  // a filter must not keep it from the panel
     selectRow(lvSequences, sequenceRow(key));
     lvSequences_Click();
     if (curSeq.address() != key) return false;  // the user stayed on an edited sequence

@@ -132,6 +132,7 @@ bool frmMain::openImage(const QString& path) {
         // No box: the reason goes to the status bar. The path is kept, and saves refuse until an open completes.
         pb = Playbook{};
         doc_.saved(false);  // nothing of the previous image can be undone into this one
+        if (diagram_) diagram_->close();  // it would draw nothing of an image that did not open
         pb.romPath = path.toStdString();
         clearLists();
         clearSeqPanel();  // the previous image's working copy must not be applied to anything
@@ -238,7 +239,14 @@ void frmMain::updateRecentMenu() {
     const QStringList list = recentFiles();
     for (int i = 0; i < list.size(); ++i) {
         const QString path = list[i];
-        QAction* a = mnuFileRecent->addAction(QString("&%1 %2").arg(i + 1).arg(QFileInfo(path).fileName()), this, [this, path] {
+        // The folder beside the name: two images of one name stay apart.
+        const QFileInfo file(path);
+        QAction* a = mnuFileRecent->addAction(QString("&%1 %2  (%3)").arg(i + 1).arg(file.fileName(), file.absolutePath()), this, [this, path] {
+            // A file that is gone is said before anything is asked: the image open now stays.
+            if (!QFileInfo::exists(path)) {
+                StatusBar1->setText(QFileInfo(path).fileName() + " is no longer there (" + path + "); the image open now stays open.");
+                return;
+            }
             if (maybeKeepChanges()) openImage(path);
         });
         a->setToolTip(path);
@@ -282,7 +290,7 @@ void frmMain::afterSave(const SaveSummary& summary, bool keepHistory) {
 }
 
 bool frmMain::runSaveAs() {
-    const auto chosen = dialogs_.saveFile(kRomFilter, besideImage(" (edited).nes"));
+    const auto chosen = dialogs_.saveFile(kRomFilter, besideImage(" (edited).nes"), nullptr, "Save As");
     if (!chosen) return false;
     QString path = *chosen;
     if (QFileInfo(path).suffix().isEmpty()) path += ".nes";
@@ -427,7 +435,7 @@ void frmMain::mnuFileSave_Click() {
 }
 
 void frmMain::mnuFileExportMaskROM_Click() {
-    const auto path = dialogs_.saveFile(kRomFilter, besideImage(" (mask).nes"));
+    const auto path = dialogs_.saveFile(kRomFilter, besideImage(" (mask).nes"), nullptr, "Export Mask ROM");
     if (!path) return;
     try {
         exportMaskRom(pb, path->toStdString());
@@ -461,7 +469,7 @@ void frmMain::mnuFileExportPatch_Click() {
     }
     // The kind follows the name, or when it has no extension the filter chosen: BPS carries both images' CRC-32.
     int filter = 0;
-    const auto chosen = dialogs_.saveFile("IPS Patches (*.ips)|*.ips|BPS Patches (*.bps)|*.bps|All Files|*.*", besideImage(".ips"), &filter);
+    const auto chosen = dialogs_.saveFile("IPS Patches (*.ips)|*.ips|BPS Patches (*.bps)|*.bps|All Files|*.*", besideImage(".ips"), &filter, "Export Patch");
     if (!chosen) return;
     QString path = *chosen;
     if (QFileInfo(path).suffix().isEmpty()) path += filter == 1 ? ".bps" : ".ips";

@@ -41,6 +41,17 @@ void ListFilter::show(QTreeWidget* list) {
     });
 }
 
+void ListFilter::reveal(QTreeWidget* list, int row) {
+    QTreeWidgetItem* item = list->topLevelItem(row);
+    if (!item || !item->isHidden()) return;
+    list->setProperty(kFilterProperty, QString());
+    apply(list, 0, list->topLevelItemCount() - 1);
+    if (list_ == list) {
+        const QSignalBlocker quiet(box_);
+        box_->clear();
+    }
+}
+
 QString ListFilter::textOf(const QTreeWidget* list) { return list->property(kFilterProperty).toString(); }
 
 void ListFilter::apply(QTreeWidget* list, int first, int last) {

@@ -18,6 +18,9 @@ public:
     void show(QTreeWidget* list);
     // The text `list` is filtered by ("" when none).
     static QString textOf(const QTreeWidget* list);
+    // Makes row `row` of `list` shown: a filter that hides it is cleared (the
+    // window is about to select it, as a double-click on a player does).
+    void reveal(QTreeWidget* list, int row);
 
 private:
     static void apply(QTreeWidget* list, int first, int last);

@@ -1,11 +1,13 @@
 #include "ui/screenshots.h"
 
+#include "ui/diagram_window.h"
 #include "ui/frm_main.h"
 
 #include "model/file_io.h"
 
 #include <QApplication>
 #include <QBuffer>
+#include <QLineEdit>
 #include <QLabel>
 #include <QDir>
 #include <QPixmap>
@@ -20,7 +22,7 @@ class SilentDialogs : public Dialogs {
 public:
     MsgAnswer message(const MessageBoxSpec& box) override { return box.defaultButton; }
     std::optional<QString> openFile(const QString&) override { return std::nullopt; }
-    std::optional<QString> saveFile(const QString&, const QString&, int*) override { return std::nullopt; }
+    std::optional<QString> saveFile(const QString&, const QString&, int*, const QString&) override { return std::nullopt; }
     void showText(const QString&, const QString&) override {}
     std::optional<int> choose(const QString&, const QString&, const QStringList&, int) override { return std::nullopt; }
     MsgAnswer allOrCopy(const QString&, const QString&, const QString&, const QString&) override { return MsgAnswer::Cancel; }
@@ -35,13 +37,14 @@ QStringList writeScreenshots(const QString& imagePath, const QString& dir, const
     QDir().mkpath(dir);
 
     QStringList written;
-    auto shoot = [&](const char* name) {
+    auto shoot = [&](const char* name, QWidget* of = nullptr) {
         QApplication::processEvents();
         const QString path = QDir(dir).filePath(name);
         QByteArray png;
         QBuffer buffer(&png);
         buffer.open(QIODevice::WriteOnly);
-        if (!window.grab().save(&buffer, "PNG")) throw std::runtime_error(path.toStdString() + ": cannot encode the picture");
+        if (!(of ? of : static_cast<QWidget*>(&window))->grab().save(&buffer, "PNG"))
+            throw std::runtime_error(path.toStdString() + ": cannot encode the picture");
         replaceFileContents(path.toStdString(), std::vector<uint8_t>(png.begin(), png.end()));
         written << path;
     };
@@ -57,6 +60,17 @@ QStringList writeScreenshots(const QString& imagePath, const QString& dir, const
     frmMain::selectRow(window.lvPlaySlots, 0);
     window.lvPlaySlots_Click();
     shoot("play-slots.png");
+
+    // The big diagram of that slot's play, zoomed in twice, and the list filtered.
+    window.openDiagram(true);
+    window.diagram_->resize(900, 560);
+    QApplication::processEvents();
+    window.diagram_->setZoom(1.25 * 1.25);
+    shoot("diagram-zoom.png", window.diagram_);
+    window.diagram_->close();
+    window.filterBox_->setText("shotgun");
+    shoot("play-slots-filter.png");
+    window.filterBox_->clear();
 
     window.selectTab(3);
     shoot("plays.png");

@@ -275,6 +275,9 @@ namespace {
 
 TEST(CliRefsAndFork, JsonOfWhoUsesASequenceAndACopyForOnePlayer) {
     Fixture f;
+    test::TempDir out;
+    const std::string before = out.file("before.nes");
+    std::filesystem::copy_file(f.image.path(), before);
     const auto r = f.zpe({"refs", f.image.path(), "A007", "--json"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(nlohmann::json::parse(r.out),
@@ -282,6 +285,9 @@ TEST(CliRefsAndFork, JsonOfWhoUsesASequenceAndACopyForOnePlayer) {
     const auto fork = f.zpe({"fork", f.image.path(), "--play", "0", "--player", "0"});
     ASSERT_EQ(fork.exitCode, 0) << fork.err;
     EXPECT_EQ(fork.out.find("play 0 (0) QB now runs its own copy of A007 at "), 0u) << fork.out;
+    // diff names the entry as refs, fork and the window do.
+    const auto d = f.zpe({"diff", before, f.image.path()});
+    EXPECT_NE(d.out.find("play 0 (0) QB: A007 -> "), std::string::npos) << d.out;
     EXPECT_EQ(nlohmann::json::parse(f.zpe({"refs", f.image.path(), "A007", "--json"}).out)["entries"],
               nlohmann::json::parse(R"(["pointer 0"])"));
     EXPECT_EQ(f.zpe({"fork", f.image.path(), "--play", "0"}).exitCode, 2) << "a play needs its player";

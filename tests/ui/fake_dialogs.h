@@ -24,13 +24,16 @@ public:
         return a;
     }
     std::optional<QString> openFile(const QString& filter) override { return next(filter); }
-    std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString(), int* chosenFilter = nullptr) override {
+    std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString(), int* chosenFilter = nullptr,
+                                    const QString& title = QString()) override {
         suggestions << suggested;
+        saveTitles << title;
         if (chosenFilter) *chosenFilter = filterChoice;
         return next(filter);
     }
     int filterChoice = 0;  // which filter entry each save dialog reports as chosen
     QStringList suggestions;  // the file name each save dialog proposed
+    QStringList saveTitles;   // and its title
     std::vector<std::pair<QString, QString>> texts;  // title and text of each text window
     void showText(const QString& title, const QString& text) override { texts.emplace_back(title, text); }
 

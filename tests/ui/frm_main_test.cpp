@@ -293,6 +293,11 @@ private slots:
         w->filterBox_->setText("C7");
         for (int r = 0; r < w->lvSequences->topLevelItemCount(); ++r)
             QCOMPARE(w->lvSequences->topLevelItem(r)->isHidden(), !w->lvSequences->topLevelItem(r)->text(1).contains("C7"));
+        // A double-clicked player whose sequence the filter hides: the filter goes, the panel shows it.
+        w->showEntrySequence({AreaEntry::Table::Play, 0, 0, 0});
+        QCOMPARE(w->curSeq.address(), 0xA010);
+        QVERIFY(!w->lvSequences->topLevelItem(w->sequenceRow(0xA010))->isHidden());
+        QCOMPARE(w->filterBox_->text(), QString());
         w->selectTab(2);
         QCOMPARE(w->filterBox_->text(), QString("slot 3"));
         QVERIFY(w->runSave());  // the lists are filled again: the filters hold

@@ -19,7 +19,7 @@
 #include <QPushButton>
 #include <QTest>
 #include <QTreeWidget>
-#include <QUndoStack>
+#include <cstdio>
 
 using namespace zpe;
 using zpe::test::ImageBuilder;
@@ -583,6 +583,18 @@ private slots:
         w->pb = Playbook{};
         recent.first()->trigger();
         QVERIFY(w->pb.openComplete);
+
+        // A recent file that is gone: said, and the image open now stays (no question, nothing lost).
+        w->pb.playSlots[1].name("MINE");
+        const auto bytes = fx.image->read();
+        QVERIFY(std::remove(fx.imagePath().toStdString().c_str()) == 0);
+        w->updateRecentMenu();
+        const qsizetype asked = fx.dialogs->boxes.size();
+        w->mnuFileRecent->actions().first()->trigger();
+        QCOMPARE(fx.dialogs->boxes.size(), asked);
+        QVERIFY(w->StatusBar1->text().contains("is no longer there"));
+        QCOMPARE(QString::fromStdString(w->pb.playSlots[1].name()), QString("MINE"));
+        fx.image->write(bytes);
     }
 
     // The next start opens the window where it was closed, at its size; save
@@ -611,6 +623,12 @@ private slots:
         (void)w->runSaveAs();
         const QFileInfo image(fx.imagePath());
         QCOMPARE(fx.dialogs->suggestions.back(), image.dir().filePath(image.completeBaseName() + " (edited).nes"));
+        QCOMPARE(fx.dialogs->saveTitles.back(), QString("Save As"));
+
+        // An open that fails closes the Diagram window: it would draw nothing.
+        openBigDiagram(1);
+        QVERIFY(!w->openImage("/nonexistent/image.nes"));
+        QVERIFY(!w->diagram_->isVisible());
     }
 
     void dataBoxesTakeOnlyHex() {
