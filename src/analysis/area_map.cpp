@@ -250,6 +250,13 @@ std::vector<GameCommand> traceFrom(const std::vector<uint8_t>& image, int32_t ad
     return traceFrom(image, std::vector<int32_t>{address});
 }
 
+std::vector<GameCommand> programFrom(const std::vector<uint8_t>& image, const std::vector<int32_t>& addresses) {
+    GameWalk walk(areaBytes(image), {});
+    for (int32_t a : addresses) walk.push(a);
+    walk.run();
+    return std::move(walk.commands);
+}
+
 std::vector<GameCommand> traceFrom(const std::vector<uint8_t>& image, const std::vector<int32_t>& addresses) {
     GameWalk walk(areaBytes(image), image);
     for (int32_t a : addresses) walk.push(a);

@@ -106,6 +106,11 @@ struct AreaMap {
 // The same from several addresses at once.
 [[nodiscard]] std::vector<GameCommand> traceFrom(const std::vector<uint8_t>& image, const std::vector<int32_t>& addresses);
 
+// The commands the game can run from `addresses` inside the area, in address
+// order: a path that leaves the area stops there (what lies outside is the
+// game's own code, the same in every image of the game).
+[[nodiscard]] std::vector<GameCommand> programFrom(const std::vector<uint8_t>& image, const std::vector<int32_t>& addresses);
+
 // The area's bytes of an image (fewer when the image ends inside it).
 [[nodiscard]] std::span<const uint8_t> areaBytes(const std::vector<uint8_t>& image);
 

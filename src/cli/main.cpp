@@ -6,6 +6,7 @@
 #include "analysis/playbook_diff.h"
 #include "cli/json_export.h"
 #include "cli/json_import.h"
+#include "cli/play_file.h"
 #include "patch/bps.h"
 #include "diagram/diagram.h"
 #include "analysis/entries.h"
@@ -36,6 +37,8 @@
 #include <climits>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
+#include <optional>
 #include <functional>
 #include <iostream>
 #include <string>
@@ -254,6 +257,32 @@ int runExportMask(const Context& ctx, const std::string& imagePath, const std::s
     const std::vector<uint8_t> mask = zpe::maskBytes(pb, std::move(existing));
     writeOutput(outPath, mask, imagePath);
     if (outPath != kStdout) ctx.said("wrote the mask of " + std::to_string(pb.sequences.size()) + " sequences to " + outPath);
+    return 0;
+}
+
+struct ExportPlayRequest {
+    std::string play, slot, slotPlay, out;  // as given; empty: not given
+};
+
+// A play file of one play (--play P), or of a slot's play with its formation (--slot S [--slot-play K]).
+int runExportPlay(const Context& ctx, const std::string& imagePath, const ExportPlayRequest& r) {
+    if (r.play.empty() == r.slot.empty()) throw UsageError{"export-play needs exactly one of --play P, --slot S"};
+    if (!r.slotPlay.empty() && r.slot.empty()) throw UsageError{"--slot-play needs --slot"};
+    const zpe::Playbook pb = openOrFail(imagePath, ctx);
+    std::optional<int> slot;
+    int play = 0;
+    if (!r.slot.empty()) {
+        slot = parseNumber(r.slot, 0, zpe::kSlotCount - 1, "--slot");
+        const int k = r.slotPlay.empty() ? 1 : parseNumber(r.slotPlay, 1, zpe::kPlaysPerSlot, "--slot-play");
+        play = pb.playSlots[static_cast<size_t>(*slot)].oPlay(k - 1);
+        if (play >= zpe::kPlayCount)
+            throw Failure{imagePath + ": " + zpe::slotName(*slot) + " names play " + std::to_string(play) + ", which the play table does not hold"};
+    } else {
+        play = parseNumber(r.play, 0, zpe::kPlayCount - 1, "--play");
+    }
+    const std::string text = zpe::playFile(pb, play, slot, std::filesystem::path(imagePath).filename().string()).dump(1) + "\n";
+    writeOutput(r.out, std::vector<uint8_t>(text.begin(), text.end()), imagePath);
+    if (r.out != kStdout) ctx.said("wrote " + zpe::playName(play) + (slot ? " of " + zpe::slotName(*slot) + " with its formation" : "") + " to " + r.out);
     return 0;
 }
 
@@ -722,6 +751,15 @@ int main(int argc, char** argv) {
     imageOption(mask);
     mask->add_option("OUT", arg1, "Mask file to write")->required()->check(aFile);
     then(mask, [&](const Context& c) { return runExportMask(c, image, arg1); });
+
+    ExportPlayRequest exportPlay;
+    auto* playOut = verb("export-play", "Write what the game runs from one play's entries into a play file (JSON) another image can take");
+    imageOption(playOut);
+    playOut->add_option("--play", exportPlay.play, "Play 0-115");
+    playOut->add_option("--slot", exportPlay.slot, "Slot 0-63: its play (--slot-play, 1-8, default 1) with the slot's formation");
+    playOut->add_option("--slot-play", exportPlay.slotPlay, "Which of the slot's eight plays (1-8)");
+    playOut->add_option("--out", exportPlay.out, "Play file to write (- for standard output)")->required()->check(aFile);
+    then(playOut, [&](const Context& c) { return runExportPlay(c, image, exportPlay); });
 
     auto* json = verb("json", "Print the whole playbook as JSON");
     imageOption(json);

@@ -1,0 +1,105 @@
+// Play files: what the game runs from a play's entries, named so that another
+// image can take it; the file is read back here as another program would.
+#include "support/image_builder.h"
+#include "support/process.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <map>
+#include <set>
+
+namespace zpe {
+namespace {
+
+using test::ImageBuilder;
+using test::TempDir;
+using json = nlohmann::json;
+
+// Play 2: the QB places himself and hands over (Human Control) to the
+// computer's logic at A004, a COM pass (three receivers, then A020) that
+// loops back to itself;
+// the RB branches into the middle of A020's sequence and then jumps out of
+// the area; the FB runs nothing (FFFF). A040 is nobody's.
+struct PlayImage {
+    TempDir data;
+    test::TempFile image = ImageBuilder()
+                               .bytesAt(0xA000, {0xD0, 0xF0, 0x12, 0xE4, 0x92, 0x31, 0x42, 0x53, 0x20, 0xA0, 0xFE, 0xFA})
+                               .bytesAt(0xA020, {0xD7, 0x01, 0x02, 0xC4, 0x00})
+                               .bytesAt(0xA030, {0xD7, 0x03, 0x04, 0xC7, 0x23, 0xA0, 0xFF, 0x00, 0x90})
+                               .bytesAt(0xA040, {0xD7, 0x05, 0x06, 0xC4, 0x00})
+                               .bytesAt(0x9000, {0xC4, 0x00})
+                               .play(2, {0xA000, 0xA030, 0xFFFF})
+                               .pointer(0, 0xA040)
+                               .formation(4, {0xA040})
+                               .slot(5, {"FIVE", 4, {2, 0, 0, 0, 0, 0, 0, 0}, {}})
+                               .write();
+    PlayImage() { data.writeText("forms.txt", test::formsText()); }
+    test::ProcessResult zpe(std::vector<std::string> args) const {
+        args.insert(args.begin(), {"--data", data.path()});
+        return test::runProcess(ZPE_BIN, args);
+    }
+};
+
+TEST(PlayFile, HoldsEveryCommandThePlayRunsInsideTheAreaAndWhatEachLeadsTo) {
+    PlayImage t;
+    const auto r = t.zpe({"export-play", t.image.path(), "--play", "2", "--out", "-"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const json file = json::parse(r.out);
+    EXPECT_EQ(file["format"], "zpe play");
+    EXPECT_EQ(file["version"], 1);
+    EXPECT_EQ(file["source"]["play"], 2);
+    EXPECT_EQ(file["source"]["fingerprint"]["size"], t.image.read().size());
+    EXPECT_FALSE(file.contains("formation")) << "a play alone has no formation";
+
+    EXPECT_EQ(file["players"][0], json::parse(R"({"position": "QB", "entry": "A000"})"));
+    EXPECT_EQ(file["players"][1]["entry"], "A030");
+    EXPECT_TRUE(file["players"][2]["entry"].is_null()) << "FFFF: the FB runs nothing";
+
+    std::map<std::string, json> commands;
+    for (const json& c : file["commands"]) commands[c["id"]] = c;
+    const std::set<std::string> ids = [&] {
+        std::set<std::string> s;
+        for (const auto& [id, c] : commands) s.insert(id);
+        return s;
+    }();
+    EXPECT_EQ(ids, (std::set<std::string>{"A000", "A003", "A004", "A00A", "A020", "A023", "A030", "A033", "A036"}))
+        << "the computer's logic after Human Control, the COM pass target, the branch target; not A040";
+    EXPECT_EQ(commands["A003"]["next"], "A004") << "the game goes on after Human Control";
+    EXPECT_EQ(commands["A004"]["bytes"], "92 31 42 53 20 A0");
+    EXPECT_EQ(commands["A004"]["field"], json::parse(R"({"at": 4, "kind": "word", "to": "A020"})"));
+    EXPECT_EQ(commands["A00A"]["field"], json::parse(R"({"at": 1, "kind": "relative", "to": "A004"})"));
+    EXPECT_TRUE(commands["A00A"]["next"].is_null()) << "a jump does not go on";
+    EXPECT_EQ(commands["A033"]["field"]["to"], "A023") << "a branch into the middle of another sequence";
+    EXPECT_EQ(commands["A033"]["next"], "A036");
+    EXPECT_EQ(commands["A036"]["field"]["to"], json::parse(R"({"outside": "9000"})")) << "the game's own code stays an address";
+    EXPECT_TRUE(commands["A023"]["next"].is_null());
+}
+
+TEST(PlayFile, FromASlotCarriesTheFormationAndRefusesWhatItCannotWrite) {
+    PlayImage t;
+    test::TempDir out;
+    const std::string file = out.file("five.json");
+    auto r = t.zpe({"export-play", t.image.path(), "--slot", "5", "--out", file});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out, "wrote play 2 (2) of slot 5 (R1) with its formation to " + file + "\n");
+    const json play = json::parse(test::readFileText(file));
+    EXPECT_EQ(play["source"]["slot"], 5);
+    EXPECT_EQ(play["formation"]["name"], "FORM 4");
+    EXPECT_EQ(play["formation"]["positions"][0]["entry"], "A040");
+    bool formationCommand = false;
+    for (const json& c : play["commands"]) formationCommand |= c["id"] == "A040";
+    EXPECT_TRUE(formationCommand) << "the formation's commands are in the file too";
+
+    for (const std::vector<std::string>& bad : std::vector<std::vector<std::string>>{
+             {"--play", "2", "--slot", "5"}, {"--slot-play", "2", "--play", "2"}, {"--play", "116"}, {"--slot", "5"}}) {
+        std::vector<std::string> args{"export-play", t.image.path()};
+        args.insert(args.end(), bad.begin(), bad.end());
+        if (bad.back() != "5" || bad.size() != 2) args.insert(args.end(), {"--out", out.file("x.json")});
+        EXPECT_EQ(t.zpe(args).exitCode, 2) << bad.front() << " " << bad.back();
+    }
+    EXPECT_EQ(t.zpe({"export-play", t.image.path(), "--play", "2", "--out", t.image.path()}).exitCode, 1) << "never over the image";
+}
+
+}  // namespace
+}  // namespace zpe
