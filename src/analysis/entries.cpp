@@ -117,8 +117,16 @@ int32_t addEmptySequence(Playbook& pb, int16_t code, bool kick) {
 std::optional<AreaEntry> misreadEntry(const Playbook& before, const Playbook& now) {
     const std::vector<AreaEntry> was = playbookEntries(before), is = playbookEntries(now);
     for (size_t e = 0; e < is.size() && e < was.size(); ++e) {
-        const clsSequence* target = now.sequences.find(is[e].target);
-        if (is[e].target != was[e].target && target && target->kick() != entryReadsKick(is[e])) return is[e];
+        if (is[e].target == was[e].target) continue;
+        // Its sequence, and those it leads on to by its closing jump, are read as the entry reads.
+        std::unordered_set<int32_t> seen;
+        for (int32_t key = is[e].target; now.sequences.contains(key) && seen.insert(key).second;
+             key = now.sequences.at(key).nextSequence())
+            if (now.sequences.at(key).kick() != entryReadsKick(is[e])) {
+                AreaEntry misread = is[e];
+                misread.target = key;
+                return misread;
+            }
     }
     return std::nullopt;
 }

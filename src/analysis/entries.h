@@ -44,9 +44,10 @@ int32_t addCopyOf(Playbook& pb, int32_t key, const clsSequence* contents = nullp
 int32_t addEmptySequence(Playbook& pb, int16_t code, bool kick);
 
 // The first entry of `now` that names another sequence than in `before` and
-// reads it another way than that sequence is read (a kick formation's
-// position reads its stances as going on; everything else does not): read
-// so it would run other commands. None when every changed entry is fine.
+// reads it, or a sequence it leads on to by a closing jump, another way than
+// that sequence is read (a kick formation's position reads its stances as
+// going on; everything else does not): read so it would run other commands.
+// Its `target` is the sequence read the other way. None when every changed entry is fine.
 [[nodiscard]] std::optional<AreaEntry> misreadEntry(const Playbook& before, const Playbook& now);
 
 // The keys the tables lead to, with the sequences each follows on into.

@@ -33,15 +33,15 @@ struct Reader {
         return a;
     }
     int integer(const json& v, const std::string& where, int lo, int hi) const {
-        const std::string range = " is outside " + std::to_string(lo) + " to " + std::to_string(hi);
+        const auto range = [&] { return " is outside " + std::to_string(lo) + " to " + std::to_string(hi); };  // said only on a refusal
         if (v.is_number_unsigned()) {
             const auto n = v.get<uint64_t>();
-            if (n > static_cast<uint64_t>(hi)) throw ImportError(where, std::to_string(n) + range);
+            if (n > static_cast<uint64_t>(hi)) throw ImportError(where, std::to_string(n) + range());
             return static_cast<int>(n);
         }
         if (v.is_number_integer()) {
             const auto n = v.get<int64_t>();
-            if (n < lo || n > hi) throw ImportError(where, std::to_string(n) + range);
+            if (n < lo || n > hi) throw ImportError(where, std::to_string(n) + range());
             return static_cast<int>(n);
         }
         // A whole number written with a point or an exponent (1.0, 1e2, -0.0) is that number.
@@ -49,7 +49,7 @@ struct Reader {
             const double d = v.get<double>();
             if (d >= lo && d <= hi) return static_cast<int>(d);
             // Beyond 64 bits its digits are gone: say what it is rather than show it rounded.
-            throw ImportError(where, std::string(std::fabs(d) >= 9.2e18 ? "a whole number beyond 64 bits" : v.dump()) + range);
+            throw ImportError(where, std::string(std::fabs(d) >= 9.2e18 ? "a whole number beyond 64 bits" : v.dump()) + range());
         }
         throw ImportError(where, "not a whole number");
     }

@@ -74,6 +74,19 @@ void discoverSequences(Playbook& pb, Image& image) {
 
 }  // namespace
 
+std::string chainFault(const Playbook& pb, int32_t address, bool kick) {
+    Playbook scratch;
+    scratch.sequences = pb.sequences;  // the chain ends where it reaches one of these
+    Image image(pb.romPath, pb.openedBytes);
+    Discovery d(scratch, image);
+    try {
+        d.followChain(address, kick, "the chain");
+    } catch (const RomError& e) {
+        return e.what();
+    }
+    return {};  // read there (or found no valid sequence there, which the open passes over)
+}
+
 std::vector<int32_t> sortKeys(std::vector<int32_t> keys) {
     std::sort(keys.begin(), keys.end());
     return keys;

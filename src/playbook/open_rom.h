@@ -45,4 +45,10 @@ void writeGapListing(const Playbook& pb, const std::string& cpuPath);
 // The keys in ascending numeric order.
 [[nodiscard]] std::vector<int32_t> sortKeys(std::vector<int32_t> keys);
 
+// Why the open, reaching `address` the kick formations' way (`kick`) or the
+// plain one, would stop with an error reading `pb`'s image (its openedBytes)
+// there and on along the closing jumps, up to a sequence `pb` holds; "" when
+// it would not (an invalid sequence there is passed over, as the open does).
+[[nodiscard]] std::string chainFault(const Playbook& pb, int32_t address, bool kick);
+
 }  // namespace zpe

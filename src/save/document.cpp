@@ -27,13 +27,13 @@ void Document::perform(Edit edit) {
 }
 
 void Document::put(const EditState& state) {
-    switch (state.part) {
-    case EditState::Part::Slots:
+    switch (state.kind) {
+    case EditState::Kind::Slots:
         for (const auto& [s, fields] : state.slotStates)
             if (s >= 0 && s < kSlotCount) pb.playSlots[static_cast<size_t>(s)] = fields;
         break;
-    case EditState::Part::Entries: restoreEntries(pb, state.entries); break;
-    case EditState::Part::Sequence: {
+    case EditState::Kind::Entries: restoreEntries(pb, state.entries); break;
+    case EditState::Kind::Sequence: {
         const int32_t key = state.sequence.address();
         if (!pb.sequences.contains(key)) break;
         const bool follows = state.workingCopyFollows && workingCopy.address() == key && workingCopy.commandCount() > 0 && !workingCopyEdited();
@@ -41,7 +41,7 @@ void Document::put(const EditState& state) {
         if (follows) workingCopy.clone(state.sequence);
         break;
     }
-    case EditState::Part::WorkingCopy:
+    case EditState::Kind::WorkingCopy:
         // Only onto a sequence the playbook holds (a step may have taken a new one away).
         if (!pb.sequences.contains(state.sequence.address())) return;
         workingCopy.clone(state.sequence);

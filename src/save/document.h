@@ -19,13 +19,13 @@ using SlotStates = std::vector<std::pair<int, clsPlaySlot>>;  // slot index and 
 
 // One side of an edit: the part of the document it changed, as it stood.
 struct EditState {
-    enum class Part {
+    enum class Kind {
         Slots,        // the slots listed
         Entries,      // every table entry and the sequences made in the editor
         Sequence,     // one stored sequence, under its key (a move on the diagram, "Apply")
         WorkingCopy,  // the sequence editor's working copy (Add, Remove, the arrows, typed values)
     };
-    Part part = Part::Slots;
+    Kind kind = Kind::Slots;
     SlotStates slotStates;
     EntriesState entries;
     clsSequence sequence;
@@ -34,10 +34,10 @@ struct EditState {
     // edits (undoing "Apply" leaves them in the editor, not applied).
     bool workingCopyFollows = false;
 
-    static EditState ofSlots(SlotStates s) { return {Part::Slots, std::move(s), {}, {}, false}; }
-    static EditState ofEntries(EntriesState e) { return {Part::Entries, {}, std::move(e), {}, false}; }
-    static EditState ofSequence(clsSequence s, bool follows = false) { return {Part::Sequence, {}, {}, std::move(s), follows}; }
-    static EditState ofWorkingCopy(clsSequence s) { return {Part::WorkingCopy, {}, {}, std::move(s), false}; }
+    static EditState ofSlots(SlotStates s) { return {Kind::Slots, std::move(s), {}, {}, false}; }
+    static EditState ofEntries(EntriesState e) { return {Kind::Entries, {}, std::move(e), {}, false}; }
+    static EditState ofSequence(clsSequence s, bool follows = false) { return {Kind::Sequence, {}, {}, std::move(s), follows}; }
+    static EditState ofWorkingCopy(clsSequence s) { return {Kind::WorkingCopy, {}, {}, std::move(s), false}; }
 };
 
 // One step of the history: what it is called ("Swap slot 2 (R1) and slot 5

@@ -457,13 +457,18 @@ bool Engine::fitsInPlace(const Chain& c) const {
 bool Engine::enteredInside(const Chain& c) const {
     const int32_t from = c.key, to = c.key + c.oldSize;
     auto inside = [&](int32_t a) { return a > from && a < to; };
-    std::unordered_set<int32_t> own;  // where its commands were read
-    int32_t at = from;
-    for (const SeqCommand& cmd : old_.sequences.at(c.key).commands()) {
-        own.insert(at);
-        at += cmd.encodedSize();
+    // Its own commands as the game reads them from its start (a COM pass takes
+    // more bytes for the game than for the editor), falling through.
+    std::unordered_set<int32_t> own;
+    const auto& outside = map_.outsideCommands;
+    for (int32_t at = from; at < to;) {
+        const auto g = std::lower_bound(outside.begin(), outside.end(), at,
+                                        [](const GameCommand& x, int32_t a) { return x.address < a; });
+        if (g == outside.end() || g->address != at || !own.insert(at).second) break;
+        if (!g->fallsThrough) break;
+        at += g->length;
     }
-    for (const GameCommand& g : map_.outsideCommands) {
+    for (const GameCommand& g : outside) {
         if (g.address >= from && g.address < to) {
             if (!own.count(g.address)) return true;
             continue;

@@ -8,9 +8,11 @@
 #include "playbook/table_codec.h"
 #include "save/verify_write.h"
 #include "sequence/command_codes.h"
+#include "sequence/command_format.h"
 
 #include <filesystem>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace zpe {
 
@@ -73,9 +75,36 @@ bool safeSave(Playbook& pb, const std::function<void(const std::vector<uint8_t>&
     return true;
 }
 
+namespace {
+
+// An entry's chain that now runs on, by a closing jump, to an address no
+// sequence of the model starts: the open after the save reads it there as a
+// new sequence, the entry's way. Where that reading fails, the save refuses.
+void refuseUnreadableChains(const Playbook& before, const Playbook& now) {
+    std::unordered_set<int64_t> checked;
+    for (const AreaEntry& e : playbookEntries(now)) {
+        std::unordered_set<int32_t> seen;
+        int32_t key = e.target;
+        while (now.sequences.contains(key) && seen.insert(key).second) key = now.sequences.at(key).nextSequence();
+        // Below the image a field check names it better (nothing in the image leads there).
+        if (key == e.target || key < kAddressOffsetDelta || key == kNoSequence || now.sequences.contains(key)) continue;
+        const bool kick = entryReadsKick(e);
+        if (!checked.insert(key * 2 + (kick ? 1 : 0)).second) continue;
+        if (const clsSequence* was = before.sequences.find(key); was && was->kick() == kick) continue;  // read so already
+        if (const std::string fault = chainFault(now, key, kick); !fault.empty())
+            throw SaveError(now.romPath + ": " + e.name() + " would run on to " + hex4(key) + ", which no sequence starts; read there " +
+                                (kick ? "the kick formations' way" : "the plain way") + " the image would not open (" + fault +
+                                "); nothing was saved",
+                            Refusal::WouldNotReopen);
+    }
+}
+
+}  // namespace
+
 void refuseMisreadEntries(const Playbook& before, const Playbook& now) {
+    refuseUnreadableChains(before, now);
     if (const auto e = misreadEntry(before, now))
-        throw SaveError(now.romPath + ": " + e->name() + " reads its sequence " +
+        throw SaveError(now.romPath + ": " + e->name() + " reads what it runs " +
                         (entryReadsKick(*e) ? "the kick formations' way" : "the plain way") + ", but " + sequenceName(e->target) +
                             " is read the other way; nothing was saved",
                         Refusal::MisreadEntry);
@@ -98,8 +127,9 @@ std::vector<uint8_t> fullSaveSequence(clsSequence seq, int32_t key, int32_t newA
     for (int i = 0; i < seq.commandCount(); ++i) {
         if (seq.command(i) != cmd::kAbsoluteJump) continue;
         const auto at = static_cast<size_t>(seq.place(i) - seq.address());
-        bytes[at + 1] = static_cast<uint8_t>(mapped->second & 0xFF);
-        bytes[at + 2] = static_cast<uint8_t>((mapped->second >> 8) & 0xFF);
+        const CommandFormat jump = commandFormat(cmd::kAbsoluteJump, false, -1);
+        const FieldBytes field = fieldBytes(jump.field, seq.place(i), mapped->second);
+        for (int k = 0; k < field.count; ++k) bytes[at + static_cast<size_t>(jump.fieldAt + k)] = field.bytes[static_cast<size_t>(k)];
         break;
     }
     (void)key;

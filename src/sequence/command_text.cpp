@@ -1,6 +1,7 @@
 // The readable text of each command and of a whole sequence.
 #include "model/tables.h"
 #include "sequence/command_codes.h"
+#include "sequence/command_format.h"
 #include "sequence/sequence.h"
 
 namespace zpe {
@@ -52,8 +53,9 @@ std::string commandText(const SeqCommand& command, const FieldView& view, const 
     // A branch shown by its values shows its field's bytes where they stand.
     std::array<int16_t, kMaxDataValues> data = command.data;
     if (const auto [lo, hi] = addressFieldData(command); lo >= 0 && hi >= 0) {
-        data[static_cast<size_t>(lo)] = static_cast<int16_t>(view.target & 0xFF);
-        data[static_cast<size_t>(hi)] = static_cast<int16_t>((view.target >> 8) & 0xFF);
+        const FieldBytes field = fieldBytes(FieldKind::Word, 0, view.target);
+        data[static_cast<size_t>(lo)] = field.bytes[0];
+        data[static_cast<size_t>(hi)] = field.bytes[1];
     }
     std::string text = names[static_cast<size_t>(command.command) & 0xFF];
     if (command.dataLen >= 1) {

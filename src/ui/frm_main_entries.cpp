@@ -72,10 +72,12 @@ void frmMain::lstSeqUsedBy_DoubleClick(QListWidgetItem* item) {
     const int index = item->data(Qt::UserRole + 1).toInt(), player = item->data(Qt::UserRole + 2).toInt();
     if (table == static_cast<int>(AreaEntry::Table::Play)) {
         selectTab(3);
+        listFilter_->reveal(lvPlays, index);  // the row it goes to is shown
         selectRow(lvPlays, index);
         if (QTreeWidgetItem* row = lvPlays->topLevelItem(index)) lvPlays->setCurrentItem(row, player + 1);
     } else if (table == static_cast<int>(AreaEntry::Table::Formation)) {
         selectTab(1);
+        listFilter_->reveal(lvFormations, index);
         selectRow(lvFormations, index);
         lvFormations_Click();
         if (QTreeWidgetItem* row = lvFormations->topLevelItem(index)) lvFormations->setCurrentItem(row, player + 1);

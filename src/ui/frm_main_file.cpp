@@ -15,6 +15,7 @@
 #include "ui/diagram_window.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QListWidget>
@@ -180,7 +181,8 @@ void frmMain::changeEvent(QEvent* event) {
 }
 
 void frmMain::noticeChangeOnDisk() {
-    if (!pb.openComplete || changeNoticed_) return;
+    // Not over a dialog of the window's own (a save in progress says it itself).
+    if (!pb.openComplete || changeNoticed_ || QApplication::activeModalWidget()) return;
     QString what;
     try {
         (void)readUnchangedImage(pb);
@@ -296,7 +298,8 @@ bool frmMain::runSaveAs() {
     if (QFileInfo(path).suffix().isEmpty()) path += ".nes";
     // The image itself chosen again is a plain Save (QFileInfo's == says nothing of files that do not exist).
     const QFileInfo to(path), from(QString::fromStdString(pb.romPath));
-    if (to.exists() && from.exists() ? to == from : to.absoluteFilePath() == from.absoluteFilePath()) return runSave();
+    // A file that is gone is written anew from the document, whatever its name.
+    if (to.exists() && from.exists() && to == from) return runSave();
     if (!commitWorkingCopy("Save As")) return false;
     try {
         const FileLock lock(path.toStdString());
@@ -348,7 +351,9 @@ bool frmMain::saveRefused(const QString& title, const std::exception& e) {
     // the file could not be read, locked or replaced (deleted, moved,
     // read-only): the work in memory can still go to a new file.
     if (!refusal || refusal->kind() == Refusal::ChangedOnDisk) {
-        const QString question = QString::fromLocal8Bit(e.what()) + "\n\nSave your edits as a new file instead? (Save As)";
+        changeNoticed_ = true;  // said here: coming back to the window does not say it again
+        // Save As writes every edit, whichever save was refused.
+        const QString question = QString::fromLocal8Bit(e.what()) + "\n\nSave all your edits as a new file instead? (Save As)";
         if (dialogs_.message({question, title, MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::Yes}) == MsgAnswer::Yes) return runSaveAs();
         return false;
     }

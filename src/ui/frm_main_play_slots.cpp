@@ -46,7 +46,9 @@ void frmMain::updatePlaySlotButtons() {
 void frmMain::startOrCancelSlotAction(SlotAction action) {
     if (slotAction == SlotAction::None) {
         slotActionSource = selectedRow(lvPlaySlots);
-        slotAction = slotActionSource >= 0 ? action : SlotAction::None;
+        // A slot the filter hides is no source: the user would copy what the list does not show.
+        const QTreeWidgetItem* source = slotActionSource >= 0 ? lvPlaySlots->topLevelItem(slotActionSource) : nullptr;
+        slotAction = source && !source->isHidden() ? action : SlotAction::None;
         // The target is picked in the list: by a click, or the arrow keys and Enter.
         if (slotAction != SlotAction::None) lvPlaySlots->setFocus();
     } else if (slotAction == action) {

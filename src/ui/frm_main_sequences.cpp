@@ -3,6 +3,7 @@
 #include "model/hex.h"
 #include "sequence/command_sheet.h"
 #include "ui/frm_main.h"
+#include "ui/list_filter.h"
 #include "ui/diagram_window.h"
 #include "ui/up_down.h"
 
@@ -322,6 +323,7 @@ void frmMain::showWorkingCopy() {
     // The panel shows the working copy of the selected sequence: select its row first.
     const int row = sequenceRow(curSeq.address());
     if (row < 0) return;
+    listFilter_->reveal(lvSequences, row);
     if (selectedRow(lvSequences) != row) {
         const QSignalBlocker quiet(lvSequences);
         selectRow(lvSequences, row);
@@ -335,11 +337,11 @@ void frmMain::showWorkingCopy() {
 }
 
 void frmMain::showPut(const EditState& state) {
-    switch (state.part) {
-    case EditState::Part::Slots: showSlots(state.slotStates); break;
-    case EditState::Part::Entries: showEntries(); break;
-    case EditState::Part::Sequence: showSequence(state.sequence.address()); break;
-    case EditState::Part::WorkingCopy: showWorkingCopy(); break;
+    switch (state.kind) {
+    case EditState::Kind::Slots: showSlots(state.slotStates); break;
+    case EditState::Kind::Entries: showEntries(); break;
+    case EditState::Kind::Sequence: showSequence(state.sequence.address()); break;
+    case EditState::Kind::WorkingCopy: showWorkingCopy(); break;
     }
 }
 

@@ -26,11 +26,11 @@ struct OpenDocument {
     DataDir data;
     test::Opened o = test::openBuilt(documentImage(), data);
     Document doc;
-    std::vector<EditState::Part> told;
+    std::vector<EditState::Kind> told;
     OpenDocument() {
         doc.pb = o.pb;
         doc.saved(false);
-        doc.onPut = [this](const EditState& s) { told.push_back(s.part); };
+        doc.onPut = [this](const EditState& s) { told.push_back(s.kind); };
     }
 };
 
@@ -54,7 +54,7 @@ TEST(Document, UnsavedIsEverythingNotInTheFileAndTheWorkingCopysEdits) {
 // Undo and redo put each part back, in reverse for undo, and say which; typing
 // into one box is one step; a new step drops what was undone; a save keeps the
 // history, and undo after it marks the document unsaved again.
-TEST(Document, HistoryPutsPartsBackAndOutlivesASave) {
+TEST(Document, HistoryPutsStatesBackAndOutlivesASave) {
     OpenDocument t;
     Document& doc = t.doc;
     const clsPlaySlot was = doc.pb.playSlots[5];
@@ -79,7 +79,7 @@ TEST(Document, HistoryPutsPartsBackAndOutlivesASave) {
     doc.undo();
     EXPECT_EQ(doc.pb.playSlots[5].name(), was.name());
     EXPECT_TRUE(doc.unsaved()) << "undone after the save: the file holds FIVE";
-    EXPECT_EQ(t.told, (std::vector<EditState::Part>{EditState::Part::Slots, EditState::Part::WorkingCopy, EditState::Part::Slots}));
+    EXPECT_EQ(t.told, (std::vector<EditState::Kind>{EditState::Kind::Slots, EditState::Kind::WorkingCopy, EditState::Kind::Slots}));
     doc.redo();
     EXPECT_EQ(doc.pb.playSlots[5].name(), "FIVE");
     EXPECT_FALSE(doc.unsaved());

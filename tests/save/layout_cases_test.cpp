@@ -339,22 +339,55 @@ TEST(LayoutCases, LoopBackIntoTheMiddleFollowsItsCommand) {
 }
 
 TEST(LayoutCases, KickFormationNamingAPlainSequenceWithAStanceIsRefusedInWords) {
-    for (const auto& [formation, key] : {std::pair{0, 0xA000}, std::pair{3, 0xA010}}) {
+    // Named directly, or through a new sequence (read the kick way) whose closing jump leads there.
+    for (const auto& [formation, key, throughNew] : {std::tuple{0, 0xA000, false}, std::tuple{3, 0xA010, false}, std::tuple{1, 0xA010, true}}) {
         SCOPED_TRACE(formation);
         DataDir data;
         auto o = test::openBuilt(stanceImage(), data);
         ASSERT_TRUE(o.result.ok) << o.result.error;
         const Bytes before = o.file.read();
-        setEntryTarget(o.pb, formationEntry(formation, 0), key);
+        int32_t named = key;
+        if (throughNew) {
+            named = addEmptySequence(o.pb, 0xC4, true);
+            o.pb.sequences.at(named).setCommands({{0xD7, {1, 2}}, {0xFF, {key & 0xFF, key >> 8}}});
+            ASSERT_EQ(o.pb.sequences.at(named).nextSequence(), key);
+        }
+        setEntryTarget(o.pb, formationEntry(formation, 0), named);
         try {
             (void)saveChanges(o.pb);
             ADD_FAILURE() << "saved";
         } catch (const VerifyError& e) {
             ADD_FAILURE() << "the save's own check fired: " << e.what();
-        } catch (const SaveError&) {
+        } catch (const SaveError& e) {
+            EXPECT_EQ(e.kind(), Refusal::MisreadEntry) << e.what();
+            EXPECT_NE(std::string(e.what()).find(sequenceName(key) + " is read the other way"), std::string::npos) << e.what();
         }
         EXPECT_EQ(o.file.read(), before);
     }
+}
+
+// A new sequence for a kick formation's position jumps to A020, where no
+// sequence starts: the open after the save would read it there the kick way,
+// where its stance goes on into a jump below the image. Refused in words.
+TEST(LayoutCases, AChainRunningOnToBytesTheOpenCannotReadIsRefusedInWords) {
+    DataDir data;
+    auto o = test::openBuilt(stanceImage().bytesAt(0xA020, {0xEC, 0xFF, 0x00, 0x05}), data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    ASSERT_FALSE(o.pb.sequences.contains(0xA020));
+    const Bytes before = o.file.read();
+    const int32_t made = addEmptySequence(o.pb, 0xC4, true);
+    o.pb.sequences.at(made).setCommands({{0xD7, {1, 2}}, {0xFF, {0x20, 0xA0}}});
+    setEntryTarget(o.pb, formationEntry(1, 0), made);
+    try {
+        (void)saveChanges(o.pb);
+        ADD_FAILURE() << "saved";
+    } catch (const VerifyError& e) {
+        ADD_FAILURE() << "the save's own check fired: " << e.what();
+    } catch (const SaveError& e) {
+        EXPECT_EQ(e.kind(), Refusal::WouldNotReopen);
+        EXPECT_NE(std::string(e.what()).find("formation 1 QB would run on to A020, which no sequence starts"), std::string::npos) << e.what();
+    }
+    EXPECT_EQ(o.file.read(), before);
 }
 
 // A data edit that fits is written where the sequence stands: one byte

@@ -283,7 +283,10 @@ private slots:
         w->selectTab(2);
         QCOMPARE(w->lvPlaySlots->topLevelItem(38)->text(frmMain::kSlotNumberColumn), QString("38"));
         QVERIFY(w->filterBox_->isEnabled());
+        frmMain::selectRow(w->lvPlaySlots, 4);  // selected, then hidden by the filter
         w->filterBox_->setText("slot 3");  // letter case ignored
+        w->cmdCopyPlaySlot_Click();
+        QCOMPARE(w->slotAction, SlotAction::None);  // a hidden slot is no source of a copy
         int shown = 0;
         for (int r = 0; r < w->lvPlaySlots->topLevelItemCount(); ++r) shown += !w->lvPlaySlots->topLevelItem(r)->isHidden();
         QCOMPARE(shown, 11);  // SLOT 3 and SLOT 30-39
@@ -420,7 +423,7 @@ private slots:
         QCOMPARE(dialogs->boxes.size(), size_t(1));
         // The advice keeps the edits: Save As, not "open it again".
         QCOMPARE(dialogs->boxes[0].text, QString("image.nes changed on disk since it was opened (another program wrote it); nothing "
-                                                 "was written\n\nSave your edits as a new file instead? (Save As)"));
+                                                 "was written\n\nSave all your edits as a new file instead? (Save As)"));
         QCOMPARE(image->read(), changed);
     }
 
@@ -472,7 +475,7 @@ private slots:
         QCOMPARE(dialogs->boxes.size(), size_t(1));
         QVERIFY(dialogs->boxes[0].text.contains("read-only"));
         // As every refusal to reach the file, it offers Save As: the work in memory can go to a new file.
-        QVERIFY(dialogs->boxes[0].text.endsWith("Save your edits as a new file instead? (Save As)"));
+        QVERIFY(dialogs->boxes[0].text.endsWith("Save all your edits as a new file instead? (Save As)"));
         QVERIFY(dialogs->boxes[0].buttons == MsgButtons::YesNo);
         ::chmod(image->path().c_str(), 0644);
     }

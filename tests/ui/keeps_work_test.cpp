@@ -535,6 +535,14 @@ private slots:
         const auto saved = test::readFileBytes((copy + ".nes").toStdString());
         QCOMPARE(int(saved[static_cast<size_t>(offsetOfAddress(0xA012))]), 0x7C);
         QVERIFY(!w->isWindowModified());
+
+        // Gone again, and saved as under its own name: written there from the document, no second refusal.
+        w->pb.playSlots[1].name("MINE");
+        QVERIFY(QFile::remove(copy + ".nes"));
+        fx.dialogs->files.push_back(copy + ".nes");
+        QVERIFY(w->runSaveAs());
+        QVERIFY(QFile::exists(copy + ".nes"));
+        QVERIFY(!w->isWindowModified());
     }
 
     // The pictures always draw the model: after Apply and undo, for the chosen play, and nothing of an image closed.
