@@ -30,7 +30,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const CommandSheet sheet = parseCommandSheet(text);
     for (const SheetRecord& r : sheet.records) {
         check(r.slot >= 0 && r.slot < kPanelSlots);
-        check(r.label.size() <= kMaxDataTextLength);
+        // Labels and list items are cut; notes are kept whole, never longer than the text they came from.
+        check(r.kind == SheetRecord::Kind::Info ? r.label.size() <= size : r.label.size() <= kMaxDataTextLength);
     }
     // One sequence holding a command of every length the panel shows.
     clsSequence seq;
