@@ -119,26 +119,31 @@ std::optional<AreaEntry> misreadEntry(const Playbook& before, const Playbook& no
     for (size_t e = 0; e < is.size() && e < was.size(); ++e) {
         if (is[e].target == was[e].target) continue;
         // Its sequence, and those it leads on to by its closing jump, are read as the entry reads.
-        std::unordered_set<int32_t> seen;
-        for (int32_t key = is[e].target; now.sequences.contains(key) && seen.insert(key).second;
-             key = now.sequences.at(key).nextSequence())
-            if (now.sequences.at(key).kick() != entryReadsKick(is[e])) {
-                AreaEntry misread = is[e];
-                misread.target = key;
-                return misread;
-            }
+        std::optional<AreaEntry> misread;
+        (void)walkChain(now, is[e].target, [&](int32_t key) {
+            if (now.sequences.at(key).kick() == entryReadsKick(is[e])) return false;
+            misread = is[e];
+            misread->target = key;
+            return true;
+        });
+        if (misread) return misread;
     }
     return std::nullopt;
 }
 
+int32_t walkChain(const Playbook& pb, int32_t key, const std::function<bool(int32_t)>& each) {
+    std::unordered_set<int32_t> seen;
+    while (pb.sequences.contains(key) && seen.insert(key).second) {
+        if (each(key)) break;
+        key = pb.sequences.at(key).nextSequence();
+    }
+    return key;
+}
+
 std::unordered_set<int32_t> reachableKeys(const Playbook& pb) {
     std::unordered_set<int32_t> out;
-    for (const AreaEntry& e : playbookEntries(pb)) {
-        int32_t key = e.target;
-        // A chain is at most as long as the model holds sequences.
-        for (size_t n = 0; n <= pb.sequences.size() && pb.sequences.contains(key) && out.insert(key).second; ++n)
-            key = pb.sequences.at(key).nextSequence();
-    }
+    // A chain already walked from another entry stops the walk where it joins.
+    for (const AreaEntry& e : playbookEntries(pb)) (void)walkChain(pb, e.target, [&](int32_t key) { return !out.insert(key).second; });
     return out;
 }
 

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <unordered_set>
@@ -49,6 +50,12 @@ int32_t addEmptySequence(Playbook& pb, int16_t code, bool kick);
 // going on; everything else does not): read so it would run other commands.
 // Its `target` is the sequence read the other way. None when every changed entry is fine.
 [[nodiscard]] std::optional<AreaEntry> misreadEntry(const Playbook& before, const Playbook& now);
+
+// Walks the chain of `pb`'s sequences from `key` along their closing jumps,
+// each once, calling `each` with every key until it returns true (stop).
+// Returns where the walk ran off the model (an address no sequence of `pb`
+// starts, or 0 for no follow-on), or the key it stopped at or came round to.
+int32_t walkChain(const Playbook& pb, int32_t key, const std::function<bool(int32_t)>& each);
 
 // The keys the tables lead to, with the sequences each follows on into.
 [[nodiscard]] std::unordered_set<int32_t> reachableKeys(const Playbook& pb);

@@ -83,9 +83,7 @@ namespace {
 void refuseUnreadableChains(const Playbook& before, const Playbook& now) {
     std::unordered_set<int64_t> checked;
     for (const AreaEntry& e : playbookEntries(now)) {
-        std::unordered_set<int32_t> seen;
-        int32_t key = e.target;
-        while (now.sequences.contains(key) && seen.insert(key).second) key = now.sequences.at(key).nextSequence();
+        const int32_t key = walkChain(now, e.target, [](int32_t) { return false; });
         // Below the image a field check names it better (nothing in the image leads there).
         if (key == e.target || key < kAddressOffsetDelta || key == kNoSequence || now.sequences.contains(key)) continue;
         const bool kick = entryReadsKick(e);

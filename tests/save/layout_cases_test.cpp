@@ -604,46 +604,52 @@ TEST(LayoutCases, WhereTheGameComesBackFromOutsideTheAreaIsNoFreeRun) {
     EXPECT_EQ(at(o.file.read(), 0xA030, 5), at(before, 0xA030, 5)) << s.text();
 }
 
-// The game goes on after 9000's Human Control (pointer 1) into the computer's
-// logic at 9004, which jumps into A000's first command at A001, where the
-// game reads 01 02 as a command of its own; no editor sequence shows that
-// jump. A000's first value is that byte: the edit cannot be written where
-// A000 stands, so A000 moves, and what the game runs from 9000 stays.
-TEST(LayoutCases, ABytePathFromOutsideTheAreaReadsKeepsItsValue) {
-    DataDir data;
-    auto o = test::openBuilt(image({{0xA000, {0xD7, 1, 2, 0xC4, 0}}, {0x9000, {0xD7, 3, 4, 0xE4, 0xFF, 0x01, 0xA0}}}, {0xA000, 0x9000}),
-                             data);
-    ASSERT_TRUE(o.result.ok) << o.result.error;
-    const Bytes before = o.file.read();
-    o.pb.sequences.at(0xA000).data(0, 0, 9);
-    SaveSummary s;
-    ASSERT_EQ(trySave(o, &s), "");
-    EXPECT_EQ(at(o.file.read(), 0xA001, 2), at(before, 0xA001, 2)) << s.text();
-    EXPECT_NE(targetOf(o.pb, pointerEntry(0)), 0xA000);
-}
-
-// 8100, outside the area, is run from its start by pointer 2 and from its
-// second command by the branch at 8200 (pointer 3). An edit of that second
-// command cannot change the bytes in place, where the branch's path reads
-// them: the sequence moves into the area and 8100's bytes stay.
-TEST(LayoutCases, AnOutsideSequenceAnotherPathEntersMovesRatherThanChangeItsBytes) {
-    DataDir data;
-    auto o = test::openBuilt(image({{0xA000, {0xC4, 0}},
-                                    {0x8100, {0xD7, 1, 2, 0xD7, 3, 4, 0xC4, 0}},
-                                    {0x8200, {0xC7, 0x03, 0x81, 0xC4, 0}}},
-                                   {0xA000, test::kDeadAddress, 0x8100, 0x8200}),
-                             data);
-    ASSERT_TRUE(o.result.ok) << o.result.error;
-    ASSERT_FALSE(o.pb.sequences.contains(0x8103)) << "only the game's branch enters there";
-    const Bytes before = o.file.read();
-    o.pb.sequences.at(0x8100).data(1, 0, 9);
-    SaveSummary s;
-    ASSERT_EQ(trySave(o, &s), "");
-    EXPECT_EQ(at(o.file.read(), 0x8100, 8), at(before, 0x8100, 8)) << s.text();
-    const int32_t moved = targetOf(o.pb, pointerEntry(2));
-    ASSERT_TRUE(inArea(moved)) << s.text();
-    EXPECT_EQ(o.pb.sequences.at(moved).data(1, 0), 9);
-    EXPECT_EQ(targetOf(o.pb, pointerEntry(3)), 0x8200);
+// An edit of bytes another path of the game reads cannot be written where the
+// sequence stands: it moves, and what that path runs keeps its bytes.
+//  - The game goes on after 9000's Human Control (pointer 1) into the
+//    computer's logic at 9004, which jumps to A001, where the game reads 01 02
+//    as a command of its own; no editor sequence shows that jump. A000's
+//    first value is that byte.
+//  - 8100, outside the area, is run from its start by pointer 2 and from its
+//    second command by the branch at 8200 (pointer 3), which only the game
+//    follows. The edit is of that second command: 8100 moves into the area.
+TEST(LayoutCases, BytesAnotherPathReadsKeepTheirValues) {
+    struct Case {
+        const char* what;
+        ImageBuilder image;
+        int32_t key;
+        int pos;
+        int32_t kept;  // the bytes that stay, from here
+        int size;
+        AreaEntry entry;  // the entry that now names the moved copy
+    };
+    const std::vector<Case> cases{
+        {"a jump from outside the area into its first value",
+         image({{0xA000, {0xD7, 1, 2, 0xC4, 0}}, {0x9000, {0xD7, 3, 4, 0xE4, 0xFF, 0x01, 0xA0}}}, {0xA000, 0x9000}), 0xA000, 0, 0xA001, 2,
+         pointerEntry(0)},
+        {"a branch outside the area into its second command",
+         image({{0xA000, {0xC4, 0}}, {0x8100, {0xD7, 1, 2, 0xD7, 3, 4, 0xC4, 0}}, {0x8200, {0xC7, 0x03, 0x81, 0xC4, 0}}},
+               {0xA000, test::kDeadAddress, 0x8100, 0x8200}),
+         0x8100, 1, 0x8100, 8, pointerEntry(2)},
+    };
+    eachCase(cases, [](const Case& c) {
+        DataDir data;
+        auto o = test::openBuilt(c.image, data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        ASSERT_FALSE(o.pb.sequences.contains(0x8103)) << "only the game's branch enters there";
+        const Bytes before = o.file.read();
+        o.pb.sequences.at(c.key).data(c.pos, 0, 9);
+        SaveSummary s;
+        ASSERT_EQ(trySave(o, &s), "");
+        EXPECT_EQ(at(o.file.read(), c.kept, c.size), at(before, c.kept, c.size)) << s.text();
+        const int32_t moved = targetOf(o.pb, c.entry);
+        EXPECT_NE(moved, c.key);
+        ASSERT_TRUE(inArea(moved)) << s.text();
+        EXPECT_EQ(o.pb.sequences.at(moved).data(c.pos, 0), 9);
+        if (c.key == 0x8100) {
+            EXPECT_EQ(targetOf(o.pb, pointerEntry(3)), 0x8200);
+        }
+    });
 }
 
 TEST(LayoutCases, CopyOfARelativeContinuationShowsAndSavesIt) {
