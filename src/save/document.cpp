@@ -1,5 +1,7 @@
 #include "save/document.h"
 
+#include "save/save_changes.h"
+
 namespace zpe {
 
 bool Document::workingCopyEdited() const {
@@ -9,6 +11,13 @@ bool Document::workingCopyEdited() const {
 }
 
 bool Document::unsaved() const { return pb.openComplete && (workingCopyEdited() || !sameContent(pb, inFile)); }
+
+std::vector<uint8_t> Document::imageAsShown(bool withWorkingCopy) const {
+    if (!(withWorkingCopy && workingCopyEdited())) return sameContent(pb, inFile) ? pb.openedBytes : planSave(pb, pb.openedBytes).bytes;
+    Playbook shown = pb;
+    shown.sequences.at(workingCopy.address()) = workingCopy;
+    return planSave(shown, pb.openedBytes).bytes;
+}
 
 void Document::record(Edit edit) {
     undone_.clear();

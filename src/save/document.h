@@ -76,6 +76,14 @@ public:
     void clearHistory();
     [[nodiscard]] size_t steps() const { return done_.size(); }
 
+    // The image's bytes as the document shows it: what the file held when it
+    // was last opened or saved, with every edit since laid out as Save would;
+    // with `withWorkingCopy`, the working copy's edits as if applied. Throws
+    // SaveError when Save would refuse them.
+    [[nodiscard]] std::vector<uint8_t> imageAsShown(bool withWorkingCopy) const;
+    // Safe Save wrote the slots: the file holds them as shown (the rest stays unsaved).
+    void slotsSaved() { inFile.playSlots = pb.playSlots; }
+
     // A save or an open made the file hold `pb`: the history stays (undo
     // marks the image modified again) unless `keepHistory` is false (a save
     // that moved sequences: steps naming their old keys could not be undone).

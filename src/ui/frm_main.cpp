@@ -1,112 +1,39 @@
-// The window frame: controls, menus, start-up, layout and the File and Help menus.
+// The window frame: the tab strip, the status bar, start-up, the layout of
+// the shown tab, the pictures and the big diagram, and what the tabs ask of it.
 #include "ui/frm_main.h"
 
-#include "analysis/check_report.h"
 #include "model/file_io.h"
-#include "playbook/open_rom.h"
-#include "diagram/diagram.h"
-#include "patch/bps.h"
-#include "save/ips.h"
-#include "save/save_changes.h"
 #include "ui/diagram_window.h"
+#include "ui/formations_tab.h"
 #include "ui/list_filter.h"
-#include "save/compact.h"
-#include "save/saves.h"
+#include "ui/list_view.h"
 #include "ui/picture_box.h"
-#include "ui/up_down.h"
+#include "ui/play_slots_tab.h"
+#include "ui/plays_tab.h"
+#include "ui/sequences_tab.h"
 
 #include <QAction>
-#include <QCloseEvent>
-#include <QApplication>
 #include <QComboBox>
-#include <QDir>
 #include <QEvent>
 #include <QFileInfo>
 #include <QFrame>
-#include <QHeaderView>
 #include <QKeySequence>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
-#include <QMenu>
 #include <QMenuBar>
-#include <QSettings>
-#include <QMouseEvent>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QSettings>
 #include <QStatusBar>
 #include <QTabBar>
 #include <QTreeWidget>
 
 namespace zpe {
 
-namespace {
-
-QRect px(const TwipRect& r) { return QRect(pixels(r.left), pixels(r.top), pixels(r.width), pixels(r.height)); }
-
-QFrame* buttonBar(QWidget* parent) {
-    auto* f = new QFrame(parent);
-    f->setFrameShape(QFrame::NoFrame);
-    f->resize(pixels(kButtonBarWidth), pixels(kButtonBarHeight));
-    return f;
-}
-
-QPushButton* button(const char* caption, QWidget* parent, int left, int top) {
-    auto* b = new QPushButton(caption, parent);
-    b->setGeometry(px({left, top, 1215, 375}));
-    return b;
-}
-
-struct Column {
-    const char* header;
-    int width;  // twips
-    bool centre;
-};
-
-QTreeWidget* listView(QWidget* parent, std::initializer_list<Column> columns) {
-    auto* lv = new QTreeWidget(parent);
-    lv->setRootIsDecorated(false);
-    lv->setUniformRowHeights(true);
-    lv->setAllColumnsShowFocus(true);
-    lv->setSelectionMode(QAbstractItemView::SingleSelection);
-    lv->setSelectionBehavior(QAbstractItemView::SelectRows);
-    lv->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    lv->setColumnCount(static_cast<int>(columns.size()));
-    auto* header = new QTreeWidgetItem;
-    int i = 0;
-    for (const Column& c : columns) {
-        header->setText(i, c.header);
-        header->setTextAlignment(i, c.centre ? Qt::AlignCenter : (Qt::AlignLeft | Qt::AlignVCenter));
-        ++i;
-    }
-    lv->setHeaderItem(header);
-    i = 0;
-    QVariantList design;
-    for (const Column& c : columns) {
-        lv->setColumnWidth(i++, pixels(c.width));
-        design << pixels(c.width);
-    }
-    lv->setProperty("designWidths", design);
-    lv->header()->setStretchLastSection(false);
-    lv->header()->setSectionResizeMode(QHeaderView::Interactive);  // the user may widen any column
-    return lv;
-}
-
-// Columns at least as wide as their design and as their longest text, so
-// nothing is cut where there is room; the list scrolls sideways otherwise.
-void fitColumns(QTreeWidget* lv) {
-    const QVariantList design = lv->property("designWidths").toList();
-    for (int c = 0; c < lv->columnCount() && c < design.size(); ++c) {
-        lv->resizeColumnToContents(c);
-        if (lv->columnWidth(c) < design[c].toInt()) lv->setColumnWidth(c, design[c].toInt());
-    }
-}
-
-}  // namespace
-
 frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* parent)
-    : QMainWindow(parent), sheets_(dataDir.toStdString()), dialogs_(dialogs), dataDir_(std::move(dataDir)),
-      cpuDir_(std::move(cpuDir)) {
+    : QMainWindow(parent), dialogs_(dialogs), dataDir_(std::move(dataDir)), cpuDir_(std::move(cpuDir)),
+      cmdNames(loadCmdNames(dataDir_.toStdString())), sheets_(dataDir_.toStdString()) {
     updateCaption();
     // The layout is designed in twips for an 8-point face; a larger default font would clip the columns.
     QFont face = font();
@@ -150,113 +77,26 @@ frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* par
         refreshPictures();  // Apply, undo and redo change what the pictures draw
     };
     buildMenus();
-    buildFormationsTab();
-    buildPlaySlotsTab();
-    buildPlaysTab();
-    buildSequencesTab();
+    const TabContext context{doc_, dialogs_, cmdNames, sheets_, StatusBar1, listFilter_, *this};
+    formations_ = new FormationsTab(context, client);
+    playSlots_ = new PlaySlotsTab(context, client);
+    plays_ = new PlaysTab(context, client);
+    sequences_ = new SequencesTab(context, client);
+    // The Formations list: its players' cells are entries as the Plays list's are; the keyboard draws as a click does.
+    connectEntryCells(formations_->lvFormations, AreaEntry::Table::Formation, context);
+    connectClicks(formations_->lvFormations, [this] { formations_->lvFormations_Click(); }, [this] { formations_->lvFormations_Click(); });
+    // A double-click on a picture opens the big diagram.
+    for (PictureBox* pic : {formations_->picFormation, playSlots_->picPlay}) pic->installEventFilter(this);
     hideTabControls();
-    for (QTreeWidget* lv : {lvFormations, lvPlaySlots, lvPlays, lvSequences}) lv->viewport()->installEventFilter(this);
-    // The keyboard moves the selection as a click does: the diagram and the panel follow.
-    connect(lvFormations, &QTreeWidget::currentItemChanged, this, [this] {
-        if (pressedList_ != lvFormations) lvFormations_Click();
-    });
-    connect(lvPlaySlots, &QTreeWidget::currentItemChanged, this, [this] {
-        if (pressedList_ == lvPlaySlots) return;
-        // The keyboard draws the slot; a pending copy or swap waits for a click or Enter.
-        updatePlayChoice();
-        refreshPictures();
-    });
-    connect(lvPlaySlots, &QTreeWidget::itemActivated, this, [this] { lvPlaySlots_Click(); });
-    connect(lvSequences, &QTreeWidget::currentItemChanged, this, [this] {
-        if (pressedList_ != lvSequences) lvSequences_Click();
-    });
-    for (PictureBox* pic : {picFormation, picPlay}) pic->installEventFilter(this);
-
-    Form_Load();
+    updateMenuBar();
     setClientSize(kDesignClientWidth, kDesignClientHeight);
 }
 
 frmMain::~frmMain() {
-    // The controls go before the document: it must not call back into them.
+    // The tabs go before the document they show: none of them may call into it while it goes.
     doc_.onPut = nullptr;
     doc_.onHistory = nullptr;
-}
-
-void frmMain::buildFormationsTab() {
-    // The players' columns carry the names the diagram's legend, Used by and zpe give them (positionName).
-    lvFormations = listView(client, {{"Formation", 1440, false}, {"QB", 1440, true}, {"RB", 1440, true},
-                                     {"FB", 1440, true}, {"WR1", 1440, true}, {"WR2", 1440, true}, {"TE", 1440, true},
-                                     {"C", 1440, true}, {"LG", 1440, true}, {"RG", 1440, true}, {"LT", 1440, true},
-                                     {"RT", 1440, true}});
-    fraFormationButtons = buttonBar(client);
-    cmdFormationViewGFX = button("View GFX", fraFormationButtons, 2880, 60);
-    connect(cmdFormationViewGFX, &QPushButton::clicked, this, [this] { cmdFormationViewGFX_Click(); });
-    cmdFormationViewGFX->setToolTip("Show or hide the picture of the selected formation");
-    picFormation = new PictureBox(pixels(kPicFormationWidth), pixels(kPicFormationHeight), client);
-}
-
-void frmMain::buildPlaySlotsTab() {
-    lvPlaySlots = listView(client, {{"Name", 1440, false}, {"Slot", 800, true}, {"Formation", 2000, false},
-                                    {"Play 1", 700, true}, {"Play 2", 700, true}, {"Play 3", 700, true},
-                                    {"Play 4", 700, true}, {"Play 5", 700, true}, {"Play 6", 700, true},
-                                    {"Play 7", 700, true}, {"Play 8", 700, true}, {"Slot #", 700, true}});
-    fraPlaySlots = buttonBar(client);
-    cmdCopyPlaySlot = button("Copy", fraPlaySlots, 240, 60);
-    cmdSwapPlaySlot = button("Swap", fraPlaySlots, 1560, 60);
-    cmdPlaySlotDetails = button("Show Details", fraPlaySlots, 2880, 60);
-    cmdCopyPlaySlot->setEnabled(false);  // until a slot is selected
-    cmdSwapPlaySlot->setEnabled(false);
-    cmdCopyPlaySlot->setToolTip("Copy the selected slot over the slot you click next");
-    cmdSwapPlaySlot->setToolTip("Swap the selected slot with the slot you click next");
-    cmdPlaySlotDetails->setToolTip("Show or hide the picture of the selected slot's play");
-    connect(cmdCopyPlaySlot, &QPushButton::clicked, this, [this] { cmdCopyPlaySlot_Click(); });
-    connect(cmdSwapPlaySlot, &QPushButton::clicked, this, [this] { cmdSwapPlaySlot_Click(); });
-    connect(cmdPlaySlotDetails, &QPushButton::clicked, this, [this] { cmdPlaySlotDetails_Click(); });
-    fraPlayDetails = new QFrame(client);
-    fraPlayDetails->setFrameShape(QFrame::Box);
-    fraPlayDetails->resize(fraPlayDetails->width(), pixels(kPlayDetailsHeight));
-    picPlay = new PictureBox(pixels(kPicPlayWidth), pixels(kPicPlayHeight), fraPlayDetails);
-    picPlay->move(pixels(120), pixels(240));
-    cmbPlay = new QComboBox(fraPlayDetails);
-    cmbPlay->setGeometry(pixels(5200), pixels(240), pixels(1800), pixels(315));
-    cmbPlay->setToolTip("Which of the slot's eight plays the picture shows (offensive:defensive play numbers)");
-    connect(cmbPlay, &QComboBox::activated, this, [this](int) { refreshPictures(); });
-}
-
-void frmMain::buildPlaysTab() {
-    lvPlays = listView(client, {{"Number", 800, false}, {"QB", 800, true}, {"RB", 800, true}, {"FB", 800, true},
-                                {"WR1", 800, true}, {"WR2", 800, true}, {"TE", 800, true}, {"C", 800, true},
-                                {"LG", 800, true}, {"RG", 800, true}, {"LT", 800, true}, {"RT", 800, true}});
-    // A player's cell: double-click edits his sequence; the menu also points him at another one.
-    for (QTreeWidget* lv : {lvPlays, lvFormations}) {
-        lv->setContextMenuPolicy(Qt::CustomContextMenu);
-        lv->setToolTip("Double-click a player to edit his sequence; right-click to point him at another one");
-        connect(lv, &QWidget::customContextMenuRequested, this, [this, lv](const QPoint& pos) { entryMenu(lv, pos); });
-        connect(lv, &QTreeWidget::itemDoubleClicked, this, [this, lv](QTreeWidgetItem* item, int column) {
-            if (const auto e = entryOfCell(lv, item, column)) showEntrySequence(*e);
-        });
-    }
-}
-
-void frmMain::buildSequencesTab() {
-    lvSequences = listView(client, {{"Address", 1000, false}, {"Commands", 8000, false}});
-    lvSequences->setSortingEnabled(false);
-    fraSeq = buttonBar(client);
-    cmdSeqDetails = button("Show Details", fraSeq, 2880, 60);
-    cmdSeqDetails->setToolTip("Show or hide the editor of the selected sequence");
-    connect(cmdSeqDetails, &QPushButton::clicked, this, [this] { cmdSeqDetails_Click(); });
-    fraSeqDetails = new QFrame(client);
-    fraSeqDetails->setFrameShape(QFrame::Box);
-    fraSeqDetails->resize(fraSeqDetails->width(), pixels(kSeqDetailsHeight));
-    buildSeqDetailsPanel();
-}
-
-void frmMain::Form_Load() {
-    cmdNames = loadCmdNames(dataDir_.toStdString());
-    cmbNewSeqCmd->clear();
-    for (const std::string& item : newCommandItems(cmdNames)) cmbNewSeqCmd->addItem(QString::fromLatin1(item));
-    slotAction = SlotAction::None;
-    updateMenuBar();
+    delete client;
 }
 
 int frmMain::scaleWidth() const { return twips(client->width()); }
@@ -306,35 +146,35 @@ void frmMain::tabs_Click() { UpdateTabs(); }
 
 QWidget* frmMain::control(Ctl c) const {
     switch (c) {
-    case Ctl::lvFormations: return lvFormations;
-    case Ctl::fraFormationButtons: return fraFormationButtons;
-    case Ctl::picFormation: return picFormation;
-    case Ctl::lvPlaySlots: return lvPlaySlots;
-    case Ctl::fraPlayDetails: return fraPlayDetails;
-    case Ctl::fraPlaySlots: return fraPlaySlots;
-    case Ctl::lvPlays: return lvPlays;
-    case Ctl::lvSequences: return lvSequences;
-    case Ctl::fraSeq: return fraSeq;
-    case Ctl::fraSeqDetails: return fraSeqDetails;
-    case Ctl::cmdSeqDetails: return cmdSeqDetails;
-    case Ctl::txtCmdNotes: return txtCmdNotes;
-    case Ctl::lblSeqUsedBy: return lblSeqUsedBy;
-    case Ctl::lstSeqUsedBy: return lstSeqUsedBy;
+    case Ctl::lvFormations: return formations_->lvFormations;
+    case Ctl::fraFormationButtons: return formations_->fraFormationButtons;
+    case Ctl::picFormation: return formations_->picFormation;
+    case Ctl::lvPlaySlots: return playSlots_->lvPlaySlots;
+    case Ctl::fraPlayDetails: return playSlots_->fraPlayDetails;
+    case Ctl::fraPlaySlots: return playSlots_->fraPlaySlots;
+    case Ctl::lvPlays: return plays_->lvPlays;
+    case Ctl::lvSequences: return sequences_->lvSequences;
+    case Ctl::fraSeq: return sequences_->fraSeq;
+    case Ctl::fraSeqDetails: return sequences_->fraSeqDetails;
+    case Ctl::cmdSeqDetails: return sequences_->cmdSeqDetails;
+    case Ctl::txtCmdNotes: return sequences_->txtCmdNotes;
+    case Ctl::lblSeqUsedBy: return sequences_->lblSeqUsedBy;
+    case Ctl::lstSeqUsedBy: return sequences_->lstSeqUsedBy;
     }
     return nullptr;
 }
 
 void frmMain::hideTabControls() {
-    for (QWidget* w : std::initializer_list<QWidget*>{lvFormations, fraFormationButtons, picFormation, lvPlaySlots,
-                                                      fraPlayDetails, fraPlaySlots, lvPlays, lvSequences, fraSeq,
-                                                      fraSeqDetails})
-        w->hide();
+    for (const Ctl c : {Ctl::lvFormations, Ctl::fraFormationButtons, Ctl::picFormation, Ctl::lvPlaySlots, Ctl::fraPlayDetails,
+                        Ctl::fraPlaySlots, Ctl::lvPlays, Ctl::lvSequences, Ctl::fraSeq, Ctl::fraSeqDetails})
+        control(c)->hide();
 }
 
 void frmMain::UpdateTabs() {
     hideTabControls();
-    slotAction = SlotAction::None;
-    LayoutInput in{selectedTab(), tabClient(), showFormationGFX, showPlaySlotDetails, showSeqDetails};
+    playSlots_->cancelSlotAction();
+    LayoutInput in{selectedTab(), tabClient(), formations_->showFormationGFX, playSlots_->showPlaySlotDetails,
+                   sequences_->showSeqDetails};
     // The display area at the design size: the strip's place there, less the same header and border.
     if (const auto strip = tabStripRect(kDesignClientWidth, kDesignClientHeight, twips(statusBar()->height())))
         in.designHeight = tabClientArea(*strip, twips(tabs->sizeHint().height()), twips(2)).height;
@@ -359,26 +199,20 @@ void frmMain::UpdateTabs() {
         }
     }
     if (!completed) return;
-    if (in.tab == static_cast<int>(TabIndex::Sequences) && showSeqDetails) growSeqDetails(seqDetailsHeight(in) - kSeqDetailsHeight);
+    const auto tab = static_cast<TabIndex>(in.tab);
+    if (tab == TabIndex::Sequences && in.showSeqDetails) sequences_->growSeqDetails(seqDetailsHeight(in) - kSeqDetailsHeight);
     // The pictures take the room there is, in whole multiples of their design size.
-    const int formationScale = formationPictureScale(in), playScale = playPictureScale(in);
-    if (formationScale != formationScale_ || playScale != playScale_) {
-        formationScale_ = formationScale;
-        playScale_ = playScale;
-        picFormation->resizeCanvas(pixels(kPicFormationWidth) * formationScale_, pixels(kPicFormationHeight) * formationScale_);
-        picPlay->resizeCanvas(pixels(kPicPlayWidth) * playScale_, pixels(kPicPlayHeight) * playScale_);
-        refreshPictures();
-    }
-    cmbPlay->move(picPlay->x() + picPlay->width() + pixels(200), pixels(240));
-    if (in.tab == static_cast<int>(TabIndex::Formations)) updateFormationButtons();
-    if (in.tab == static_cast<int>(TabIndex::PlaySlots)) updatePlaySlotButtons();
-    listFilter_->show(in.tab == static_cast<int>(TabIndex::Formations) ? lvFormations
-                      : in.tab == static_cast<int>(TabIndex::PlaySlots)  ? lvPlaySlots
-                      : in.tab == static_cast<int>(TabIndex::Plays)      ? lvPlays
-                                                                         : lvSequences);
+    const bool formationResized = formations_->setScale(formationPictureScale(in));
+    if (playSlots_->setScale(playPictureScale(in)) || formationResized) refreshPictures();
+    if (tab == TabIndex::Formations) formations_->updateFormationButtons();
+    if (tab == TabIndex::PlaySlots) playSlots_->updatePlaySlotButtons();
+    QTreeWidget* shown = tab == TabIndex::Formations ? formations_->lvFormations
+                         : tab == TabIndex::PlaySlots ? playSlots_->lvPlaySlots
+                         : tab == TabIndex::Plays     ? plays_->lvPlays
+                                                      : sequences_->lvSequences;
+    listFilter_->show(shown);
     // A list that changed size keeps its selected row in view.
-    for (QTreeWidget* lv : {lvFormations, lvPlaySlots, lvPlays, lvSequences})
-        if (lv->isVisible() && lv->currentItem()) lv->scrollToItem(lv->currentItem());
+    if (shown->isVisible() && shown->currentItem()) shown->scrollToItem(shown->currentItem());
 }
 
 void frmMain::updateCaption() {
@@ -392,8 +226,6 @@ void frmMain::updateCaption() {
     refreshModified();
 }
 
-bool frmMain::unsavedWork() const { return doc_.unsaved(); }
-
 void frmMain::updateUndoActions() {
     mnuEditUndo->setEnabled(doc_.canUndo());
     mnuEditUndo->setText(QString::fromStdString(doc_.canUndo() ? "&Undo " + doc_.undoText() : "&Undo"));
@@ -401,24 +233,12 @@ void frmMain::updateUndoActions() {
     mnuEditRedo->setText(QString::fromStdString(doc_.canRedo() ? "&Redo " + doc_.redoText() : "&Redo"));
 }
 
-void frmMain::refreshModified() { setWindowModified(unsavedWork()); }
+void frmMain::refreshModified() { setWindowModified(doc_.unsaved()); }
 
 bool frmMain::eventFilter(QObject* watched, QEvent* event) {
-    if (event->type() == QEvent::MouseButtonPress) {
-        for (QTreeWidget* lv : {lvFormations, lvPlaySlots, lvSequences})
-            if (watched == lv->viewport()) pressedList_ = lv;
-    }
-    if (event->type() == QEvent::MouseButtonRelease) {
-        pressedList_ = nullptr;
-        if (static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
-            if (watched == lvFormations->viewport()) lvFormations_Click();
-            else if (watched == lvPlaySlots->viewport()) lvPlaySlots_Click();
-            else if (watched == lvSequences->viewport()) lvSequences_Click();
-        }
-    }
     if (event->type() == QEvent::MouseButtonDblClick) {
-        if (watched == picPlay) openDiagram(true);
-        else if (watched == picFormation) openDiagram(false);
+        if (watched == playSlots_->picPlay) openDiagram(true);
+        else if (watched == formations_->picFormation) openDiagram(false);
     }
     return QMainWindow::eventFilter(watched, event);
 }
@@ -427,8 +247,8 @@ void frmMain::openDiagram(bool slot) {
     if (!pb.openComplete) return;
     if (!diagram_) {
         diagram_ = new DiagramWindow(pb, dialogs_, this);
-        diagram_->onPick = [this](int player, const DiagramPoint& pt) { diagramPick(player, pt); };
-        diagram_->onMove = [this](int player, const DiagramPoint& pt, int a, int b) { diagramMove(player, pt, a, b); };
+        diagram_->onPick = [this](int player, const DiagramPoint& pt) { sequences_->diagramPick(player, pt); };
+        diagram_->onMove = [this](int player, const DiagramPoint& pt, int a, int b) { sequences_->diagramMove(player, pt, a, b); };
         // Undo, redo and Save work from the diagram too, with the same shortcuts.
         diagram_->addActions({mnuEditUndo, mnuEditRedo, mnuFileSaveChanges});
         const QByteArray geometry = settings()->value("diagramGeometry").toByteArray();  // where it was last
@@ -442,140 +262,67 @@ void frmMain::openDiagram(bool slot) {
 
 void frmMain::followSelection() {
     if (!diagram_ || !diagram_->isVisible()) return;
-    diagram_->setWorkingCopy(workingCopyEdited() ? &curSeq : nullptr);
-    if (diagramForSlot_) diagram_->showSlot(selectedRow(lvPlaySlots));
-    else diagram_->showFormation(selectedRow(lvFormations));
+    diagram_->setWorkingCopy(doc_.workingCopyEdited() ? &doc_.workingCopy : nullptr);
+    if (diagramForSlot_) diagram_->showSlot(selectedRow(playSlots_->lvPlaySlots));
+    else diagram_->showFormation(selectedRow(formations_->lvFormations));
 }
 
-int frmMain::selectedRow(QTreeWidget* list) {
-    const auto selected = list->selectedItems();
-    if (selected.isEmpty()) return -1;
-    return list->indexOfTopLevelItem(selected.first());
-}
-
-void frmMain::selectRow(QTreeWidget* list, int row) {
-    list->clearSelection();
-    if (QTreeWidgetItem* item = row >= 0 ? list->topLevelItem(row) : nullptr) {
-        item->setSelected(true);
-        list->setCurrentItem(item);
-    }
-}
-
-void frmMain::setRowCells(QTreeWidget* list, int index, const ListRow& row) {
-    QTreeWidgetItem* item = list->topLevelItem(index);
-    if (!item) return;
-    for (size_t c = 0; c < row.cells.size(); ++c) {
-        item->setText(static_cast<int>(c), QString::fromLatin1(row.cells[c]));
-        item->setToolTip(static_cast<int>(c), QString::fromLatin1(row.cells[c]));
-    }
+void frmMain::refreshPictures() {
+    // The panel's working copy, while it holds edits not applied, is drawn in place of its sequence.
+    const clsSequence* working = doc_.workingCopyEdited() ? &doc_.workingCopy : nullptr;
+    formations_->drawPicture(working);
+    playSlots_->drawPicture(working);
+    followSelection();
 }
 
 void frmMain::clearLists() {
-    for (QTreeWidget* lv : {lvFormations, lvPlaySlots, lvPlays, lvSequences}) lv->clear();
-}
-
-namespace {
-// One list item per row, aligned as the list's columns are; a sequence's address in the item's data.
-QList<QTreeWidgetItem*> makeItems(const QTreeWidget* lv, const std::vector<ListRow>& rows) {
-    QList<QTreeWidgetItem*> items;
-    items.reserve(static_cast<qsizetype>(rows.size()));
-    for (const ListRow& row : rows) {
-        auto* item = new QTreeWidgetItem;
-        for (size_t c = 0; c < row.cells.size(); ++c) {
-            item->setText(static_cast<int>(c), QString::fromLatin1(row.cells[c]));
-            item->setToolTip(static_cast<int>(c), QString::fromLatin1(row.cells[c]));  // the whole text where it is cut
-            item->setTextAlignment(static_cast<int>(c), Qt::Alignment(lv->headerItem()->textAlignment(static_cast<int>(c))));
-        }
-        if (row.address >= 0) item->setData(0, Qt::UserRole, row.address);
-        items.push_back(item);
-    }
-    return items;
-}
-}  // namespace
-
-void frmMain::fillLists(const ListRows& rows) {
-    // An open narrows the formation columns to 700 twips, as far as their addresses allow.
-    QVariantList design = lvFormations->property("designWidths").toList();
-    for (int c = 1; c <= 11 && c < design.size(); ++c) design[c] = pixels(700);
-    lvFormations->setProperty("designWidths", design);
-    lvFormations->addTopLevelItems(makeItems(lvFormations, rows.formations));
-    lvPlaySlots->addTopLevelItems(makeItems(lvPlaySlots, rows.playSlots));
-    for (int r = 0; r < lvPlaySlots->topLevelItemCount(); ++r) {  // the slot's number, as the status bar and zpe name it
-        lvPlaySlots->topLevelItem(r)->setText(kSlotNumberColumn, QString::number(r));
-        lvPlaySlots->topLevelItem(r)->setTextAlignment(kSlotNumberColumn, Qt::AlignRight | Qt::AlignVCenter);
-    }
-    lvPlays->addTopLevelItems(makeItems(lvPlays, rows.plays));
-    // The core gives the Sequences rows in the list's order: ascending on the Address text.
-    lvSequences->addTopLevelItems(makeItems(lvSequences, rows.sequences));
-    for (QTreeWidget* lv : {lvFormations, lvPlaySlots, lvPlays, lvSequences}) fitColumns(lv);
+    for (const Ctl c : {Ctl::lvFormations, Ctl::lvPlaySlots, Ctl::lvPlays, Ctl::lvSequences}) static_cast<QTreeWidget*>(control(c))->clear();
 }
 
 void frmMain::showPlaybook() {
     changeNoticed_ = false;  // what the file holds was just read or written
     clearLists();
-    clearSeqPanel();
+    sequences_->clearSeqPanel();
     sheets_.clear();
-    fillLists(buildRows(pb, cmdNames));
-    updateMenuBar();
-    updatePlayChoice();
-    refreshPictures();  // nothing of the previous image stays drawn
-}
-
-void frmMain::updatePlayChoice() {
-    const int keep = std::max(cmbPlay->currentIndex(), 0);
-    cmbPlay->clear();
-    const int s = pb.openComplete ? selectedRow(lvPlaySlots) : -1;
-    cmbPlay->setEnabled(s >= 0);
-    if (s < 0) return;
-    const clsPlaySlot& slot = pb.playSlots[static_cast<size_t>(s)];
-    for (int k = 0; k < kPlaysPerSlot; ++k)
-        cmbPlay->addItem(QString("Play %1  %2:%3").arg(k + 1).arg(QString::fromStdString(hex2(slot.oPlay(k))))
-                             .arg(QString::fromStdString(hex2(slot.dPlay(k)))));
-    cmbPlay->setCurrentIndex(keep);
-}
-
-void frmMain::refreshPictures() {
-    constexpr uint32_t kEmptyPicture = 0xF0F0F0;  // the face colour of an empty picture box
-    const int f = pb.openComplete ? selectedRow(lvFormations) : -1;
-    ScaledCanvas formation(picFormation->canvas(), formationScale_);
-    // The panel's working copy, while it holds edits not applied, is drawn in place of its sequence.
-    const clsSequence* working = workingCopyEdited() ? &curSeq : nullptr;
-    if (f >= 0) (void)drawFormation(formation, pb, f, working);
-    else picFormation->canvas().clear(kEmptyPicture);
-    picFormation->update();
-    const int s = pb.openComplete ? selectedRow(lvPlaySlots) : -1;
-    ScaledCanvas play(picPlay->canvas(), playScale_);
-    DrawOptions options;
-    options.workingCopy = working;
-    if (s >= 0) zpe::DrawPlay(play, pb, s, std::max(cmbPlay->currentIndex(), 0), options);
-    else picPlay->canvas().clear(kEmptyPicture);
-    picPlay->update();
-    followSelection();
-}
-
-void frmMain::refreshAddressLists() {
     const ListRows rows = buildRows(pb, cmdNames);
-    for (size_t f = 0; f < rows.formations.size(); ++f) setRowCells(lvFormations, static_cast<int>(f), rows.formations[f]);
-    for (size_t p = 0; p < rows.plays.size(); ++p) setRowCells(lvPlays, static_cast<int>(p), rows.plays[p]);
-    // Row keys name sequence addresses: the list is rebuilt, and the panel's working copy goes with it.
-    lvSequences->clear();
-    lvSequences->addTopLevelItems(makeItems(lvSequences, rows.sequences));
-    for (QTreeWidget* lv : {lvFormations, lvPlays, lvSequences}) fitColumns(lv);
-    clearSeqPanel();
+    formations_->fill(rows.formations);
+    playSlots_->fill(rows.playSlots);
+    plays_->fill(rows.plays);
+    sequences_->fill(rows.sequences);
+    updateMenuBar();
+    playSlots_->updatePlayChoice();
+    refreshPictures();  // nothing of the previous image stays drawn
 }
 
 void frmMain::refreshEntryLists() {
     const ListRows rows = buildRows(pb, cmdNames);
-    for (size_t f = 0; f < rows.formations.size(); ++f) setRowCells(lvFormations, static_cast<int>(f), rows.formations[f]);
-    for (size_t p = 0; p < rows.plays.size(); ++p) setRowCells(lvPlays, static_cast<int>(p), rows.plays[p]);
-    const auto selected = selectedSequenceAddress();
-    {
-        const QSignalBlocker quiet(lvSequences);
-        lvSequences->clear();
-        lvSequences->addTopLevelItems(makeItems(lvSequences, rows.sequences));
-        if (selected) selectRow(lvSequences, sequenceRow(*selected));
+    formations_->refreshRows(rows.formations);
+    plays_->refreshRows(rows.plays);
+    sequences_->rebuild(rows.sequences, true);
+}
+
+void frmMain::showPut(const EditState& state) {
+    switch (state.kind) {
+    case EditState::Kind::Slots: playSlots_->showSlots(state.slotStates); break;
+    case EditState::Kind::Entries: sequences_->showEntries(); break;
+    case EditState::Kind::Sequence: sequences_->showSequence(state.sequence.address()); break;
+    case EditState::Kind::WorkingCopy: sequences_->showWorkingCopy(); break;
     }
-    for (QTreeWidget* lv : {lvFormations, lvPlays, lvSequences}) fitColumns(lv);
+}
+
+void frmMain::editEntry(const AreaEntry& entry) { sequences_->showEntrySequence(entry); }
+
+void frmMain::pointEntry(const AreaEntry& entry) { sequences_->pointEntryAt(entry); }
+
+void frmMain::goToEntry(const AreaEntry& entry) {
+    const bool play = entry.table == AreaEntry::Table::Play;
+    if (!play && entry.table != AreaEntry::Table::Formation) return;
+    selectTab(play ? static_cast<int>(TabIndex::Plays) : static_cast<int>(TabIndex::Formations));
+    QTreeWidget* list = play ? plays_->lvPlays : formations_->lvFormations;
+    listFilter_->reveal(list, entry.index);  // the row it goes to is shown
+    selectRow(list, entry.index);
+    if (!play) formations_->lvFormations_Click();
+    if (QTreeWidgetItem* row = list->topLevelItem(entry.index)) list->setCurrentItem(row, entry.player + 1);
 }
 
 }  // namespace zpe

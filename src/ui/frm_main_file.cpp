@@ -13,6 +13,11 @@
 #include "save/save_changes.h"
 #include "save/saves.h"
 #include "ui/diagram_window.h"
+#include "ui/formations_tab.h"
+#include "ui/list_view.h"
+#include "ui/play_slots_tab.h"
+#include "ui/plays_tab.h"
+#include "ui/sequences_tab.h"
 
 #include <QAction>
 #include <QApplication>
@@ -136,10 +141,10 @@ bool frmMain::openImage(const QString& path) {
         if (diagram_) diagram_->close();  // it would draw nothing of an image that did not open
         pb.romPath = path.toStdString();
         clearLists();
-        clearSeqPanel();  // the previous image's working copy must not be applied to anything
+        sequences_->clearSeqPanel();  // the previous image's working copy must not be applied to anything
         updateCaption();
-        updatePlaySlotButtons();
-        updatePlayChoice();
+        playSlots_->updatePlaySlotButtons();
+        playSlots_->updatePlayChoice();
         refreshPictures();
         StatusBar1->setText(shortMessage(e.what(), path));
         return false;
@@ -153,7 +158,7 @@ bool frmMain::openImage(const QString& path) {
 }
 
 bool frmMain::maybeKeepChanges() {
-    if (!unsavedWork()) return true;
+    if (!doc_.unsaved()) return true;
     const QString name = QFileInfo(QString::fromStdString(pb.romPath)).fileName();
     switch (dialogs_.message({"Save changes to " + name + " before closing?", kProgramName, MsgIcon::Question,
                               MsgButtons::SaveDiscardCancel, MsgAnswer::Save})) {
@@ -266,29 +271,25 @@ void frmMain::mnuFileSaveChanges_Click() { (void)runSave(); }
 void frmMain::afterSave(const SaveSummary& summary, bool keepHistory) {
     // The image was opened again: the lists show what it now holds; the tab, the
     // sequence (followed to where it moved) and its command stay selected.
-    const auto selected = selectedSequenceAddress();
-    const int command = lstSeqCommands->currentRow();
+    const auto selected = sequences_->selectedSequenceAddress();
+    const int command = sequences_->lstSeqCommands->currentRow();
     // The rows selected in the other lists stay selected (and their pictures drawn).
-    const int formation = selectedRow(lvFormations), slot = selectedRow(lvPlaySlots), play = selectedRow(lvPlays),
-              chosenPlay = cmbPlay->currentIndex();
+    QTreeWidget* const lists[] = {formations_->lvFormations, playSlots_->lvPlaySlots, plays_->lvPlays};
+    int rows[std::size(lists)];
+    for (size_t i = 0; i < std::size(lists); ++i) rows[i] = selectedRow(lists[i]);
+    const int chosenPlay = playSlots_->cmbPlay->currentIndex();
     doc_.saved(keepHistory);
     showPlaybook();
-    selectRow(lvFormations, formation);
-    selectRow(lvPlaySlots, slot);
-    selectRow(lvPlays, play);
-    updatePlayChoice();
-    if (chosenPlay >= 0 && chosenPlay < cmbPlay->count()) cmbPlay->setCurrentIndex(chosenPlay);
+    for (size_t i = 0; i < std::size(lists); ++i) selectRow(lists[i], rows[i]);
+    playSlots_->updatePlayChoice();
+    if (chosenPlay >= 0 && chosenPlay < playSlots_->cmbPlay->count()) playSlots_->cmbPlay->setCurrentIndex(chosenPlay);
     refreshPictures();
     if (!selected) return;
     int32_t address = *selected;
     for (const auto& moves : {summary.moved, summary.placed})
         for (const auto& [from, to] : moves)
             if (from == address) address = to;
-    const int row = sequenceRow(address);
-    if (row < 0) return;
-    selectRow(lvSequences, row);
-    lvSequences_Click();
-    if (command >= 0 && command < lstSeqCommands->count()) lstSeqCommands->setCurrentRow(command);
+    sequences_->reselect(address, command);
 }
 
 bool frmMain::runSaveAs() {
@@ -300,7 +301,7 @@ bool frmMain::runSaveAs() {
     const QFileInfo to(path), from(QString::fromStdString(pb.romPath));
     // A file that is gone is written anew from the document, whatever its name.
     if (to.exists() && from.exists() && to == from) return runSave();
-    if (!commitWorkingCopy("Save As")) return false;
+    if (!sequences_->commitWorkingCopy("Save As")) return false;
     try {
         const FileLock lock(path.toStdString());
         const SaveSummary summary = saveChangesAs(pb, path.toStdString(), dataDir_.toStdString());
@@ -316,7 +317,7 @@ bool frmMain::runSaveAs() {
 }
 
 bool frmMain::runSave() {
-    if (!commitWorkingCopy("Save")) return false;  // what the panel shows is what the user means to save
+    if (!sequences_->commitWorkingCopy("Save")) return false;  // what the panel shows is what the user means to save
     try {
         const FileLock lock(pb.romPath);
         const Playbook shown = pb;
@@ -362,7 +363,7 @@ bool frmMain::saveRefused(const QString& title, const std::exception& e) {
 }
 
 bool frmMain::runCompactAndSave() {
-    if (!commitWorkingCopy("Compact and Save")) return false;
+    if (!sequences_->commitWorkingCopy("Compact and Save")) return false;
     try {
         const FileLock lock(pb.romPath);
         const CompactSaveSummary summary = compactAndSave(pb, dataDir_.toStdString());
@@ -384,7 +385,7 @@ bool frmMain::runCompactAndSave() {
 
 void frmMain::mnuFileCompact_Click() {
     // Edits not saved yet are saved into the compacted image in the same write.
-    const bool edits = unsavedWork();
+    const bool edits = doc_.unsaved();
     CompactSummary preview;
     try {
         (void)readUnchangedImage(pb);
@@ -407,10 +408,10 @@ void frmMain::mnuFileSafeSave_Click() {
         const FileLock lock(pb.romPath);
         const bool written = safeSave(pb);
         // Safe Save writes the slots alone: sequence edits stay unsaved.
-        inFile_.playSlots = pb.playSlots;
+        doc_.slotsSaved();
         refreshModified();
         const QString said = written ? "Safe Save: the 64 slots written" : "Safe Save: the slots already stand as shown; the file was left alone";
-        StatusBar1->setText(unsavedWork() ? said + "; sequence edits are not saved yet (File > Save writes them)." : said + ".");
+        StatusBar1->setText(doc_.unsaved() ? said + "; sequence edits are not saved yet (File > Save writes them)." : said + ".");
     } catch (const std::exception& e) {
         (void)saveRefused("Safe Save", e);
     }
@@ -421,7 +422,7 @@ void frmMain::mnuFileSave_Click() {
     const MessageBoxSpec question{QString::fromLatin1(kFullSaveQuestion), "Warning", MsgIcon::Question, MsgButtons::YesNo,
                                   MsgAnswer::No};
     if (dialogs_.message(question) != MsgAnswer::Yes) return;
-    if (!commitWorkingCopy("Full Save")) return;
+    if (!sequences_->commitWorkingCopy("Full Save")) return;
     try {
         const FileLock lock(pb.romPath);
         fullSave(pb);
@@ -431,7 +432,12 @@ void frmMain::mnuFileSave_Click() {
         (void)saveRefused("Full Save", e);
         return;
     }
-    refreshAddressLists();
+    // Every sequence stands at a new address: the lists show the new ones, and the panel's working copy goes.
+    const ListRows rows = buildRows(pb, cmdNames);
+    formations_->refreshRows(rows.formations);
+    plays_->refreshRows(rows.plays);
+    sequences_->rebuild(rows.sequences, false);
+    sequences_->clearSeqPanel();
     int32_t bytes = 0;
     for (const auto& [address, seq] : pb.sequences) bytes += seq.byteSize();
     StatusBar1->setText(QString("Full Save: %1 sequences laid out anew from A000 (%2 bytes), every table rewritten.")
@@ -461,13 +467,13 @@ void frmMain::mnuFileExportPatch_Click() {
     if (!pb.openComplete) return;
     // The patch describes the image as the window shows it: saved and unsaved
     // edits, and the panel's unapplied ones when the user says so.
-    Playbook doc = pb;
-    if (workingCopyEdited()) {
-        const QString seq = QString::fromStdString(sequenceKeyText(curSeq.address()));
+    bool withWorkingCopy = false;
+    if (doc_.workingCopyEdited()) {
+        const QString seq = QString::fromStdString(sequenceKeyText(doc_.workingCopy.address()));
         switch (dialogs_.message({"The edits of sequence " + seq + " are not applied yet. Include them in the patch (as applied to " + seq +
                                       ")?",
                                   "Export Patch", MsgIcon::Question, MsgButtons::YesNoCancel, MsgAnswer::Yes})) {
-        case MsgAnswer::Yes: doc.sequences.at(curSeq.address()) = curSeq; break;
+        case MsgAnswer::Yes: withWorkingCopy = true; break;
         case MsgAnswer::No: break;
         default: return;
         }
@@ -481,8 +487,7 @@ void frmMain::mnuFileExportPatch_Click() {
     const bool bps = QFileInfo(path).suffix().compare("bps", Qt::CaseInsensitive) == 0;
     try {
         refuseSameFile(path.toStdString(), pb.romPath);
-        // The document's bytes: what the file held when it was last opened or saved, with every edit since laid out as Save would.
-        const std::vector<uint8_t> now = sameContent(doc, inFile_) ? pb.openedBytes : planSave(doc, pb.openedBytes).bytes;
+        const std::vector<uint8_t> now = doc_.imageAsShown(withWorkingCopy);
         const std::vector<uint8_t> from = fileBytes(pb, openedImage_), to = fileBytes(pb, now);  // patches are made on the file as it is
         if (from == to) {
             StatusBar1->setText("Nothing to export: the image holds no change since it was opened; no patch was written.");
@@ -490,7 +495,7 @@ void frmMain::mnuFileExportPatch_Click() {
         }
         replaceFileContents(path.toStdString(), bps ? makeBps(from, to) : makeIps(from, to));
         StatusBar1->setText(QString("Wrote the changes since the image was opened%1 to %2 (%3)")
-                                .arg(unsavedWork() ? ", unsaved ones included," : "", QFileInfo(path).fileName(), bps ? "BPS" : "IPS"));
+                                .arg(doc_.unsaved() ? ", unsaved ones included," : "", QFileInfo(path).fileName(), bps ? "BPS" : "IPS"));
     } catch (const std::exception& e) {
         reportFailure("Export Patch", e);
     }

@@ -2,6 +2,11 @@
 
 #include "ui/diagram_window.h"
 #include "ui/frm_main.h"
+#include "ui/formations_tab.h"
+#include "ui/list_view.h"
+#include "ui/play_slots_tab.h"
+#include "ui/plays_tab.h"
+#include "ui/sequences_tab.h"
 
 #include "model/file_io.h"
 
@@ -50,15 +55,15 @@ QStringList writeScreenshots(const QString& imagePath, const QString& dir, const
     };
 
     window.selectTab(1);
-    frmMain::selectRow(window.lvFormations, 0);
-    window.lvFormations_Click();
-    window.cmdFormationViewGFX_Click();  // a new window starts with every picture and panel hidden
+    selectRow(window.formations().lvFormations, 0);
+    window.formations().lvFormations_Click();
+    window.formations().cmdFormationViewGFX_Click();  // a new window starts with every picture and panel hidden
     shoot("formations.png");
 
     window.selectTab(2);
-    window.cmdPlaySlotDetails_Click();
-    frmMain::selectRow(window.lvPlaySlots, 0);
-    window.lvPlaySlots_Click();
+    window.playSlots().cmdPlaySlotDetails_Click();
+    selectRow(window.playSlots().lvPlaySlots, 0);
+    window.playSlots().lvPlaySlots_Click();
     shoot("play-slots.png");
 
     // The big diagram of that slot's play, zoomed in twice, and the list filtered.
@@ -76,9 +81,9 @@ QStringList writeScreenshots(const QString& imagePath, const QString& dir, const
     shoot("plays.png");
 
     window.selectTab(4);
-    window.cmdSeqDetails_Click();
-    frmMain::selectRow(window.lvSequences, 0);
-    window.lvSequences_Click();
+    window.sequences().cmdSeqDetails_Click();
+    selectRow(window.sequences().lvSequences, 0);
+    window.sequences().lvSequences_Click();
     shoot("sequences.png");
     return written;
 }

@@ -70,7 +70,7 @@ class FrmMainTest : public QObject {
     QStringList rowCells(QTreeWidget* lv, int row) {
         QStringList cells;
         for (int c = 0; c < lv->columnCount(); ++c)
-            if (lv != w->lvPlaySlots || c != frmMain::kSlotNumberColumn) cells << lv->topLevelItem(row - 1)->text(c);
+            if (lv != w->playSlots().lvPlaySlots || c != PlaySlotsTab::kSlotNumberColumn) cells << lv->topLevelItem(row - 1)->text(c);
         return cells;
     }
     static void clickRow(QTreeWidget* lv, int row) { test::WindowFixture::clickRow(lv, row); }
@@ -85,59 +85,59 @@ private slots:
             if (!qobject_cast<QPushButton*>(c) && !qobject_cast<QLineEdit*>(c)) continue;
             QVERIFY2(!c->toolTip().isEmpty(), qPrintable(c->objectName() + " " + c->metaObject()->className()));
         }
-        QVERIFY(!w->cmdCopyPlaySlot->isEnabled() && !w->cmdSwapPlaySlot->isEnabled());
-        QVERIFY(!w->cmdSeqDelCmd->isEnabled() && !w->cmdSeqAddCmd->isEnabled() && !w->udSeqCommand->isEnabled());
+        QVERIFY(!w->playSlots().cmdCopyPlaySlot->isEnabled() && !w->playSlots().cmdSwapPlaySlot->isEnabled());
+        QVERIFY(!w->sequences().cmdSeqDelCmd->isEnabled() && !w->sequences().cmdSeqAddCmd->isEnabled() && !w->sequences().udSeqCommand->isEnabled());
     }
 
     // At the design size the editor keeps its specified size; a taller window gives it room.
     void aTallerWindowGrowsTheEditor() {
         openWindowImage();
         w->selectTab(4);
-        w->cmdSeqDetails_Click();
-        QCOMPARE(w->lstSeqCommands->height(), pixels(1875));
-        QCOMPARE(w->fraSeqDetails->height(), pixels(kSeqDetailsHeight));
+        w->sequences().cmdSeqDetails_Click();
+        QCOMPARE(w->sequences().lstSeqCommands->height(), pixels(1875));
+        QCOMPARE(w->sequences().fraSeqDetails->height(), pixels(kSeqDetailsHeight));
         w->setClientSize(kDesignClientWidth, kDesignClientHeight + 3000);
-        QCOMPARE(w->lstSeqCommands->height(), pixels(1875 + 1500));
-        QVERIFY(w->cmdSeqApply->y() + w->cmdSeqApply->height() <= w->fraSeqDetails->height());
+        QCOMPARE(w->sequences().lstSeqCommands->height(), pixels(1875 + 1500));
+        QVERIFY(w->sequences().cmdSeqApply->y() + w->sequences().cmdSeqApply->height() <= w->sequences().fraSeqDetails->height());
         // Room for twice the play picture: it is drawn twice as large, as `zpe render --scale 2` draws it.
         w->setClientSize(kDesignClientWidth * 2, kDesignClientHeight * 2);
         w->selectTab(2);
-        w->cmdPlaySlotDetails_Click();
-        clickRow(w->lvPlaySlots, 0);
-        QCOMPARE(w->picPlay->size(), QSize(2 * 329, 2 * 217));
+        w->playSlots().cmdPlaySlotDetails_Click();
+        clickRow(w->playSlots().lvPlaySlots, 0);
+        QCOMPARE(w->playSlots().picPlay->size(), QSize(2 * 329, 2 * 217));
         RasterCanvas big(2 * 329, 2 * 217);
         ScaledCanvas scaled(big, 2);
         zpe::DrawPlay(scaled, w->pb, 0, 0);
-        QCOMPARE(w->picPlay->image(), wrapCanvas(big).copy());
+        QCOMPARE(w->playSlots().picPlay->image(), wrapCanvas(big).copy());
         w->setClientSize(kDesignClientWidth, kDesignClientHeight);
-        QCOMPARE(w->picPlay->size(), QSize(329, 217));
+        QCOMPARE(w->playSlots().picPlay->size(), QSize(329, 217));
     }
 
     void startUpShowsTheEmptyFormationsTab() {
         QCOMPARE(w->windowTitle(), QString("Zentrel Playbook Editor BETA3"));
         QCOMPARE(w->selectedTab(), 1);
-        QVERIFY(w->lvFormations->isVisible());
-        QCOMPARE(w->lvFormations->topLevelItemCount(), 0);
-        QVERIFY(!w->lvPlaySlots->isVisible());
-        QCOMPARE(w->cmdFormationViewGFX->text(), QString("View GFX"));
-        QVERIFY(!w->cmdFormationViewGFX->isEnabled());
+        QVERIFY(w->formations().lvFormations->isVisible());
+        QCOMPARE(w->formations().lvFormations->topLevelItemCount(), 0);
+        QVERIFY(!w->playSlots().lvPlaySlots->isVisible());
+        QCOMPARE(w->formations().cmdFormationViewGFX->text(), QString("View GFX"));
+        QVERIFY(!w->formations().cmdFormationViewGFX->isEnabled());
         QVERIFY(w->mnuFileOpen->isEnabled());
         QVERIFY(!w->mnuFileSave->isEnabled() && !w->mnuFileSafeSave->isEnabled() && !w->mnuFileExportMaskROM->isEnabled());
-        QCOMPARE(w->cmbNewSeqCmd->count(), 77);
+        QCOMPARE(w->sequences().cmbNewSeqCmd->count(), 77);
         QCOMPARE(w->scaleWidth(), kDesignClientWidth);
     }
 
     void tooSmallWindowStopsTheLayoutQuietly() {
         const auto steps = tabLayout({2, {100, 400, 3000, 3000}, false, true, false});
         QVERIFY(!stepApplies(steps[0]));  // the list would get a negative height
-        w->showPlaySlotDetails = true;
+        w->playSlots().showPlaySlotDetails = true;
         w->selectTab(2);
         w->resize(20, 20);
         QApplication::processEvents();
         QVERIFY(w->tabsFrame->width() >= 0 && w->tabsFrame->height() >= 0);
         w->setClientSize(kDesignClientWidth, kDesignClientHeight);
-        QVERIFY(w->lvPlaySlots->isVisible());
-        QVERIFY(w->fraPlayDetails->isVisible());
+        QVERIFY(w->playSlots().lvPlaySlots->isVisible());
+        QVERIFY(w->playSlots().fraPlayDetails->isVisible());
         QVERIFY(dialogs->boxes.empty());
     }
 
@@ -145,17 +145,17 @@ private slots:
         openWindowImage();
         QCOMPARE(dialogs->filters.value(0), QString("NES ROMS (*.nes)|*.nes|All Files|*.*"));
         QCOMPARE(qtFilter(dialogs->filters.value(0)), QString("NES ROMS (*.nes);;All Files (*)"));
-        QCOMPARE(w->lvFormations->topLevelItemCount(), 22);
-        QCOMPARE(w->lvPlaySlots->topLevelItemCount(), 64);
-        QCOMPARE(w->lvPlays->topLevelItemCount(), 116);
-        QCOMPARE(w->lvSequences->topLevelItemCount(), 6);
-        QCOMPARE(rowCells(w->lvPlaySlots, 1), (QStringList{"SLOT 0", "R1", "FORM 4", "00:00", "01:01", "01:02", "00:03", "01:04", "01:05", "00:06", "01:07"}));
-        QCOMPARE(rowCells(w->lvSequences, 1).first(), QString("A000-A003"));
-        QCOMPARE(w->lvSequences->topLevelItem(0)->data(0, Qt::UserRole).toInt(), 0xA000);
+        QCOMPARE(w->formations().lvFormations->topLevelItemCount(), 22);
+        QCOMPARE(w->playSlots().lvPlaySlots->topLevelItemCount(), 64);
+        QCOMPARE(w->plays().lvPlays->topLevelItemCount(), 116);
+        QCOMPARE(w->sequences().lvSequences->topLevelItemCount(), 6);
+        QCOMPARE(rowCells(w->playSlots().lvPlaySlots, 1), (QStringList{"SLOT 0", "R1", "FORM 4", "00:00", "01:01", "01:02", "00:03", "01:04", "01:05", "00:06", "01:07"}));
+        QCOMPARE(rowCells(w->sequences().lvSequences, 1).first(), QString("A000-A003"));
+        QCOMPARE(w->sequences().lvSequences->topLevelItem(0)->data(0, Qt::UserRole).toInt(), 0xA000);
         // 700 twips, or wider where the addresses would be cut.
-        QVERIFY(w->lvFormations->columnWidth(1) >= pixels(700));
-        QVERIFY(w->lvFormations->columnWidth(1) >= w->lvFormations->fontMetrics().horizontalAdvance("A000"));
-        QVERIFY(w->lvSequences->columnWidth(0) >= w->lvSequences->fontMetrics().horizontalAdvance("A000-A003"));
+        QVERIFY(w->formations().lvFormations->columnWidth(1) >= pixels(700));
+        QVERIFY(w->formations().lvFormations->columnWidth(1) >= w->formations().lvFormations->fontMetrics().horizontalAdvance("A000"));
+        QVERIFY(w->sequences().lvSequences->columnWidth(0) >= w->sequences().lvSequences->fontMetrics().horizontalAdvance("A000-A003"));
         QVERIFY(w->mnuFileSave->isEnabled() && w->mnuFileSafeSave->isEnabled() && w->mnuFileExportMaskROM->isEnabled());
         QVERIFY(QFile::exists(QString::fromStdString(cwd.file("cpu.txt"))));
     }
@@ -167,7 +167,7 @@ private slots:
         dialogs->files.push_back(QString::fromStdString(blank.path()));
         w->mnuFileOpen_Click();
         QVERIFY(dialogs->boxes.empty());
-        QCOMPARE(w->lvSequences->topLevelItemCount(), 0);
+        QCOMPARE(w->sequences().lvSequences->topLevelItemCount(), 0);
         QVERIFY(!w->mnuFileSafeSave->isEnabled());
         // A save after an open that did not complete is refused with a reason.
         const auto before = blank.read();
@@ -179,46 +179,46 @@ private slots:
 
     void formationClickDrawsAndWarnsPerMissingPlayer() {
         openWindowImage();
-        clickRow(w->lvFormations, 5);  // formation 5: WR1 and TE have no sequence
+        clickRow(w->formations().lvFormations, 5);  // formation 5: WR1 and TE have no sequence
         QCOMPARE(dialogs->boxes.size(), size_t(2));
         QCOMPARE(dialogs->boxes[0].text, QString("Unable to find the sequence for WR1"));
         QCOMPARE(dialogs->boxes[1].text, QString("Unable to find the sequence for TE"));
-        QVERIFY(w->cmdFormationViewGFX->isEnabled());
+        QVERIFY(w->formations().cmdFormationViewGFX->isEnabled());
         // Drawn while hidden; shown by View GFX without drawing again.
-        QVERIFY(!w->picFormation->isVisible());
-        QCOMPARE(QColor(w->picFormation->image().pixel(0, 0)), QColor(0, 128, 0));
-        w->cmdFormationViewGFX->click();
-        QVERIFY(w->picFormation->isVisible());
-        QCOMPARE(w->cmdFormationViewGFX->text(), QString("Hide GFX"));
-        QCOMPARE(w->picFormation->x(), pixels(w->tabClient().left));
-        QCOMPARE(w->lvFormations->x(), w->picFormation->x() + w->picFormation->width());
+        QVERIFY(!w->formations().picFormation->isVisible());
+        QCOMPARE(QColor(w->formations().picFormation->image().pixel(0, 0)), QColor(0, 128, 0));
+        w->formations().cmdFormationViewGFX->click();
+        QVERIFY(w->formations().picFormation->isVisible());
+        QCOMPARE(w->formations().cmdFormationViewGFX->text(), QString("Hide GFX"));
+        QCOMPARE(w->formations().picFormation->x(), pixels(w->tabClient().left));
+        QCOMPARE(w->formations().lvFormations->x(), w->formations().picFormation->x() + w->formations().picFormation->width());
         QCOMPARE(dialogs->boxes.size(), size_t(2));
         w->selectTab(3);
         w->selectTab(1);
-        QVERIFY(w->showFormationGFX);
-        w->cmdFormationViewGFX->click();
-        QVERIFY(!w->picFormation->isVisible());
-        QCOMPARE(w->cmdFormationViewGFX->text(), QString("View GFX"));
-        QCOMPARE(w->lvFormations->x(), pixels(w->tabClient().left));
+        QVERIFY(w->formations().showFormationGFX);
+        w->formations().cmdFormationViewGFX->click();
+        QVERIFY(!w->formations().picFormation->isVisible());
+        QCOMPARE(w->formations().cmdFormationViewGFX->text(), QString("View GFX"));
+        QCOMPARE(w->formations().lvFormations->x(), pixels(w->tabClient().left));
     }
 
     void copyWithinAGroupThroughClicks() {
         openWindowImage();
         w->selectTab(2);
-        QVERIFY(!w->cmdCopyPlaySlot->isEnabled());
-        clickRow(w->lvPlaySlots, 2);
-        QVERIFY(w->cmdCopyPlaySlot->isEnabled());
-        QTest::mouseClick(w->cmdCopyPlaySlot, Qt::LeftButton);
-        QCOMPARE(w->cmdCopyPlaySlot->text(), QString("Cancel Copy"));
-        QVERIFY(!w->cmdSwapPlaySlot->isEnabled());
+        QVERIFY(!w->playSlots().cmdCopyPlaySlot->isEnabled());
+        clickRow(w->playSlots().lvPlaySlots, 2);
+        QVERIFY(w->playSlots().cmdCopyPlaySlot->isEnabled());
+        QTest::mouseClick(w->playSlots().cmdCopyPlaySlot, Qt::LeftButton);
+        QCOMPARE(w->playSlots().cmdCopyPlaySlot->text(), QString("Cancel Copy"));
+        QVERIFY(!w->playSlots().cmdSwapPlaySlot->isEnabled());
         QCOMPARE(w->StatusBar1->text(), QString("Select the slot to be replaced with SLOT 2..."));
-        const QStringList row3 = rowCells(w->lvPlaySlots, 3);
-        clickRow(w->lvPlaySlots, 5);
-        QCOMPARE(w->slotAction, SlotAction::None);
+        const QStringList row3 = rowCells(w->playSlots().lvPlaySlots, 3);
+        clickRow(w->playSlots().lvPlaySlots, 5);
+        QCOMPARE(w->playSlots().slotAction, SlotAction::None);
         QCOMPARE(w->StatusBar1->text(), QString("Copied slot 2 (R1) over slot 5 (R1), not saved yet."));
-        QCOMPARE(w->cmdCopyPlaySlot->text(), QString("Copy"));
-        QCOMPARE(rowCells(w->lvPlaySlots, 6), row3);
-        QCOMPARE(rowCells(w->lvPlaySlots, 3), row3);
+        QCOMPARE(w->playSlots().cmdCopyPlaySlot->text(), QString("Copy"));
+        QCOMPARE(rowCells(w->playSlots().lvPlaySlots, 6), row3);
+        QCOMPARE(rowCells(w->playSlots().lvPlaySlots, 3), row3);
         QVERIFY(w->pb.playSlots[5] == w->pb.playSlots[2]);
         QVERIFY(dialogs->boxes.empty());
     }
@@ -227,20 +227,20 @@ private slots:
         openWindowImage();
         w->selectTab(2);
         const clsPlaySlot s40 = w->pb.playSlots[40], s63 = w->pb.playSlots[63];
-        frmMain::selectRow(w->lvPlaySlots, 40);
-        w->cmdSwapPlaySlot_Click();
-        QCOMPARE(w->cmdSwapPlaySlot->text(), QString("Cancel Swap"));
-        QVERIFY(!w->cmdCopyPlaySlot->isEnabled());
+        selectRow(w->playSlots().lvPlaySlots, 40);
+        w->playSlots().cmdSwapPlaySlot_Click();
+        QCOMPARE(w->playSlots().cmdSwapPlaySlot->text(), QString("Cancel Swap"));
+        QVERIFY(!w->playSlots().cmdCopyPlaySlot->isEnabled());
         QCOMPARE(w->StatusBar1->text(), QString("Select the slot to be swapped with SLOT 40..."));
-        frmMain::selectRow(w->lvPlaySlots, 63);
-        w->lvPlaySlots_Click();
+        selectRow(w->playSlots().lvPlaySlots, 63);
+        w->playSlots().lvPlaySlots_Click();
         QCOMPARE(QString::fromStdString(w->pb.playSlots[40].name()), QString("SLOT 63"));
         QCOMPARE(w->pb.playSlots[40].dPlay(5), s63.dPlay(7));
         QCOMPARE(w->pb.playSlots[40].dPlay(7), s63.dPlay(5));
         QCOMPARE(w->pb.playSlots[63].dPlay(5), s40.dPlay(7));
-        QCOMPARE(rowCells(w->lvPlaySlots, 41).first(), QString("SLOT 63"));
-        QCOMPARE(rowCells(w->lvPlaySlots, 64).first(), QString("SLOT 40"));
-        QCOMPARE(rowCells(w->lvPlaySlots, 41).at(1), QString("P2"));
+        QCOMPARE(rowCells(w->playSlots().lvPlaySlots, 41).first(), QString("SLOT 63"));
+        QCOMPARE(rowCells(w->playSlots().lvPlaySlots, 64).first(), QString("SLOT 40"));
+        QCOMPARE(rowCells(w->playSlots().lvPlaySlots, 41).at(1), QString("P2"));
     }
 
     // The keyboard alone: Copy, then the arrow keys and Enter pick the target;
@@ -250,29 +250,29 @@ private slots:
         w->activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(w.get()));
         w->selectTab(2);
-        clickRow(w->lvPlaySlots, 2);
-        QTest::mouseClick(w->cmdCopyPlaySlot, Qt::LeftButton);
-        QVERIFY(w->lvPlaySlots->hasFocus());
-        QTest::keyClick(w->lvPlaySlots, Qt::Key_Down);
-        QTest::keyClick(w->lvPlaySlots, Qt::Key_Down);
-        QCOMPARE(w->slotAction, SlotAction::Copy);  // moving waits for Enter
-        QTest::keyClick(w->lvPlaySlots, Qt::Key_Return);
-        QCOMPARE(w->slotAction, SlotAction::None);
+        clickRow(w->playSlots().lvPlaySlots, 2);
+        QTest::mouseClick(w->playSlots().cmdCopyPlaySlot, Qt::LeftButton);
+        QVERIFY(w->playSlots().lvPlaySlots->hasFocus());
+        QTest::keyClick(w->playSlots().lvPlaySlots, Qt::Key_Down);
+        QTest::keyClick(w->playSlots().lvPlaySlots, Qt::Key_Down);
+        QCOMPARE(w->playSlots().slotAction, SlotAction::Copy);  // moving waits for Enter
+        QTest::keyClick(w->playSlots().lvPlaySlots, Qt::Key_Return);
+        QCOMPARE(w->playSlots().slotAction, SlotAction::None);
         QCOMPARE(w->StatusBar1->text(), QString("Copied slot 2 (R1) over slot 4 (R1), not saved yet."));
         QVERIFY(w->pb.playSlots[4] == w->pb.playSlots[2]);
 
-        const QImage drawn = w->picPlay->image();
+        const QImage drawn = w->playSlots().picPlay->image();
         QVERIFY(w->runSave());
-        QCOMPARE(frmMain::selectedRow(w->lvPlaySlots), 4);
-        QVERIFY(w->picPlay->image() == drawn);
+        QCOMPARE(selectedRow(w->playSlots().lvPlaySlots), 4);
+        QVERIFY(w->playSlots().picPlay->image() == drawn);
 
-        QTest::keyClick(w->lvPlaySlots, Qt::Key_Tab, Qt::ControlModifier);
+        QTest::keyClick(w->playSlots().lvPlaySlots, Qt::Key_Tab, Qt::ControlModifier);
         QCOMPARE(w->selectedTab(), 3);
-        QTest::keyClick(w->lvPlays, Qt::Key_PageDown, Qt::ControlModifier);
+        QTest::keyClick(w->plays().lvPlays, Qt::Key_PageDown, Qt::ControlModifier);
         QCOMPARE(w->selectedTab(), 4);
-        QTest::keyClick(w->lvSequences, Qt::Key_PageDown, Qt::ControlModifier);
+        QTest::keyClick(w->sequences().lvSequences, Qt::Key_PageDown, Qt::ControlModifier);
         QCOMPARE(w->selectedTab(), 1);
-        QTest::keyClick(w->lvFormations, Qt::Key_PageUp, Qt::ControlModifier);
+        QTest::keyClick(w->formations().lvFormations, Qt::Key_PageUp, Qt::ControlModifier);
         QCOMPARE(w->selectedTab(), 4);
     }
 
@@ -281,35 +281,35 @@ private slots:
     void theFilterBoxHidesRowsPerList() {
         openWindowImage();
         w->selectTab(2);
-        QCOMPARE(w->lvPlaySlots->topLevelItem(38)->text(frmMain::kSlotNumberColumn), QString("38"));
+        QCOMPARE(w->playSlots().lvPlaySlots->topLevelItem(38)->text(PlaySlotsTab::kSlotNumberColumn), QString("38"));
         QVERIFY(w->filterBox_->isEnabled());
-        frmMain::selectRow(w->lvPlaySlots, 4);  // selected, then hidden by the filter
+        selectRow(w->playSlots().lvPlaySlots, 4);  // selected, then hidden by the filter
         w->filterBox_->setText("slot 3");  // letter case ignored
-        w->cmdCopyPlaySlot_Click();
-        QCOMPARE(w->slotAction, SlotAction::None);  // a hidden slot is no source of a copy
+        w->playSlots().cmdCopyPlaySlot_Click();
+        QCOMPARE(w->playSlots().slotAction, SlotAction::None);  // a hidden slot is no source of a copy
         int shown = 0;
-        for (int r = 0; r < w->lvPlaySlots->topLevelItemCount(); ++r) shown += !w->lvPlaySlots->topLevelItem(r)->isHidden();
+        for (int r = 0; r < w->playSlots().lvPlaySlots->topLevelItemCount(); ++r) shown += !w->playSlots().lvPlaySlots->topLevelItem(r)->isHidden();
         QCOMPARE(shown, 11);  // SLOT 3 and SLOT 30-39
-        QVERIFY(w->lvPlaySlots->topLevelItem(4)->isHidden());
+        QVERIFY(w->playSlots().lvPlaySlots->topLevelItem(4)->isHidden());
         w->selectTab(4);
         QCOMPARE(w->filterBox_->text(), QString());  // the Sequences list has its own
         w->filterBox_->setText("C7");
-        for (int r = 0; r < w->lvSequences->topLevelItemCount(); ++r)
-            QCOMPARE(w->lvSequences->topLevelItem(r)->isHidden(), !w->lvSequences->topLevelItem(r)->text(1).contains("C7"));
+        for (int r = 0; r < w->sequences().lvSequences->topLevelItemCount(); ++r)
+            QCOMPARE(w->sequences().lvSequences->topLevelItem(r)->isHidden(), !w->sequences().lvSequences->topLevelItem(r)->text(1).contains("C7"));
         // A double-clicked player whose sequence the filter hides: the filter goes, the panel shows it.
-        w->showEntrySequence({AreaEntry::Table::Play, 0, 0, 0});
-        QCOMPARE(w->curSeq.address(), 0xA010);
-        QVERIFY(!w->lvSequences->topLevelItem(w->sequenceRow(0xA010))->isHidden());
+        w->sequences().showEntrySequence({AreaEntry::Table::Play, 0, 0, 0});
+        QCOMPARE(w->doc_.workingCopy.address(), 0xA010);
+        QVERIFY(!w->sequences().lvSequences->topLevelItem(w->sequences().sequenceRow(0xA010))->isHidden());
         QCOMPARE(w->filterBox_->text(), QString());
         w->selectTab(2);
         QCOMPARE(w->filterBox_->text(), QString("slot 3"));
         QVERIFY(w->runSave());  // the lists are filled again: the filters hold
-        QVERIFY(w->lvPlaySlots->topLevelItem(4)->isHidden());
+        QVERIFY(w->playSlots().lvPlaySlots->topLevelItem(4)->isHidden());
         w->filterBox_->clear();
-        QVERIFY(!w->lvPlaySlots->topLevelItem(4)->isHidden());
+        QVERIFY(!w->playSlots().lvPlaySlots->topLevelItem(4)->isHidden());
         w->activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(w.get()));
-        QTest::keyClick(w->lvPlaySlots, Qt::Key_F, Qt::ControlModifier);
+        QTest::keyClick(w->playSlots().lvPlaySlots, Qt::Key_F, Qt::ControlModifier);
         QVERIFY(w->filterBox_->hasFocus());
     }
 
@@ -317,76 +317,76 @@ private slots:
     void showDetailsKeepsTheSelectedRowInView() {
         openWindowImage();
         w->selectTab(2);
-        frmMain::selectRow(w->lvPlaySlots, 60);
-        w->lvPlaySlots->scrollToItem(w->lvPlaySlots->topLevelItem(60));
-        w->cmdPlaySlotDetails_Click();
+        selectRow(w->playSlots().lvPlaySlots, 60);
+        w->playSlots().lvPlaySlots->scrollToItem(w->playSlots().lvPlaySlots->topLevelItem(60));
+        w->playSlots().cmdPlaySlotDetails_Click();
         QApplication::processEvents();
-        const QRect row = w->lvPlaySlots->visualItemRect(w->lvPlaySlots->topLevelItem(60));
-        QVERIFY(w->lvPlaySlots->viewport()->rect().contains(row));
+        const QRect row = w->playSlots().lvPlaySlots->visualItemRect(w->playSlots().lvPlaySlots->topLevelItem(60));
+        QVERIFY(w->playSlots().lvPlaySlots->viewport()->rect().contains(row));
     }
 
     void kindRefusalAndCancel() {
         openWindowImage();
         w->selectTab(2);
         const auto slotsBefore = w->pb.playSlots;
-        frmMain::selectRow(w->lvPlaySlots, 31);
-        w->cmdCopyPlaySlot_Click();
-        frmMain::selectRow(w->lvPlaySlots, 32);
-        w->lvPlaySlots_Click();
+        selectRow(w->playSlots().lvPlaySlots, 31);
+        w->playSlots().cmdCopyPlaySlot_Click();
+        selectRow(w->playSlots().lvPlaySlots, 32);
+        w->playSlots().lvPlaySlots_Click();
         QCOMPARE(dialogs->boxes.size(), size_t(1));
         QCOMPARE(dialogs->boxes[0].text, QString("Running and Passing plays are not interchangeable."));
         QVERIFY(w->pb.playSlots == slotsBefore);
-        QCOMPARE(w->slotAction, SlotAction::None);
+        QCOMPARE(w->playSlots().slotAction, SlotAction::None);
 
-        w->cmdSwapPlaySlot_Click();
-        w->lvPlaySlots_Click();  // the same row
+        w->playSlots().cmdSwapPlaySlot_Click();
+        w->playSlots().lvPlaySlots_Click();  // the same row
         QCOMPARE(dialogs->boxes.size(), size_t(2));
         QCOMPARE(dialogs->boxes[1].text, QString("Action Cancelled"));
         QVERIFY(w->pb.playSlots == slotsBefore);
-        QCOMPARE(w->slotAction, SlotAction::None);
+        QCOMPARE(w->playSlots().slotAction, SlotAction::None);
     }
 
     void pendingActionsEndWithoutChange() {
         openWindowImage();
         w->selectTab(2);
         const auto slotsBefore = w->pb.playSlots;
-        frmMain::selectRow(w->lvPlaySlots, 1);
-        w->cmdCopyPlaySlot_Click();
-        w->cmdCopyPlaySlot_Click();  // Cancel Copy
-        QCOMPARE(w->slotAction, SlotAction::None);
+        selectRow(w->playSlots().lvPlaySlots, 1);
+        w->playSlots().cmdCopyPlaySlot_Click();
+        w->playSlots().cmdCopyPlaySlot_Click();  // Cancel Copy
+        QCOMPARE(w->playSlots().slotAction, SlotAction::None);
         QCOMPARE(w->StatusBar1->text(), QString());
-        w->cmdCopyPlaySlot_Click();
+        w->playSlots().cmdCopyPlaySlot_Click();
         w->selectTab(3);
         w->selectTab(2);
-        QCOMPARE(w->slotAction, SlotAction::None);
-        w->cmdSwapPlaySlot_Click();
-        w->cmdPlaySlotDetails_Click();  // a details toggle lays out again
-        QCOMPARE(w->slotAction, SlotAction::None);
-        QCOMPARE(w->cmdPlaySlotDetails->text(), QString("Hide Details"));
+        QCOMPARE(w->playSlots().slotAction, SlotAction::None);
+        w->playSlots().cmdSwapPlaySlot_Click();
+        w->playSlots().cmdPlaySlotDetails_Click();  // a details toggle lays out again
+        QCOMPARE(w->playSlots().slotAction, SlotAction::None);
+        QCOMPARE(w->playSlots().cmdPlaySlotDetails->text(), QString("Hide Details"));
         // A click that leaves no row selected ends a pending action with no change.
-        w->cmdSwapPlaySlot_Click();
-        w->lvPlaySlots->clearSelection();
-        w->lvPlaySlots_Click();
-        QCOMPARE(w->slotAction, SlotAction::None);
+        w->playSlots().cmdSwapPlaySlot_Click();
+        w->playSlots().lvPlaySlots->clearSelection();
+        w->playSlots().lvPlaySlots_Click();
+        QCOMPARE(w->playSlots().slotAction, SlotAction::None);
         QVERIFY(w->pb.playSlots == slotsBefore);
         QVERIFY(dialogs->boxes.empty());
-        QVERIFY(!w->cmdCopyPlaySlot->isEnabled());
+        QVERIFY(!w->playSlots().cmdCopyPlaySlot->isEnabled());
         // A click on the tab already shown lays it out again, which drops a pending action.
-        frmMain::selectRow(w->lvPlaySlots, 1);
-        w->cmdCopyPlaySlot_Click();
+        selectRow(w->playSlots().lvPlaySlots, 1);
+        w->playSlots().cmdCopyPlaySlot_Click();
         QTest::mouseClick(w->tabs, Qt::LeftButton, {}, w->tabs->tabRect(1).center());
-        QCOMPARE(w->slotAction, SlotAction::None);
-        QCOMPARE(w->cmdCopyPlaySlot->text(), QString("Copy"));
+        QCOMPARE(w->playSlots().slotAction, SlotAction::None);
+        QCOMPARE(w->playSlots().cmdCopyPlaySlot->text(), QString("Copy"));
     }
 
     void selectingASlotDrawsItsPlay() {
         openWindowImage();
         w->selectTab(2);
-        w->cmdPlaySlotDetails_Click();
-        QVERIFY(w->fraPlayDetails->isVisible());
-        QCOMPARE(w->lvPlaySlots->height() + w->fraPlayDetails->height() + w->fraPlaySlots->height(), pixels(w->tabClient().height));
-        clickRow(w->lvPlaySlots, 0);
-        const QImage pic = w->picPlay->image();
+        w->playSlots().cmdPlaySlotDetails_Click();
+        QVERIFY(w->playSlots().fraPlayDetails->isVisible());
+        QCOMPARE(w->playSlots().lvPlaySlots->height() + w->playSlots().fraPlayDetails->height() + w->playSlots().fraPlaySlots->height(), pixels(w->tabClient().height));
+        clickRow(w->playSlots().lvPlaySlots, 0);
+        const QImage pic = w->playSlots().picPlay->image();
         QCOMPARE(QColor(pic.pixel(104, 5)), QColor(255, 255, 255));  // line of scrimmage
         QCOMPARE(QColor(pic.pixel(100 + 16, 108)), QColor(255, 0, 0));  // the QB's play path (D7 00 20)
     }
@@ -406,11 +406,11 @@ private slots:
         QVERIFY(image->read() != before);
         // The lists that show addresses follow the new layout.
         QStringList addresses;
-        for (int r = 1; r <= w->lvSequences->topLevelItemCount(); ++r) addresses << rowCells(w->lvSequences, r).first();
+        for (int r = 1; r <= w->sequences().lvSequences->topLevelItemCount(); ++r) addresses << rowCells(w->sequences().lvSequences, r).first();
         QCOMPARE(addresses.first(), QString("A000-A003"));
         // Discovery order: A000, A004 (formations), A030 (pointer), A010 -> A023, A008 (play 0).
         QCOMPARE(addresses, (QStringList{"A000-A003", "A004-A007", "A008-A00D", "A00E-A013", "A014-A017", "A018-A01D"}));
-        QCOMPARE(rowCells(w->lvPlays, 1).at(1), QString("A00E"));
+        QCOMPARE(rowCells(w->plays().lvPlays, 1).at(1), QString("A00E"));
     }
 
     void saveAfterAChangeOnDiskIsRefused() {

@@ -54,22 +54,22 @@ class KeepsWorkTest : public QObject {
     // An edit that only Apply stores: the first command's data of A010.
     void applyAnEdit() {
         w->selectTab(4);
-        frmMain::selectRow(w->lvSequences, w->sequenceRow(0xA010));
-        w->txtSeqData[1]->setText("7C");
-        w->cmdSeqApply_Click();
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010));
+        w->sequences().txtSeqData[1]->setText("7C");
+        w->sequences().cmdSeqApply_Click();
     }
     // Slot `slot`'s play in the big diagram, 700 x 500, as a double-click on the picture opens it.
     void openBigDiagram(int slot) {
         w->selectTab(2);
-        frmMain::selectRow(w->lvPlaySlots, slot);
-        QTest::mouseDClick(static_cast<QWidget*>(w->picPlay), Qt::LeftButton);
+        selectRow(w->playSlots().lvPlaySlots, slot);
+        QTest::mouseDClick(static_cast<QWidget*>(w->playSlots().picPlay), Qt::LeftButton);
         QVERIFY(w->diagram_ && w->diagram_->isVisible());
         w->diagram_->resize(700, 500);
         QApplication::processEvents();
     }
     QStringList slotRows() {
         QStringList rows;
-        for (int r = 0; r < 8; ++r) rows << w->lvPlaySlots->topLevelItem(r)->text(0) + w->lvPlaySlots->topLevelItem(r)->text(3);
+        for (int r = 0; r < 8; ++r) rows << w->playSlots().lvPlaySlots->topLevelItem(r)->text(0) + w->playSlots().lvPlaySlots->topLevelItem(r)->text(3);
         return rows;
     }
 
@@ -112,10 +112,10 @@ private slots:
         fx.start(full);
         open();
         w->selectTab(4);
-        frmMain::selectRow(w->lvSequences, w->sequenceRow(0xA000));
-        w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
-        w->cmdSeqAddCmd_Click();
-        w->cmdSeqApply_Click();
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA000));
+        w->sequences().cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
+        w->sequences().cmdSeqAddCmd_Click();
+        w->sequences().cmdSeqApply_Click();
         fx.dialogs->answers.push_back(MsgAnswer::Yes);
         QVERIFY(w->runSave());
         QVERIFY(fx.dialogs->boxes.back().text.endsWith("(Compact and Save)"));
@@ -129,25 +129,25 @@ private slots:
         fx.stop();
         fx.start(workImage().playPlayer(1, 0, 0xA010));
         open();
-        w->showEntrySequence({AreaEntry::Table::Play, 1, 0, 0});
+        w->sequences().showEntrySequence({AreaEntry::Table::Play, 1, 0, 0});
         QCOMPARE(w->selectedTab(), 4);
         QStringList used;
-        for (int i = 0; i < w->lstSeqUsedBy->count(); ++i) used << w->lstSeqUsedBy->item(i)->text();
+        for (int i = 0; i < w->sequences().lstSeqUsedBy->count(); ++i) used << w->sequences().lstSeqUsedBy->item(i)->text();
         QCOMPARE(used, QStringList({"pointer 0", "play 0 (0) QB", "play 1 (1) QB"}));
-        w->txtSeqData[1]->setText("7C");
+        w->sequences().txtSeqData[1]->setText("7C");
         fx.dialogs->answers = {MsgAnswer::Cancel};
-        w->cmdSeqApply_Click();
+        w->sequences().cmdSeqApply_Click();
         QCOMPARE(fx.dialogs->boxes.back().text, QString("Used by 2 plays and 1 pointer."));
         QCOMPARE(fx.dialogs->buttonTexts, QStringList({"Change all of them", "Only play 1 (1) QB (a copy)"}));
-        QVERIFY(w->workingCopyEdited());  // Cancel keeps the edits in the panel
+        QVERIFY(w->sequences().workingCopyEdited());  // Cancel keeps the edits in the panel
         fx.dialogs->answers = {MsgAnswer::Copy};
-        w->cmdSeqApply_Click();
+        w->sequences().cmdSeqApply_Click();
         const int32_t copy = w->pb.plays[1].seqAddress(0);
         QVERIFY(isNewSequence(copy));
         QCOMPARE(w->pb.sequences.at(copy).data(0, 1), int16_t(0x7C));
         QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
-        QCOMPARE(w->curSeq.address(), copy);
-        QCOMPARE(w->lvPlays->topLevelItem(1)->text(1), QString("new 1"));
+        QCOMPARE(w->doc_.workingCopy.address(), copy);
+        QCOMPARE(w->plays().lvPlays->topLevelItem(1)->text(1), QString("new 1"));
         w->doc_.undo();
         QCOMPARE(w->pb.plays[1].seqAddress(0), 0xA010);
         QVERIFY(!w->pb.sequences.contains(copy));
@@ -161,7 +161,7 @@ private slots:
         QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA010);
         QCOMPARE(w->pb.seqPointers[0], 0xA010);
         QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
-        QCOMPARE(w->curSeq.address(), placed);  // the panel follows it to its place
+        QCOMPARE(w->doc_.workingCopy.address(), placed);  // the panel follows it to its place
         QVERIFY(!w->isWindowModified());
     }
 
@@ -173,25 +173,25 @@ private slots:
         fx.start(workImage().playPlayer(1, 0, 0xA010));
         open();
         const std::vector<uint8_t> shared = test::readFileBytes(fx.imagePath().toStdString());
-        w->showEntrySequence({AreaEntry::Table::Play, 1, 0, 0});
-        w->txtSeqData[1]->setText("7C");
+        w->sequences().showEntrySequence({AreaEntry::Table::Play, 1, 0, 0});
+        w->sequences().txtSeqData[1]->setText("7C");
         fx.dialogs->answers = {MsgAnswer::Copy};
-        w->cmdSeqApply_Click();
+        w->sequences().cmdSeqApply_Click();
         QVERIFY(isNewSequence(w->pb.plays[1].seqAddress(0)));
         w->mnuEditUndo->trigger();
         QCOMPARE(w->pb.plays[1].seqAddress(0), 0xA010);
-        QCOMPARE(w->curSeq.address(), 0xA010);
-        QVERIFY(w->workingCopyEdited());  // the edit is pending on the shared sequence again
-        QCOMPARE(w->curSeq.data(0, 1), int16_t(0x7C));
+        QCOMPARE(w->doc_.workingCopy.address(), 0xA010);
+        QVERIFY(w->sequences().workingCopyEdited());  // the edit is pending on the shared sequence again
+        QCOMPARE(w->doc_.workingCopy.data(0, 1), int16_t(0x7C));
         w->mnuEditUndo->trigger();
-        QVERIFY(!w->workingCopyEdited());
+        QVERIFY(!w->sequences().workingCopyEdited());
         w->mnuEditRedo->trigger();
-        QVERIFY(w->workingCopyEdited());
+        QVERIFY(w->sequences().workingCopyEdited());
         w->mnuEditRedo->trigger();
         const int32_t copy = w->pb.plays[1].seqAddress(0);
         QVERIFY(isNewSequence(copy));
-        QCOMPARE(w->curSeq.address(), copy);
-        QVERIFY(!w->workingCopyEdited());  // nothing pending on the shared sequence
+        QCOMPARE(w->doc_.workingCopy.address(), copy);
+        QVERIFY(!w->sequences().workingCopyEdited());  // nothing pending on the shared sequence
         QCOMPARE(w->pb.sequences.at(copy).data(0, 1), int16_t(0x7C));
         QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
         const qsizetype asked = fx.dialogs->buttonTexts.size();
@@ -221,8 +221,8 @@ private slots:
             {"the prompt on quitting", {MsgAnswer::Save}, [](frmMain& m) { return m.maybeKeepChanges(); }},
             {"the prompt on leaving the sequence", {MsgAnswer::Apply},
              [](frmMain& m) {
-                 frmMain::selectRow(m.lvSequences, m.sequenceRow(0xA000));  // picking another row asks
-                 return !m.workingCopyEdited() && m.runSave();
+                 selectRow(m.sequences().lvSequences, m.sequences().sequenceRow(0xA000));  // picking another row asks
+                 return !m.sequences().workingCopyEdited() && m.runSave();
              }},
         };
         for (const Road& road : roads) {
@@ -231,8 +231,8 @@ private slots:
                 fx.start(workImage().playPlayer(1, 0, 0xA010));
                 open();
                 const std::vector<uint8_t> before = test::readFileBytes(fx.imagePath().toStdString());
-                w->showEntrySequence({AreaEntry::Table::Play, 1, 0, 0});
-                w->txtSeqData[1]->setText("7C");
+                w->sequences().showEntrySequence({AreaEntry::Table::Play, 1, 0, 0});
+                w->sequences().txtSeqData[1]->setText("7C");
                 fx.dialogs->answers = road.answers;
                 fx.dialogs->answers.push_back(used);
                 const size_t asked = fx.dialogs->buttonTexts.size();
@@ -241,7 +241,7 @@ private slots:
                 QCOMPARE(fx.dialogs->buttonTexts.back(), QString("Only play 1 (1) QB (a copy)"));
                 if (used == MsgAnswer::Cancel) {
                     QVERIFY2(!went, road.what);
-                    QVERIFY2(w->workingCopyEdited(), road.what);  // the edits stay in the panel
+                    QVERIFY2(w->sequences().workingCopyEdited(), road.what);  // the edits stay in the panel
                     QCOMPARE(test::readFileBytes(fx.imagePath().toStdString()), before);
                     continue;
                 }
@@ -260,24 +260,24 @@ private slots:
         open();
         const AreaEntry rb{AreaEntry::Table::Play, 0, 1, 0};
         fx.dialogs->choices = {4};  // after the copy and the new one: A000, A010, A020
-        w->pointEntryAt(rb);
+        w->sequences().pointEntryAt(rb);
         QVERIFY(fx.dialogs->offered.back()[4].startsWith("A020"));
         QCOMPARE(w->pb.plays[0].seqAddress(1), 0xA020);
-        QCOMPARE(w->lvPlays->topLevelItem(0)->text(2), QString("A020"));
+        QCOMPARE(w->plays().lvPlays->topLevelItem(0)->text(2), QString("A020"));
         QVERIFY(w->isWindowModified());
         w->doc_.undo();
         QVERIFY(w->pb.plays[0].seqAddress(1) != 0xA020);
         QVERIFY(!w->isWindowModified());
 
         fx.dialogs->choices = {1, 0};  // a new empty sequence, with the first end offered
-        w->pointEntryAt(rb);
+        w->sequences().pointEntryAt(rb);
         const int32_t made = w->pb.plays[0].seqAddress(1);
         QVERIFY(isNewSequence(made));
-        QCOMPARE(w->curSeq.address(), made);  // shown in the panel, to be filled with Add
-        w->lstSeqCommands->setCurrentRow(-1);
-        w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xD7));
-        w->cmdSeqAddCmd_Click();
-        w->cmdSeqApply_Click();
+        QCOMPARE(w->doc_.workingCopy.address(), made);  // shown in the panel, to be filled with Add
+        w->sequences().lstSeqCommands->setCurrentRow(-1);
+        w->sequences().cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xD7));
+        w->sequences().cmdSeqAddCmd_Click();
+        w->sequences().cmdSeqApply_Click();
         QCOMPARE(w->pb.sequences.at(made).commandCount(), 2);
         // Check Image counts the new sequence as unsaved, not as an entry leading out of the area.
         w->mnuFileCheckImage_Click();
@@ -324,7 +324,7 @@ private slots:
         QVERIFY(w->StatusBar1->text().startsWith("Nothing to export"));
 
         applyAnEdit();                         // applied, not saved
-        w->txtSeqData[0]->setText("11");       // typed, not applied
+        w->sequences().txtSeqData[0]->setText("11");       // typed, not applied
         const QString path = QString::fromStdString(fx.cwd.file("unsaved"));
         fx.dialogs->files.push_back(path);
         fx.dialogs->filterChoice = 1;          // "BPS Patches"
@@ -390,12 +390,12 @@ private slots:
         w->selectTab(2);
         const QStringList rows = slotRows();
         const auto slots0 = w->pb.playSlots;
-        frmMain::selectRow(w->lvPlaySlots, 1);
-        w->cmdCopyPlaySlot_Click();
-        test::WindowFixture::clickRow(w->lvPlaySlots, 3);
-        frmMain::selectRow(w->lvPlaySlots, 2);
-        w->cmdSwapPlaySlot_Click();
-        test::WindowFixture::clickRow(w->lvPlaySlots, 5);
+        selectRow(w->playSlots().lvPlaySlots, 1);
+        w->playSlots().cmdCopyPlaySlot_Click();
+        test::WindowFixture::clickRow(w->playSlots().lvPlaySlots, 3);
+        selectRow(w->playSlots().lvPlaySlots, 2);
+        w->playSlots().cmdSwapPlaySlot_Click();
+        test::WindowFixture::clickRow(w->playSlots().lvPlaySlots, 5);
         QCOMPARE(w->mnuEditUndo->text(), QString("&Undo Swap slot 2 (R1) and slot 5 (R1)"));
         const auto slots2 = w->pb.playSlots;
         const QStringList rows2 = slotRows();
@@ -414,21 +414,21 @@ private slots:
 
         // Add, then Apply; undo both.
         w->selectTab(4);
-        frmMain::selectRow(w->lvSequences, w->sequenceRow(0xA010));
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010));
         const clsSequence stored = w->pb.sequences.at(0xA010);
-        const QString cell = w->lvSequences->topLevelItem(w->sequenceRow(0xA010))->text(1);
-        w->cmbNewSeqCmd->setCurrentIndex(1);  // 00: a two-byte command
-        w->cmdSeqAddCmd_Click();
-        QCOMPARE(w->curSeq.commandCount(), 3);
-        w->cmdSeqApply_Click();
+        const QString cell = w->sequences().lvSequences->topLevelItem(w->sequences().sequenceRow(0xA010))->text(1);
+        w->sequences().cmbNewSeqCmd->setCurrentIndex(1);  // 00: a two-byte command
+        w->sequences().cmdSeqAddCmd_Click();
+        QCOMPARE(w->doc_.workingCopy.commandCount(), 3);
+        w->sequences().cmdSeqApply_Click();
         QCOMPARE(w->pb.sequences.at(0xA010).byteSize(), stored.byteSize() + 2);
         QCOMPARE(w->mnuEditUndo->text(), QString("&Undo Apply Sequence Edit"));
         w->doc_.undo();
         QCOMPARE(w->pb.sequences.at(0xA010).commands(), stored.commands());
         QCOMPARE(w->pb.sequences.at(0xA010).byteSize(), stored.byteSize());
-        QCOMPARE(w->lvSequences->topLevelItem(w->sequenceRow(0xA010))->text(1), cell);
+        QCOMPARE(w->sequences().lvSequences->topLevelItem(w->sequences().sequenceRow(0xA010))->text(1), cell);
         w->doc_.undo();
-        QCOMPARE(w->curSeq.commandCount(), 2);  // the Add is undone in the working copy
+        QCOMPARE(w->doc_.workingCopy.commandCount(), 2);  // the Add is undone in the working copy
         w->doc_.redo();
         w->doc_.redo();
         QCOMPARE(w->pb.sequences.at(0xA010).commandCount(), 3);
@@ -444,27 +444,27 @@ private slots:
     void everyPanelEditIsAnUndoStep() {
         open();
         w->selectTab(4);
-        frmMain::selectRow(w->lvSequences, w->sequenceRow(0xA010));  // D7 00 20, E4
-        QLineEdit* box = w->txtSeqData[1];
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010));  // D7 00 20, E4
+        QLineEdit* box = w->sequences().txtSeqData[1];
         box->setText("7");
         box->setText("7C");
         QCOMPARE(w->doc_.steps(), size_t(1));
         QCOMPARE(w->mnuEditUndo->text(), QString("&Undo Edit Value"));
-        w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
-        w->cmdSeqAddCmd_Click();  // D7, F3, E4
-        w->lstSeqCommands->setCurrentRow(0);
-        w->udSeqCommand_DownClick();  // F3, D7, E4
-        QCOMPARE(w->curSeq.command(1), int16_t(0xD7));
-        w->cmdSeqDelCmd_Click();  // F3, E4
-        QCOMPARE(w->curSeq.commandCount(), 2);
+        w->sequences().cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
+        w->sequences().cmdSeqAddCmd_Click();  // D7, F3, E4
+        w->sequences().lstSeqCommands->setCurrentRow(0);
+        w->sequences().udSeqCommand_DownClick();  // F3, D7, E4
+        QCOMPARE(w->doc_.workingCopy.command(1), int16_t(0xD7));
+        w->sequences().cmdSeqDelCmd_Click();  // F3, E4
+        QCOMPARE(w->doc_.workingCopy.commandCount(), 2);
         w->doc_.undo();
-        QCOMPARE(w->curSeq.command(1), int16_t(0xD7));
-        QCOMPARE(w->curSeq.data(1, 1), int16_t(0x7C));  // the value typed before the removal is back
+        QCOMPARE(w->doc_.workingCopy.command(1), int16_t(0xD7));
+        QCOMPARE(w->doc_.workingCopy.data(1, 1), int16_t(0x7C));  // the value typed before the removal is back
         w->doc_.undo();
-        QCOMPARE(w->curSeq.command(0), int16_t(0xD7));
+        QCOMPARE(w->doc_.workingCopy.command(0), int16_t(0xD7));
         w->doc_.undo();
         w->doc_.undo();
-        QCOMPARE(w->curSeq.commands(), w->pb.sequences.at(0xA010).commands());
+        QCOMPARE(w->doc_.workingCopy.commands(), w->pb.sequences.at(0xA010).commands());
         QVERIFY(!w->isWindowModified());
 
         // A save keeps the history while every command is read where it was;
@@ -473,8 +473,8 @@ private slots:
         box->setText("7C");
         QVERIFY(w->runSave());
         QVERIFY(w->mnuEditUndo->isEnabled());
-        w->lstSeqCommands->setCurrentRow(0);
-        w->cmdSeqDelCmd_Click();  // E4 alone, at A010
+        w->sequences().lstSeqCommands->setCurrentRow(0);
+        w->sequences().cmdSeqDelCmd_Click();  // E4 alone, at A010
         QVERIFY(w->runSave());
         QVERIFY(!w->mnuEditUndo->isEnabled());
         QCOMPARE(w->pb.sequences.at(0xA010).commandCount(), 1);
@@ -486,16 +486,16 @@ private slots:
         QVERIFY(w->runSave());
         QVERIFY(w->StatusBar1->text().startsWith("Nothing to save"));
         w->selectTab(4);
-        frmMain::selectRow(w->lvSequences, w->sequenceRow(0xA010));
-        w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
-        w->lstSeqCommands->setCurrentRow(0);
-        w->cmdSeqAddCmd_Click();  // grows past its bytes: it moves
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010));
+        w->sequences().cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
+        w->sequences().lstSeqCommands->setCurrentRow(0);
+        w->sequences().cmdSeqAddCmd_Click();  // grows past its bytes: it moves
         QVERIFY(w->runSave());    // applies the pending Add first
-        const auto moved = w->selectedSequenceAddress();
+        const auto moved = w->sequences().selectedSequenceAddress();
         QVERIFY(moved && *moved != 0xA010);
         QCOMPARE(w->pb.plays[0].seqAddress(0), *moved);
-        QCOMPARE(w->curSeq.address(), *moved);
-        QCOMPARE(w->lstSeqCommands->currentRow(), 1);
+        QCOMPARE(w->doc_.workingCopy.address(), *moved);
+        QCOMPARE(w->sequences().lstSeqCommands->currentRow(), 1);
         QCOMPARE(w->selectedTab(), 4);
     }
 
@@ -549,35 +549,35 @@ private slots:
     void picturesFollowTheModel() {
         open();
         auto drawn = [&](int slot, int play, const DrawOptions& options = {}) {
-            RasterCanvas c(w->picPlay->canvas().width(), w->picPlay->canvas().height());
+            RasterCanvas c(w->playSlots().picPlay->canvas().width(), w->playSlots().picPlay->canvas().height());
             zpe::DrawPlay(c, w->pb, slot, play, options);
             return wrapCanvas(c).copy();
         };
         w->selectTab(2);
-        test::WindowFixture::clickRow(w->lvPlaySlots, 2);
-        QCOMPARE(w->picPlay->image(), drawn(2, 0));
-        const QImage before = w->picPlay->image();
+        test::WindowFixture::clickRow(w->playSlots().lvPlaySlots, 2);
+        QCOMPARE(w->playSlots().picPlay->image(), drawn(2, 0));
+        const QImage before = w->playSlots().picPlay->image();
         applyAnEdit();  // A010, play 0's QB
-        QVERIFY(w->picPlay->image() != before);
-        QCOMPARE(w->picPlay->image(), drawn(2, 0));
+        QVERIFY(w->playSlots().picPlay->image() != before);
+        QCOMPARE(w->playSlots().picPlay->image(), drawn(2, 0));
         w->doc_.undo();  // the edits are back in the panel, not applied: drawn in place of A010, highlighted
         DrawOptions pending;
-        pending.workingCopy = &w->curSeq;
-        QCOMPARE(w->picPlay->image(), drawn(2, 0, pending));
-        QVERIFY(w->picPlay->image() != before);
+        pending.workingCopy = &w->doc_.workingCopy;
+        QCOMPARE(w->playSlots().picPlay->image(), drawn(2, 0, pending));
+        QVERIFY(w->playSlots().picPlay->image() != before);
         fx.dialogs->answers = {MsgAnswer::Discard};
-        frmMain::selectRow(w->lvSequences, w->sequenceRow(0xA000));
-        w->lvSequences_Click();  // leaving them: the picture draws the model again
-        QCOMPARE(w->picPlay->image(), before);
-        w->cmbPlay->setCurrentIndex(4);
-        emit w->cmbPlay->activated(4);
-        QCOMPARE(w->picPlay->image(), drawn(2, 4));
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA000));
+        w->sequences().lvSequences_Click();  // leaving them: the picture draws the model again
+        QCOMPARE(w->playSlots().picPlay->image(), before);
+        w->playSlots().cmbPlay->setCurrentIndex(4);
+        emit w->playSlots().cmbPlay->activated(4);
+        QCOMPARE(w->playSlots().picPlay->image(), drawn(2, 4));
         w->selectTab(1);
-        test::WindowFixture::clickRow(w->lvFormations, 4);
+        test::WindowFixture::clickRow(w->formations().lvFormations, 4);
         open();  // the same file again: nothing selected, nothing drawn
-        RasterCanvas empty(w->picFormation->canvas().width(), w->picFormation->canvas().height());
+        RasterCanvas empty(w->formations().picFormation->canvas().width(), w->formations().picFormation->canvas().height());
         empty.clear(0xF0F0F0);
-        QCOMPARE(w->picFormation->image(), wrapCanvas(empty).copy());
+        QCOMPARE(w->formations().picFormation->image(), wrapCanvas(empty).copy());
     }
 
     // File > Open Recent lists what was opened, newest first, and opens it.
@@ -642,26 +642,26 @@ private slots:
     void dataBoxesTakeOnlyHex() {
         open();
         w->selectTab(4);
-        frmMain::selectRow(w->lvSequences, w->sequenceRow(0xA010));
-        QLineEdit* box = w->txtSeqData[1];
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010));
+        QLineEdit* box = w->sequences().txtSeqData[1];
         box->clear();
         QTest::keyClicks(box, "ZZ");
         QCOMPARE(box->text(), QString());
         QTest::keyClicks(box, "3f");
         QCOMPARE(box->text(), QString("3f"));
-        QCOMPARE(w->curSeq.data(0, 1), int16_t(0x3F));
+        QCOMPARE(w->doc_.workingCopy.data(0, 1), int16_t(0x3F));
     }
 
     void keyboardSelectionUpdatesThePanel() {
         open();
         w->selectTab(4);
-        w->cmdSeqDetails_Click();
-        w->lvSequences->setFocus();
-        frmMain::selectRow(w->lvSequences, 0);
-        QTest::keyClick(w->lvSequences, Qt::Key_Down);
-        const int row = frmMain::selectedRow(w->lvSequences);
+        w->sequences().cmdSeqDetails_Click();
+        w->sequences().lvSequences->setFocus();
+        selectRow(w->sequences().lvSequences, 0);
+        QTest::keyClick(w->sequences().lvSequences, Qt::Key_Down);
+        const int row = selectedRow(w->sequences().lvSequences);
         QCOMPARE(row, 1);
-        QCOMPARE(w->curSeq.address(), w->lvSequences->topLevelItem(row)->data(0, Qt::UserRole).toInt());
+        QCOMPARE(w->doc_.workingCopy.address(), w->sequences().lvSequences->topLevelItem(row)->data(0, Qt::UserRole).toInt());
     }
 
     void bigDiagramDrawsTheChosenPlayAndSavesAtItsSize() {
@@ -685,8 +685,8 @@ private slots:
         QCOMPARE(QImage(png + ".png").size(), w->diagram_->picture().size());
         // A formation: the play selector goes.
         w->selectTab(1);
-        QTest::mouseDClick(static_cast<QWidget*>(w->picFormation), Qt::LeftButton);
-        test::WindowFixture::clickRow(w->lvFormations, 4);
+        QTest::mouseDClick(static_cast<QWidget*>(w->formations().picFormation), Qt::LeftButton);
+        test::WindowFixture::clickRow(w->formations().lvFormations, 4);
         QVERIFY(w->diagram_->windowTitle().endsWith("FORM 4 \u2014 formation 4"));
         QVERIFY(!w->diagram_->findChild<QComboBox*>()->isVisible());
     }
@@ -711,9 +711,9 @@ private slots:
 
         const auto fileBefore = fx.image->read();
         w->selectTab(2);
-        frmMain::selectRow(w->lvPlaySlots, 2);
-        w->cmdSwapPlaySlot_Click();
-        test::WindowFixture::clickRow(w->lvPlaySlots, 5);
+        selectRow(w->playSlots().lvPlaySlots, 2);
+        w->playSlots().cmdSwapPlaySlot_Click();
+        test::WindowFixture::clickRow(w->playSlots().lvPlaySlots, 5);
         QVERIFY2(w->isWindowModified(), qPrintable(w->StatusBar1->text()));
         w->diagram_->activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(w->diagram_));
@@ -747,15 +747,15 @@ private slots:
         const DiagramPoint move = points[1];
         QCOMPARE(move.sequence, 0xA010);
         QTest::mousePress(view, Qt::LeftButton, {}, at(move.x, move.y));
-        QCOMPARE(w->lstSeqCommands->currentRow(), 0);  // the picked point's command, in the panel
-        QCOMPARE(w->curSeq.address(), 0xA010);
+        QCOMPARE(w->sequences().lstSeqCommands->currentRow(), 0);  // the picked point's command, in the panel
+        QCOMPARE(w->doc_.workingCopy.address(), 0xA010);
         fx.dialogs->answers = {MsgAnswer::All};
         QTest::mouseMove(view, at(move.x + 8, move.y - 8));
         QTest::mouseRelease(view, Qt::LeftButton, {}, at(move.x + 8, move.y - 8));
         QCOMPARE(fx.dialogs->boxes.back().text, QString("Used by 1 play and 1 pointer."));
         QCOMPARE(w->pb.sequences.at(0xA010).data(0, 0), int16_t(0xF8));  // 8 up
         QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x28));  // 0x20 + 8 forward
-        QCOMPARE(w->curSeq.data(0, 1), int16_t(0x28));  // the panel shows it as stored
+        QCOMPARE(w->doc_.workingCopy.data(0, 1), int16_t(0x28));  // the panel shows it as stored
         QVERIFY(w->isWindowModified());
         w->doc_.undo();
         QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));

@@ -39,16 +39,16 @@ class SeqPanelTest : public QObject {
 
     QStringList rows() {
         QStringList out;
-        for (int i = 0; i < w->lstSeqCommands->count(); ++i) out << w->lstSeqCommands->item(i)->text();
+        for (int i = 0; i < w->sequences().lstSeqCommands->count(); ++i) out << w->sequences().lstSeqCommands->item(i)->text();
         return out;
     }
     // Selects the Sequences row whose address range starts with `start` and clicks it.
     void pickSequence(const QString& start) {
-        for (int r = 0; r < w->lvSequences->topLevelItemCount(); ++r)
-            if (w->lvSequences->topLevelItem(r)->text(0).startsWith(start)) return test::WindowFixture::clickRow(w->lvSequences, r);
+        for (int r = 0; r < w->sequences().lvSequences->topLevelItemCount(); ++r)
+            if (w->sequences().lvSequences->topLevelItem(r)->text(0).startsWith(start)) return test::WindowFixture::clickRow(w->sequences().lvSequences, r);
         QFAIL("no such sequence");
     }
-    bool slotShown(int k) { return !w->txtSeqData[k]->isHidden(); }
+    bool slotShown(int k) { return !w->sequences().txtSeqData[k]->isHidden(); }
 
 private slots:
     void initTestCase() {
@@ -61,126 +61,126 @@ private slots:
         fx.start(panelImage());
         QVERIFY(w->openImage(fx.imagePath()));
         w->selectTab(4);
-        w->cmdSeqDetails_Click();
+        w->sequences().cmdSeqDetails_Click();
     }
     void cleanup() { fx.stop(); }
 
     void selectingASequenceTakesAWorkingCopy() {
         pickSequence("A000");
         QCOMPARE(rows(), (QStringList{"A000: Block LE", "A001: Move Relative (D-05,L-03)", "A004: Cond. Branch (C7) to 1234", "A007: +A:A010"}));
-        QCOMPARE(w->lstSeqCommands->currentRow(), 0);
-        QVERIFY(!w->cmdSeqApply->isEnabled());
-        QCOMPARE(w->curSeq.address(), 0xA000);
-        QCOMPARE(w->curSeq.commands(), w->pb.sequences.at(0xA000).commands());
+        QCOMPARE(w->sequences().lstSeqCommands->currentRow(), 0);
+        QVERIFY(!w->sequences().cmdSeqApply->isEnabled());
+        QCOMPARE(w->doc_.workingCopy.address(), 0xA000);
+        QCOMPARE(w->doc_.workingCopy.commands(), w->pb.sequences.at(0xA000).commands());
     }
 
     void sheetsShapeTheSlots() {
         pickSequence("A000");  // row 0: 0x32, sheet 30.txt: a list in slot A
-        QVERIFY(!slotShown(0) && !w->cmbCmdData[0]->isHidden());
-        QCOMPARE(w->lblCmdData[0]->text(), QString("Defender:"));
-        QVERIFY(w->lblCmdData[1]->isHidden());
-        QCOMPARE(w->cmbCmdData[0]->pos(), w->txtSeqData[0]->pos());
-        w->lstSeqCommands->setCurrentRow(1);  // D7 05 FD: no sheet, two text boxes
+        QVERIFY(!slotShown(0) && !w->sequences().cmbCmdData[0]->isHidden());
+        QCOMPARE(w->sequences().lblCmdData[0]->text(), QString("Defender:"));
+        QVERIFY(w->sequences().lblCmdData[1]->isHidden());
+        QCOMPARE(w->sequences().cmbCmdData[0]->pos(), w->sequences().txtSeqData[0]->pos());
+        w->sequences().lstSeqCommands->setCurrentRow(1);  // D7 05 FD: no sheet, two text boxes
         QVERIFY(slotShown(0) && slotShown(1) && !slotShown(2));
-        QCOMPARE(w->txtSeqData[1]->text(), QString("FD"));
-        QVERIFY(w->cmbCmdData[0]->isHidden());
-        QVERIFY(!w->cmdSeqApply->isEnabled());  // filling the slots is not an edit
+        QCOMPARE(w->sequences().txtSeqData[1]->text(), QString("FD"));
+        QVERIFY(w->sequences().cmbCmdData[0]->isHidden());
+        QVERIFY(!w->sequences().cmdSeqApply->isEnabled());  // filling the slots is not an edit
     }
 
     void listFieldSelectsAndEdits() {
         pickSequence("A000");
-        w->lstSeqCommands->setCurrentRow(2);  // C7 34 12: data 0x34 is beyond the three items
-        QCOMPARE(w->cmbCmdData[0]->count(), 3);
-        QCOMPARE(w->txtCmdNotes->toPlainText(), QString("Branch, with notes"));
-        QCOMPARE(w->cmbCmdData[0]->currentIndex(), -1);
-        w->cmbCmdData[0]->setCurrentIndex(2);
-        w->cmbCmdData_Click(0);
-        QCOMPARE(w->curSeq.data(2, 0), int16_t(2));
-        QVERIFY(w->cmdSeqApply->isEnabled());
+        w->sequences().lstSeqCommands->setCurrentRow(2);  // C7 34 12: data 0x34 is beyond the three items
+        QCOMPARE(w->sequences().cmbCmdData[0]->count(), 3);
+        QCOMPARE(w->sequences().txtCmdNotes->toPlainText(), QString("Branch, with notes"));
+        QCOMPARE(w->sequences().cmbCmdData[0]->currentIndex(), -1);
+        w->sequences().cmbCmdData[0]->setCurrentIndex(2);
+        w->sequences().cmbCmdData_Click(0);
+        QCOMPARE(w->doc_.workingCopy.data(2, 0), int16_t(2));
+        QVERIFY(w->sequences().cmdSeqApply->isEnabled());
         QCOMPARE(rows().at(2), QString("A004: Cond. Branch (C7) to 1202"));  // refreshed with its address kept
         QCOMPARE(rows().at(0), QString("A000: Block LE"));
         // Selecting the command again selects the item of its value.
-        w->lstSeqCommands->setCurrentRow(0);
-        w->lstSeqCommands->setCurrentRow(2);
-        QCOMPARE(w->cmbCmdData[0]->currentIndex(), 2);
+        w->sequences().lstSeqCommands->setCurrentRow(0);
+        w->sequences().lstSeqCommands->setCurrentRow(2);
+        QCOMPARE(w->sequences().cmbCmdData[0]->currentIndex(), 2);
     }
 
     void typingHexIntoABox() {
         pickSequence("A000");
-        w->lstSeqCommands->setCurrentRow(1);
-        QTest::keyClicks(w->txtSeqData[0], "");
-        w->txtSeqData[0]->selectAll();
-        QTest::keyClicks(w->txtSeqData[0], "1F");
-        QCOMPARE(w->curSeq.data(1, 0), int16_t(0x1F));
-        QVERIFY(w->cmdSeqApply->isEnabled());
+        w->sequences().lstSeqCommands->setCurrentRow(1);
+        QTest::keyClicks(w->sequences().txtSeqData[0], "");
+        w->sequences().txtSeqData[0]->selectAll();
+        QTest::keyClicks(w->sequences().txtSeqData[0], "1F");
+        QCOMPARE(w->doc_.workingCopy.data(1, 0), int16_t(0x1F));
+        QVERIFY(w->sequences().cmdSeqApply->isEnabled());
         QCOMPARE(rows().at(1), QString("A001: Move Relative (D-1F,L-03)"));
-        w->txtSeqData[0]->clear();
-        QCOMPARE(w->curSeq.data(1, 0), int16_t(0));
+        w->sequences().txtSeqData[0]->clear();
+        QCOMPARE(w->doc_.workingCopy.data(1, 0), int16_t(0));
         QCOMPARE(w->pb.sequences.at(0xA000).data(1, 0), int16_t(5));  // the stored sequence waits for Apply
     }
 
     void comPassSequenceSaysTheGameReadsItDifferently() {
         pickSequence("A010");
-        QVERIFY(w->txtCmdNotes->toPlainText().startsWith(kReadsDifferentlyNote));
+        QVERIFY(w->sequences().txtCmdNotes->toPlainText().startsWith(kReadsDifferentlyNote));
         pickSequence("A020");
-        QVERIFY(!w->txtCmdNotes->toPlainText().contains(kReadsDifferentlyNote));
+        QVERIFY(!w->sequences().txtCmdNotes->toPlainText().contains(kReadsDifferentlyNote));
     }
 
     // A signed step shows its decimal value beside the hex; Enter in a box applies.
     void signedValuesAndEnter() {
         pickSequence("A000");
-        w->lstSeqCommands->setCurrentRow(1);  // D7 05 FD
-        QCOMPARE(w->lblCmdMeaning[0]->text(), QString("= 5"));
-        QCOMPARE(w->lblCmdMeaning[1]->text(), QString("= -3"));
-        w->txtSeqData[1]->setText("F8");
-        QCOMPARE(w->lblCmdMeaning[1]->text(), QString("= -8"));
-        QTest::keyClick(w->txtSeqData[1], Qt::Key_Return);
+        w->sequences().lstSeqCommands->setCurrentRow(1);  // D7 05 FD
+        QCOMPARE(w->sequences().lblCmdMeaning[0]->text(), QString("= 5"));
+        QCOMPARE(w->sequences().lblCmdMeaning[1]->text(), QString("= -3"));
+        w->sequences().txtSeqData[1]->setText("F8");
+        QCOMPARE(w->sequences().lblCmdMeaning[1]->text(), QString("= -8"));
+        QTest::keyClick(w->sequences().txtSeqData[1], Qt::Key_Return);
         QCOMPARE(w->pb.sequences.at(0xA000).data(1, 1), int16_t(0xF8));
-        QCOMPARE(w->lstSeqCommands->currentRow(), 1);  // the edited command stays selected
-        w->txtSeqData[0]->setText("06");
-        w->cmdSeqApply_Click();
-        QCOMPARE(w->lstSeqCommands->currentRow(), 1);
-        QCOMPARE(w->lblCmdMeaning[0]->text(), QString("= 6"));
+        QCOMPARE(w->sequences().lstSeqCommands->currentRow(), 1);  // the edited command stays selected
+        w->sequences().txtSeqData[0]->setText("06");
+        w->sequences().cmdSeqApply_Click();
+        QCOMPARE(w->sequences().lstSeqCommands->currentRow(), 1);
+        QCOMPARE(w->sequences().lblCmdMeaning[0]->text(), QString("= 6"));
     }
 
     // Remove and the arrows never leave a sequence without its end command last.
     void theEndCommandStaysLast() {
         pickSequence("A020");
-        w->cmdSeqDelCmd_Click();
+        w->sequences().cmdSeqDelCmd_Click();
         QCOMPARE(rows(), QStringList{"A023: E4"});
-        QVERIFY(w->cmdSeqApply->isEnabled());
-        QCOMPARE(w->lstSeqCommands->currentRow(), 0);
-        w->cmdSeqDelCmd_Click();
+        QVERIFY(w->sequences().cmdSeqApply->isEnabled());
+        QCOMPARE(w->sequences().lstSeqCommands->currentRow(), 0);
+        w->sequences().cmdSeqDelCmd_Click();
         QCOMPARE(rows(), QStringList{"A023: E4"});
         QVERIFY(w->StatusBar1->text().contains("ends it"));
         pickSequence("A000");
-        w->lstSeqCommands->setCurrentRow(w->lstSeqCommands->count() - 2);
-        w->udSeqCommand_DownClick();
+        w->sequences().lstSeqCommands->setCurrentRow(w->sequences().lstSeqCommands->count() - 2);
+        w->sequences().udSeqCommand_DownClick();
         QVERIFY(w->StatusBar1->text().contains("stays last"));
-        QVERIFY(w->curSeq.verify().empty());
+        QVERIFY(w->doc_.workingCopy.verify().empty());
     }
 
     // Leaving a sequence with edits not applied asks; Apply never copies them into another sequence.
     void unappliedEditsAreMarkedAndAskedAbout() {
         pickSequence("A000");
-        w->cmdSeqDelCmd_Click();
+        w->sequences().cmdSeqDelCmd_Click();
         QVERIFY(w->isWindowModified());
         dialogs->answers.push_back(MsgAnswer::Cancel);
-        frmMain::selectRow(w->lvSequences, 2);  // as the keyboard moves it
+        selectRow(w->sequences().lvSequences, 2);  // as the keyboard moves it
         QCOMPARE(dialogs->boxes.back().buttons, MsgButtons::ApplyDiscardCancel);
-        QCOMPARE(w->curSeq.address(), 0xA000);
-        QCOMPARE(w->selectedSequenceAddress(), std::optional<int32_t>(0xA000));
-        QCOMPARE(w->curSeq.commandCount(), 3);  // Cancel keeps the edit
-        w->lvSequences_Click();  // a click on its own row again
-        QCOMPARE(w->curSeq.commandCount(), 3);  // keeps it too
+        QCOMPARE(w->doc_.workingCopy.address(), 0xA000);
+        QCOMPARE(w->sequences().selectedSequenceAddress(), std::optional<int32_t>(0xA000));
+        QCOMPARE(w->doc_.workingCopy.commandCount(), 3);  // Cancel keeps the edit
+        w->sequences().lvSequences_Click();  // a click on its own row again
+        QCOMPARE(w->doc_.workingCopy.commandCount(), 3);  // keeps it too
         dialogs->answers.push_back(MsgAnswer::Apply);
-        frmMain::selectRow(w->lvSequences, 2);
-        w->cmdSeqApply_Click();
+        selectRow(w->sequences().lvSequences, 2);
+        w->sequences().cmdSeqApply_Click();
         QCOMPARE(w->pb.sequences.at(0xA020).commandCount(), 2);
         QCOMPARE(w->pb.sequences.at(0xA000).commandCount(), 3);
         QVERIFY(w->isWindowModified());
         // A typed value not applied: Exit asks about it too.
-        w->txtSeqData[1]->setText("7");
+        w->sequences().txtSeqData[1]->setText("7");
         dialogs->answers.push_back(MsgAnswer::Cancel);
         QVERIFY(!w->close());
         QCOMPARE(dialogs->boxes.back().buttons, MsgButtons::SaveDiscardCancel);
@@ -188,18 +188,18 @@ private slots:
 
     void openingAnotherImageClearsThePanel() {
         pickSequence("A000");
-        w->cmdSeqDelCmd_Click();
-        QVERIFY(w->cmdSeqApply->isEnabled());
+        w->sequences().cmdSeqDelCmd_Click();
+        QVERIFY(w->sequences().cmdSeqApply->isEnabled());
         QVERIFY(w->openImage(QString::fromStdString(image->path())));
-        QCOMPARE(w->lstSeqCommands->count(), 0);
-        QVERIFY(!w->cmdSeqApply->isEnabled());
-        QCOMPARE(w->curSeq.commandCount(), 0);
+        QCOMPARE(w->sequences().lstSeqCommands->count(), 0);
+        QVERIFY(!w->sequences().cmdSeqApply->isEnabled());
+        QCOMPARE(w->doc_.workingCopy.commandCount(), 0);
     }
 
     void editApplyFullSaveReopen() {
         pickSequence("A020");
-        w->txtSeqData[1]->setText("7C");
-        w->cmdSeqApply_Click();
+        w->sequences().txtSeqData[1]->setText("7C");
+        w->sequences().cmdSeqApply_Click();
         dialogs->answers.push_back(MsgAnswer::Yes);
         w->mnuFileSave_Click();
         QVERIFY(dialogs->boxes.size() == 1);
@@ -216,18 +216,18 @@ private slots:
     // at once, and Full Save then Save writes what the list shows.
     void aLoopKeepsItsCommandThroughFullSaveAndSave() {
         pickSequence("A030");
-        w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
-        w->cmdSeqAddCmd_Click();  // after the block, before the loop
+        w->sequences().cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
+        w->sequences().cmdSeqAddCmd_Click();  // after the block, before the loop
         QCOMPARE(rows().last(), QString("A034: Loop Back 6 bytes"));
-        w->cmdSeqApply_Click();
+        w->sequences().cmdSeqApply_Click();
         dialogs->answers.push_back(MsgAnswer::Yes);
         w->mnuFileSave_Click();
         const int32_t relaid = w->pb.seqPointers[2];
         QVERIFY(relaid != 0xA030);
         pickSequence(QString::fromStdString(hex4(relaid)));
-        w->lstSeqCommands->setCurrentRow(0);
-        w->cmdSeqAddCmd_Click();
-        w->cmdSeqApply_Click();
+        w->sequences().lstSeqCommands->setCurrentRow(0);
+        w->sequences().cmdSeqAddCmd_Click();
+        w->sequences().cmdSeqApply_Click();
         QVERIFY(w->runSave());
         const clsSequence& seq = w->pb.sequences.at(w->pb.seqPointers[2]);
         QCOMPARE(seq.command(0), int16_t(0x30));
@@ -238,8 +238,8 @@ private slots:
     void editApplySaveKeepsEverythingElse() {
         pickSequence("A020");
         const auto before = image->read();
-        w->txtSeqData[1]->setText("7C");
-        w->cmdSeqApply_Click();
+        w->sequences().txtSeqData[1]->setText("7C");
+        w->sequences().cmdSeqApply_Click();
         w->mnuFileSaveChanges_Click();
         QVERIFY(dialogs->boxes.empty());
         QVERIFY(w->StatusBar1->text().startsWith("Saved: 1 sequence in place, 0 moved"));
@@ -253,15 +253,15 @@ private slots:
 
     void addApplySaveReopen() {
         pickSequence("A020");  // D7 01 02 E4
-        w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xE4));
-        w->cmdSeqAddCmd_Click();
+        w->sequences().cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xE4));
+        w->sequences().cmdSeqAddCmd_Click();
         QVERIFY(w->StatusBar1->text().contains("ends a sequence"));
-        QCOMPARE(w->curSeq.commandCount(), 2);
-        w->cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
-        w->cmdSeqAddCmd_Click();  // after the selected first command
+        QCOMPARE(w->doc_.workingCopy.commandCount(), 2);
+        w->sequences().cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
+        w->sequences().cmdSeqAddCmd_Click();  // after the selected first command
         QCOMPARE(rows().at(1), QString("new: F3(0) "));
-        QVERIFY(w->cmdSeqApply->isEnabled());
-        w->cmdSeqApply_Click();
+        QVERIFY(w->sequences().cmdSeqApply->isEnabled());
+        w->sequences().cmdSeqApply_Click();
         w->mnuFileSaveChanges_Click();
         QVERIFY(w->StatusBar1->text().contains("1 moved (A020 \u2192 "));
         QVERIFY(w->openImage(QString::fromStdString(image->path())));
@@ -275,14 +275,14 @@ private slots:
         frmMain shipped(*dialogs, ZPE_SOURCE_DATA_DIR, QString::fromStdString(cwd.path()));
         QVERIFY(shipped.openImage(QString::fromStdString(image->path())));
         shipped.selectTab(4);
-        frmMain::selectRow(shipped.lvSequences, 0);
-        shipped.lvSequences_Click();
-        QCOMPARE(shipped.lblCmdData[0]->text(), QString("Defender:"));
-        QCOMPARE(shipped.cmbCmdData[0]->currentText(), QString("LE (2)"));
-        shipped.lstSeqCommands->setCurrentRow(1);
-        QCOMPARE(shipped.lblCmdData[0]->text(), QString("Down:"));
-        QCOMPARE(shipped.lblCmdData[1]->text(), QString("Forward:"));
-        QVERIFY(shipped.txtCmdNotes->toPlainText().startsWith("Move relative"));
+        selectRow(shipped.sequences().lvSequences, 0);
+        shipped.sequences().lvSequences_Click();
+        QCOMPARE(shipped.sequences().lblCmdData[0]->text(), QString("Defender:"));
+        QCOMPARE(shipped.sequences().cmbCmdData[0]->currentText(), QString("LE (2)"));
+        shipped.sequences().lstSeqCommands->setCurrentRow(1);
+        QCOMPARE(shipped.sequences().lblCmdData[0]->text(), QString("Down:"));
+        QCOMPARE(shipped.sequences().lblCmdData[1]->text(), QString("Forward:"));
+        QVERIFY(shipped.sequences().txtCmdNotes->toPlainText().startsWith("Move relative"));
     }
 };
 

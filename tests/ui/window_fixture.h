@@ -4,6 +4,11 @@
 #include "fake_dialogs.h"
 #include "support/image_builder.h"
 #include "ui/frm_main.h"
+#include "ui/formations_tab.h"
+#include "ui/list_view.h"
+#include "ui/play_slots_tab.h"
+#include "ui/plays_tab.h"
+#include "ui/sequences_tab.h"
 
 #include <QStandardPaths>
 #include <QTest>

@@ -7,15 +7,14 @@
 #include "analysis/references.h"
 #include "model/hex.h"
 #include "ui/diagram_window.h"
-#include "ui/frm_main.h"
+#include "ui/list_view.h"
+#include "ui/sequences_tab.h"
 #include "ui/list_filter.h"
 
 #include <QLabel>
 #include <QListWidget>
-#include <QMenu>
 #include <QPushButton>
 #include <QTreeWidget>
-#include <QUndoStack>
 
 namespace zpe {
 
@@ -41,21 +40,19 @@ QString usersText(const std::vector<AreaEntry>& users) {
 
 }  // namespace
 
-QString frmMain::entryText(const AreaEntry& e) const { return QString::fromStdString(e.name()); }
-
-void frmMain::updateUsedBy() {
+void SequencesTab::updateUsedBy() {
     lstSeqUsedBy->clear();
     if (curSeq.commandCount() == 0 || !pb.sequences.contains(curSeq.address())) return;
     const int32_t key = curSeq.address();
     for (const AreaEntry& e : entriesNaming(pb, key)) {
-        auto* item = new QListWidgetItem(entryText(e), lstSeqUsedBy);
+        auto* item = new QListWidgetItem(QString::fromStdString(e.name()), lstSeqUsedBy);
         item->setData(Qt::UserRole, static_cast<int>(e.table));
         item->setData(Qt::UserRole + 1, e.index);
         item->setData(Qt::UserRole + 2, e.player);
         if (e.table != AreaEntry::Table::Pointer) item->setToolTip("Double-click to show it");
     }
     // The game's own jumps and branches into it, as the image holds them.
-    const size_t fields = isNewSequence(key) || !inFile_.openComplete ? 0 : referencesTo(inFile_, key).fields.size();
+    const size_t fields = isNewSequence(key) || !ctx_.doc.inFile.openComplete ? 0 : referencesTo(ctx_.doc.inFile, key).fields.size();
     if (fields > 0) {
         auto* item = new QListWidgetItem(fields == 1 ? QString("1 jump or branch of the game leads here")
                                                      : QString("%1 jumps or branches of the game lead here").arg(fields),
@@ -65,39 +62,20 @@ void frmMain::updateUsedBy() {
     if (lstSeqUsedBy->count() == 0) new QListWidgetItem("nothing (not saved unless an entry names it)", lstSeqUsedBy);
 }
 
-void frmMain::lstSeqUsedBy_DoubleClick(QListWidgetItem* item) {
+void SequencesTab::lstSeqUsedBy_DoubleClick(QListWidgetItem* item) {
     bool ok = false;
     const int table = item->data(Qt::UserRole).toInt(&ok);
-    if (!ok) return;
-    const int index = item->data(Qt::UserRole + 1).toInt(), player = item->data(Qt::UserRole + 2).toInt();
-    if (table == static_cast<int>(AreaEntry::Table::Play)) {
-        selectTab(3);
-        listFilter_->reveal(lvPlays, index);  // the row it goes to is shown
-        selectRow(lvPlays, index);
-        if (QTreeWidgetItem* row = lvPlays->topLevelItem(index)) lvPlays->setCurrentItem(row, player + 1);
-    } else if (table == static_cast<int>(AreaEntry::Table::Formation)) {
-        selectTab(1);
-        listFilter_->reveal(lvFormations, index);
-        selectRow(lvFormations, index);
-        lvFormations_Click();
-        if (QTreeWidgetItem* row = lvFormations->topLevelItem(index)) lvFormations->setCurrentItem(row, player + 1);
-    }
+    if (!ok || table == static_cast<int>(AreaEntry::Table::Pointer)) return;
+    const AreaEntry e{static_cast<AreaEntry::Table>(table), item->data(Qt::UserRole + 1).toInt(), item->data(Qt::UserRole + 2).toInt(),
+                      curSeq.address()};
+    ctx_.host.goToEntry(e);
 }
 
-std::optional<AreaEntry> frmMain::entryOfCell(QTreeWidget* list, QTreeWidgetItem* item, int column) const {
-    if (!item || column < 1 || column > kPlayersPerRecord) return std::nullopt;
-    const int row = list->indexOfTopLevelItem(item);
-    AreaEntry e{list == lvPlays ? AreaEntry::Table::Play : AreaEntry::Table::Formation, row, column - 1, 0};
-    if (row < 0 || (list == lvFormations && static_cast<size_t>(row) >= pb.formations.size())) return std::nullopt;
-    e.target = entryTarget(pb, e);
-    return e;
-}
-
-bool frmMain::showInPanel(int32_t key) {
+bool SequencesTab::showInPanel(int32_t key) {
     if (!pb.sequences.contains(key)) return false;
-    if (selectedTab() != 4) selectTab(4);
+    if (ctx_.host.selectedTab() != 4) ctx_.host.selectTab(4);
     if (!showSeqDetails) cmdSeqDetails_Click();
-    listFilter_->reveal(lvSequences, sequenceRow(key));  // a filter must not keep it from the panel
+    ctx_.filter->reveal(lvSequences, sequenceRow(key));  // a filter must not keep it from the panel
     selectRow(lvSequences, sequenceRow(key));
     lvSequences_Click();
     if (curSeq.address() != key) return false;  // the user stayed on an edited sequence
@@ -105,35 +83,22 @@ bool frmMain::showInPanel(int32_t key) {
     return true;
 }
 
-void frmMain::showEntrySequence(const AreaEntry& e) {
+void SequencesTab::showEntrySequence(const AreaEntry& e) {
     const int32_t key = entryTarget(pb, e);
     if (!pb.sequences.contains(key)) {
-        StatusBar1->setText(entryText(e) + " runs no sequence.");
+        ctx_.say(QString::fromStdString(e.name()) + " runs no sequence.");
         return;
     }
     if (!showInPanel(key)) return;
     reachedFrom_ = e;
-    StatusBar1->setText("Editing the sequence " + entryText(e) + " runs (" + keyText(key) + ").");
+    ctx_.say("Editing the sequence " + QString::fromStdString(e.name()) + " runs (" + keyText(key) + ").");
 }
 
-void frmMain::entryMenu(QTreeWidget* list, const QPoint& pos) {
-    const auto e = entryOfCell(list, list->itemAt(pos), list->columnAt(pos.x()));
-    if (!e) return;
-    const QString who = QString::fromStdString(positionName(e->player));
-    QMenu menu(this);
-    QAction* edit = menu.addAction("Edit " + who + "'s Sequence");
-    QAction* point = menu.addAction("Point " + who + " at a Sequence...");
-    edit->setEnabled(pb.sequences.contains(e->target));
-    QAction* chosen = menu.exec(list->viewport()->mapToGlobal(pos));
-    if (chosen == edit) showEntrySequence(*e);
-    else if (chosen == point) pointEntryAt(*e);
-}
-
-void frmMain::pointEntryAt(const AreaEntry& e) {
+void SequencesTab::pointEntryAt(const AreaEntry& e) {
     if (!pb.openComplete) return;
     const int32_t current = entryTarget(pb, e);
     const bool kick = entryReadsKick(e);
-    const QString who = entryText(e);
+    const QString who = QString::fromStdString(e.name());
     QStringList items;
     std::vector<int32_t> keys;  // the sequence of each item after the first two
     const bool canCopy = pb.sequences.contains(current);
@@ -145,21 +110,21 @@ void frmMain::pointEntryAt(const AreaEntry& e) {
         const clsSequence* seq = pb.sequences.find(key);
         if (!seq || seq->kick() != kick) continue;  // read another way, it would run other commands
         if (key == current) selected = items.size();
-        items << keyText(key) + "   " + QString::fromLatin1(seq->commandString(cmdNames));
+        items << keyText(key) + "   " + QString::fromLatin1(seq->commandString(ctx_.cmdNames));
         keys.push_back(key);
     }
-    const auto choice = dialogs_.choose("Point at a Sequence", "The sequence " + who + " runs (now " +
+    const auto choice = ctx_.dialogs.choose("Point at a Sequence", "The sequence " + who + " runs (now " +
                                         (canCopy ? keyText(current) : QString("none")) + "):", items, selected);
     if (!choice || *choice < 0 || *choice >= items.size()) return;
     const EntriesState before = entriesState(pb);
     if (*choice == 0) {
         if (canCopy) (void)giveOwnCopy(e, nullptr, "");
-        else StatusBar1->setText(who + " runs no sequence to copy.");
+        else ctx_.say(who + " runs no sequence to copy.");
         return;
     }
     if (*choice == 1) {
         // The end command it starts with: one after which the game stops.
-        const auto names = newCommandItems(cmdNames);
+        const auto names = newCommandItems(ctx_.cmdNames);
         QStringList ends;
         const std::vector<int16_t> codes = newSequenceEnds(kick);
         for (const int16_t code : codes) {
@@ -168,35 +133,35 @@ void frmMain::pointEntryAt(const AreaEntry& e) {
                 if (newCommandCode(static_cast<int>(i)) == code) text = QString::fromLatin1(names[i]);
             ends << text;
         }
-        const auto end = dialogs_.choose("New Sequence", "The command that ends it (fill it with Add):", ends, 0);
+        const auto end = ctx_.dialogs.choose("New Sequence", "The command that ends it (fill it with Add):", ends, 0);
         if (!end || *end < 0 || static_cast<size_t>(*end) >= codes.size()) return;
         setEntryTarget(pb, e, addEmptySequence(pb, codes[static_cast<size_t>(*end)], kick));
         pushEntriesStep("New Sequence for " + who, before);
         showEntrySequence(e);
-        StatusBar1->setText(who + " now runs a new sequence: add its commands, then Apply.");
+        ctx_.say(who + " now runs a new sequence: add its commands, then Apply.");
         return;
     }
     const int32_t key = keys[static_cast<size_t>(*choice - 2)];
     if (key == current) return;
     setEntryTarget(pb, e, key);
     pushEntriesStep("Point " + who + " at " + keyText(key), before);
-    StatusBar1->setText(who + " now runs " + keyText(key) + ".");
+    ctx_.say(who + " now runs " + keyText(key) + ".");
 }
 
-void frmMain::pushEntriesStep(const QString& text, const EntriesState& before, const PanelChange& panel) {
+void SequencesTab::pushEntriesStep(const QString& text, const EntriesState& before, const PanelChange& panel) {
     dropUnusedNewSequences(pb);  // a sequence made earlier that nothing names any more goes
     Edit edit{text.toStdString(), {}, -1};
     if (panel) edit.changes.emplace_back(EditState::ofWorkingCopy(panel->first), EditState::ofWorkingCopy(panel->second));
     edit.changes.emplace_back(EditState::ofEntries(before), EditState::ofEntries(entriesState(pb)));
-    doc_.record(std::move(edit));
-    refreshEntryLists();
+    ctx_.doc.record(std::move(edit));
+    ctx_.host.refreshEntryLists();
     updateUsedBy();
-    refreshPictures();
-    refreshModified();
+    ctx_.host.refreshPictures();
+    ctx_.host.refreshModified();
 }
 
-void frmMain::showEntries() {
-    refreshEntryLists();
+void SequencesTab::showEntries() {
+    ctx_.host.refreshEntryLists();
     // The panel shows what the entry it was reached from runs now (its sequence
     // may have gone with the step), unless it holds edits not applied.
     const auto from = reachedFrom_;
@@ -205,15 +170,15 @@ void frmMain::showEntries() {
         pb.sequences.contains(entryTarget(pb, *from)))
         showEntrySequence(*from);
     updateUsedBy();
-    refreshModified();
+    ctx_.host.refreshModified();
 }
 
-bool frmMain::commitWorkingCopy(const QString& title) {
+bool SequencesTab::commitWorkingCopy(const QString& title) {
     if (!workingCopyEdited()) return true;
     const std::vector<AreaEntry> users = entriesNaming(pb, curSeq.address());
     if (reachedFrom_ && entryTarget(pb, *reachedFrom_) == curSeq.address() && users.size() > 1) {
-        const QString who = entryText(*reachedFrom_);
-        switch (dialogs_.allOrCopy("Used by " + usersText(users) + ".", title, "Change all of them", "Only " + who + " (a copy)")) {
+        const QString who = QString::fromStdString(reachedFrom_->name());
+        switch (ctx_.dialogs.allOrCopy("Used by " + usersText(users) + ".", title, "Change all of them", "Only " + who + " (a copy)")) {
         case MsgAnswer::All: break;
         case MsgAnswer::Copy: {
             // The copy takes the edits; the panel lets go of them, as the shared
@@ -234,26 +199,27 @@ bool frmMain::commitWorkingCopy(const QString& title) {
     return true;
 }
 
-bool frmMain::giveOwnCopy(const AreaEntry& entry, const clsSequence* contents, const QString& what, const PanelChange& panel) {
+bool SequencesTab::giveOwnCopy(const AreaEntry& entry, const clsSequence* contents, const QString& what, const PanelChange& panel) {
     const int32_t from = entryTarget(pb, entry);
-    const QString who = entryText(entry);
+    const QString who = QString::fromStdString(entry.name());
     const EntriesState before = entriesState(pb);
     try {
         setEntryTarget(pb, entry, addCopyOf(pb, from, contents));
     } catch (const std::invalid_argument& error) {
-        StatusBar1->setText(QString::fromStdString(error.what()));
+        ctx_.say(QString::fromStdString(error.what()));
         return false;
     }
     pushEntriesStep("Copy for " + who + (panel ? " with the edits" : ""), before, panel);
     showEntrySequence(entry);
-    StatusBar1->setText(who + " now runs its own copy of " + keyText(from) + what + "; Save places it in a free run.");
+    ctx_.say(who + " now runs its own copy of " + keyText(from) + what + "; Save places it in a free run.");
     return true;
 }
 
-std::optional<AreaEntry> frmMain::entryOfPoint(int player, int32_t key) const {
-    if (!diagram_ || diagram_->slot() < 0 || player < 0 || player >= kPlayersPerRecord) return std::nullopt;
-    const clsPlaySlot& slot = pb.playSlots[static_cast<size_t>(diagram_->slot())];
-    const int p = slot.oPlay(diagram_->play());
+std::optional<AreaEntry> SequencesTab::entryOfPoint(int player, int32_t key) const {
+    const DiagramWindow* diagram = ctx_.host.diagram();
+    if (!diagram || diagram->slot() < 0 || player < 0 || player >= kPlayersPerRecord) return std::nullopt;
+    const clsPlaySlot& slot = pb.playSlots[static_cast<size_t>(diagram->slot())];
+    const int p = slot.oPlay(diagram->play());
     if (p < kPlayCount && pb.plays[static_cast<size_t>(p)].seqAddress(player) == key)
         return AreaEntry{AreaEntry::Table::Play, p, player, key};
     const auto f = static_cast<size_t>(slot.formation());
@@ -262,13 +228,13 @@ std::optional<AreaEntry> frmMain::entryOfPoint(int player, int32_t key) const {
     return std::nullopt;
 }
 
-void frmMain::diagramPick(int player, const DiagramPoint& point) {
+void SequencesTab::diagramPick(int player, const DiagramPoint& point) {
     if (!showInPanel(point.sequence)) return;
     if (const auto entry = entryOfPoint(player, point.sequence)) reachedFrom_ = entry;
     lstSeqCommands->setCurrentRow(point.command);
 }
 
-void frmMain::diagramMove(int player, const DiagramPoint& point, int a, int b) {
+void SequencesTab::diagramMove(int player, const DiagramPoint& point, int a, int b) {
     const int32_t key = point.sequence;
     const auto A = static_cast<int16_t>(a), B = static_cast<int16_t>(b);
     // Edits pending in the panel on this sequence take the move too: Apply stores them together.
@@ -277,7 +243,7 @@ void frmMain::diagramMove(int player, const DiagramPoint& point, int a, int b) {
         curSeq.data(point.command, 0, A);
         curSeq.data(point.command, 1, B);
         pushWorkingCopyStep("Move Point", before, point.command);
-        refreshPictures();
+        ctx_.host.refreshPictures();
         return;
     }
     const clsSequence* stored = pb.sequences.find(key);
@@ -290,23 +256,23 @@ void frmMain::diagramMove(int player, const DiagramPoint& point, int a, int b) {
         const auto entry = entryOfPoint(player, key);
         const QString used = "Used by " + usersText(users) + ".";
         if (entry) {
-            const QString who = entryText(*entry);
-            switch (dialogs_.allOrCopy(used, "Move Point", "Change all of them", "Only " + who + " (a copy)")) {
+            const QString who = QString::fromStdString(entry->name());
+            switch (ctx_.dialogs.allOrCopy(used, "Move Point", "Change all of them", "Only " + who + " (a copy)")) {
             case MsgAnswer::All: break;
             case MsgAnswer::Copy:
                 if (giveOwnCopy(*entry, &after, " with the point moved")) lstSeqCommands->setCurrentRow(point.command);
-                else refreshPictures();
+                else ctx_.host.refreshPictures();
                 return;
-            default: refreshPictures(); return;  // the point goes back
+            default: ctx_.host.refreshPictures(); return;  // the point goes back
             }
-        } else if (dialogs_.message({used + " Move the point for all of them?", "Move Point", MsgIcon::Question, MsgButtons::YesNo,
+        } else if (ctx_.dialogs.message({used + " Move the point for all of them?", "Move Point", MsgIcon::Question, MsgButtons::YesNo,
                                      MsgAnswer::No}) != MsgAnswer::Yes) {
-            refreshPictures();
+            ctx_.host.refreshPictures();
             return;
         }
     }
-    doc_.perform({"Move Point", {{EditState::ofSequence(*stored, true), EditState::ofSequence(after, true)}}});
-    StatusBar1->setText(QString("Moved the point of %1 command %2.").arg(keyText(key)).arg(point.command));
+    ctx_.doc.perform({"Move Point", {{EditState::ofSequence(*stored, true), EditState::ofSequence(after, true)}}});
+    ctx_.say(QString("Moved the point of %1 command %2.").arg(keyText(key)).arg(point.command));
 }
 
 }  // namespace zpe

@@ -1,8 +1,10 @@
-// The Sequences tab: the list of sequences and the editor panel, which edits a
-// working copy (curSeq) and stores it into the playbook only on "Apply".
+// The Sequences tab: the list of sequences and the editor panel, which edits
+// the document's working copy (curSeq) and stores it into the playbook only
+// through commitWorkingCopy.
 #include "model/hex.h"
 #include "sequence/command_sheet.h"
-#include "ui/frm_main.h"
+#include "ui/list_view.h"
+#include "ui/sequences_tab.h"
 #include "ui/list_filter.h"
 #include "ui/diagram_window.h"
 #include "ui/up_down.h"
@@ -15,7 +17,6 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QRegularExpressionValidator>
-#include <QUndoStack>
 #include <QTreeWidget>
 
 #include <algorithm>
@@ -29,7 +30,47 @@ const char* const kSlotLetters[kPanelSlots] = {"A", "B", "C", "D"};
 QRect px(int l, int t, int w, int h) { return QRect(pixels(l), pixels(t), pixels(w), pixels(h)); }
 }  // namespace
 
-void frmMain::buildSeqDetailsPanel() {
+SequencesTab::SequencesTab(const TabContext& context, QWidget* client)
+    : QObject(client), ctx_(context), pb(context.doc.pb), curSeq(context.doc.workingCopy) {
+    lvSequences = listView(client, {{"Address", 1000, false}, {"Commands", 8000, false}});
+    lvSequences->setSortingEnabled(false);
+    fraSeq = buttonBar(client);
+    cmdSeqDetails = button("Show Details", fraSeq, 2880, 60);
+    cmdSeqDetails->setToolTip("Show or hide the editor of the selected sequence");
+    connect(cmdSeqDetails, &QPushButton::clicked, this, [this] { cmdSeqDetails_Click(); });
+    fraSeqDetails = new QFrame(client);
+    fraSeqDetails->setFrameShape(QFrame::Box);
+    fraSeqDetails->resize(fraSeqDetails->width(), pixels(kSeqDetailsHeight));
+    buildSeqDetailsPanel();
+    // The keyboard moves the selection as a click does: the panel follows.
+    connectClicks(lvSequences, [this] { lvSequences_Click(); }, [this] { lvSequences_Click(); });
+    for (const std::string& item : newCommandItems(ctx_.cmdNames)) cmbNewSeqCmd->addItem(QString::fromLatin1(item));
+}
+
+void SequencesTab::fill(const std::vector<ListRow>& rows) {
+    // The core gives the rows in the list's order: ascending on the Address text.
+    addRows(lvSequences, rows);
+    fitColumns(lvSequences);
+}
+
+void SequencesTab::rebuild(const std::vector<ListRow>& rows, bool keepSelection) {
+    const auto selected = keepSelection ? selectedSequenceAddress() : std::nullopt;
+    const QSignalBlocker quiet(lvSequences);
+    lvSequences->clear();
+    addRows(lvSequences, rows);
+    if (selected) selectRow(lvSequences, sequenceRow(*selected));
+    fitColumns(lvSequences);
+}
+
+void SequencesTab::reselect(int32_t key, int command) {
+    const int row = sequenceRow(key);
+    if (row < 0) return;
+    selectRow(lvSequences, row);
+    lvSequences_Click();
+    if (command >= 0 && command < lstSeqCommands->count()) lstSeqCommands->setCurrentRow(command);
+}
+
+void SequencesTab::buildSeqDetailsPanel() {
     QFrame* e = fraSeqDetails;
     lstSeqCommands = new QListWidget(e);
     lstSeqCommands->setGeometry(px(120, 240, 2895, 1875));
@@ -100,7 +141,7 @@ void frmMain::buildSeqDetailsPanel() {
     connect(cmdSeqApply, &QPushButton::clicked, this, [this] { cmdSeqApply_Click(); });
 }
 
-void frmMain::growSeqDetails(int extra) {
+void SequencesTab::growSeqDetails(int extra) {
     lstSeqCommands->setGeometry(px(120, 240, 2895, 1875 + extra));
     cmbNewSeqCmd->move(pixels(120), pixels(2280 + extra));
     cmdSeqAddCmd->move(pixels(3120), pixels(2280 + extra));
@@ -108,12 +149,12 @@ void frmMain::growSeqDetails(int extra) {
     cmdSeqDelCmd->move(pixels(3120), pixels(1680 + extra));
 }
 
-void frmMain::cmdSeqDetails_Click() {
+void SequencesTab::cmdSeqDetails_Click() {
     showSeqDetails = !showSeqDetails;
-    UpdateTabs();
+    ctx_.host.relayout();
 }
 
-std::optional<int32_t> frmMain::selectedSequenceAddress() const {
+std::optional<int32_t> SequencesTab::selectedSequenceAddress() const {
     const auto selected = lvSequences->selectedItems();
     if (selected.isEmpty()) return std::nullopt;
     bool ok = false;
@@ -122,13 +163,13 @@ std::optional<int32_t> frmMain::selectedSequenceAddress() const {
     return address;
 }
 
-void frmMain::lvSequences_Click() {
+void SequencesTab::lvSequences_Click() {
     const auto address = selectedSequenceAddress();
     if (!address) return;
     if (*address == curSeq.address() && workingCopyEdited()) return;  // its own row again: the edits stay
     if (*address != curSeq.address() && workingCopyEdited()) {
         const QString from = QString::fromStdString(hex4(curSeq.address()));
-        switch (dialogs_.message({"The edits of sequence " + from + " are not applied yet. Apply them before leaving it?",
+        switch (ctx_.dialogs.message({"The edits of sequence " + from + " are not applied yet. Apply them before leaving it?",
                                   "Sequences", MsgIcon::Question, MsgButtons::ApplyDiscardCancel, MsgAnswer::Apply})) {
         case MsgAnswer::Discard: break;
         case MsgAnswer::Apply:
@@ -150,26 +191,24 @@ void frmMain::lvSequences_Click() {
     updateUsedBy();
     cmdSeqAddCmd->setEnabled(true);
     cmdSeqApply->setEnabled(false);
-    refreshModified();
-    refreshPictures();  // edits left behind are no longer drawn
+    ctx_.host.refreshModified();
+    ctx_.host.refreshPictures();  // edits left behind are no longer drawn
 }
 
-bool frmMain::workingCopyEdited() const { return doc_.workingCopyEdited(); }
-
-void frmMain::applyWorkingCopy() {
+void SequencesTab::applyWorkingCopy() {
     if (!workingCopyEdited()) return;
     const clsSequence before = pb.sequences.at(curSeq.address());
-    doc_.perform({"Apply Sequence Edit", {{EditState::ofSequence(before), EditState::ofSequence(curSeq)}}});
+    ctx_.doc.perform({"Apply Sequence Edit", {{EditState::ofSequence(before), EditState::ofSequence(curSeq)}}});
     cmdSeqApply->setEnabled(false);
 }
 
-QString frmMain::commandItemText(int i) const {
+QString SequencesTab::commandItemText(int i) const {
     // Where the command was read ("new" for an added one), then what it does.
     const CmdId origin = curSeq.commandAddress(i);
-    return QString::fromLatin1((origin.isNew() ? std::string("new") : hex4(origin.readAddress())) + ": " + curSeq.commandName(i, cmdNames));
+    return QString::fromLatin1((origin.isNew() ? std::string("new") : hex4(origin.readAddress())) + ": " + curSeq.commandName(i, ctx_.cmdNames));
 }
 
-void frmMain::lstSeqCommands_update() {
+void SequencesTab::lstSeqCommands_update() {
     lstSeqCommands->clear();
     for (int i = 0; i < curSeq.commandCount(); ++i) lstSeqCommands->addItem(commandItemText(i));
     for (int i = 0; i < lstSeqCommands->count(); ++i) lstSeqCommands->item(i)->setToolTip(lstSeqCommands->item(i)->text());
@@ -185,12 +224,12 @@ void frmMain::lstSeqCommands_update() {
     lstSeqCommands->setCurrentRow(0);
 }
 
-void frmMain::lstSeqCommands_refresh() {
+void SequencesTab::lstSeqCommands_refresh() {
     for (int i = 0; i < curSeq.commandCount() && i < lstSeqCommands->count(); ++i) lstSeqCommands->item(i)->setText(commandItemText(i));
     for (int i = 0; i < lstSeqCommands->count(); ++i) lstSeqCommands->item(i)->setToolTip(lstSeqCommands->item(i)->text());
 }
 
-void frmMain::lstSeqCommands_Click() {
+void SequencesTab::lstSeqCommands_Click() {
     // Remove and the arrows act on the selected command: without one they are off.
     const bool command = lstSeqCommands->currentRow() >= 0 && lstSeqCommands->currentRow() < curSeq.commandCount();
     cmdSeqDelCmd->setEnabled(command);
@@ -198,8 +237,8 @@ void frmMain::lstSeqCommands_Click() {
     if (!selectedSequenceAddress()) return;
     const int p = lstSeqCommands->currentRow();
     if (p < 0 || p >= curSeq.commandCount()) return;
-    if (diagram_) diagram_->highlightCommand(curSeq.address(), p);  // its point on the big diagram
-    const CommandPanelView view = describeCommand(curSeq, p, sheets_.sheetFor(curSeq.command(p)));
+    if (DiagramWindow* diagram = ctx_.host.diagram()) diagram->highlightCommand(curSeq.address(), p);  // its point on the big diagram
+    const CommandPanelView view = describeCommand(curSeq, p, ctx_.sheets.sheetFor(curSeq.command(p)));
     updatingDetails = true;
     for (size_t k = 0; k < kPanelSlots; ++k) {
         const DataSlotView& slot = view.dataSlots[k];
@@ -221,76 +260,76 @@ void frmMain::lstSeqCommands_Click() {
     updatingDetails = false;
 }
 
-void frmMain::txtSeqData_Change(int index) {
+void SequencesTab::txtSeqData_Change(int index) {
     if (updatingDetails) return;
     const auto value = static_cast<int16_t>(leadingHexValue(txtSeqData[static_cast<size_t>(index)]->text().toStdString()) & 0xFF);
     editWorkingValue(index, value);
 }
 
-void frmMain::cmbCmdData_Click(int index) {
+void SequencesTab::cmbCmdData_Click(int index) {
     if (updatingDetails) return;
     const int item = cmbCmdData[static_cast<size_t>(index)]->currentIndex();
     if (item >= 0) editWorkingValue(index, static_cast<int16_t>(item));
 }
 
-void frmMain::editWorkingValue(int index, int16_t value) {
+void SequencesTab::editWorkingValue(int index, int16_t value) {
     const int p = lstSeqCommands->currentRow();
     if (p < 0 || p >= curSeq.commandCount() || curSeq.data(p, index) == value) return;
     const clsSequence before = curSeq;
     curSeq.data(p, index, value);
     // Typing into one box of one command is one step.
     const int64_t key = (static_cast<int64_t>(curSeq.address()) << 20) | (static_cast<int64_t>(p) << 4) | index;
-    doc_.record({"Edit Value", {{EditState::ofWorkingCopy(before), EditState::ofWorkingCopy(curSeq)}}, key});
+    ctx_.doc.record({"Edit Value", {{EditState::ofWorkingCopy(before), EditState::ofWorkingCopy(curSeq)}}, key});
     lstSeqCommands_refresh();
     const std::string meaning = describeCommand(curSeq, p, nullptr).dataSlots[static_cast<size_t>(index)].meaning;
     lblCmdMeaning[static_cast<size_t>(index)]->setText(QString::fromStdString(meaning));
     cmdSeqApply->setEnabled(workingCopyEdited());
-    refreshModified();
-    refreshPictures();
+    ctx_.host.refreshModified();
+    ctx_.host.refreshPictures();
 }
 
-void frmMain::pushWorkingCopyStep(const QString& text, const clsSequence& before, int row) {
-    doc_.record({text.toStdString(), {{EditState::ofWorkingCopy(before), EditState::ofWorkingCopy(curSeq)}}});
+void SequencesTab::pushWorkingCopyStep(const QString& text, const clsSequence& before, int row) {
+    ctx_.doc.record({text.toStdString(), {{EditState::ofWorkingCopy(before), EditState::ofWorkingCopy(curSeq)}}});
     lstSeqCommands_update();
     lstSeqCommands->setCurrentRow(std::clamp(row, 0, lstSeqCommands->count() - 1));
     cmdSeqApply->setEnabled(workingCopyEdited());
-    refreshModified();
+    ctx_.host.refreshModified();
 }
 
-void frmMain::cmdSeqDelCmd_Click() {
+void SequencesTab::cmdSeqDelCmd_Click() {
     const int p = lstSeqCommands->currentRow();
     if (p < 0) return;
     const clsSequence before = curSeq;
     if (!curSeq.removeCommand(p)) {
-        StatusBar1->setText("The sequence's last command ends it; it cannot be removed.");
+        ctx_.say("The sequence's last command ends it; it cannot be removed.");
         return;
     }
     pushWorkingCopyStep("Remove Command", before, p);
 }
 
-void frmMain::udSeqCommand_UpClick() {
+void SequencesTab::udSeqCommand_UpClick() {
     const int p = lstSeqCommands->currentRow();
     if (p < 1) return;
     const clsSequence before = curSeq;
     if (!curSeq.swapCommands(p, p - 1)) {
-        StatusBar1->setText("The command that ends the sequence stays last.");
+        ctx_.say("The command that ends the sequence stays last.");
         return;
     }
     pushWorkingCopyStep("Move Command Up", before, p - 1);
 }
 
-void frmMain::udSeqCommand_DownClick() {
+void SequencesTab::udSeqCommand_DownClick() {
     const int p = lstSeqCommands->currentRow();
     if (p < 0 || p >= lstSeqCommands->count() - 1) return;
     const clsSequence before = curSeq;
     if (!curSeq.swapCommands(p, p + 1)) {
-        StatusBar1->setText("The command that ends the sequence stays last.");
+        ctx_.say("The command that ends the sequence stays last.");
         return;
     }
     pushWorkingCopyStep("Move Command Down", before, p + 1);
 }
 
-void frmMain::cmdSeqApply_Click() {
+void SequencesTab::cmdSeqApply_Click() {
     const auto address = selectedSequenceAddress();
     // Only into the sequence the working copy came from: a selection moved
     // without a click (the keyboard) must not receive another sequence's commands.
@@ -298,32 +337,32 @@ void frmMain::cmdSeqApply_Click() {
     if (commitWorkingCopy("Apply")) cmdSeqApply->setEnabled(workingCopyEdited());  // an Apply that changes nothing is no undo step
 }
 
-int frmMain::sequenceRow(int32_t address) const {
+int SequencesTab::sequenceRow(int32_t address) const {
     for (int r = 0; r < lvSequences->topLevelItemCount(); ++r)
         if (lvSequences->topLevelItem(r)->data(0, Qt::UserRole).toInt() == address) return r;
     return -1;
 }
 
-void frmMain::showSequence(int32_t key) {
+void SequencesTab::showSequence(int32_t key) {
     const clsSequence* stored = pb.sequences.find(key);
     if (!stored) return;
     const int row = sequenceRow(key);
     if (row >= 0) {
-        const QString text = QString::fromLatin1(stored->commandString(cmdNames));
+        const QString text = QString::fromLatin1(stored->commandString(ctx_.cmdNames));
         lvSequences->topLevelItem(row)->setText(1, text);
         lvSequences->topLevelItem(row)->setToolTip(1, text);
     }
     // The panel shows its working copy: undoing an Apply leaves its edits there,
     // not applied; after a moved point it follows the stored sequence.
     if (curSeq.address() == key) showWorkingCopy();
-    refreshModified();
+    ctx_.host.refreshModified();
 }
 
-void frmMain::showWorkingCopy() {
+void SequencesTab::showWorkingCopy() {
     // The panel shows the working copy of the selected sequence: select its row first.
     const int row = sequenceRow(curSeq.address());
     if (row < 0) return;
-    listFilter_->reveal(lvSequences, row);
+    ctx_.filter->reveal(lvSequences, row);
     if (selectedRow(lvSequences) != row) {
         const QSignalBlocker quiet(lvSequences);
         selectRow(lvSequences, row);
@@ -333,24 +372,15 @@ void frmMain::showWorkingCopy() {
     if (current >= 0 && current < lstSeqCommands->count()) lstSeqCommands->setCurrentRow(current);
     cmdSeqApply->setEnabled(workingCopyEdited());
     cmdSeqAddCmd->setEnabled(true);
-    refreshModified();
+    ctx_.host.refreshModified();
 }
 
-void frmMain::showPut(const EditState& state) {
-    switch (state.kind) {
-    case EditState::Kind::Slots: showSlots(state.slotStates); break;
-    case EditState::Kind::Entries: showEntries(); break;
-    case EditState::Kind::Sequence: showSequence(state.sequence.address()); break;
-    case EditState::Kind::WorkingCopy: showWorkingCopy(); break;
-    }
-}
-
-void frmMain::cmdSeqAddCmd_Click() {
+void SequencesTab::cmdSeqAddCmd_Click() {
     const auto address = selectedSequenceAddress();
     if (!address || curSeq.address() != *address) return;
     const int code = newCommandCode(cmbNewSeqCmd->currentIndex());
     if (code < 0) {
-        StatusBar1->setText("Choose the command to add from the list.");
+        ctx_.say("Choose the command to add from the list.");
         return;
     }
     const int p = lstSeqCommands->currentRow();  // the new command goes after it; -1: at the top
@@ -358,22 +388,22 @@ void frmMain::cmdSeqAddCmd_Click() {
     const clsSequence before = curSeq;
     switch (curSeq.insertCommand(p, static_cast<int16_t>(code))) {
     case clsSequence::Insert::Done:
-        doc_.perform({"Add Command", {{EditState::ofWorkingCopy(before), EditState::ofWorkingCopy(curSeq)}}});
+        ctx_.doc.perform({"Add Command", {{EditState::ofWorkingCopy(before), EditState::ofWorkingCopy(curSeq)}}});
         lstSeqCommands->setCurrentRow(p + 1);
-        StatusBar1->setText("");
+        ctx_.say("");
         return;
     case clsSequence::Insert::EndsSequence:
-        StatusBar1->setText(name + " ends a sequence; added here it would cut off the commands after it.");
+        ctx_.say(name + " ends a sequence; added here it would cut off the commands after it.");
         return;
     case clsSequence::Insert::LockUp:
-        StatusBar1->setText(name + " locks the game up when it runs; it cannot be added.");
+        ctx_.say(name + " locks the game up when it runs; it cannot be added.");
         return;
-    case clsSequence::Insert::Full: StatusBar1->setText("The sequence holds as many commands as it can."); return;
+    case clsSequence::Insert::Full: ctx_.say("The sequence holds as many commands as it can."); return;
     case clsSequence::Insert::NotACommand: return;
     }
 }
 
-void frmMain::clearSeqPanel() {
+void SequencesTab::clearSeqPanel() {
     curSeq = clsSequence();
     cmdSeqAddCmd->setEnabled(false);
     cmdSeqDelCmd->setEnabled(false);
