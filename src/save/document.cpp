@@ -1,6 +1,6 @@
 #include "save/document.h"
 
-#include "save/save_changes.h"
+#include "save/saves.h"
 
 namespace zpe {
 
@@ -11,6 +11,36 @@ bool Document::workingCopyEdited() const {
 }
 
 bool Document::unsaved() const { return pb.openComplete && (workingCopyEdited() || !sameContent(pb, inFile)); }
+
+SaveSummary Document::save() {
+    const Playbook shown = pb;
+    const SaveSummary summary = saveChanges(pb);
+    if (!summary.nothingToWrite) saved(sameContent(shown, pb));
+    return summary;
+}
+
+SaveSummary Document::saveAs(const std::string& path, const std::string& dataDir) {
+    const SaveSummary summary = saveChangesAs(pb, path, dataDir);
+    saved(false);
+    return summary;
+}
+
+bool Document::safeSave() {
+    const bool written = zpe::safeSave(pb);
+    inFile.playSlots = pb.playSlots;
+    return written;
+}
+
+void Document::fullSave() {
+    zpe::fullSave(pb);
+    saved(false);
+}
+
+CompactSaveSummary Document::compactAndSave(const std::string& dataDir) {
+    CompactSaveSummary summary = zpe::compactAndSave(pb, dataDir);
+    saved(false);
+    return summary;
+}
 
 std::vector<uint8_t> Document::imageAsShown(bool withWorkingCopy) const {
     if (!(withWorkingCopy && workingCopyEdited())) return sameContent(pb, inFile) ? pb.openedBytes : planSave(pb, pb.openedBytes).bytes;

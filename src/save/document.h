@@ -6,6 +6,8 @@
 // toolkit: the window is a view of it.
 #include "analysis/entries.h"
 #include "playbook/playbook.h"
+#include "save/compact.h"
+#include "save/save_changes.h"
 
 #include <cstdint>
 #include <functional>
@@ -81,8 +83,21 @@ public:
     // with `withWorkingCopy`, the working copy's edits as if applied. Throws
     // SaveError when Save would refuse them.
     [[nodiscard]] std::vector<uint8_t> imageAsShown(bool withWorkingCopy) const;
-    // Safe Save wrote the slots: the file holds them as shown (the rest stays unsaved).
-    void slotsSaved() { inFile.playSlots = pb.playSlots; }
+    // The saves, each writing the playbook as shown (the working copy is
+    // committed by the caller first) and recording what the file now holds.
+    // A refusal throws and leaves the document as it was.
+    // Save: what changed, in place, grown sequences moved. The history stays
+    // while every sequence and command is read where it was; a save that
+    // moved or placed one lets it go (its steps name what the file no longer holds).
+    SaveSummary save();
+    // Save As: the edited image into `path`, which the document then is (the history goes with the old file).
+    SaveSummary saveAs(const std::string& path, const std::string& dataDir);
+    // Safe Save: the 64 slots alone (sequence edits stay unsaved); true when it wrote.
+    bool safeSave();
+    // Full Save: every sequence laid out anew; the history goes (every address moved).
+    void fullSave();
+    // Compact and Save: the area compacted and every edit saved into it; the history goes.
+    CompactSaveSummary compactAndSave(const std::string& dataDir);
 
     // A save or an open made the file hold `pb`: the history stays (undo
     // marks the image modified again) unless `keepHistory` is false (a save

@@ -16,6 +16,7 @@
 
 #include <QMainWindow>
 #include <memory>
+#include <optional>
 
 class QAction;
 class QFrame;
@@ -129,9 +130,14 @@ private:
     QStringList recentFiles() const;
     void rememberRecent(const QString& path);
     void updateRecentMenu();
-    // After a save opened the image again: lists, what is in the file, and the
-    // selections kept; the history too when `keepHistory`.
-    void afterSave(const SaveSummary& summary, bool keepHistory);
+    // The selections a save keeps: the lists' rows, the play shown, the sequence and its command.
+    struct KeptSelection {
+        std::optional<int32_t> sequence;
+        int command = -1, formation = -1, slot = -1, play = -1, chosenPlay = -1;
+    };
+    KeptSelection keptSelection() const;
+    // After a save opened the image again: the lists show what it now holds, with the selections kept.
+    void showSaved(const KeptSelection& kept, const SaveSummary& summary);
     // The caption: the program and the image's file name with the modified marker.
     void updateCaption();
     // Shows a part of the document an undo or redo put back (or an edit made).

@@ -268,28 +268,34 @@ void frmMain::reportFailure(const QString& title, const std::exception& error) {
 
 void frmMain::mnuFileSaveChanges_Click() { (void)runSave(); }
 
-void frmMain::afterSave(const SaveSummary& summary, bool keepHistory) {
+frmMain::KeptSelection frmMain::keptSelection() const {
+    KeptSelection kept;
+    kept.sequence = sequences_->selectedSequenceAddress();
+    kept.command = sequences_->lstSeqCommands->currentRow();
+    kept.formation = selectedRow(formations_->lvFormations);
+    kept.slot = selectedRow(playSlots_->lvPlaySlots);
+    kept.play = selectedRow(plays_->lvPlays);
+    kept.chosenPlay = playSlots_->cmbPlay->currentIndex();
+    return kept;
+}
+
+void frmMain::showSaved(const KeptSelection& kept, const SaveSummary& summary) {
     // The image was opened again: the lists show what it now holds; the tab, the
-    // sequence (followed to where it moved) and its command stay selected.
-    const auto selected = sequences_->selectedSequenceAddress();
-    const int command = sequences_->lstSeqCommands->currentRow();
-    // The rows selected in the other lists stay selected (and their pictures drawn).
-    QTreeWidget* const lists[] = {formations_->lvFormations, playSlots_->lvPlaySlots, plays_->lvPlays};
-    int rows[std::size(lists)];
-    for (size_t i = 0; i < std::size(lists); ++i) rows[i] = selectedRow(lists[i]);
-    const int chosenPlay = playSlots_->cmbPlay->currentIndex();
-    doc_.saved(keepHistory);
+    // rows selected (and their pictures), the sequence (followed to where it
+    // moved) and its command stay selected.
     showPlaybook();
-    for (size_t i = 0; i < std::size(lists); ++i) selectRow(lists[i], rows[i]);
+    selectRow(formations_->lvFormations, kept.formation);
+    selectRow(playSlots_->lvPlaySlots, kept.slot);
+    selectRow(plays_->lvPlays, kept.play);
     playSlots_->updatePlayChoice();
-    if (chosenPlay >= 0 && chosenPlay < playSlots_->cmbPlay->count()) playSlots_->cmbPlay->setCurrentIndex(chosenPlay);
+    if (kept.chosenPlay >= 0 && kept.chosenPlay < playSlots_->cmbPlay->count()) playSlots_->cmbPlay->setCurrentIndex(kept.chosenPlay);
     refreshPictures();
-    if (!selected) return;
-    int32_t address = *selected;
+    if (!kept.sequence) return;
+    int32_t key = *kept.sequence;
     for (const auto& moves : {summary.moved, summary.placed})
         for (const auto& [from, to] : moves)
-            if (from == address) address = to;
-    sequences_->reselect(address, command);
+            if (from == key) key = to;
+    sequences_->reselect(key, kept.command);
 }
 
 bool frmMain::runSaveAs() {
@@ -304,8 +310,9 @@ bool frmMain::runSaveAs() {
     if (!sequences_->commitWorkingCopy("Save As")) return false;
     try {
         const FileLock lock(path.toStdString());
-        const SaveSummary summary = saveChangesAs(pb, path.toStdString(), dataDir_.toStdString());
-        afterSave(summary, false);  // the steps belong to the other file
+        const KeptSelection kept = keptSelection();
+        const SaveSummary summary = doc_.saveAs(path.toStdString(), dataDir_.toStdString());
+        showSaved(kept, summary);
         updateCaption();
         rememberRecent(path);
         StatusBar1->setText("Saved as " + QFileInfo(path).fileName() + ". " + QString::fromStdString(summary.text()));
@@ -320,16 +327,13 @@ bool frmMain::runSave() {
     if (!sequences_->commitWorkingCopy("Save")) return false;  // what the panel shows is what the user means to save
     try {
         const FileLock lock(pb.romPath);
-        const Playbook shown = pb;
-        const SaveSummary summary = zpe::saveChanges(pb);
+        const KeptSelection kept = keptSelection();
+        const SaveSummary summary = doc_.save();
         if (summary.nothingToWrite) {
             StatusBar1->setText("Nothing to save: the image already holds every change; the file was left alone.");
             return true;
         }
-        // The steps stay undoable while every sequence and command is known
-        // as before; a sequence moved or placed, or a command now read at
-        // another address, would leave steps naming what the file no longer holds.
-        afterSave(summary, sameContent(shown, pb));
+        showSaved(kept, summary);
         StatusBar1->setText(QString::fromStdString(summary.text()));
         return true;
     } catch (const std::exception& e) {
@@ -366,9 +370,7 @@ bool frmMain::runCompactAndSave() {
     if (!sequences_->commitWorkingCopy("Compact and Save")) return false;
     try {
         const FileLock lock(pb.romPath);
-        const CompactSaveSummary summary = compactAndSave(pb, dataDir_.toStdString());
-        // Every address moved: no step can be undone against the old ones.
-        doc_.saved(false);
+        const CompactSaveSummary summary = doc_.compactAndSave(dataDir_.toStdString());
         showPlaybook();
         const bool saved = summary.saved.slotsWritten > 0 || summary.saved.inPlace > 0 || !summary.saved.moved.empty();
         StatusBar1->setText(QString::fromStdString(summary.compacted.text() + (saved ? " " + summary.saved.text() : "")));
@@ -406,9 +408,7 @@ void frmMain::mnuFileCompact_Click() {
 void frmMain::mnuFileSafeSave_Click() {
     try {
         const FileLock lock(pb.romPath);
-        const bool written = safeSave(pb);
-        // Safe Save writes the slots alone: sequence edits stay unsaved.
-        doc_.slotsSaved();
+        const bool written = doc_.safeSave();  // the slots alone: sequence edits stay unsaved
         refreshModified();
         const QString said = written ? "Safe Save: the 64 slots written" : "Safe Save: the slots already stand as shown; the file was left alone";
         StatusBar1->setText(doc_.unsaved() ? said + "; sequence edits are not saved yet (File > Save writes them)." : said + ".");
@@ -425,9 +425,7 @@ void frmMain::mnuFileSave_Click() {
     if (!sequences_->commitWorkingCopy("Full Save")) return;
     try {
         const FileLock lock(pb.romPath);
-        fullSave(pb);
-        // Every sequence moved: no step can be undone against the new addresses.
-        doc_.saved(false);
+        doc_.fullSave();
     } catch (const std::exception& e) {
         (void)saveRefused("Full Save", e);
         return;

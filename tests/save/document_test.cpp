@@ -126,5 +126,47 @@ TEST(Document, TheWorkingCopyFollowsOnlyWhereItShowedTheSequenceUnedited) {
     EXPECT_EQ(doc.workingCopy.address(), 0xA000);
 }
 
+// The document's saves decide what the history keeps: a Save that wrote
+// every sequence where it was keeps it (undo then marks the image modified);
+// one that moved a grown sequence, Safe Save's slots-only write and Full
+// Save each leave the document as the file holds it, and only Save keeps steps.
+TEST(Document, SavesRecordWhatTheFileHoldsAndKeepHistoryOnlyWhereItStillHolds) {
+    OpenDocument t;
+    Document& doc = t.doc;
+    const clsPlaySlot was = doc.pb.playSlots[5];
+    clsPlaySlot now = was;
+    now.name("FIVE");
+    doc.perform({"Rename", {{EditState::ofSlots({{5, was}}), EditState::ofSlots({{5, now}})}}});
+    EXPECT_TRUE(doc.safeSave());
+    EXPECT_FALSE(doc.unsaved()) << "Safe Save wrote the slots";
+    EXPECT_TRUE(doc.canUndo());
+
+    clsSequence edited = doc.pb.sequences.at(0xA010);
+    const clsSequence stored = edited;
+    edited.data(0, 1, 9);
+    doc.perform({"Apply", {{EditState::ofSequence(stored), EditState::ofSequence(edited)}}});
+    EXPECT_TRUE(doc.unsaved());
+    EXPECT_FALSE(doc.save().nothingToWrite);
+    EXPECT_FALSE(doc.unsaved());
+    ASSERT_TRUE(doc.canUndo()) << "nothing moved: the steps still name what the file holds";
+    doc.undo();
+    EXPECT_TRUE(doc.unsaved());
+    EXPECT_FALSE(doc.save().nothingToWrite);
+
+    clsSequence grown = doc.pb.sequences.at(0xA010);
+    ASSERT_EQ(grown.insertCommand(-1, 0xD7), clsSequence::Insert::Done);
+    doc.perform({"Grow", {{EditState::ofSequence(doc.pb.sequences.at(0xA010)), EditState::ofSequence(grown)}}});
+    const SaveSummary moved = doc.save();
+    EXPECT_FALSE(moved.moved.empty());
+    EXPECT_FALSE(doc.unsaved());
+    EXPECT_FALSE(doc.canUndo()) << "a moved sequence: no step may name its old key";
+
+    doc.pb.playSlots[6].name("SIX");
+    EXPECT_TRUE(doc.unsaved());
+    doc.fullSave();
+    EXPECT_FALSE(doc.unsaved());
+    EXPECT_EQ(test::readFileBytes(doc.pb.romPath), doc.imageAsShown(false)) << "what the document shows is what the file holds";
+}
+
 }  // namespace
 }  // namespace zpe
