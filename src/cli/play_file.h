@@ -5,6 +5,7 @@
 // address field names another command of the file or an address outside the
 // sequence area. The format is described in README ("Play files").
 #include "playbook/playbook.h"
+#include "save/play_import.h"
 
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -18,5 +19,19 @@ constexpr int kPlayFileVersion = 1;
 // The play file of play `play` of `pb` (its image read as opened); with
 // `slot`, the slot's formation too. `imageName` names the source image.
 [[nodiscard]] nlohmann::ordered_json playFile(const Playbook& pb, int play, std::optional<int> slot, const std::string& imageName);
+
+// A play file read back: the play it carries, and the file's own account of where it came from.
+struct PlayFile {
+    CarriedPlay play;
+    std::string sourceImage;  // the image it was exported from ("" when the file does not say)
+    int sourcePlay = -1;
+};
+
+// Reads the play file at `path`. Throws std::runtime_error, naming the file
+// and the place in it, for anything that is not a play file of a version
+// this program reads (a later version is refused in words), and for a play
+// the game could not have run (a command's bytes other than its format, a
+// field or a follow-on that names nothing).
+[[nodiscard]] PlayFile readPlayFile(const std::string& path);
 
 }  // namespace zpe

@@ -1,0 +1,219 @@
+// A play carried into another image: what the game runs from each of the
+// play's entries there is what it ran in the source (jumps aside: a joining
+// jump is a way on, not a command), everything else runs as before, the
+// shared logic the target already has is reused, and a play the free space
+// cannot hold is refused with the image untouched.
+#include "analysis/area_map.h"
+#include "model/file_io.h"
+#include "playbook/table_codec.h"
+#include "save/play_import.h"
+#include "save/saves.h"
+#include "sequence/command_codes.h"
+#include "support/playbook_fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+namespace zpe {
+namespace {
+
+using test::DataDir;
+using test::ImageBuilder;
+
+// What a carried play runs, with no address in it: for each player, the
+// commands reached from his entry in the order of a walk, each numbered on
+// first sight and written with its bytes (fields blanked), what follows it
+// and where its field leads (a number or an outside address). Jumps are
+// followed, not listed, so that a relative jump written as an absolute one,
+// or a chain joined by a jump, runs the same.
+std::vector<std::string> runs(const CarriedPlay& play) {
+    auto resolve = [&](CarriedLead l) {
+        for (int hops = 0; l.kind == CarriedLead::Kind::Command && hops < 8; ++hops) {
+            const uint8_t code = play.commands[static_cast<size_t>(l.command)].bytes[0];
+            if (code != cmd::kAbsoluteJump && code != cmd::kRelativeJump) break;
+            l = play.commands[static_cast<size_t>(l.command)].field;
+        }
+        return l;
+    };
+    std::vector<std::string> out;
+    for (const CarriedLead& entry : play.players) {
+        std::map<int, int> number;
+        std::vector<int> order;
+        std::string text;
+        auto name = [&](const CarriedLead& raw) -> std::string {
+            const CarriedLead l = resolve(raw);
+            if (l.kind == CarriedLead::Kind::None) return "-";
+            if (l.kind == CarriedLead::Kind::Outside) return "@" + std::to_string(l.address);
+            if (!number.count(l.command)) {
+                number[l.command] = static_cast<int>(order.size());
+                order.push_back(l.command);
+            }
+            return "#" + std::to_string(number[l.command]);
+        };
+        text = name(entry) + ":";
+        for (size_t k = 0; k < order.size(); ++k) {
+            const CarriedCommand& c = play.commands[static_cast<size_t>(order[k])];
+            std::vector<uint8_t> bytes = c.bytes;
+            const CommandFormat f = commandFormat(bytes[0], false, bytes.size() > 1 ? bytes[1] : -1);
+            if (f.field != FieldKind::None) std::fill_n(bytes.begin() + f.fieldAt, f.field == FieldKind::Relative ? 1 : 2, 0);
+            text += " [";
+            for (const uint8_t b : bytes) text += std::to_string(b) + ",";
+            text += " next " + name(c.next) + " field " + name(c.field) + "]";
+        }
+        out.push_back(text);
+    }
+    return out;
+}
+
+// The source: play 2's QB places himself and hands over (Human Control) to
+// the computer's logic, a COM pass whose receiver script is A020 and a loop
+// back to it; the RB branches into the middle of A020's sequence and jumps
+// out of the area to 9000; the FB runs nothing.
+ImageBuilder sourceImage() {
+    return ImageBuilder()
+        .bytesAt(0xA000, {0xD0, 0xF0, 0x12, 0xE4, 0x92, 0x31, 0x42, 0x53, 0x20, 0xA0, 0xFE, 0xFA})
+        .bytesAt(0xA020, {0xD7, 0x01, 0x02, 0xC4, 0x00})
+        .bytesAt(0xA030, {0xD7, 0x03, 0x04, 0xC7, 0x23, 0xA0, 0xFF, 0x00, 0x90})
+        .bytesAt(0x9000, {0xC4, 0x00})
+        .play(2, {0xA000, 0xA030, 0xFFFF});
+}
+
+// The target, laid out otherwise: play 5 runs other sequences from A100 on,
+// and its QB hands over to the same computer logic (at A104, its receiver
+// script at A120); play 7 runs a block of its own.
+ImageBuilder targetImage() {
+    return ImageBuilder()
+        .bytesAt(0xA100, {0xD0, 0xF0, 0x30, 0xE4, 0x92, 0x31, 0x42, 0x53, 0x20, 0xA1, 0xFE, 0xFA})
+        .bytesAt(0xA120, {0xD7, 0x01, 0x02, 0xC4, 0x00})
+        .bytesAt(0xA140, {0xD7, 0x09, 0x09, 0xC4, 0x00})
+        .play(5, {0xA100, 0xA140})
+        .play(7, {0xA140, 0xA140});
+}
+
+// Blocks and an end filling the bytes from `from` up to `to` (by default the area's last bytes but the dead entry's).
+std::vector<uint8_t> filler(int32_t from, int32_t to = test::kDeadAddress) {
+    std::vector<uint8_t> bytes;
+    while (from + static_cast<int32_t>(bytes.size()) + 3 + 2 <= to) bytes.insert(bytes.end(), {0xD7, 0x00, 0x00});
+    bytes.insert(bytes.end(), {0xC4, 0x00});
+    return bytes;
+}
+
+struct Carried {
+    DataDir data;
+    test::Opened source = test::openBuilt(sourceImage(), data);
+    CarriedPlay play = carryPlay(source.pb, 2);
+};
+
+TEST(PlayImport, TheImportedPlayRunsWhatItRanAndEverythingElseAsBefore) {
+    Carried c;
+    ASSERT_TRUE(c.source.result.ok) << c.source.result.error;
+    EXPECT_EQ(carriedPlayFault(c.play), "");
+    const test::Opened target = test::openBuilt(targetImage(), c.data);
+    ASSERT_TRUE(target.result.ok) << target.result.error;
+
+    const PlayImportPlan plan = planPlayImport(target.pb, c.play, 7);
+    target.file.write(plan.bytes);
+    const Playbook after = openRom(target.file.path(), c.data.path());
+    EXPECT_EQ(runs(carryPlay(after, 7)), runs(c.play));
+    // The computer's logic and the receiver script stand in the target already: reused, not copied.
+    EXPECT_EQ(runs(carryPlay(after, 5)), runs(carryPlay(target.pb, 5))) << "play 5 runs what it ran";
+    // Copied: the QB's placement, the RB's block and branch (his jump out of
+    // the area is the way on after the branch); reused: Human Control, the
+    // COM pass and its receiver script's two commands.
+    EXPECT_EQ(plan.summary.copied, 3) << plan.summary.text();
+    EXPECT_EQ(plan.summary.reused, 4) << plan.summary.text();
+    // Only free bytes and play 7's record changed.
+    const AreaMap before = buildAreaMap(target.pb);
+    const auto record = static_cast<size_t>(playEntryOffset(7, 0));
+    for (size_t off = 0; off < plan.bytes.size(); ++off) {
+        const int32_t a = static_cast<int32_t>(off) + kAddressOffsetDelta;
+        const bool freeByte = inArea(a) && before.use[static_cast<size_t>(a - kSequenceAreaAddress)] == 0;
+        const bool inRecord = off >= record && off < record + 2 * kPlayersPerRecord;
+        if (!freeByte && !inRecord) {
+            ASSERT_EQ(plan.bytes[off], target.pb.openedBytes[off]) << "offset " << off;
+        }
+    }
+}
+
+// A play exported from A, imported into B, exported from B and imported back
+// into A at its own number leaves A byte for byte as it was: everything it
+// runs is there already.
+TEST(PlayImport, TheRoundTripLeavesTheSourceAsItWas) {
+    Carried c;
+    const test::Opened target = test::openBuilt(targetImage(), c.data);
+    target.file.write(planPlayImport(target.pb, c.play, 7).bytes);
+    const CarriedPlay back = carryPlay(openRom(target.file.path(), c.data.path()), 7);
+    const PlayImportPlan home = planPlayImport(c.source.pb, back, 2);
+    EXPECT_EQ(home.summary.copied, 0) << home.summary.text();
+    EXPECT_EQ(home.bytes, c.source.pb.openedBytes);
+}
+
+// The free space of the target holds too little: refused, in words, with
+// what it needs and what is free; the file is not touched.
+TEST(PlayImport, TooLittleFreeSpaceIsRefusedInWords) {
+    Carried c;
+    // The target's own sequences fill the area: A000-A1FF as it has them, one long sequence after.
+    ImageBuilder full = targetImage().bytesAt(0xA200, filler(0xA200)).pointer(0, 0xA200);
+    for (int32_t a = 0xA000; a < 0xA100; a += 0x10) full.bytesAt(a, filler(a, a + 0x10)).pointer(1 + (a - 0xA000) / 0x10, a);
+    int pointer = 17;
+    for (const auto& [from, to] : {std::pair{0xA10C, 0xA120}, {0xA125, 0xA140}, {0xA145, 0xA160}, {0xA160, 0xA200}})
+        full.bytesAt(from, filler(from, to)).pointer(pointer++, from);
+    const test::Opened target = test::openBuilt(full, c.data);
+    ASSERT_TRUE(target.result.ok) << target.result.error;
+    const std::vector<uint8_t> was = target.file.read();
+    Playbook pb = target.pb;
+    try {
+        (void)importPlay(pb, c.play, 7, c.data.path());
+        FAIL() << "imported into a full area";
+    } catch (const SaveError& e) {
+        EXPECT_EQ(e.kind(), Refusal::NoFreeRun);
+        EXPECT_NE(std::string(e.what()).find("needs"), std::string::npos) << e.what();
+        EXPECT_NE(std::string(e.what()).find("zpe compact"), std::string::npos) << e.what();
+    }
+    EXPECT_EQ(target.file.read(), was);
+}
+
+// A play no free run holds whole is split across runs, joined by jumps, and
+// still runs what it ran; a relative loop back whose target ends up out of
+// reach is written as an absolute jump.
+TEST(PlayImport, AChainNoRunHoldsIsSplitAndJoinedByJumps) {
+    DataDir data;
+    // One long chain: eleven blocks (33 bytes) and a relative jump back to the last of them.
+    std::vector<uint8_t> chain;
+    for (int k = 0; k < 11; ++k) chain.insert(chain.end(), {0xD7, static_cast<uint8_t>(k), 0x01});
+    chain.insert(chain.end(), {0xFE, 0xFD});
+    const test::Opened source = test::openBuilt(ImageBuilder().bytesAt(0xA000, chain).play(0, {0xA000}), data);
+    ASSERT_TRUE(source.result.ok) << source.result.error;
+    const CarriedPlay play = carryPlay(source.pb, 0);
+    ASSERT_EQ(carriedPlayFault(play), "");
+    // The target's free space: runs of some 20 bytes between sequences of its own, then one sequence to the end.
+    ImageBuilder target;
+    int32_t a = 0xA000;
+    for (int k = 0; k < 100; ++k, a += 0x20) target.bytesAt(a + 20, filler(a + 20, a + 31)).pointer(k, a + 20);
+    target.bytesAt(a, filler(a)).pointer(100, a);
+    const test::Opened into = test::openBuilt(target, data);
+    ASSERT_TRUE(into.result.ok) << into.result.error;
+    const PlayImportPlan plan = planPlayImport(into.pb, play, 3);
+    EXPECT_GT(plan.summary.runs, 1) << plan.summary.text();
+    into.file.write(plan.bytes);
+    EXPECT_EQ(runs(carryPlay(openRom(into.file.path(), data.path()), 3)), runs(play));
+}
+
+// A file that is not a play the game could run is refused before anything is planned.
+TEST(PlayImport, APlayTheGameCouldNotRunIsRefused) {
+    Carried c;
+    CarriedPlay bad = c.play;
+    bad.commands[0].bytes.push_back(0x00);  // a placement with a byte too many
+    EXPECT_NE(carriedPlayFault(bad), "");
+    EXPECT_THROW((void)planPlayImport(c.source.pb, bad, 3), SaveError);
+    bad = c.play;
+    bad.commands[1].next = CarriedLead::none();  // Human Control, after which the game goes on, with nothing after it
+    EXPECT_NE(carriedPlayFault(bad).find("goes on"), std::string::npos);
+    bad = c.play;
+    bad.players[3] = CarriedLead::outside(0xA123);
+    EXPECT_NE(carriedPlayFault(bad).find("outside"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace zpe
