@@ -4,6 +4,7 @@
 #include "sequence/command_format.h"
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 #include <unordered_map>
 
@@ -132,10 +133,26 @@ std::optional<AreaEntry> misreadEntry(const Playbook& before, const Playbook& no
 }
 
 int32_t walkChain(const Playbook& pb, int32_t key, const std::function<bool(int32_t)>& each) {
+    // Most chains are a few sequences long: the keys walked are kept in a small
+    // array searched in order, and only a long chain pays for a hash set.
+    constexpr size_t kShortChain = 16;
+    std::array<int32_t, kShortChain> recent;
+    size_t walked = 0;
     std::unordered_set<int32_t> seen;
-    while (pb.sequences.contains(key) && seen.insert(key).second) {
-        if (each(key)) break;
-        key = pb.sequences.at(key).nextSequence();
+    auto firstVisit = [&](int32_t k) {
+        if (walked < kShortChain) {
+            if (std::find(recent.begin(), recent.begin() + static_cast<std::ptrdiff_t>(walked), k) !=
+                recent.begin() + static_cast<std::ptrdiff_t>(walked))
+                return false;
+            recent[walked++] = k;
+            if (walked == kShortChain) seen.insert(recent.begin(), recent.end());
+            return true;
+        }
+        return seen.insert(k).second;
+    };
+    while (const clsSequence* seq = pb.sequences.find(key)) {
+        if (!firstVisit(key) || each(key)) break;
+        key = seq->nextSequence();
     }
     return key;
 }

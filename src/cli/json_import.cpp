@@ -115,7 +115,135 @@ struct Reader {
 
 std::string place(const std::string& table, size_t i) { return "/" + table + "/" + std::to_string(i); }
 
+// The direct reader of parseJsonText. It throws Unusual at the first thing it
+// does not read itself, and the caller hands the whole text to nlohmann.
+class DirectReader {
+public:
+    struct Unusual {};
+
+    explicit DirectReader(const std::vector<uint8_t>& text) : p_(text.data()), end_(text.data() + text.size()) {}
+
+    json document() {
+        space();
+        json doc = value(0);
+        space();
+        if (p_ != end_) throw Unusual{};
+        return doc;
+    }
+
+private:
+    // Deeper than this, nlohmann's parser (which keeps no call per level) reads it.
+    static constexpr int kMaxLevels = 256;
+
+    void space() {
+        while (p_ != end_ && (*p_ == ' ' || *p_ == '\n' || *p_ == '\r' || *p_ == '\t')) ++p_;
+    }
+    uint8_t next() {
+        if (p_ == end_) throw Unusual{};
+        return *p_;
+    }
+    void expect(uint8_t c) {
+        if (next() != c) throw Unusual{};
+        ++p_;
+    }
+    // The text of a string whose opening quote is read: printable ASCII up to the closing quote.
+    std::string text() {
+        const uint8_t* from = p_;
+        while (p_ != end_ && *p_ >= 0x20 && *p_ < 0x80 && *p_ != '"' && *p_ != '\\') ++p_;
+        if (p_ == end_ || *p_ != '"') throw Unusual{};
+        return std::string(reinterpret_cast<const char*>(from), static_cast<size_t>(p_++ - from));
+    }
+    void literal(const char* word) {
+        for (; *word; ++word, ++p_)
+            if (p_ == end_ || *p_ != static_cast<uint8_t>(*word)) throw Unusual{};
+    }
+    json number() {
+        const bool negative = *p_ == '-';
+        if (negative) ++p_;
+        const uint8_t* from = p_;
+        uint64_t n = 0;
+        while (p_ != end_ && *p_ >= '0' && *p_ <= '9') n = n * 10 + static_cast<uint64_t>(*p_++ - '0');
+        const auto digits = p_ - from;
+        // No digit, a leading zero, more digits than certainly fit, a fraction or an exponent: nlohmann's.
+        if (digits == 0 || digits > 18 || (digits > 1 && *from == '0')) throw Unusual{};
+        if (p_ != end_ && (*p_ == '.' || *p_ == 'e' || *p_ == 'E')) throw Unusual{};
+        // As nlohmann reads them: a number with a minus sign is signed, one without unsigned.
+        return negative ? json(-static_cast<int64_t>(n)) : json(n);
+    }
+    json value(int level) {
+        if (level > kMaxLevels) throw Unusual{};
+        switch (next()) {
+        case '{': {
+            ++p_;
+            json object(json::value_t::object);
+            auto& members = object.get_ref<json::object_t&>();
+            space();
+            if (next() == '}') {
+                ++p_;
+                return object;
+            }
+            for (;;) {
+                expect('"');
+                std::string key = text();
+                space();
+                expect(':');
+                space();
+                members.insert_or_assign(std::move(key), value(level + 1));  // a key given twice: the last value, as nlohmann
+                space();
+                if (next() == '}') {
+                    ++p_;
+                    return object;
+                }
+                expect(',');
+                space();
+            }
+        }
+        case '[': {
+            ++p_;
+            // The elements wait on a stack shared by every level, so each list is allocated once at its size.
+            const size_t first = stack_.size();
+            space();
+            if (next() != ']') {
+                for (;;) {
+                    stack_.push_back(value(level + 1));
+                    space();
+                    if (next() == ']') break;
+                    expect(',');
+                    space();
+                }
+            }
+            ++p_;
+            json list(json::value_t::array);
+            auto& elements = list.get_ref<json::array_t&>();
+            elements.reserve(stack_.size() - first);
+            for (size_t i = first; i < stack_.size(); ++i) elements.push_back(std::move(stack_[i]));
+            stack_.resize(first);
+            return list;
+        }
+        case '"': ++p_; return json(text());
+        case 't': literal("true"); return json(true);
+        case 'f': literal("false"); return json(false);
+        case 'n': literal("null"); return json(nullptr);
+        default:
+            if (*p_ == '-' || (*p_ >= '0' && *p_ <= '9')) return number();
+            throw Unusual{};
+        }
+    }
+
+    const uint8_t* p_;
+    const uint8_t* end_;
+    std::vector<json> stack_;
+};
+
 }  // namespace
+
+json parseJsonText(const std::vector<uint8_t>& text) {
+    try {
+        return DirectReader(text).document();
+    } catch (const DirectReader::Unusual&) {
+        return json::parse(text.begin(), text.end());
+    }
+}
 
 void requireSameImage(const json& doc, std::span<const uint8_t> image, const std::string& jsonName,
                       const std::string& imageName) {

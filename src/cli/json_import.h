@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace zpe {
 
@@ -16,6 +17,15 @@ class ImportError : public std::runtime_error {
 public:
     ImportError(const std::string& where, const std::string& why) : std::runtime_error(where + ": " + why) {}
 };
+
+// The JSON text `text` read as nlohmann::json::parse(text.begin(), text.end())
+// reads it: the same values, and for text it refuses the same exceptions.
+// The text `zpe json` writes (ASCII strings without escapes, whole numbers of
+// up to 18 digits) is read by a direct reader that sizes each list once;
+// anything else (an escape, a byte beyond ASCII, a point or an exponent,
+// malformed text) is read again by nlohmann's parser, whose values and
+// errors it then is.
+[[nodiscard]] nlohmann::json parseJsonText(const std::vector<uint8_t>& text);
 
 // Refuses (ImportError at "/fingerprint") a file written from another state
 // of the image than `image`'s bytes, or one without a fingerprint.

@@ -33,6 +33,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -286,6 +287,21 @@ int runExportPlay(const Context& ctx, const std::string& imagePath, const Export
     return 0;
 }
 
+// A play file brought into play Q: copied into free bytes, every field relinked, what the image runs already reused.
+int runImportPlay(const Context& ctx, const std::string& imagePath, const std::string& filePath, const std::string& play, bool dryRun) {
+    if (play.empty()) throw UsageError{"import-play needs --play Q (the play 0-115 that is to run the file's play)"};
+    const int q = parseNumber(play, 0, zpe::kPlayCount - 1, "--play");
+    const zpe::PlayFile file = zpe::readPlayFile(filePath);
+    const zpe::FileLock lock(imagePath);
+    zpe::Playbook pb = openOrFail(imagePath, ctx);
+    if (dryRun) {
+        std::cout << zpe::planPlayImport(pb, file.play, q).summary.text() << '\n';
+        return 0;
+    }
+    (void)zpe::importPlay(pb, file.play, q, ctx.dataDir, [&](const zpe::PlayImportSummary& s) { ctx.confirm(s.text()); });
+    return 0;
+}
+
 int runJson(const Context& ctx, const std::string& imagePath) {
     zpe::writePlaybookJson(std::cout, openOrFail(imagePath, ctx), ctx.names);
     return 0;
@@ -307,18 +323,31 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
     constexpr long kMaxValues = 400000;
     int depth = 0;
     long values = 0;
-    bool inString = false;
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        const uint8_t c = bytes[i];
-        if (inString) {
-            if (c == '\\') ++i;
-            else if (c == '"') inString = false;
+    // What each byte outside a string means to the measure: 1 a quote (a string
+    // begins), 2 an opening bracket (one level deeper, one value more), 3 a
+    // closing one, 4 a comma or colon (one value more); 0 nothing.
+    static constexpr std::array<uint8_t, 256> kMeasured = [] {
+        std::array<uint8_t, 256> k{};
+        k['"'] = 1;
+        k['['] = k['{'] = 2;
+        k[']'] = k['}'] = 3;
+        k[','] = k[':'] = 4;
+        return k;
+    }();
+    for (size_t i = 0, n = bytes.size(); i < n;) {
+        switch (kMeasured[bytes[i++]]) {
+        case 0: continue;
+        case 1:  // a string, to its closing quote; a backslash takes the byte after it along
+            while (i < n) {
+                const uint8_t c = bytes[i++];
+                if (c == '\\') ++i;
+                else if (c == '"') break;
+            }
             continue;
+        case 2: ++depth, ++values; break;
+        case 3: --depth; continue;
+        default: ++values; break;
         }
-        if (c == '"') inString = true;
-        else if (c == '[' || c == '{') ++depth;
-        else if (c == ']' || c == '}') --depth;
-        if (c == ',' || c == '[' || c == '{' || c == ':') ++values;
         if (depth > kMaxDepth || values > kMaxValues)
             throw Failure{jsonPath + ": not a playbook file: it " +
                           (depth > kMaxDepth ? "nests lists and objects deeper than " + std::to_string(kMaxDepth) + " levels"
@@ -326,7 +355,7 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
                           " (a playbook file nests 5 and holds far fewer); nothing was written"};
     }
     try {
-        doc = nlohmann::json::parse(bytes.begin(), bytes.end());
+        doc = zpe::parseJsonText(bytes);
     } catch (const nlohmann::json::parse_error& e) {
         throw Failure{jsonPath + ": not JSON: the text breaks off or goes wrong at byte " + std::to_string(e.byte) +
                       "; nothing was written"};
@@ -760,6 +789,14 @@ int main(int argc, char** argv) {
     playOut->add_option("--slot-play", exportPlay.slotPlay, "Which of the slot's eight plays (1-8)");
     playOut->add_option("--out", exportPlay.out, "Play file to write (- for standard output)")->required()->check(aFile);
     then(playOut, [&](const Context& c) { return runExportPlay(c, image, exportPlay); });
+
+    std::string importPlayNumber;
+    auto* playIn = verb("import-play", "Make play Q run what a play file's play ran: copied into free bytes, fields relinked, shared logic reused");
+    imageOption(playIn);
+    playIn->add_option("FILE", arg1, "The play file (zpe export-play writes one)")->required();
+    playIn->add_option("--play", importPlayNumber, "Play 0-115 that is to run it");
+    playIn->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
+    then(playIn, [&](const Context& c) { return runImportPlay(c, image, arg1, importPlayNumber, dryRun); });
 
     auto* json = verb("json", "Print the whole playbook as JSON");
     imageOption(json);
