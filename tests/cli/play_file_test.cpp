@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -99,6 +100,65 @@ TEST(PlayFile, FromASlotCarriesTheFormationAndRefusesWhatItCannotWrite) {
         EXPECT_EQ(t.zpe(args).exitCode, 2) << bad.front() << " " << bad.back();
     }
     EXPECT_EQ(t.zpe({"export-play", t.image.path(), "--play", "2", "--out", t.image.path()}).exitCode, 1) << "never over the image";
+}
+
+// The commands of a play file with what differs between images left out:
+// jumps (ways on, written where a layout needs them) and the bytes of
+// address fields (written for where their targets stand); sorted.
+std::vector<std::string> runCommands(const json& file) {
+    std::vector<std::string> out;
+    for (const json& c : file["commands"]) {
+        std::string bytes = c["bytes"];
+        if (bytes.rfind("FE", 0) == 0 || bytes.rfind("FF", 0) == 0) continue;
+        if (c.contains("field")) {
+            const int at = c["field"]["at"];
+            const int count = c["field"]["kind"] == "relative" ? 1 : 2;
+            for (int k = at; k < at + count; ++k) bytes.replace(static_cast<size_t>(3 * k), 2, "..");
+        }
+        out.push_back(bytes);
+    }
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+// Exported from one image, imported into another laid out otherwise at
+// another play number: the other image then runs the same commands from the
+// play (a dry run first, which writes nothing); a file of a later format, or
+// no play file at all, is refused in words, the image untouched.
+TEST(PlayFile, ImportPlayCarriesAPlayIntoAnotherImage) {
+    PlayImage t;
+    test::TempDir out;
+    const std::string file = out.file("two.json");
+    ASSERT_EQ(t.zpe({"export-play", t.image.path(), "--play", "2", "--out", file}).exitCode, 0);
+    const test::TempFile target = ImageBuilder()
+                                      .bytesAt(0xA100, {0xD0, 0xF0, 0x30, 0xE4, 0x92, 0x31, 0x42, 0x53, 0x20, 0xA1, 0xFE, 0xFA})
+                                      .bytesAt(0xA120, {0xD7, 0x01, 0x02, 0xC4, 0x00})
+                                      .play(5, {0xA100})
+                                      .write("target.nes");
+    const std::vector<uint8_t> before = target.read();
+    auto r = t.zpe({"import-play", target.path(), file, "--play", "7", "--dry-run"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out.rfind("play 7 (7) now runs the imported play: 3 commands copied", 0), 0u) << r.out;
+    EXPECT_EQ(target.read(), before) << "a dry run writes nothing";
+    r = t.zpe({"import-play", target.path(), file, "--play", "7"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    r = t.zpe({"export-play", target.path(), "--play", "7", "--out", "-"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(runCommands(json::parse(r.out)), runCommands(json::parse(test::readFileText(file))));
+
+    json newer = json::parse(test::readFileText(file));
+    newer["version"] = 2;
+    out.writeText("newer.json", newer.dump());
+    out.writeText("deep.json", std::string(100000, '['));
+    out.writeText("other.json", R"({"format": "zpe playbook", "version": 1})");
+    const std::vector<uint8_t> imported = target.read();
+    for (const auto& [name, says] : {std::pair{"newer.json", "newer"}, {"deep.json", "nests"}, {"other.json", "not a play file"}}) {
+        r = t.zpe({"import-play", target.path(), out.file(name), "--play", "7"});
+        EXPECT_EQ(r.exitCode, 1) << name;
+        EXPECT_NE(r.err.find(says), std::string::npos) << r.err;
+    }
+    EXPECT_EQ(target.read(), imported);
+    EXPECT_EQ(t.zpe({"import-play", target.path(), file}).exitCode, 2) << "the play it goes to is needed";
 }
 
 }  // namespace
