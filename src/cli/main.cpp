@@ -33,6 +33,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -322,18 +323,31 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
     constexpr long kMaxValues = 400000;
     int depth = 0;
     long values = 0;
-    bool inString = false;
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        const uint8_t c = bytes[i];
-        if (inString) {
-            if (c == '\\') ++i;
-            else if (c == '"') inString = false;
+    // What each byte outside a string means to the measure: 1 a quote (a string
+    // begins), 2 an opening bracket (one level deeper, one value more), 3 a
+    // closing one, 4 a comma or colon (one value more); 0 nothing.
+    static constexpr std::array<uint8_t, 256> kMeasured = [] {
+        std::array<uint8_t, 256> k{};
+        k['"'] = 1;
+        k['['] = k['{'] = 2;
+        k[']'] = k['}'] = 3;
+        k[','] = k[':'] = 4;
+        return k;
+    }();
+    for (size_t i = 0, n = bytes.size(); i < n;) {
+        switch (kMeasured[bytes[i++]]) {
+        case 0: continue;
+        case 1:  // a string, to its closing quote; a backslash takes the byte after it along
+            while (i < n) {
+                const uint8_t c = bytes[i++];
+                if (c == '\\') ++i;
+                else if (c == '"') break;
+            }
             continue;
+        case 2: ++depth, ++values; break;
+        case 3: --depth; continue;
+        default: ++values; break;
         }
-        if (c == '"') inString = true;
-        else if (c == '[' || c == '{') ++depth;
-        else if (c == ']' || c == '}') --depth;
-        if (c == ',' || c == '[' || c == '{' || c == ':') ++values;
         if (depth > kMaxDepth || values > kMaxValues)
             throw Failure{jsonPath + ": not a playbook file: it " +
                           (depth > kMaxDepth ? "nests lists and objects deeper than " + std::to_string(kMaxDepth) + " levels"
@@ -341,7 +355,7 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
                           " (a playbook file nests 5 and holds far fewer); nothing was written"};
     }
     try {
-        doc = nlohmann::json::parse(bytes.begin(), bytes.end());
+        doc = zpe::parseJsonText(bytes);
     } catch (const nlohmann::json::parse_error& e) {
         throw Failure{jsonPath + ": not JSON: the text breaks off or goes wrong at byte " + std::to_string(e.byte) +
                       "; nothing was written"};
