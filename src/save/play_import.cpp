@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace zpe {
 
@@ -21,16 +22,18 @@ constexpr int kJumpSize = 3;  // an absolute jump FF lo hi: what joins a chain s
 
 bool isJump(uint8_t code) { return code == cmd::kAbsoluteJump || code == cmd::kRelativeJump; }
 
-// A jump is a way on, not a command: two places run the same thing when what
-// they run after their leading jumps is the same. A chain of jumps that never
-// ends in a command is taken as it stands.
+// A jump inside the area is a way on, not a command: two places run the same
+// thing when what they run after their leading jumps is the same. A jump out
+// of the area is kept as a command (an entry naming it must not name the
+// game's code, or FFFF, instead), and so is a chain of jumps that never ends
+// in a command.
 constexpr int kMaxHops = 16;
 
 // `l` with the jumps it starts with followed.
-CarriedLead throughJumps(const CarriedPlay& play, CarriedLead l) {
+CarriedLead throughJumps(const std::vector<CarriedCommand>& commands, CarriedLead l) {
     for (int hops = 0; hops < kMaxHops && l.kind == CarriedLead::Kind::Command; ++hops) {
-        const CarriedCommand& c = play.commands[static_cast<size_t>(l.command)];
-        if (!isJump(c.bytes[0])) break;
+        const CarriedCommand& c = commands[static_cast<size_t>(l.command)];
+        if (!isJump(c.bytes[0]) || c.field.kind != CarriedLead::Kind::Command) break;
         l = c.field;
     }
     return l;
@@ -39,7 +42,7 @@ CarriedLead throughJumps(const CarriedPlay& play, CarriedLead l) {
 // `address` of the image whose area is `area`, with the jumps it starts with followed.
 int32_t throughJumps(std::span<const uint8_t> area, int32_t address) {
     GameCommand g;
-    for (int hops = 0; hops < kMaxHops && readGameCommand(area, address, g) && isJump(g.code); ++hops) address = g.target;
+    for (int hops = 0; hops < kMaxHops && readGameCommand(area, address, g) && isJump(g.code) && inArea(g.target); ++hops) address = g.target;
     return address;
 }
 
@@ -72,27 +75,32 @@ bool sameBesidesField(std::span<const uint8_t> a, std::span<const uint8_t> b) {
 // outside address. Loops pair up as wholes.
 class Matcher {
 public:
-    Matcher(const CarriedPlay& play, const AreaMap& map, std::span<const uint8_t> area) : play_(play), map_(map), area_(area) {
+    Matcher(const std::vector<CarriedCommand>& commands, const AreaMap& map, std::span<const uint8_t> area) : commands_(commands), area_(area) {
         std::unordered_map<uint64_t, std::vector<int32_t>> byKey;
         for (const GameCommand& g : map.program) byKey[key(bytesAt(g))].push_back(g.address);
-        candidates_.resize(play.commands.size());
-        for (size_t n = 0; n < play.commands.size(); ++n) {
-            if (isJump(play.commands[n].bytes[0])) continue;  // jumps are ways on: what they lead to is matched
-            const auto found = byKey.find(key(play.commands[n].bytes));
+        candidates_.resize(commands.size());
+        for (size_t n = 0; n < commands.size(); ++n) {
+            if (isJump(commands[n].bytes[0]) && commands[n].field.kind == CarriedLead::Kind::Command) continue;  // ways on: what they lead to is matched
+            const auto found = byKey.find(key(commands[n].bytes));
             if (found == byKey.end()) continue;
             for (const int32_t a : found->second)
-                if (sameShape(play.commands[n], *map.commandAt(a))) candidates_[n].push_back(a);
+                if (sameShape(commands[n], *map.commandAt(a))) candidates_[n].push_back(a);
         }
         for (bool changed = true; changed;) {
             changed = false;
             for (size_t n = 0; n < candidates_.size(); ++n) {
                 auto& c = candidates_[n];
                 const size_t was = c.size();
-                c.erase(std::remove_if(c.begin(), c.end(), [&](int32_t a) { return !successorsPair(play.commands[n], *map.commandAt(a)); }),
+                c.erase(std::remove_if(c.begin(), c.end(), [&](int32_t a) { return !successorsPair(commands[n], *map.commandAt(a)); }),
                         c.end());
                 changed = changed || c.size() != was;
             }
         }
+    }
+
+    // True when a table entry naming `address` runs what `lead` runs (None: FFFF).
+    bool sameEntry(const CarriedLead& lead, int32_t address) const {
+        return lead.kind == CarriedLead::Kind::None ? address == kNoSequence : leadPairs(lead, address);
     }
 
     // The image addresses that run what carried command `n` runs, ascending.
@@ -114,7 +122,7 @@ private:
                (g.target >= 0) == (c.field.kind != CarriedLead::Kind::None);
     }
     bool leadPairs(const CarriedLead& raw, int32_t rawAddress) const {
-        const CarriedLead lead = throughJumps(play_, raw);
+        const CarriedLead lead = throughJumps(commands_, raw);
         const int32_t address = throughJumps(area_, rawAddress);
         if (lead.kind == CarriedLead::Kind::Outside) return address == lead.address;
         if (lead.kind != CarriedLead::Kind::Command) return true;
@@ -125,8 +133,7 @@ private:
         return (!g.fallsThrough || leadPairs(c.next, g.address + g.length)) && (g.target < 0 || leadPairs(c.field, g.target));
     }
 
-    const CarriedPlay& play_;
-    [[maybe_unused]] const AreaMap& map_;
+    const std::vector<CarriedCommand>& commands_;
     std::span<const uint8_t> area_;
     std::vector<std::vector<int32_t>> candidates_;
 };
@@ -134,12 +141,38 @@ private:
 // A run of carried commands that must stand one after the other (each falls
 // through to the next), ending in a jump when the last one goes on to a
 // command that stands elsewhere.
-struct Chain {
+struct CopiedChain {
     std::vector<int> commands;
     int32_t size = 0;
 };
 
-void checkImport(const Playbook& pb, const CarriedPlay& play, int playNumber, const std::vector<uint8_t>& bytes);
+// A table entry that is to run carried commands: the file offset of its word, the lead it takes, its name.
+struct CarriedEntry {
+    int32_t offset = 0;
+    CarriedLead lead;
+    std::string name;
+};
+
+// Carried commands laid into the image, and what became of them.
+struct CarriedLayout {
+    std::vector<uint8_t> bytes;  // the whole new image
+    Playbook reopened;           // the editor's reading of it
+    int reused = 0, copied = 0, runs = 0;
+    int32_t bytesWritten = 0, freeLeft = 0;
+};
+
+// The file offset of an entry's word.
+int32_t entryOffset(const AreaEntry& e) {
+    switch (e.table) {
+    case AreaEntry::Table::Play: return playEntryOffset(e.index, e.player);
+    case AreaEntry::Table::Formation: return formationEntryOffset(e.index, e.player);
+    case AreaEntry::Table::Pointer: return pointerEntryOffset(e.index);
+    }
+    return -1;
+}
+
+Playbook checkCarried(const Playbook& pb, const std::vector<CarriedCommand>& commands, const std::vector<CarriedEntry>& entries,
+                      const std::vector<uint8_t>& bytes);
 
 struct Placement {
     std::vector<int32_t> place;                   // per carried command: where it is written (-1: reused or not needed)
@@ -150,18 +183,19 @@ struct Placement {
 
 }  // namespace
 
-CarriedPlay carryPlay(const Playbook& pb, int playNumber) {
-    std::vector<int32_t> entries;
-    for (int j = 0; j < kPlayersPerRecord; ++j) entries.push_back(pb.plays.at(static_cast<size_t>(playNumber)).seqAddress(j));
+namespace {
+
+// The commands the game runs from `entries` (addresses) of `pb`'s image, in
+// address order, and each entry as a lead to them.
+std::vector<CarriedCommand> carryFrom(const Playbook& pb, const std::vector<int32_t>& entries, std::vector<CarriedLead>& leads) {
     const std::vector<GameCommand> program = programFrom(pb.openedBytes, entries);
     std::unordered_map<int32_t, int> index;
     for (size_t i = 0; i < program.size(); ++i) index.emplace(program[i].address, static_cast<int>(i));
     auto leadTo = [&](int32_t address) {
-        if (address == kNoSequence) return CarriedLead::none();
         const auto found = index.find(address);
         return found == index.end() ? CarriedLead::outside(address) : CarriedLead::to(found->second);
     };
-    CarriedPlay out;
+    std::vector<CarriedCommand> out;
     const std::span<const uint8_t> area = areaBytes(pb.openedBytes);
     for (const GameCommand& g : program) {
         CarriedCommand c;
@@ -169,9 +203,50 @@ CarriedPlay carryPlay(const Playbook& pb, int playNumber) {
         c.bytes.assign(at, at + g.length);
         if (g.fallsThrough) c.next = leadTo(g.address + g.length);
         if (g.target >= 0) c.field = leadTo(g.target);
-        out.commands.push_back(std::move(c));
+        out.push_back(std::move(c));
     }
-    for (size_t j = 0; j < entries.size(); ++j) out.players[j] = leadTo(entries[j]);
+    leads.clear();
+    for (const int32_t e : entries) leads.push_back(e == kNoSequence ? CarriedLead::none() : leadTo(e));  // FFFF: the player runs nothing
+    return out;
+}
+
+}  // namespace
+
+CarriedPlay carryPlay(const Playbook& pb, int playNumber) {
+    std::vector<int32_t> entries;
+    for (int j = 0; j < kPlayersPerRecord; ++j) entries.push_back(pb.plays.at(static_cast<size_t>(playNumber)).seqAddress(j));
+    CarriedPlay out;
+    std::vector<CarriedLead> leads;
+    out.commands = carryFrom(pb, entries, leads);
+    std::copy(leads.begin(), leads.end(), out.players.begin());
+    return out;
+}
+
+CarriedSlot carrySlot(const Playbook& pb, int slot) {
+    const clsPlaySlot& record = pb.playSlots.at(static_cast<size_t>(slot));
+    CarriedSlot out;
+    out.record = record;
+    out.running = slot < kRunningSlotCount;
+    std::vector<int32_t> entries;
+    const auto f = static_cast<size_t>(record.formation());
+    for (int j = 0; j < kPlayersPerRecord; ++j) entries.push_back(f < pb.formations.size() ? pb.formations[f].posAddress(j) : kNoSequence);
+    if (f < pb.formations.size()) out.formationName = pb.formations[f].name();
+    for (int k = 0; k < kPlaysPerSlot; ++k) {
+        const int p = record.oPlay(k);
+        const auto seen = std::find(out.sourcePlays.begin(), out.sourcePlays.end(), p);
+        out.playOf[static_cast<size_t>(k)] = static_cast<int>(seen - out.sourcePlays.begin());
+        if (seen != out.sourcePlays.end()) continue;
+        out.sourcePlays.push_back(p);
+        for (int j = 0; j < kPlayersPerRecord; ++j) entries.push_back(p < kPlayCount ? pb.plays[static_cast<size_t>(p)].seqAddress(j) : kNoSequence);
+    }
+    std::vector<CarriedLead> leads;
+    out.commands = carryFrom(pb, entries, leads);
+    std::copy_n(leads.begin(), kPlayersPerRecord, out.formation.begin());
+    for (size_t p = 0; p < out.sourcePlays.size(); ++p) {
+        std::array<CarriedLead, kPlayersPerRecord> players;
+        std::copy_n(leads.begin() + static_cast<std::ptrdiff_t>((p + 1) * kPlayersPerRecord), kPlayersPerRecord, players.begin());
+        out.plays.push_back(players);
+    }
     return out;
 }
 
@@ -201,6 +276,20 @@ std::string carriedPlayFault(const CarriedPlay& play) {
     return {};
 }
 
+std::string carriedSlotFault(const CarriedSlot& slot) {
+    CarriedPlay play;
+    play.commands = slot.commands;
+    play.players = slot.formation;
+    if (std::string fault = carriedPlayFault(play); !fault.empty()) return "the formation: " + fault;
+    for (size_t p = 0; p < slot.plays.size(); ++p) {
+        play.players = slot.plays[p];
+        if (std::string fault = carriedPlayFault(play); !fault.empty()) return "play " + std::to_string(p + 1) + ": " + fault;
+    }
+    for (const int k : slot.playOf)
+        if (k < 0 || static_cast<size_t>(k) >= slot.plays.size()) return "an offensive play names none of the plays carried";
+    return {};
+}
+
 std::string PlayImportSummary::text() const {
     return playName(play) + " now runs the imported play: " + std::to_string(copied) + " commands copied (" + thousands(bytesWritten) +
            " bytes in " + std::to_string(runs) + " free run" + (runs == 1 ? "" : "s") + "), " + std::to_string(reused) +
@@ -213,20 +302,20 @@ namespace {
 // file's order; a chain no free run holds is split where it must, its parts
 // joined by absolute jumps. `absolute` marks relative jumps written as
 // absolute ones (one byte longer) because their target lies out of reach.
-Placement place(const CarriedPlay& play, const std::vector<Chain>& chains, const std::vector<AreaRun>& freeRuns,
+Placement place(const std::vector<CarriedCommand>& commands, const std::vector<CopiedChain>& chains, const std::vector<AreaRun>& freeRuns,
                 const std::vector<bool>& absolute, int32_t freeBytes, const std::string& path) {
     auto sizeOf = [&](int n) {
-        return absolute[static_cast<size_t>(n)] ? kJumpSize : static_cast<int32_t>(play.commands[static_cast<size_t>(n)].bytes.size());
+        return absolute[static_cast<size_t>(n)] ? kJumpSize : static_cast<int32_t>(commands[static_cast<size_t>(n)].bytes.size());
     };
-    auto goesOnElsewhere = [&](int n) { return play.commands[static_cast<size_t>(n)].next.kind != CarriedLead::Kind::None; };
+    auto goesOnElsewhere = [&](int n) { return commands[static_cast<size_t>(n)].next.kind != CarriedLead::Kind::None; };
     Placement out;
-    out.place.assign(play.commands.size(), -1);
+    out.place.assign(commands.size(), -1);
     std::vector<int32_t> used(freeRuns.size(), 0);
     std::vector<bool> written(freeRuns.size(), false);
     int32_t needed = 0;
-    for (const Chain& chain : chains)
+    for (const CopiedChain& chain : chains)
         for (const int n : chain.commands) needed += sizeOf(n);
-    for (const Chain& whole : chains) {
+    for (const CopiedChain& whole : chains) {
         size_t from = 0;
         while (from < whole.commands.size()) {
             // The rest of the chain, and its end: a jump when its last command goes on to one placed elsewhere.
@@ -263,7 +352,7 @@ Placement place(const CarriedPlay& play, const std::vector<Chain>& chains, const
             if (join) {
                 // To the next part of the chain (placed after this one), or to where the last command goes on.
                 const CarriedLead on = to < whole.commands.size() ? CarriedLead::to(whole.commands[to])
-                                                                  : play.commands[static_cast<size_t>(whole.commands.back())].next;
+                                                                  : commands[static_cast<size_t>(whole.commands.back())].next;
                 out.joins.emplace_back(at, on);
                 at += kJumpSize;
             }
@@ -279,20 +368,17 @@ Placement place(const CarriedPlay& play, const std::vector<Chain>& chains, const
 
 }  // namespace
 
-PlayImportPlan planPlayImport(const Playbook& pb, const CarriedPlay& play, int playNumber) {
-    requireCompleteOpen(pb);
+CarriedLayout layOutCarried(const Playbook& pb, const std::vector<CarriedCommand>& commands, const std::vector<CarriedEntry>& entries,
+                            const std::function<void(std::vector<uint8_t>&)>& records) {
     const std::string& path = pb.romPath;
-    if (playNumber < 0 || playNumber >= kPlayCount) throw SaveError(path + ": there is no play " + std::to_string(playNumber));
-    if (const std::string fault = carriedPlayFault(play); !fault.empty())
-        throw SaveError(path + ": the imported play is not one the game could run (" + fault + "); nothing was written");
     const AreaMap map = buildAreaMap(pb);
     const std::span<const uint8_t> area = areaBytes(pb.openedBytes);
-    const Matcher matcher(play, map, area);
+    const Matcher matcher(commands, map, area);
 
     // What the image runs already, preferably where an editor sequence starts.
     // An entry is pointed only at such a start (the editor then reads what it
     // reads there already); a command reached inside the play anywhere.
-    const size_t n = play.commands.size();
+    const size_t n = commands.size();
     std::vector<int32_t> reuse(n, -1);
     for (size_t i = 0; i < n; ++i) {
         const auto& at = matcher.runsAs(static_cast<int>(i));
@@ -300,15 +386,15 @@ PlayImportPlan planPlayImport(const Playbook& pb, const CarriedPlay& play, int p
         if (start != at.end()) reuse[i] = *start;
         else if (!at.empty()) reuse[i] = at.front();
     }
-    for (const CarriedLead& p : play.players) {
-        const CarriedLead to = throughJumps(play, p);
+    for (const CarriedEntry& e : entries) {
+        const CarriedLead to = throughJumps(commands, e.lead);
         if (to.kind == CarriedLead::Kind::Command && !pb.sequences.contains(reuse[static_cast<size_t>(to.command)]))
             reuse[static_cast<size_t>(to.command)] = -1;
     }
     // A lead goes to the image's copy of what it runs when there is one (its
     // jumps skipped); else its own command, jump or not, is copied.
     auto reusedAt = [&](const CarriedLead& l) -> int32_t {
-        const CarriedLead to = throughJumps(play, l);
+        const CarriedLead to = throughJumps(commands, l);
         if (to.kind == CarriedLead::Kind::Outside) return to.address;
         if (to.kind == CarriedLead::Kind::Command) return reuse[static_cast<size_t>(to.command)];
         return -1;
@@ -318,32 +404,32 @@ PlayImportPlan planPlayImport(const Playbook& pb, const CarriedPlay& play, int p
     auto reach = [&](const CarriedLead& l) {
         if (l.kind == CarriedLead::Kind::Command && reusedAt(l) < 0) work.push_back(l.command);
     };
-    for (const CarriedLead& p : play.players) reach(p);
+    for (const CarriedEntry& e : entries) reach(e.lead);
     while (!work.empty()) {
         const auto i = static_cast<size_t>(work.back());
         work.pop_back();
         if (needed[i]) continue;
         needed[i] = true;
-        reach(play.commands[i].next);
-        reach(play.commands[i].field);
+        reach(commands[i].next);
+        reach(commands[i].field);
     }
     // Chains: a copied command and the copied ones it falls through to, in the file's order; a loop closes with a jump.
     std::vector<bool> followsOn(n, false);
     for (size_t i = 0; i < n; ++i) {
-        const CarriedLead& next = play.commands[i].next;
+        const CarriedLead& next = commands[i].next;
         if (needed[i] && next.kind == CarriedLead::Kind::Command && needed[static_cast<size_t>(next.command)])
             followsOn[static_cast<size_t>(next.command)] = true;
     }
-    std::vector<Chain> chains;
+    std::vector<CopiedChain> chains;
     std::vector<bool> chained(n, false);
     for (const bool heads : {true, false}) {
         for (size_t i = 0; i < n; ++i) {
             if (!needed[i] || chained[i] || (heads && followsOn[i])) continue;
-            Chain chain;
+            CopiedChain chain;
             for (auto k = static_cast<int>(i); k >= 0 && needed[static_cast<size_t>(k)] && !chained[static_cast<size_t>(k)];) {
                 chained[static_cast<size_t>(k)] = true;
                 chain.commands.push_back(k);
-                const CarriedLead& next = play.commands[static_cast<size_t>(k)].next;
+                const CarriedLead& next = commands[static_cast<size_t>(k)].next;
                 k = next.kind == CarriedLead::Kind::Command ? next.command : -1;
             }
             chains.push_back(std::move(chain));
@@ -369,14 +455,14 @@ PlayImportPlan planPlayImport(const Playbook& pb, const CarriedPlay& play, int p
         return reusedAt(l);
     };
     for (bool settled = false; !settled;) {
-        placed = place(play, chains, freeRuns, absolute, freeBytes, path);
+        placed = place(commands, chains, freeRuns, absolute, freeBytes, path);
         settled = true;
         for (size_t i = 0; i < n; ++i) {
             if (placed.place[i] < 0 || absolute[i]) continue;
-            const CommandFormat f = commandFormat(play.commands[i].bytes[0], false, -1);
+            const CommandFormat f = commandFormat(commands[i].bytes[0], false, -1);
             if (f.field != FieldKind::Relative) continue;
-            const int32_t offset = addressOf(play.commands[i].field, placed) - placed.place[i];
-            const bool back = static_cast<int8_t>(play.commands[i].bytes[1]) < 0;
+            const int32_t offset = addressOf(commands[i].field, placed) - placed.place[i];
+            const bool back = static_cast<int8_t>(commands[i].bytes[1]) < 0;
             // Kept in the direction it was read (a loop back stays a loop back), and within a signed byte.
             if (offset < -128 || offset > 127 || (offset < 0) != back) {
                 absolute[i] = true;
@@ -385,8 +471,8 @@ PlayImportPlan planPlayImport(const Playbook& pb, const CarriedPlay& play, int p
         }
     }
 
-    // The bytes: each copied command with its field written for where its target stands, the joining jumps, the play's record.
-    PlayImportPlan plan;
+    // The bytes: each copied command with its field written for where its target stands, the joining jumps, the entries.
+    CarriedLayout plan;
     plan.bytes = pb.openedBytes;
     auto put = [&](int32_t address, std::span<const uint8_t> bytes) {
         std::copy(bytes.begin(), bytes.end(), plan.bytes.begin() + offsetOfAddress(address));
@@ -397,7 +483,7 @@ PlayImportPlan planPlayImport(const Playbook& pb, const CarriedPlay& play, int p
     };
     for (size_t i = 0; i < n; ++i) {
         if (placed.place[i] < 0) continue;
-        const CarriedCommand& c = play.commands[i];
+        const CarriedCommand& c = commands[i];
         const int32_t target = addressOf(c.field, placed);
         if (absolute[i]) {
             put(placed.place[i], jumpTo(placed.place[i], target));
@@ -412,22 +498,36 @@ PlayImportPlan planPlayImport(const Playbook& pb, const CarriedPlay& play, int p
         put(placed.place[i], bytes);
     }
     for (const auto& [at, on] : placed.joins) put(at, jumpTo(at, addressOf(on, placed)));
-    for (int j = 0; j < kPlayersPerRecord; ++j) {
-        const int32_t entry = addressOf(play.players[static_cast<size_t>(j)], placed);
-        const auto at = static_cast<size_t>(playEntryOffset(playNumber, j));
-        plan.bytes[at] = static_cast<uint8_t>(entry & 0xFF);
-        plan.bytes[at + 1] = static_cast<uint8_t>(entry >> 8);
+    for (const CarriedEntry& e : entries) {
+        const int32_t entry = addressOf(e.lead, placed);
+        plan.bytes[static_cast<size_t>(e.offset)] = static_cast<uint8_t>(entry & 0xFF);
+        plan.bytes[static_cast<size_t>(e.offset) + 1] = static_cast<uint8_t>(entry >> 8);
     }
+    if (records) records(plan.bytes);
 
-    int copied = 0, reused = 0;
     for (size_t i = 0; i < n; ++i) {
-        copied += placed.place[i] >= 0;
-        reused += reuse[i] >= 0 && !needed[i] && !isJump(play.commands[i].bytes[0]);
+        plan.copied += placed.place[i] >= 0;
+        plan.reused += reuse[i] >= 0 && !needed[i] && !isJump(commands[i].bytes[0]);
     }
-    plan.summary = {playNumber, reused, copied, placed.bytes, placed.runs, freeBytes - placed.bytes};
-    checkImport(pb, play, playNumber, plan.bytes);
+    plan.bytesWritten = placed.bytes;
+    plan.runs = placed.runs;
+    plan.freeLeft = freeBytes - placed.bytes;
+    plan.reopened = checkCarried(pb, commands, entries, plan.bytes);
     return plan;
 }
+
+PlayImportPlan planPlayImport(const Playbook& pb, const CarriedPlay& play, int playNumber) {
+    requireCompleteOpen(pb);
+    if (playNumber < 0 || playNumber >= kPlayCount) throw SaveError(pb.romPath + ": there is no play " + std::to_string(playNumber));
+    if (const std::string fault = carriedPlayFault(play); !fault.empty())
+        throw SaveError(pb.romPath + ": the imported play is not one the game could run (" + fault + "); nothing was written");
+    std::vector<CarriedEntry> entries;
+    for (int j = 0; j < kPlayersPerRecord; ++j)
+        entries.push_back({playEntryOffset(playNumber, j), play.players[static_cast<size_t>(j)], playName(playNumber) + " " + positionName(j)});
+    const CarriedLayout laid = layOutCarried(pb, play.commands, entries, nullptr);
+    return {laid.bytes, {playNumber, laid.reused, laid.copied, laid.bytesWritten, laid.runs, laid.freeLeft}};
+}
+
 
 namespace {
 
@@ -437,17 +537,19 @@ namespace {
 // joining jump, or a relative jump written as an absolute one, is the same
 // way on); every other entry runs the very bytes it ran; and the editor
 // opens the image and reads every other entry's sequence as before.
-void checkImport(const Playbook& pb, const CarriedPlay& play, int playNumber, const std::vector<uint8_t>& bytes) {
+Playbook checkCarried(const Playbook& pb, const std::vector<CarriedCommand>& commands, const std::vector<CarriedEntry>& entries,
+                      const std::vector<uint8_t>& bytes) {
     const std::string& path = pb.romPath;
     auto refuse = [&](const std::string& what) {
-        throw SaveError(path + ": the imported play " + what + "; nothing was written", Refusal::WouldNotReopen);
+        throw SaveError(path + ": the import " + what + "; nothing was written", Refusal::WouldNotReopen);
     };
     const std::span<const uint8_t> area = areaBytes(bytes);
-    for (int j = 0; j < kPlayersPerRecord; ++j) {
-        const CarriedLead& lead = play.players[static_cast<size_t>(j)];
-        const int32_t entry = bytes[static_cast<size_t>(playEntryOffset(playNumber, j))] |
-                              bytes[static_cast<size_t>(playEntryOffset(playNumber, j)) + 1] << 8;
-        const std::string who = positionName(j);
+    std::unordered_set<int32_t> rewritten;
+    for (const CarriedEntry& e : entries) {
+        rewritten.insert(e.offset);
+        const CarriedLead& lead = e.lead;
+        const int32_t entry = bytes[static_cast<size_t>(e.offset)] | bytes[static_cast<size_t>(e.offset) + 1] << 8;
+        const std::string& who = e.name;
         if (lead.kind != CarriedLead::Kind::Command) {
             if (entry != (lead.kind == CarriedLead::Kind::Outside ? lead.address : kNoSequence)) refuse("would give " + who + " another entry");
             continue;
@@ -462,7 +564,7 @@ void checkImport(const Playbook& pb, const CarriedPlay& play, int playNumber, co
             const auto [raw, rawAt] = work.back();
             work.pop_back();
             // Jumps on either side are ways on, not commands of the play.
-            const CarriedLead lead = throughJumps(play, CarriedLead::to(raw));
+            const CarriedLead lead = throughJumps(commands, CarriedLead::to(raw));
             const int32_t at = throughJumps(area, rawAt);
             if (lead.kind != CarriedLead::Kind::Command) {
                 pairUp(lead, at);
@@ -470,7 +572,7 @@ void checkImport(const Playbook& pb, const CarriedPlay& play, int playNumber, co
             }
             const int i = lead.command;
             if (!seen.emplace((static_cast<int64_t>(i) << 20) | at, true).second) continue;
-            const CarriedCommand& c = play.commands[static_cast<size_t>(i)];
+            const CarriedCommand& c = commands[static_cast<size_t>(i)];
             GameCommand g;
             if (!readGameCommand(area, at, g)) refuse("would run " + who + " off the sequence area at " + hex4(at));
             const std::span<const uint8_t> there = area.subspan(static_cast<size_t>(at - kSequenceAreaAddress), static_cast<size_t>(g.length));
@@ -484,7 +586,7 @@ void checkImport(const Playbook& pb, const CarriedPlay& play, int playNumber, co
     std::vector<int32_t> others;
     std::vector<AreaEntry> otherEntries;
     for (const AreaEntry& e : playbookEntries(pb))
-        if (!(e.table == AreaEntry::Table::Play && e.index == playNumber)) {
+        if (!rewritten.count(entryOffset(e))) {
             others.push_back(e.target);
             otherEntries.push_back(e);
         }
@@ -506,9 +608,137 @@ void checkImport(const Playbook& pb, const CarriedPlay& play, int playNumber, co
         const clsSequence* now = reopened.sequences.find(e.target);
         if (was && (!now || was->encode() != now->encode())) refuse("would make the editor read " + e.name() + " otherwise");
     }
+    return reopened;
 }
 
 }  // namespace
+
+std::string SlotImportSummary::text() const {
+    std::string t = slotName(slot) + " now holds " + name + ": formation " + std::to_string(formation) + (formationReused ? " (reused)" : " (copied)") +
+                    ", play" + (plays.size() == 1 ? " " : "s ");
+    for (size_t p = 0; p < plays.size(); ++p)
+        t += (p ? ", " : "") + hex2(plays[p].first) + (plays[p].second ? " (reused)" : " (copied)");
+    return t + "; " + std::to_string(copied) + " commands copied (" + thousands(bytesWritten) + " bytes in " + std::to_string(runs) +
+           " free run" + (runs == 1 ? "" : "s") + "), " + std::to_string(reused) + " reused; " + thousands(freeLeft) + " free bytes left.";
+}
+
+SlotImportPlan planSlotImport(const Playbook& pb, const CarriedSlot& slot, int target) {
+    requireCompleteOpen(pb);
+    const std::string& path = pb.romPath;
+    if (target < 0 || target >= kSlotCount) throw SaveError(path + ": there is no slot " + std::to_string(target));
+    if (const std::string fault = carriedSlotFault(slot); !fault.empty())
+        throw SaveError(path + ": the imported slot is not one the game could run (" + fault + "); nothing was written");
+    const bool running = target < kRunningSlotCount;
+    if (running != slot.running)
+        throw SaveError(path + ": the imported slot is a " + (slot.running ? "running" : "passing") + " slot and " + slotName(target) + " a " +
+                        (running ? "running" : "passing") + " one; they do not mix; nothing was written");
+    const AreaMap map = buildAreaMap(pb);
+    const Matcher matcher(slot.commands, map, areaBytes(pb.openedBytes));
+    auto runsSame = [&](const std::array<CarriedLead, kPlayersPerRecord>& leads, auto addressOf) {
+        for (int j = 0; j < kPlayersPerRecord; ++j)
+            if (!matcher.sameEntry(leads[static_cast<size_t>(j)], addressOf(j))) return false;
+        return true;
+    };
+    // Records other slots use are never written; the target's own are free to take.
+    std::vector<bool> formationUsed(pb.formations.size(), false), playUsed(kPlayCount, false);
+    for (int s = 0; s < kSlotCount; ++s) {
+        if (s == target) continue;
+        const clsPlaySlot& other = pb.playSlots[static_cast<size_t>(s)];
+        if (static_cast<size_t>(other.formation()) < formationUsed.size()) formationUsed[static_cast<size_t>(other.formation())] = true;
+        for (int k = 0; k < kPlaysPerSlot; ++k)
+            if (other.oPlay(k) < kPlayCount) playUsed[static_cast<size_t>(other.oPlay(k))] = true;
+    }
+    const clsPlaySlot& own = pb.playSlots[static_cast<size_t>(target)];
+    std::vector<CarriedEntry> entries;
+
+    SlotImportSummary summary;
+    summary.slot = target;
+    summary.name = slot.record.name();
+    // The formation: one that runs the same, else a record no other slot uses (never a kick formation's).
+    int formation = -1;
+    for (size_t f = 0; f < pb.formations.size() && formation < 0; ++f)
+        if (!isKickFormation(static_cast<int>(f)) && runsSame(slot.formation, [&](int j) { return pb.formations[f].posAddress(j); }))
+            formation = static_cast<int>(f);
+    summary.formationReused = formation >= 0;
+    if (formation < 0) {
+        std::vector<int> order{own.formation()};
+        for (size_t f = 0; f < pb.formations.size(); ++f) order.push_back(static_cast<int>(f));
+        for (const int f : order)
+            if (f >= 0 && static_cast<size_t>(f) < pb.formations.size() && !isKickFormation(f) && !formationUsed[static_cast<size_t>(f)]) {
+                formation = f;
+                break;
+            }
+        if (formation < 0)
+            throw SaveError(path + ": every formation record is used by another slot, so the imported slot's formation has nowhere to go; nothing was written",
+                            Refusal::NoFreeRun);
+        for (int j = 0; j < kPlayersPerRecord; ++j)
+            entries.push_back({formationEntryOffset(formation, j), slot.formation[static_cast<size_t>(j)],
+                               "formation " + std::to_string(formation) + " " + positionName(j)});
+    }
+    summary.formation = formation;
+    // Each distinct play: a record that runs the same (kept as it is), else
+    // one no other slot uses and no play of this slot is reusing (the target's own first).
+    std::vector<int> playRecord(slot.plays.size(), -1);
+    std::vector<bool> taken(kPlayCount, false);
+    for (size_t q = 0; q < slot.plays.size(); ++q)
+        for (int p = 0; p < kPlayCount && playRecord[q] < 0; ++p)
+            if (runsSame(slot.plays[q], [&](int j) { return pb.plays[static_cast<size_t>(p)].seqAddress(j); })) {
+                playRecord[q] = p;
+                taken[static_cast<size_t>(p)] = true;
+            }
+    for (size_t q = 0; q < slot.plays.size(); ++q) {
+        const bool reused = playRecord[q] >= 0;
+        if (!reused) {
+            std::vector<int> order;
+            for (int k = 0; k < kPlaysPerSlot; ++k) order.push_back(own.oPlay(k));
+            for (int p = 0; p < kPlayCount; ++p) order.push_back(p);
+            for (const int p : order)
+                if (p < kPlayCount && !playUsed[static_cast<size_t>(p)] && !taken[static_cast<size_t>(p)]) {
+                    playRecord[q] = p;
+                    break;
+                }
+            if (playRecord[q] < 0)
+                throw SaveError(path + ": every play record is used by another slot, so the imported slot's plays have nowhere to go; nothing was written",
+                                Refusal::NoFreeRun);
+            taken[static_cast<size_t>(playRecord[q])] = true;
+            for (int j = 0; j < kPlayersPerRecord; ++j)
+                entries.push_back({playEntryOffset(playRecord[q], j), slot.plays[q][static_cast<size_t>(j)],
+                                   playName(playRecord[q]) + " " + positionName(j)});
+        }
+        summary.plays.emplace_back(playRecord[q], reused);
+    }
+    // The slot's record.
+    Playbook edited;
+    edited.playSlots = pb.playSlots;
+    clsPlaySlot& record = edited.playSlots[static_cast<size_t>(target)];
+    record.clone(slot.record);
+    record.formation(formation);
+    for (int k = 0; k < kPlaysPerSlot; ++k) record.oPlay(k, playRecord[static_cast<size_t>(slot.playOf[static_cast<size_t>(k)])]);
+    if (!running) record.Rusher(own.Rusher());
+    const auto writeRecord = [&](std::vector<uint8_t>& bytes) {
+        Image image(path, std::move(bytes));
+        writeSlot(edited, image, target);
+        bytes = image.takeBytes();
+    };
+    const CarriedLayout laid = layOutCarried(pb, slot.commands, entries, writeRecord);
+    if (!(laid.reopened.playSlots[static_cast<size_t>(target)] == record))
+        throw SaveError(path + ": the import would leave " + slotName(target) + " otherwise than planned; nothing was written", Refusal::WouldNotReopen);
+    summary.reused = laid.reused;
+    summary.copied = laid.copied;
+    summary.runs = laid.runs;
+    summary.bytesWritten = laid.bytesWritten;
+    summary.freeLeft = laid.freeLeft;
+    return {laid.bytes, summary};
+}
+
+SlotImportSummary importSlot(Playbook& pb, const CarriedSlot& slot, int target, const std::string& dataDir,
+                             const std::function<void(const SlotImportSummary&)>& confirm) {
+    (void)readUnchangedImage(pb);
+    const SlotImportPlan plan = planSlotImport(pb, slot, target);
+    replaceFileContents(pb.romPath, fileBytes(pb, plan.bytes), confirm ? std::function<void()>([&] { confirm(plan.summary); }) : nullptr);
+    pb = openRom(pb.romPath, dataDir);
+    return plan.summary;
+}
 
 PlayImportSummary importPlay(Playbook& pb, const CarriedPlay& play, int playNumber, const std::string& dataDir,
                              const std::function<void(const PlayImportSummary&)>& confirm) {

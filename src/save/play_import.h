@@ -9,6 +9,7 @@
 // play Q's record and free bytes change, and the write is checked by the
 // game's reading before it lands.
 #include "analysis/area_map.h"
+#include "model/play_slot.h"
 #include "playbook/playbook.h"
 #include "sequence/command_format.h"
 
@@ -75,6 +76,55 @@ struct PlayImportPlan {
 // and what is free), or a result the game or the editor would read otherwise
 // than planned (WouldNotReopen, in words).
 [[nodiscard]] PlayImportPlan planPlayImport(const Playbook& pb, const CarriedPlay& play, int playNumber);
+
+// A slot carried from another image: its record (name, defensive plays,
+// graphics, rusher) and what the game runs from its formation's positions
+// and from each of its offensive plays.
+struct CarriedSlot {
+    std::vector<CarriedCommand> commands;  // the formation's and every play's, together
+    clsPlaySlot record;                    // name, defensive plays, graphics bytes, rusher (formation and plays are carried below)
+    bool running = true;                   // it came from a running slot (0-31), else a passing one
+    std::string formationName;
+    std::array<CarriedLead, kPlayersPerRecord> formation;
+    // Each distinct offensive play once, with its number in the source; playOf[k] is the k-th play's index here.
+    std::vector<std::array<CarriedLead, kPlayersPerRecord>> plays;
+    std::vector<int> sourcePlays;
+    std::array<int, kPlaysPerSlot> playOf{};
+};
+
+// Slot `slot` of `pb`'s image as opened.
+[[nodiscard]] CarriedSlot carrySlot(const Playbook& pb, int slot);
+// The first way `slot` is not one the game could run ("" when it is one).
+[[nodiscard]] std::string carriedSlotFault(const CarriedSlot& slot);
+
+struct SlotImportSummary {
+    int slot = 0;
+    std::string name;
+    int formation = 0;
+    bool formationReused = false;
+    std::vector<std::pair<int, bool>> plays;  // each distinct play: the record it is in, reused (true) or copied into it
+    int reused = 0, copied = 0, runs = 0;
+    int32_t bytesWritten = 0, freeLeft = 0;
+    // "slot 12 (R2) now holds HB DIVE: formation 7 (copied), plays 0A (reused), 31 (copied); 25 commands copied (73 bytes in 2 free runs), 14 reused; 1,011 free bytes left."
+    [[nodiscard]] std::string text() const;
+};
+
+struct SlotImportPlan {
+    std::vector<uint8_t> bytes;
+    SlotImportSummary summary;
+};
+
+// What bringing `slot` into slot `target` of `pb` would write: the formation
+// and each distinct play go where the image already has a record that runs
+// the same, else into a formation or play record no other slot uses (the
+// target's own first); the slot's record takes the name, the formation, the
+// plays, the defensive plays, the graphics and (a running slot) the rusher.
+// Throws SaveError, nothing written: a slot of the other kind (running and
+// passing slots do not mix), no free record left, too little free space, or
+// a result read otherwise than planned.
+[[nodiscard]] SlotImportPlan planSlotImport(const Playbook& pb, const CarriedSlot& slot, int target);
+SlotImportSummary importSlot(Playbook& pb, const CarriedSlot& slot, int target, const std::string& dataDir,
+                             const std::function<void(const SlotImportSummary&)>& confirm = nullptr);
 
 // Plans, writes the image named by pb.romPath (unchanged on disk), then opens it again into `pb`.
 // `confirm` sees the summary before the write lands; when it throws, nothing is written.

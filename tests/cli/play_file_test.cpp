@@ -138,7 +138,7 @@ TEST(PlayFile, ImportPlayCarriesAPlayIntoAnotherImage) {
     const std::vector<uint8_t> before = target.read();
     auto r = t.zpe({"import-play", target.path(), file, "--play", "7", "--dry-run"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_EQ(r.out.rfind("play 7 (7) now runs the imported play: 3 commands copied", 0), 0u) << r.out;
+    EXPECT_EQ(r.out.rfind("play 7 (7) now runs the imported play: 4 commands copied", 0), 0u) << r.out;
     EXPECT_EQ(target.read(), before) << "a dry run writes nothing";
     r = t.zpe({"import-play", target.path(), file, "--play", "7"});
     ASSERT_EQ(r.exitCode, 0) << r.err;

@@ -118,10 +118,9 @@ TEST(PlayImport, TheImportedPlayRunsWhatItRanAndEverythingElseAsBefore) {
     EXPECT_EQ(runs(carryPlay(after, 7)), runs(c.play));
     // The computer's logic and the receiver script stand in the target already: reused, not copied.
     EXPECT_EQ(runs(carryPlay(after, 5)), runs(carryPlay(target.pb, 5))) << "play 5 runs what it ran";
-    // Copied: the QB's placement, the RB's block and branch (his jump out of
-    // the area is the way on after the branch); reused: Human Control, the
-    // COM pass and its receiver script's two commands.
-    EXPECT_EQ(plan.summary.copied, 3) << plan.summary.text();
+    // Copied: the QB's placement, the RB's block, branch and jump out of the
+    // area; reused: Human Control, the COM pass and its receiver script's two commands.
+    EXPECT_EQ(plan.summary.copied, 4) << plan.summary.text();
     EXPECT_EQ(plan.summary.reused, 4) << plan.summary.text();
     // Only free bytes and play 7's record changed.
     const AreaMap before = buildAreaMap(target.pb);
@@ -213,6 +212,74 @@ TEST(PlayImport, APlayTheGameCouldNotRunIsRefused) {
     bad = c.play;
     bad.players[3] = CarriedLead::outside(0xA123);
     EXPECT_NE(carriedPlayFault(bad).find("outside"), std::string::npos);
+}
+
+// What a slot runs: its formation's positions and each of its eight plays, as runs() gives them.
+std::vector<std::vector<std::string>> slotRuns(const CarriedSlot& slot) {
+    std::vector<std::vector<std::string>> out;
+    CarriedPlay part;
+    part.commands = slot.commands;
+    part.players = slot.formation;
+    out.push_back(runs(part));
+    for (const int k : slot.playOf) {
+        part.players = slot.plays[static_cast<size_t>(k)];
+        out.push_back(runs(part));
+    }
+    return out;
+}
+
+// A slot carried into another image: its formation and plays run there what
+// they ran, in records no other slot used (or reused where the image had the
+// same already); its name, defensive plays and graphics come along; other
+// slots' records are not touched; kinds do not mix; with no record left it is refused.
+TEST(SlotImport, TheSlotRunsWhatItRanAndOtherSlotsKeepTheirRecords) {
+    DataDir data;
+    // Source slot 5: formation 6 (QB and RB placed), plays 2, 3, 2, 2, ... (play 3 a block of its own).
+    ImageBuilder source = sourceImage();
+    source.bytesAt(0xA050, {0xD0, 0xF0, 0x22, 0xEE}).bytesAt(0xA054, {0xD7, 0x07, 0x07, 0xC4, 0x00}).formation(6, {0xA050, 0xA050});
+    source.play(3, {0xA054}).slot(5, {"CARRIED", 6, {2, 3, 2, 2, 2, 2, 2, 2}, {1, 2, 3, 4, 5, 6, 7, 8}});
+    source.gfx(5, std::vector<uint8_t>(42, 0x5A));
+    const test::Opened from = test::openBuilt(source, data);
+    ASSERT_TRUE(from.result.ok) << from.result.error;
+    const CarriedSlot slot = carrySlot(from.pb, 5);
+    ASSERT_EQ(carriedSlotFault(slot), "");
+    EXPECT_EQ(slot.plays.size(), 2u) << "play 2 once, however often the slot names it";
+
+    // The target: slots 0-8 use formation 4 and plays 0-7; slot 9 (to be replaced) formation 5 and play 9; play 5 runs play 3's block already.
+    ImageBuilder into = targetImage();
+    into.bytesAt(0xA160, {0xD7, 0x07, 0x07, 0xC4, 0x00}).play(6, {0xA160});
+    for (int s = 0; s < 9; ++s) into.slot(s, {"KEEP", 4, {0, 1, 2, 3, 4, 5, 6, 7}, {}});
+    into.slot(9, {"OLD", 5, {9, 9, 9, 9, 9, 9, 9, 9}, {}});
+    for (int s = 10; s < kSlotCount; ++s) into.slot(s, {"KEEP", 4, {0, 1, 2, 3, 4, 5, 6, 7}, {}});
+    const test::Opened target = test::openBuilt(into, data);
+    ASSERT_TRUE(target.result.ok) << target.result.error;
+    const SlotImportPlan plan = planSlotImport(target.pb, slot, 9);
+    target.file.write(plan.bytes);
+    const Playbook after = openRom(target.file.path(), data.path());
+    EXPECT_EQ(slotRuns(carrySlot(after, 9)), slotRuns(slot)) << plan.summary.text();
+    const clsPlaySlot& now = after.playSlots[9];
+    EXPECT_EQ(now.name(), "CARRIED");
+    EXPECT_EQ(now.dPlay(7), 8);
+    EXPECT_EQ(now.GFX(41), 0x5A);
+    EXPECT_EQ(now.formation(), 5) << "the slot's own formation record, which no other slot used";
+    EXPECT_EQ(now.oPlay(1), 6) << "play 6 runs the same block: reused";
+    EXPECT_EQ(now.oPlay(0), 9) << "the slot's own play record took the copy";
+    for (int p = 0; p < 8; ++p)
+        for (int j = 0; j < kPlayersPerRecord; ++j)
+            EXPECT_EQ(after.plays[static_cast<size_t>(p)].seqAddress(j), target.pb.plays[static_cast<size_t>(p)].seqAddress(j)) << "play " << p;
+    EXPECT_EQ(after.formations[4].posAddress(0), target.pb.formations[4].posAddress(0));
+
+    // A passing slot does not take a running one; with every record in use by others nothing is written.
+    EXPECT_THROW((void)planSlotImport(target.pb, slot, 40), SaveError);
+    ImageBuilder crowded = targetImage();
+    for (int s = 0; s < kSlotCount; ++s) crowded.slot(s, {"USED", 4 + s % 18, {s, s + 64 < kPlayCount ? s + 64 : s, s, s, s, s, s, s}, {}});
+    const test::Opened full = test::openBuilt(crowded, data);
+    try {
+        (void)planSlotImport(full.pb, slot, 9);
+        FAIL() << "no formation record was free";
+    } catch (const SaveError& e) {
+        EXPECT_NE(std::string(e.what()).find("used by another slot"), std::string::npos) << e.what();
+    }
 }
 
 }  // namespace
