@@ -302,6 +302,32 @@ int runImportPlay(const Context& ctx, const std::string& imagePath, const std::s
     return 0;
 }
 
+// A slot file of slot S: its record, its formation and its plays with everything the game runs from them.
+int runExportSlot(const Context& ctx, const std::string& imagePath, const std::string& slotText, const std::string& out) {
+    if (slotText.empty()) throw UsageError{"export-slot needs --slot S (0-63)"};
+    const int slot = parseNumber(slotText, 0, zpe::kSlotCount - 1, "--slot");
+    const zpe::Playbook pb = openOrFail(imagePath, ctx);
+    const std::string text = zpe::slotFile(pb, slot, std::filesystem::path(imagePath).filename().string()).dump(1) + "\n";
+    writeOutput(out, std::vector<uint8_t>(text.begin(), text.end()), imagePath);
+    if (out != kStdout) ctx.said("wrote " + zpe::slotName(slot) + " to " + out);
+    return 0;
+}
+
+// A slot file brought into slot T: its formation and plays into records no other slot uses (or reused), its record written.
+int runImportSlot(const Context& ctx, const std::string& imagePath, const std::string& filePath, const std::string& slotText, bool dryRun) {
+    if (slotText.empty()) throw UsageError{"import-slot needs --slot T (the slot 0-63 that is to hold the file's slot)"};
+    const int target = parseNumber(slotText, 0, zpe::kSlotCount - 1, "--slot");
+    const zpe::SlotFile file = zpe::readSlotFile(filePath);
+    const zpe::FileLock lock(imagePath);
+    zpe::Playbook pb = openOrFail(imagePath, ctx);
+    if (dryRun) {
+        std::cout << zpe::planSlotImport(pb, file.slot, target).summary.text() << '\n';
+        return 0;
+    }
+    (void)zpe::importSlot(pb, file.slot, target, ctx.dataDir, [&](const zpe::SlotImportSummary& s) { ctx.confirm(s.text()); });
+    return 0;
+}
+
 int runJson(const Context& ctx, const std::string& imagePath) {
     zpe::writePlaybookJson(std::cout, openOrFail(imagePath, ctx), ctx.names);
     return 0;
@@ -797,6 +823,20 @@ int main(int argc, char** argv) {
     playIn->add_option("--play", importPlayNumber, "Play 0-115 that is to run it");
     playIn->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
     then(playIn, [&](const Context& c) { return runImportPlay(c, image, arg1, importPlayNumber, dryRun); });
+
+    std::string slotNumber, slotOut;
+    auto* slotOutVerb = verb("export-slot", "Write a slot (its record, formation and plays, with what the game runs from them) into a slot file");
+    imageOption(slotOutVerb);
+    slotOutVerb->add_option("--slot", slotNumber, "Slot 0-63");
+    slotOutVerb->add_option("--out", slotOut, "Slot file to write (- for standard output)")->required()->check(aFile);
+    then(slotOutVerb, [&](const Context& c) { return runExportSlot(c, image, slotNumber, slotOut); });
+
+    auto* slotIn = verb("import-slot", "Make slot T hold a slot file's slot: formation and plays into free records (or reused), fields relinked");
+    imageOption(slotIn);
+    slotIn->add_option("FILE", arg1, "The slot file (zpe export-slot writes one)")->required();
+    slotIn->add_option("--slot", slotNumber, "Slot 0-63 that is to hold it");
+    slotIn->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
+    then(slotIn, [&](const Context& c) { return runImportSlot(c, image, arg1, slotNumber, dryRun); });
 
     auto* json = verb("json", "Print the whole playbook as JSON");
     imageOption(json);

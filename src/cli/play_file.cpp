@@ -2,14 +2,14 @@
 
 #include "analysis/area_map.h"
 #include "cli/json_export.h"
+#include "model/file_io.h"
 #include "model/hex.h"
 #include "playbook/list_rows.h"
-#include "model/file_io.h"
 #include "sequence/command_format.h"
 
+#include <cctype>
 #include <stdexcept>
 #include <unordered_map>
-#include <unordered_set>
 
 namespace zpe {
 
@@ -17,125 +17,165 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-// A command of the file is named by where it stood in the source image.
-std::string idOf(int32_t address) { return hex4(address); }
-
-// Where a command or an entry leads: a command of the file (its id), or an
-// address outside the area (kept as it is: the game's own code), or none.
-json placeOf(int32_t address, const std::unordered_set<int32_t>& inFile) {
-    if (address == kNoSequence) return nullptr;
-    if (inFile.count(address)) return idOf(address);
-    return json{{"outside", hex4(address)}};
+// Where an entry, a way on or a field leads: a command of the file (by the
+// address it stood at in the source image), an address outside the area
+// (kept as it is: the game's own code), or none.
+json leadJson(const CarriedLead& l, const std::vector<CarriedCommand>& commands) {
+    switch (l.kind) {
+    case CarriedLead::Kind::None: return nullptr;
+    case CarriedLead::Kind::Command: return hex4(commands[static_cast<size_t>(l.command)].origin);
+    case CarriedLead::Kind::Outside: return json{{"outside", hex4(l.address)}};
+    }
+    return nullptr;
 }
 
-json entriesOf(const std::array<int32_t, kPlayersPerRecord>& entries, const std::unordered_set<int32_t>& inFile) {
+json entriesJson(const std::array<CarriedLead, kPlayersPerRecord>& leads, const std::vector<CarriedCommand>& commands) {
     json players = json::array();
     for (int j = 0; j < kPlayersPerRecord; ++j)
-        players.push_back({{"position", positionName(j)}, {"entry", placeOf(entries[static_cast<size_t>(j)], inFile)}});
+        players.push_back({{"position", positionName(j)}, {"entry", leadJson(leads[static_cast<size_t>(j)], commands)}});
     return players;
+}
+
+json commandsJson(const std::vector<CarriedCommand>& commands) {
+    json out = json::array();
+    for (const CarriedCommand& c : commands) {
+        std::string bytes;
+        for (size_t k = 0; k < c.bytes.size(); ++k) bytes += (k ? " " : "") + hex2(c.bytes[k]);
+        json item{{"id", hex4(c.origin)}, {"bytes", bytes}, {"next", leadJson(c.next, commands)}};
+        if (c.field.kind != CarriedLead::Kind::None) {
+            const CommandFormat f = commandFormat(c.bytes[0], false, c.bytes.size() > 1 ? c.bytes[1] : -1);
+            item["field"] = {{"at", f.fieldAt}, {"kind", f.field == FieldKind::Relative ? "relative" : "word"}, {"to", leadJson(c.field, commands)}};
+        }
+        out.push_back(item);
+    }
+    return out;
+}
+
+json sourceJson(const Playbook& pb, const std::string& imageName) {
+    return {{"image", imageName}, {"fingerprint", imageFingerprint(fileSpan(pb))}};
+}
+
+std::array<CarriedLead, kPlayersPerRecord> firstEleven(const std::vector<CarriedLead>& leads, size_t from) {
+    std::array<CarriedLead, kPlayersPerRecord> out;
+    std::copy_n(leads.begin() + static_cast<std::ptrdiff_t>(from), kPlayersPerRecord, out.begin());
+    return out;
 }
 
 }  // namespace
 
 json playFile(const Playbook& pb, int play, std::optional<int> slot, const std::string& imageName) {
-    std::array<int32_t, kPlayersPerRecord> playEntries{}, formEntries{};
-    std::vector<int32_t> roots;
-    for (int j = 0; j < kPlayersPerRecord; ++j) {
-        playEntries[static_cast<size_t>(j)] = pb.plays[static_cast<size_t>(play)].seqAddress(j);
-        roots.push_back(playEntries[static_cast<size_t>(j)]);
-    }
+    std::vector<int32_t> entries;
+    for (int j = 0; j < kPlayersPerRecord; ++j) entries.push_back(pb.plays[static_cast<size_t>(play)].seqAddress(j));
     std::optional<size_t> formation;
     if (slot) {
         formation = pb.playSlots[static_cast<size_t>(*slot)].formation();
         if (*formation >= pb.formations.size()) formation.reset();
     }
     if (formation)
-        for (int j = 0; j < kPlayersPerRecord; ++j) {
-            formEntries[static_cast<size_t>(j)] = pb.formations[*formation].posAddress(j);
-            roots.push_back(formEntries[static_cast<size_t>(j)]);
-        }
-    const std::vector<GameCommand> program = programFrom(pb.openedBytes, roots);
-    std::unordered_set<int32_t> inFile;
-    for (const GameCommand& g : program) inFile.insert(g.address);
+        for (int j = 0; j < kPlayersPerRecord; ++j) entries.push_back(pb.formations[*formation].posAddress(j));
+    std::vector<CarriedLead> leads;
+    const std::vector<CarriedCommand> commands = carryEntries(pb, entries, leads);
 
-    json source{{"image", imageName}, {"fingerprint", imageFingerprint(fileSpan(pb))}, {"play", play}};
+    json source = sourceJson(pb, imageName);
+    source["play"] = play;
     if (slot) source["slot"] = *slot;
-    json out{{"format", "zpe play"}, {"version", kPlayFileVersion}, {"source", source}, {"players", entriesOf(playEntries, inFile)}};
+    json out{{"format", "zpe play"}, {"version", kPlayFileVersion}, {"source", source}, {"players", entriesJson(firstEleven(leads, 0), commands)}};
     if (formation)
-        out["formation"] = {{"name", latin1ToUtf8(pb.formations[*formation].name())}, {"positions", entriesOf(formEntries, inFile)}};
-
-    json commands = json::array();
-    const std::span<const uint8_t> area = areaBytes(pb.openedBytes);
-    for (const GameCommand& g : program) {
-        const auto at = static_cast<size_t>(g.address - kSequenceAreaAddress);
-        std::string bytes;
-        for (int32_t k = 0; k < g.length; ++k) bytes += (k ? " " : "") + hex2(area[at + static_cast<size_t>(k)]);
-        json c{{"id", idOf(g.address)}, {"bytes", bytes}};
-        c["next"] = g.fallsThrough ? placeOf(g.address + g.length, inFile) : json(nullptr);
-        if (g.target >= 0) {
-            const CommandFormat f = commandFormat(g.code, false, g.length > 1 ? area[at + 1] : -1);
-            c["field"] = {{"at", f.fieldAt},
-                          {"kind", f.field == FieldKind::Relative ? "relative" : "word"},
-                          {"to", placeOf(g.target, inFile)}};
-        }
-        commands.push_back(c);
-    }
-    out["commands"] = commands;
+        out["formation"] = {{"name", latin1ToUtf8(pb.formations[*formation].name())}, {"positions", entriesJson(firstEleven(leads, kPlayersPerRecord), commands)}};
+    out["commands"] = commandsJson(commands);
     return out;
+}
+
+json slotFile(const Playbook& pb, int slotNumber, const std::string& imageName) {
+    const CarriedSlot slot = carrySlot(pb, slotNumber);
+    json source = sourceJson(pb, imageName);
+    source["slot"] = slotNumber;
+    std::string graphics;
+    for (int k = 0; k < kGfxRecordSize; ++k) graphics += (k ? " " : "") + hex2(slot.record.GFX(k));
+    json defensive = json::array(), offensive = json::array(), plays = json::array();
+    for (int k = 0; k < kPlaysPerSlot; ++k) {
+        defensive.push_back(slot.record.dPlay(k));
+        offensive.push_back(slot.sourcePlays[static_cast<size_t>(slot.playOf[static_cast<size_t>(k)])]);
+    }
+    for (size_t p = 0; p < slot.plays.size(); ++p) plays.push_back({{"number", slot.sourcePlays[p]}, {"players", entriesJson(slot.plays[p], slot.commands)}});
+    json record{{"name", latin1ToUtf8(slot.record.name())}, {"kind", slot.running ? "running" : "passing"}, {"rusher", slot.record.Rusher()},
+                {"defensivePlays", defensive}, {"graphics", graphics}, {"offensivePlays", offensive}};
+    return {{"format", "zpe slot"}, {"version", kSlotFileVersion}, {"source", source}, {"slot", record},
+            {"formation", {{"name", latin1ToUtf8(slot.formationName)}, {"positions", entriesJson(slot.formation, slot.commands)}}},
+            {"plays", plays}, {"commands", commandsJson(slot.commands)}};
 }
 
 namespace {
 
-// A play file holds a few hundred commands; a file far larger is no play file.
+// A play file holds a few hundred commands, a slot file a few thousand; a file far larger is neither.
 constexpr int64_t kMaxPlayFileSize = 4 << 20;
-constexpr int kMaxPlayFileDepth = 8;  // the document nests four levels
+constexpr int kMaxPlayFileDepth = 8;  // the documents nest four levels
 
-class PlayFileReader {
+// Reads what play and slot files share: the header, the commands and the leads to them.
+class CarriedReader {
 public:
-    PlayFileReader(std::string path, const json& doc) : path_(std::move(path)), doc_(doc) {}
+    CarriedReader(std::string path, const json& doc) : path_(std::move(path)), doc_(doc) {}
 
-    PlayFile read() {
-        if (!doc_.is_object() || doc_.value("format", json()) != "zpe play") fail("", "not a play file (no \"format\": \"zpe play\")");
+    // Checks the header for `format` at a version this program reads; reads the commands.
+    std::vector<CarriedCommand> header(const char* format, int readable) {
+        if (!doc_.is_object() || doc_.value("format", json()) != format) fail("", std::string("not a ") + (std::string(format) == "zpe play" ? "play" : "slot") + " file (no \"format\": \"" + format + "\")");
         const json& version = doc_.value("version", json());
         if (!version.is_number_integer() || version.get<int64_t>() < 1) fail("/version", "not a version number");
-        if (version.get<int64_t>() > kPlayFileVersion)
-            fail("/version", "written in version " + std::to_string(version.get<int64_t>()) + " of the play file format, which is newer than this program (it reads version " +
-                                 std::to_string(kPlayFileVersion) + "); use a newer zpe");
-        PlayFile out;
-        if (const json* source = member(doc_, "source"); source && source->is_object()) {
-            if (source->contains("image") && (*source)["image"].is_string()) out.sourceImage = (*source)["image"].get<std::string>();
-            if (source->contains("play") && (*source)["play"].is_number_integer()) out.sourcePlay = (*source)["play"].get<int>();
-        }
+        if (version.get<int64_t>() > readable)
+            fail("/version", "written in version " + std::to_string(version.get<int64_t>()) + " of the file format, which is newer than this program (it reads version " +
+                                 std::to_string(readable) + "); use a newer zpe");
         const json* commands = member(doc_, "commands");
         if (!commands || !commands->is_array()) fail("/commands", "missing (a list of commands)");
         for (size_t i = 0; i < commands->size(); ++i) {
-            const json& c = (*commands)[i];
-            const json* id = member(c, "id");
+            const json* id = member((*commands)[i], "id");
             if (!id || !id->is_string() || !ids_.emplace(id->get<std::string>(), static_cast<int>(i)).second)
                 fail("/commands/" + std::to_string(i) + "/id", "missing, not a text, or the id of another command too");
         }
-        out.play.commands.resize(commands->size());
-        for (size_t i = 0; i < commands->size(); ++i) out.play.commands[i] = command((*commands)[i], "/commands/" + std::to_string(i));
-        const json* players = member(doc_, "players");
-        if (!players || !players->is_array() || players->size() != kPlayersPerRecord) fail("/players", "not a list of the 11 players");
-        for (size_t j = 0; j < kPlayersPerRecord; ++j) {
-            const json* entry = member((*players)[j], "entry");
-            if (!entry) fail("/players/" + std::to_string(j), "no \"entry\"");
-            out.play.players[j] = lead(*entry, "/players/" + std::to_string(j) + "/entry");
-        }
-        if (const std::string fault = carriedPlayFault(out.play); !fault.empty()) fail("", "not a play the game could run: " + fault);
+        std::vector<CarriedCommand> out(commands->size());
+        for (size_t i = 0; i < commands->size(); ++i) out[i] = command((*commands)[i], "/commands/" + std::to_string(i));
         return out;
     }
-
-private:
-    [[noreturn]] void fail(const std::string& where, const std::string& why) const {
-        throw std::runtime_error(path_ + (where.empty() ? "" : " at " + where) + ": " + why);
+    // Eleven entries ({"entry": ...}) at `where`.
+    std::array<CarriedLead, kPlayersPerRecord> eleven(const json* list, const std::string& where) const {
+        if (!list || !list->is_array() || list->size() != kPlayersPerRecord) fail(where, "not a list of the 11 players");
+        std::array<CarriedLead, kPlayersPerRecord> out;
+        for (size_t j = 0; j < kPlayersPerRecord; ++j) {
+            const json* entry = member((*list)[j], "entry");
+            if (!entry) fail(where + "/" + std::to_string(j), "no \"entry\"");
+            out[j] = lead(*entry, where + "/" + std::to_string(j) + "/entry");
+        }
+        return out;
+    }
+    // A whole number from `low` to `high` at `where`.
+    int number(const json* v, int low, int high, const std::string& where) const {
+        if (!v || !v->is_number_integer() || v->get<int64_t>() < low || v->get<int64_t>() > high)
+            fail(where, "not a number from " + std::to_string(low) + " to " + std::to_string(high));
+        return static_cast<int>(v->get<int64_t>());
+    }
+    // Text whose characters are all Latin-1, as the image's 8-bit bytes.
+    std::string latin1(const json* v, const std::string& where) const {
+        if (!v || !v->is_string()) fail(where, "not text");
+        std::string out;
+        const std::string& utf8 = v->get_ref<const std::string&>();
+        for (size_t i = 0; i < utf8.size(); ++i) {
+            const auto c = static_cast<unsigned char>(utf8[i]);
+            const bool pair = (c == 0xC2 || c == 0xC3) && i + 1 < utf8.size();
+            if (c >= 0x80 && !pair) fail(where, "holds a character the image cannot store");
+            out.push_back(static_cast<char>(c < 0x80 ? c : ((c & 0x03) << 6) | (static_cast<unsigned char>(utf8[++i]) & 0x3F)));
+        }
+        return out;
     }
     static const json* member(const json& object, const char* name) {
         if (!object.is_object()) return nullptr;
         const auto found = object.find(name);
         return found == object.end() ? nullptr : &*found;
     }
+    [[noreturn]] void fail(const std::string& where, const std::string& why) const {
+        throw std::runtime_error(path_ + (where.empty() ? "" : " at " + where) + ": " + why);
+    }
+    const json& doc() const { return doc_; }
+
+private:
     int32_t address(const json& text, const std::string& where) const {
         if (text.is_string()) {
             const std::string s = text.get<std::string>();
@@ -155,19 +195,7 @@ private:
     }
     CarriedCommand command(const json& c, const std::string& where) const {
         CarriedCommand out;
-        const json* bytes = member(c, "bytes");
-        if (!bytes || !bytes->is_string()) fail(where + "/bytes", "missing (the command's bytes in hexadecimal)");
-        const std::string text = bytes->get<std::string>();
-        for (size_t k = 0; k < text.size();) {
-            if (text[k] == ' ') {
-                ++k;
-                continue;
-            }
-            if (k + 1 >= text.size() || !std::isxdigit(static_cast<unsigned char>(text[k])) || !std::isxdigit(static_cast<unsigned char>(text[k + 1])))
-                fail(where + "/bytes", "not bytes in hexadecimal (\"D0 F0 12\")");
-            out.bytes.push_back(static_cast<uint8_t>(std::stoi(text.substr(k, 2), nullptr, 16)));
-            k += 2;
-        }
+        out.bytes = hexBytes(member(c, "bytes"), where + "/bytes");
         if (out.bytes.empty() || out.bytes.size() > 32) fail(where + "/bytes", "not one command's bytes");
         const json* next = member(c, "next");
         out.next = next ? lead(*next, where + "/next") : CarriedLead::none();
@@ -186,26 +214,103 @@ private:
         return out;
     }
 
+public:
+    // Bytes in hexadecimal, two digits each, spaces between allowed ("D0 F0 12").
+    std::vector<uint8_t> hexBytes(const json* v, const std::string& where) const {
+        if (!v || !v->is_string()) fail(where, "missing (bytes in hexadecimal)");
+        std::vector<uint8_t> out;
+        const std::string& text = v->get_ref<const std::string&>();
+        for (size_t k = 0; k < text.size();) {
+            if (text[k] == ' ') {
+                ++k;
+                continue;
+            }
+            if (k + 1 >= text.size() || !std::isxdigit(static_cast<unsigned char>(text[k])) || !std::isxdigit(static_cast<unsigned char>(text[k + 1])))
+                fail(where, "not bytes in hexadecimal (\"D0 F0 12\")");
+            out.push_back(static_cast<uint8_t>(std::stoi(text.substr(k, 2), nullptr, 16)));
+            k += 2;
+        }
+        return out;
+    }
+
+private:
     std::string path_;
     const json& doc_;
     std::unordered_map<std::string, int> ids_;
 };
 
-}  // namespace
-
-PlayFile readPlayFile(const std::string& path) {
+json readDocument(const std::string& path) {
     const std::vector<uint8_t> text = readWholeFile(path, kMaxPlayFileSize);
-    json doc;
     try {
-        // Nesting deeper than a play file's is refused as it is read.
-        doc = json::parse(text.begin(), text.end(), [&](int depth, json::parse_event_t, json&) {
-            if (depth > kMaxPlayFileDepth) throw std::runtime_error(path + ": not a play file: it nests deeper than one does");
+        // Nesting deeper than a play or slot file's is refused as it is read.
+        return json::parse(text.begin(), text.end(), [&](int depth, json::parse_event_t, json&) {
+            if (depth > kMaxPlayFileDepth) throw std::runtime_error(path + ": not a play or slot file: it nests deeper than one does");
             return true;
         });
     } catch (const json::exception& e) {
         throw std::runtime_error(path + ": not JSON (" + e.what() + ")");
     }
-    return PlayFileReader(path, doc).read();
+}
+
+}  // namespace
+
+PlayFile readPlayFile(const std::string& path) {
+    const json doc = readDocument(path);
+    CarriedReader r(path, doc);
+    PlayFile out;
+    out.play.commands = r.header("zpe play", kPlayFileVersion);
+    if (const json* source = CarriedReader::member(doc, "source"); source && source->is_object()) {
+        if (const json* image = CarriedReader::member(*source, "image"); image && image->is_string()) out.sourceImage = image->get<std::string>();
+        if (const json* play = CarriedReader::member(*source, "play"); play && play->is_number_integer()) out.sourcePlay = play->get<int>();
+    }
+    out.play.players = r.eleven(CarriedReader::member(doc, "players"), "/players");
+    if (const std::string fault = carriedPlayFault(out.play); !fault.empty()) r.fail("", "not a play the game could run: " + fault);
+    return out;
+}
+
+SlotFile readSlotFile(const std::string& path) {
+    const json doc = readDocument(path);
+    CarriedReader r(path, doc);
+    SlotFile out;
+    CarriedSlot& slot = out.slot;
+    slot.commands = r.header("zpe slot", kSlotFileVersion);
+    if (const json* source = CarriedReader::member(doc, "source"); source && source->is_object())
+        if (const json* image = CarriedReader::member(*source, "image"); image && image->is_string()) out.sourceImage = image->get<std::string>();
+    const json* record = CarriedReader::member(doc, "slot");
+    if (!record || !record->is_object()) r.fail("/slot", "missing (the slot's record)");
+    slot.record.name(r.latin1(CarriedReader::member(*record, "name"), "/slot/name"));
+    const json* kind = CarriedReader::member(*record, "kind");
+    if (!kind || (*kind != "running" && *kind != "passing")) r.fail("/slot/kind", "neither \"running\" nor \"passing\"");
+    slot.running = *kind == "running";
+    slot.record.Rusher(r.number(CarriedReader::member(*record, "rusher"), 0, 8, "/slot/rusher"));
+    const json* defensive = CarriedReader::member(*record, "defensivePlays");
+    const json* offensive = CarriedReader::member(*record, "offensivePlays");
+    if (!defensive || !defensive->is_array() || defensive->size() != kPlaysPerSlot) r.fail("/slot/defensivePlays", "not a list of 8 play numbers");
+    if (!offensive || !offensive->is_array() || offensive->size() != kPlaysPerSlot) r.fail("/slot/offensivePlays", "not a list of 8 play numbers");
+    for (int k = 0; k < kPlaysPerSlot; ++k)
+        slot.record.dPlay(k, r.number(&(*defensive)[static_cast<size_t>(k)], 0, 255, "/slot/defensivePlays/" + std::to_string(k)));
+    const std::vector<uint8_t> graphics = r.hexBytes(CarriedReader::member(*record, "graphics"), "/slot/graphics");
+    if (graphics.size() != kGfxRecordSize) r.fail("/slot/graphics", "not the slot's " + std::to_string(kGfxRecordSize) + " graphics bytes");
+    for (int k = 0; k < kGfxRecordSize; ++k) slot.record.GFX(k, graphics[static_cast<size_t>(k)]);
+    const json* formation = CarriedReader::member(doc, "formation");
+    if (!formation || !formation->is_object()) r.fail("/formation", "missing");
+    if (const json* name = CarriedReader::member(*formation, "name")) slot.formationName = r.latin1(name, "/formation/name");
+    slot.formation = r.eleven(CarriedReader::member(*formation, "positions"), "/formation/positions");
+    const json* plays = CarriedReader::member(doc, "plays");
+    if (!plays || !plays->is_array() || plays->empty() || plays->size() > kPlaysPerSlot) r.fail("/plays", "not a list of the slot's plays");
+    for (size_t p = 0; p < plays->size(); ++p) {
+        const std::string where = "/plays/" + std::to_string(p);
+        slot.sourcePlays.push_back(r.number(CarriedReader::member((*plays)[p], "number"), 0, kPlayCount - 1, where + "/number"));
+        slot.plays.push_back(r.eleven(CarriedReader::member((*plays)[p], "players"), where + "/players"));
+    }
+    for (int k = 0; k < kPlaysPerSlot; ++k) {
+        const int number = r.number(&(*offensive)[static_cast<size_t>(k)], 0, kPlayCount - 1, "/slot/offensivePlays/" + std::to_string(k));
+        const auto found = std::find(slot.sourcePlays.begin(), slot.sourcePlays.end(), number);
+        if (found == slot.sourcePlays.end()) r.fail("/slot/offensivePlays/" + std::to_string(k), "names a play the file does not carry");
+        slot.playOf[static_cast<size_t>(k)] = static_cast<int>(found - slot.sourcePlays.begin());
+    }
+    if (const std::string fault = carriedSlotFault(slot); !fault.empty()) r.fail("", "not a slot the game could run: " + fault);
+    return out;
 }
 
 }  // namespace zpe

@@ -13,12 +13,17 @@
 
 namespace zpe {
 
-// The play file's version this program writes; a file of a later one is refused.
+// The versions of the play and slot files this program writes; a file of a later one is refused.
 constexpr int kPlayFileVersion = 1;
+constexpr int kSlotFileVersion = 1;
 
 // The play file of play `play` of `pb` (its image read as opened); with
 // `slot`, the slot's formation too. `imageName` names the source image.
 [[nodiscard]] nlohmann::ordered_json playFile(const Playbook& pb, int play, std::optional<int> slot, const std::string& imageName);
+
+// The slot file of slot `slot` of `pb`: its record, its formation and its
+// distinct offensive plays with everything the game runs from them.
+[[nodiscard]] nlohmann::ordered_json slotFile(const Playbook& pb, int slot, const std::string& imageName);
 
 // A play file read back: the play it carries, and the file's own account of where it came from.
 struct PlayFile {
@@ -33,5 +38,13 @@ struct PlayFile {
 // the game could not have run (a command's bytes other than its format, a
 // field or a follow-on that names nothing).
 [[nodiscard]] PlayFile readPlayFile(const std::string& path);
+
+struct SlotFile {
+    CarriedSlot slot;
+    std::string sourceImage;
+};
+
+// Reads the slot file at `path`, refusing as readPlayFile does.
+[[nodiscard]] SlotFile readSlotFile(const std::string& path);
 
 }  // namespace zpe

@@ -183,11 +183,7 @@ struct Placement {
 
 }  // namespace
 
-namespace {
-
-// The commands the game runs from `entries` (addresses) of `pb`'s image, in
-// address order, and each entry as a lead to them.
-std::vector<CarriedCommand> carryFrom(const Playbook& pb, const std::vector<int32_t>& entries, std::vector<CarriedLead>& leads) {
+std::vector<CarriedCommand> carryEntries(const Playbook& pb, const std::vector<int32_t>& entries, std::vector<CarriedLead>& leads) {
     const std::vector<GameCommand> program = programFrom(pb.openedBytes, entries);
     std::unordered_map<int32_t, int> index;
     for (size_t i = 0; i < program.size(); ++i) index.emplace(program[i].address, static_cast<int>(i));
@@ -199,6 +195,7 @@ std::vector<CarriedCommand> carryFrom(const Playbook& pb, const std::vector<int3
     const std::span<const uint8_t> area = areaBytes(pb.openedBytes);
     for (const GameCommand& g : program) {
         CarriedCommand c;
+        c.origin = g.address;
         const auto at = area.begin() + (g.address - kSequenceAreaAddress);
         c.bytes.assign(at, at + g.length);
         if (g.fallsThrough) c.next = leadTo(g.address + g.length);
@@ -210,14 +207,12 @@ std::vector<CarriedCommand> carryFrom(const Playbook& pb, const std::vector<int3
     return out;
 }
 
-}  // namespace
-
 CarriedPlay carryPlay(const Playbook& pb, int playNumber) {
     std::vector<int32_t> entries;
     for (int j = 0; j < kPlayersPerRecord; ++j) entries.push_back(pb.plays.at(static_cast<size_t>(playNumber)).seqAddress(j));
     CarriedPlay out;
     std::vector<CarriedLead> leads;
-    out.commands = carryFrom(pb, entries, leads);
+    out.commands = carryEntries(pb, entries, leads);
     std::copy(leads.begin(), leads.end(), out.players.begin());
     return out;
 }
@@ -240,7 +235,7 @@ CarriedSlot carrySlot(const Playbook& pb, int slot) {
         for (int j = 0; j < kPlayersPerRecord; ++j) entries.push_back(p < kPlayCount ? pb.plays[static_cast<size_t>(p)].seqAddress(j) : kNoSequence);
     }
     std::vector<CarriedLead> leads;
-    out.commands = carryFrom(pb, entries, leads);
+    out.commands = carryEntries(pb, entries, leads);
     std::copy_n(leads.begin(), kPlayersPerRecord, out.formation.begin());
     for (size_t p = 0; p < out.sourcePlays.size(); ++p) {
         std::array<CarriedLead, kPlayersPerRecord> players;

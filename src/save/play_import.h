@@ -34,6 +34,7 @@ struct CarriedLead {
 };
 
 struct CarriedCommand {
+    int32_t origin = -1;         // where it stood in the source image (a name for it, never an address here)
     std::vector<uint8_t> bytes;  // as the game reads it; a field's bytes as they stood in the source
     CarriedLead next;            // what the game runs after it; None when it does not go on
     CarriedLead field;           // where its address field leads; None without one
@@ -43,6 +44,11 @@ struct CarriedPlay {
     std::vector<CarriedCommand> commands;
     std::array<CarriedLead, kPlayersPerRecord> players;  // QB ... RT; None: the player runs nothing (FFFF)
 };
+
+// What the game runs from the table entries naming `entries` (addresses;
+// FFFF: nothing) in `pb`'s image as opened: every command it reaches inside
+// the area, in address order; `leads` gets each entry as a lead to them.
+[[nodiscard]] std::vector<CarriedCommand> carryEntries(const Playbook& pb, const std::vector<int32_t>& entries, std::vector<CarriedLead>& leads);
 
 // What the game runs from play `playNumber`'s entries in `pb`'s image as
 // opened: every command it reaches inside the area, in address order.

@@ -103,8 +103,9 @@ TEST(PlayFile, FromASlotCarriesTheFormationAndRefusesWhatItCannotWrite) {
 }
 
 // The commands of a play file with what differs between images left out:
-// jumps (ways on, written where a layout needs them) and the bytes of
-// address fields (written for where their targets stand); sorted.
+// jumps (ways on, written where a layout needs them), the bytes of address
+// fields (written for where their targets stand) and how often one command
+// stands in the image (the importing image may share one); sorted.
 std::vector<std::string> runCommands(const json& file) {
     std::vector<std::string> out;
     for (const json& c : file["commands"]) {
@@ -118,6 +119,7 @@ std::vector<std::string> runCommands(const json& file) {
         out.push_back(bytes);
     }
     std::sort(out.begin(), out.end());
+    out.erase(std::unique(out.begin(), out.end()), out.end());
     return out;
 }
 
@@ -159,6 +161,52 @@ TEST(PlayFile, ImportPlayCarriesAPlayIntoAnotherImage) {
     }
     EXPECT_EQ(target.read(), imported);
     EXPECT_EQ(t.zpe({"import-play", target.path(), file}).exitCode, 2) << "the play it goes to is needed";
+}
+
+// A slot exported from one image and imported into another: the slot holds
+// the name, graphics and defensive plays it had, its formation and plays run
+// the same commands; a running slot does not go into a passing one.
+TEST(SlotFile, ImportSlotCarriesASlotIntoAnotherImage) {
+    PlayImage t;
+    test::TempDir out;
+    const std::string file = out.file("five.json");
+    auto r = t.zpe({"export-slot", t.image.path(), "--slot", "5", "--out", file});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const json slot = json::parse(test::readFileText(file));
+    EXPECT_EQ(slot["format"], "zpe slot");
+    EXPECT_EQ(slot["slot"]["name"], "FIVE");
+    EXPECT_EQ(slot["slot"]["kind"], "running");
+    EXPECT_EQ(slot["slot"]["offensivePlays"], json::parse("[2, 0, 0, 0, 0, 0, 0, 0]"));
+    EXPECT_EQ(slot["plays"].size(), 2u) << "play 2 and play 0, each once";
+    EXPECT_EQ(slot["formation"]["positions"][0]["entry"], "A040");
+
+    const test::TempFile target = ImageBuilder()
+                                      .bytesAt(0xA100, {0xD0, 0xF0, 0x30, 0xE4, 0x92, 0x31, 0x42, 0x53, 0x20, 0xA1, 0xFE, 0xFA})
+                                      .bytesAt(0xA120, {0xD7, 0x01, 0x02, 0xC4, 0x00})
+                                      .play(5, {0xA100})
+                                      .write("target.nes");
+    r = t.zpe({"import-slot", target.path(), file, "--slot", "9"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out.rfind("slot 9 (R2) now holds FIVE: formation ", 0), 0u) << r.out;
+    r = t.zpe({"export-slot", target.path(), "--slot", "9", "--out", "-"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const json back = json::parse(r.out);
+    EXPECT_EQ(back["slot"]["name"], "FIVE");
+    EXPECT_EQ(back["slot"]["graphics"], slot["slot"]["graphics"]);
+    EXPECT_EQ(back["slot"]["defensivePlays"], slot["slot"]["defensivePlays"]);
+    EXPECT_EQ(runCommands(back), runCommands(slot));
+
+    const std::vector<uint8_t> before = target.read();
+    r = t.zpe({"import-slot", target.path(), file, "--slot", "40"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("do not mix"), std::string::npos) << r.err;
+    json broken = slot;
+    broken["slot"]["offensivePlays"][3] = 77;
+    out.writeText("broken.json", broken.dump());
+    r = t.zpe({"import-slot", target.path(), out.file("broken.json"), "--slot", "9"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("/slot/offensivePlays/3"), std::string::npos) << r.err;
+    EXPECT_EQ(target.read(), before);
 }
 
 }  // namespace
