@@ -20,8 +20,9 @@ SaveSummary Document::save() {
 }
 
 SaveSummary Document::saveAs(const std::string& path, const std::string& dataDir) {
+    const Playbook shown = pb;
     const SaveSummary summary = saveChangesAs(pb, path, dataDir);
-    saved(false);
+    saved(sameContent(shown, pb));  // as Save: the steps stay while they still name what the new file holds
     return summary;
 }
 

@@ -90,7 +90,7 @@ public:
     // while every sequence and command is read where it was; a save that
     // moved or placed one lets it go (its steps name what the file no longer holds).
     SaveSummary save();
-    // Save As: the edited image into `path`, which the document then is (the history goes with the old file).
+    // Save As: the edited image into `path`, which the document then is; the history stays as Save keeps it.
     SaveSummary saveAs(const std::string& path, const std::string& dataDir);
     // Safe Save: the 64 slots alone (sequence edits stay unsaved); true when it wrote.
     bool safeSave();

@@ -7,6 +7,8 @@
 #include <QFileDialog>
 #include <QFontDatabase>
 #include <QLabel>
+#include <QCoreApplication>
+#include <QKeyEvent>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMessageBox>
@@ -119,6 +121,31 @@ MsgAnswer QtDialogs::allOrCopy(const QString& text, const QString& title, const 
     return m.clickedButton() == all ? MsgAnswer::All : m.clickedButton() == copy ? MsgAnswer::Copy : MsgAnswer::Cancel;
 }
 
+namespace {
+
+// The arrow and page keys typed in a filter box move the selection of the list it filters.
+class KeysToList : public QObject {
+public:
+    KeysToList(QObject* box, QListWidget* list) : QObject(box), list_(list) { box->installEventFilter(this); }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() == QEvent::KeyPress) {
+            const int key = static_cast<QKeyEvent*>(event)->key();
+            if (key == Qt::Key_Up || key == Qt::Key_Down || key == Qt::Key_PageUp || key == Qt::Key_PageDown) {
+                QCoreApplication::sendEvent(list_, event);
+                return true;
+            }
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    QListWidget* list_;
+};
+
+}  // namespace
+
 std::optional<int> QtDialogs::choose(const QString& title, const QString& prompt, const QStringList& items, int current) {
     QDialog d(parent_);
     d.setWindowTitle(title);
@@ -147,6 +174,7 @@ std::optional<int> QtDialogs::choose(const QString& title, const QString& prompt
         }
         if (list->currentItem() == nullptr || list->currentItem()->isHidden()) list->setCurrentRow(first);
     });
+    new KeysToList(filter, list);
     layout->addWidget(buttons);
     d.resize(640, 420);
     filter->setFocus();

@@ -258,6 +258,7 @@ void frmMain::openDiagram(bool slot) {
     diagram_->show();
     diagram_->raise();
     followSelection();
+    if (slot) diagram_->choosePlay(std::max(playSlots_->cmbPlay->currentIndex(), 0));  // the play the picture shows
 }
 
 void frmMain::followSelection() {

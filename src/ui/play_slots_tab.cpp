@@ -7,6 +7,7 @@
 #include "ui/list_view.h"
 #include "ui/picture_box.h"
 
+#include <QAction>
 #include <QComboBox>
 #include <QFrame>
 #include <QPushButton>
@@ -48,6 +49,17 @@ PlaySlotsTab::PlaySlotsTab(const TabContext& context, QWidget* client) : QObject
         ctx_.host.refreshPictures();
     });
     connect(lvPlaySlots, &QTreeWidget::itemActivated, this, [this] { lvPlaySlots_Click(); });
+    // Escape in the list ends a pending Copy or Swap, as its Cancel button does.
+    auto* cancel = new QAction(lvPlaySlots);
+    cancel->setShortcut(Qt::Key_Escape);
+    cancel->setShortcutContext(Qt::WidgetShortcut);
+    connect(cancel, &QAction::triggered, this, [this] {
+        if (slotAction == SlotAction::None) return;
+        slotAction = SlotAction::None;
+        updatePlaySlotButtons();
+        ctx_.say("Cancelled.");
+    });
+    lvPlaySlots->addAction(cancel);
 }
 
 void PlaySlotsTab::updatePlaySlotButtons() {

@@ -359,6 +359,11 @@ private slots:
         w->selectTab(3);
         w->selectTab(2);
         QCOMPARE(w->playSlots().slotAction, SlotAction::None);
+        w->show();
+        w->playSlots().cmdCopyPlaySlot_Click();  // Escape in the list cancels, as the button does
+        QTest::keyClick(w->playSlots().lvPlaySlots, Qt::Key_Escape);
+        QCOMPARE(w->playSlots().slotAction, SlotAction::None);
+        QCOMPARE(w->playSlots().cmdCopyPlaySlot->text(), QString("Copy"));
         w->playSlots().cmdSwapPlaySlot_Click();
         w->playSlots().cmdPlaySlotDetails_Click();  // a details toggle lays out again
         QCOMPARE(w->playSlots().slotAction, SlotAction::None);

@@ -518,6 +518,10 @@ private slots:
         QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x7C));
         QVERIFY(w->windowTitle().contains("copy.nes"));
         QVERIFY(!w->isWindowModified());
+        // The edit was written where it stood: it can still be undone, against the new file.
+        QVERIFY(w->mnuEditUndo->isEnabled());
+        w->mnuEditUndo->trigger();
+        QVERIFY(w->isWindowModified());
     }
 
     // The file deleted (or moved) under the window: the work in memory is not
@@ -674,6 +678,14 @@ private slots:
         w->diagram_->choosePlay(0);
         QCOMPARE(w->diagram_->picture(), first);
         QCOMPARE(w->diagram_->windowTitle(), QString("Diagram: SLOT 2 \u2014 play 1 (00:00)"));
+        // Opened again from the picture, it shows the play the picture's chooser shows.
+        w->diagram_->close();
+        w->playSlots().updatePlayChoice();
+        w->playSlots().cmbPlay->setCurrentIndex(4);
+        QTest::mouseDClick(static_cast<QWidget*>(w->playSlots().picPlay), Qt::LeftButton);
+        QCOMPARE(w->diagram_->play(), 4);
+        QCOMPARE(w->diagram_->picture(), fifth);
+        w->diagram_->choosePlay(0);
         // The field fills the picture: no black stripe anywhere along its edges.
         const QImage picture = w->diagram_->picture();
         for (int y = 0; y < picture.height(); y += 7)
