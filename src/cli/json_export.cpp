@@ -10,7 +10,9 @@
 namespace zpe {
 
 std::string latin1ToUtf8(const std::string& bytes) {
+    if (std::all_of(bytes.begin(), bytes.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) return bytes;  // ASCII is its own UTF-8
     std::string out;
+    out.reserve(bytes.size() * 2);
     for (unsigned char c : bytes) {
         if (c < 0x80) {
             out.push_back(static_cast<char>(c));

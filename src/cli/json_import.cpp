@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -19,29 +20,79 @@ namespace {
 
 using json = nlohmann::json;
 
+// A place in the file as a JSON pointer ("/slots/3/gfx/7"): a place given as
+// text, perhaps with a key or an index under it, or a key or an index under
+// another place. It is spelled out only when a refusal names it (an import
+// visits some tens of thousands of values). It keeps a pointer to the text
+// or the place it was made from, so these must outlive it: temporaries are refused.
+class Where {
+public:
+    Where(const std::string& text) : text_(&text) {}  // every text is a place
+    Where(const std::string& text, const char* key) : text_(&text), key_(key), below_(true) {}
+    Where(const std::string& text, size_t index) : text_(&text), index_(index), below_(true) {}
+    Where(const Where& up, const char* key) : up_(&up), key_(key), below_(true) {}
+    Where(const Where& up, size_t index) : up_(&up), index_(index), below_(true) {}
+    Where(std::string&&) = delete;
+    Where(std::string&&, const char*) = delete;
+    Where(std::string&&, size_t) = delete;
+    Where(Where&&, const char*) = delete;
+    Where(Where&&, size_t) = delete;
+
+    [[nodiscard]] std::string str() const {
+        std::string out = text_ ? *text_ : up_->str();
+        if (below_) {
+            out += '/';
+            out += key_ ? std::string(key_) : std::to_string(index_);
+        }
+        return out;
+    }
+
+private:
+    const std::string* text_ = nullptr;
+    const Where* up_ = nullptr;
+    const char* key_ = nullptr;
+    size_t index_ = 0;
+    bool below_ = false;
+};
+
+// A value the file may leave as exported or set to what the import makes of it.
+bool sameValue(const json& v, const std::string& s) { return v.is_string() && v.get_ref<const std::string&>() == s; }
+template <typename T>
+bool sameValue(const json& v, const T& x) {
+    return v == json(x);
+}
+
 // The reader of one document: every accessor checks the shape and names the place.
 struct Reader {
-    const json& at(const json& parent, const std::string& where, const std::string& key) const {
-        if (!parent.is_object() || !parent.contains(key)) throw ImportError(where, "missing \"" + key + "\"");
-        return parent[key];
+    // The member `key` of `parent`, or nullptr when `parent` is no object or has none.
+    static const json* member(const json& parent, const char* key) {
+        if (!parent.is_object()) return nullptr;
+        const auto& members = parent.get_ref<const json::object_t&>();
+        const auto it = members.find(key);
+        return it == members.end() ? nullptr : &it->second;
     }
-    const json& array(const json& parent, const std::string& where, const std::string& key, size_t size) const {
+    const json& at(const json& parent, const Where& where, const char* key) const {
+        const json* v = member(parent, key);
+        if (!v) throw ImportError(where.str(), "missing \"" + std::string(key) + "\"");
+        return *v;
+    }
+    const json& array(const json& parent, const Where& where, const char* key, size_t size) const {
         const json& a = at(parent, where, key);
-        if (!a.is_array()) throw ImportError(where + "/" + key, "not a list");
+        if (!a.is_array()) throw ImportError(Where(where, key).str(), "not a list");
         if (a.size() != size)
-            throw ImportError(where + "/" + key, "holds " + std::to_string(a.size()) + " entries, not " + std::to_string(size));
+            throw ImportError(Where(where, key).str(), "holds " + std::to_string(a.size()) + " entries, not " + std::to_string(size));
         return a;
     }
-    int integer(const json& v, const std::string& where, int lo, int hi) const {
+    int integer(const json& v, const Where& where, int lo, int hi) const {
         const auto range = [&] { return " is outside " + std::to_string(lo) + " to " + std::to_string(hi); };  // said only on a refusal
         if (v.is_number_unsigned()) {
             const auto n = v.get<uint64_t>();
-            if (n > static_cast<uint64_t>(hi)) throw ImportError(where, std::to_string(n) + range());
+            if (n > static_cast<uint64_t>(hi)) throw ImportError(where.str(), std::to_string(n) + range());
             return static_cast<int>(n);
         }
         if (v.is_number_integer()) {
             const auto n = v.get<int64_t>();
-            if (n < lo || n > hi) throw ImportError(where, std::to_string(n) + range());
+            if (n < lo || n > hi) throw ImportError(where.str(), std::to_string(n) + range());
             return static_cast<int>(n);
         }
         // A whole number written with a point or an exponent (1.0, 1e2, -0.0) is that number.
@@ -49,55 +100,64 @@ struct Reader {
             const double d = v.get<double>();
             if (d >= lo && d <= hi) return static_cast<int>(d);
             // Beyond 64 bits its digits are gone: say what it is rather than show it rounded.
-            throw ImportError(where, std::string(std::fabs(d) >= 9.2e18 ? "a whole number beyond 64 bits" : v.dump()) + range());
+            throw ImportError(where.str(), std::string(std::fabs(d) >= 9.2e18 ? "a whole number beyond 64 bits" : v.dump()) + range());
         }
-        throw ImportError(where, "not a whole number");
+        throw ImportError(where.str(), "not a whole number");
     }
     // Refuses a key of `object` that is none of `known`: the import would
     // otherwise pass over it in silence.
-    void onlyKeys(const json& object, const std::string& where, std::initializer_list<const char*> known) const {
+    void onlyKeys(const json& object, const Where& where, std::initializer_list<const char*> known) const {
         if (!object.is_object()) return;
-        for (const auto& item : object.items())
-            if (std::none_of(known.begin(), known.end(), [&](const char* k) { return item.key() == k; }))
-                throw ImportError(where + "/" + item.key(), "is not a field of this file's format (a misspelt name?); nothing reads it");
+        for (const auto& [key, value] : object.get_ref<const json::object_t&>())
+            if (std::none_of(known.begin(), known.end(), [&](const char* k) { return key == k; }))
+                throw ImportError(where.str() + "/" + key, "is not a field of this file's format (a misspelt name?); nothing reads it");
     }
-    // A derived field: it may stay as exported or say what the import makes of it; anything else is refused.
+    // A derived field: it may stay as exported or say what the import makes of
+    // it; anything else is refused. `before` and `after` give the two values,
+    // worked out only when the file holds the field.
+    template <typename Before, typename After>
+    void derivedFrom(const json& parent, const Where& where, const char* key, const Before& before, const After& after) const {
+        const json* v = member(parent, key);
+        if (!v) return;
+        const auto now = after();
+        if (sameValue(*v, now) || sameValue(*v, before())) return;
+        throw ImportError(Where(where, key).str(), "is worked out from the rest of the file (" + json(now).dump() +
+                                                       " after this import); it cannot be set");
+    }
     template <typename T>
-    void derived(const json& parent, const std::string& where, const std::string& key, const T& before, const T& after) const {
-        if (!parent.is_object() || !parent.contains(key)) return;
-        const json& v = parent[key];
-        if (v == json(before) || v == json(after)) return;
-        throw ImportError(where + "/" + key, "is worked out from the rest of the file (" + json(after).dump() +
-                                                 " after this import); it cannot be set");
+    void derived(const json& parent, const Where& where, const char* key, const T& before, const T& after) const {
+        derivedFrom(parent, where, key, [&] { return before; }, [&] { return after; });
     }
     // A field that names something fixed: it must stay as exported.
     template <typename T>
-    void fixed(const json& parent, const std::string& where, const std::string& key, const T& value, const char* why) const {
-        if (!parent.is_object() || !parent.contains(key)) return;
-        if (parent[key] != json(value)) throw ImportError(where + "/" + key, std::string("cannot be changed: ") + why);
+    void fixed(const json& parent, const Where& where, const char* key, const T& value, const char* why) const {
+        const json* v = member(parent, key);
+        if (!v) return;
+        if (!sameValue(*v, value)) throw ImportError(Where(where, key).str(), std::string("cannot be changed: ") + why);
     }
     // A 16-bit address as four hexadecimal digits; null stands for kNoSequence where allowed.
-    int32_t address(const json& v, const std::string& where, bool nullAllowed) const {
+    int32_t address(const json& v, const Where& where, bool nullAllowed) const {
         if (nullAllowed && v.is_null()) return kNoSequence;
-        if (!v.is_string() || v.get<std::string>().size() != 4 ||
-            v.get<std::string>().find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
-            throw ImportError(where, "not an address of four hexadecimal digits");
-        return static_cast<int32_t>(leadingHexValue(v.get<std::string>()));
+        if (!v.is_string()) throw ImportError(where.str(), "not an address of four hexadecimal digits");
+        const std::string& text = v.get_ref<const std::string&>();
+        if (text.size() != 4 || text.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+            throw ImportError(where.str(), "not an address of four hexadecimal digits");
+        return static_cast<int32_t>(leadingHexValue(text));
     }
     // A table entry: an address as above, or {"new": "label"} naming a sequence the file makes.
-    int32_t entry(const json& v, const std::string& where, bool nullAllowed,
+    int32_t entry(const json& v, const Where& where, bool nullAllowed,
                   const std::unordered_map<std::string, int32_t>& made) const {
         if (!v.is_object()) return address(v, where, nullAllowed);
         onlyKeys(v, where, {"new"});
         const json& label = at(v, where, "new");
         if (!label.is_string() || !made.count(label.get<std::string>()))
-            throw ImportError(where + "/new", "names no new sequence of this file");
+            throw ImportError(Where(where, "new").str(), "names no new sequence of this file");
         return made.at(label.get<std::string>());
     }
     // UTF-8 text whose characters are all Latin-1, as 8-bit bytes.
-    std::string latin1(const json& v, const std::string& where) const {
-        if (!v.is_string()) throw ImportError(where, "not text");
-        const std::string utf8 = v.get<std::string>();
+    std::string latin1(const json& v, const Where& where) const {
+        if (!v.is_string()) throw ImportError(where.str(), "not text");
+        const std::string& utf8 = v.get_ref<const std::string&>();
         std::string out;
         for (size_t i = 0; i < utf8.size(); ++i) {
             const auto c = static_cast<unsigned char>(utf8[i]);
@@ -106,7 +166,7 @@ struct Reader {
             } else if ((c == 0xC2 || c == 0xC3) && i + 1 < utf8.size()) {
                 out.push_back(static_cast<char>(((c & 0x03) << 6) | (static_cast<unsigned char>(utf8[++i]) & 0x3F)));
             } else {
-                throw ImportError(where, "holds a character a slot name cannot store");
+                throw ImportError(where.str(), "holds a character a slot name cannot store");
             }
         }
         return out;
@@ -256,14 +316,16 @@ void requireSameImage(const json& doc, std::span<const uint8_t> image, const std
 
 int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
     const Reader r;
+    const std::string root;  // the document itself, as a place
+    const std::string fingerprintWhere = "/fingerprint";
     if (!doc.is_object()) throw ImportError("/", "not a playbook object");
     Playbook out = pb;  // every change goes here first; `pb` changes only when all are good
     int changes = 0;
     // Sequences the file makes (listed with "new" and a label instead of an
     // address) get their keys first, so that entries can name them.
-    r.onlyKeys(doc, "", {"image", "fingerprint", "formations", "plays", "pointers", "slots", "sequences"});
-    if (doc.contains("fingerprint")) r.onlyKeys(doc["fingerprint"], "/fingerprint", {"size", "crc32"});
-    const json& sequences = r.at(doc, "", "sequences");
+    r.onlyKeys(doc, root, {"image", "fingerprint", "formations", "plays", "pointers", "slots", "sequences"});
+    if (doc.contains("fingerprint")) r.onlyKeys(doc["fingerprint"], fingerprintWhere, {"size", "crc32"});
+    const json& sequences = r.at(doc, root, "sequences");
     if (!sequences.is_array()) throw ImportError("/sequences", "not a list");
     std::unordered_map<std::string, int32_t> made;
     std::unordered_set<int32_t> named;  // new sequences an entry names
@@ -288,17 +350,18 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         seq.kick(kick);
         out.sequences.insert(key, std::move(seq));
     }
-    auto entry = [&](int32_t value, int32_t before, const std::string& where) {
+    auto entry = [&](int32_t value, int32_t before, const Where& where) {
         if (isNewSequence(value)) named.insert(value);
         if (value == before) return;
         if (value != kNoSequence && !pb.sequences.contains(value) && !isNewSequence(value))
-            throw ImportError(where, hex4(value) + " is the address of no sequence");
+            throw ImportError(where.str(), hex4(value) + " is the address of no sequence");
         ++changes;
     };
 
-    const json& slots = r.array(doc, "", "slots", kSlotCount);
+    const json& slots = r.array(doc, root, "slots", kSlotCount);
     for (size_t s = 0; s < slots.size(); ++s) {
         const std::string where = place("slots", s);
+        const std::string gfxWhere = where + "/gfx", offensiveWhere = where + "/offensivePlays", defensiveWhere = where + "/defensivePlays";
         const json& j = slots[s];
         r.onlyKeys(j, where, {"index", "name", "group", "formation", "rusher", "offensivePlays", "defensivePlays", "gfx"});
         clsPlaySlot& slot = out.playSlots[s];
@@ -307,22 +370,22 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         r.fixed(j, where, "group", slotGroupLabel(static_cast<int>(s)), "a slot's group follows from its index");
         const json& gfx = r.array(j, where, "gfx", kGfxRecordSize);
         for (int k = 0; k < kGfxRecordSize; ++k)
-            slot.GFX(k, r.integer(gfx[static_cast<size_t>(k)], where + "/gfx/" + std::to_string(k), 0, 255));
-        const std::string name = r.latin1(r.at(j, where, "name"), where + "/name");
+            slot.GFX(k, r.integer(gfx[static_cast<size_t>(k)], Where(gfxWhere, static_cast<size_t>(k)), 0, 255));
+        const std::string name = r.latin1(r.at(j, where, "name"), Where(where, "name"));
         if (name.size() > static_cast<size_t>(kSlotNameLength))
             throw ImportError(where + "/name", "longer than the " + std::to_string(kSlotNameLength) + " bytes a slot name holds");
         if (name != slot.name()) slot.name(name);
-        slot.formation(r.integer(r.at(j, where, "formation"), where + "/formation", 0,
+        slot.formation(r.integer(r.at(j, where, "formation"), Where(where, "formation"), 0,
                                  static_cast<int>(pb.formations.size()) - 1));
         const json& off = r.array(j, where, "offensivePlays", kPlaysPerSlot);
         const json& def = r.array(j, where, "defensivePlays", kPlaysPerSlot);
         for (int k = 0; k < kPlaysPerSlot; ++k) {
-            slot.oPlay(k, r.integer(off[static_cast<size_t>(k)], where + "/offensivePlays/" + std::to_string(k), 0, 255));
-            slot.dPlay(k, r.integer(def[static_cast<size_t>(k)], where + "/defensivePlays/" + std::to_string(k), 0, 255));
+            slot.oPlay(k, r.integer(off[static_cast<size_t>(k)], Where(offensiveWhere, static_cast<size_t>(k)), 0, 255));
+            slot.dPlay(k, r.integer(def[static_cast<size_t>(k)], Where(defensiveWhere, static_cast<size_t>(k)), 0, 255));
         }
         const json& rusher = r.at(j, where, "rusher");
         if (static_cast<int>(s) < kRunningSlotCount) {
-            const int v = r.integer(rusher, where + "/rusher", 0, 8);
+            const int v = r.integer(rusher, Where(where, "rusher"), 0, 8);
             if (v % 2 != 0) throw ImportError(where + "/rusher", "a rusher value is 0, 2, 4, 6 or 8");
             slot.Rusher(v);
         } else if (!rusher.is_null()) {
@@ -333,32 +396,38 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
 
     // The eleven addresses of each play or formation record, checked and stored by `store`.
     auto records = [&](const char* table, const char* list, size_t count, bool nullAllowed, auto before, auto store) {
-        const json& all = r.array(doc, "", table, count);
+        const json& all = r.array(doc, root, table, count);
+        const std::string tableWhere = std::string("/") + table;
         for (size_t i = 0; i < all.size(); ++i) {
-            r.fixed(all[i], place(table, i), "index", i, "records are listed in order");
-            r.onlyKeys(all[i], place(table, i), {"index", "name", list});
-            const json& players = r.array(all[i], place(table, i), list, kPlayersPerRecord);
+            const Where record(tableWhere, i);
+            r.fixed(all[i], record, "index", i, "records are listed in order");
+            r.onlyKeys(all[i], record, {"index", "name", list});
+            const json& players = r.array(all[i], record, list, kPlayersPerRecord);
+            const Where listed(record, list);
             for (int j = 0; j < kPlayersPerRecord; ++j) {
-                const std::string where = place(table, i) + "/" + list + "/" + std::to_string(j);
+                const Where where(listed, static_cast<size_t>(j));
                 const int32_t a = r.entry(players[static_cast<size_t>(j)], where, nullAllowed, made);
                 entry(a, before(i, j), where);
                 store(i, j, a);
             }
         }
     };
-    const json& formationList = r.array(doc, "", "formations", pb.formations.size());
+    const json& formationList = r.array(doc, root, "formations", pb.formations.size());
+    const std::string formationsWhere = "/formations";
     for (size_t f = 0; f < formationList.size(); ++f)
-        r.fixed(formationList[f], place("formations", f), "name", latin1ToUtf8(pb.formations[f].name()),
+        r.fixed(formationList[f], Where(formationsWhere, f), "name", latin1ToUtf8(pb.formations[f].name()),
                 "formation names come from forms.txt beside the program");
     records("plays", "players", kPlayCount, true, [&](size_t p, int j) { return pb.plays[p].seqAddress(j); },
             [&](size_t p, int j, int32_t a) { out.plays[p].seqAddress(j, a); });
     records("formations", "positions", pb.formations.size(), false,
             [&](size_t f, int j) { return pb.formations[f].posAddress(j); },
             [&](size_t f, int j, int32_t a) { out.formations[f].posAddress(j, a); });
-    const json& pointers = r.array(doc, "", "pointers", kPointerCount);
+    const json& pointers = r.array(doc, root, "pointers", kPointerCount);
+    const std::string pointersWhere = "/pointers";
     for (size_t i = 0; i < pointers.size(); ++i) {
-        const int32_t a = r.entry(pointers[i], place("pointers", i), false, made);
-        entry(a, pb.seqPointers[i], place("pointers", i));
+        const Where where(pointersWhere, i);
+        const int32_t a = r.entry(pointers[i], where, false, made);
+        entry(a, pb.seqPointers[i], where);
         out.seqPointers[i] = a;
     }
 
@@ -373,17 +442,26 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
                                   (entryReadsKick(*e) ? "the kick way" : "the plain way") + ", and " + sequenceKeyText(e->target) +
                                   " is read the other way");
     }
-    const AreaMap map = buildAreaMap(pb);
-    std::unordered_set<int32_t> gameStarts(map.commands.begin(), map.commands.end()), usedOutside;
-    for (const AreaEntry& e : map.outside) usedOutside.insert(e.target);
-    for (const AddressField& f : map.leaves) usedOutside.insert(f.target);
+    // Where the image as opened runs commands and what outside the area it
+    // leads to: worked out when a field or a continuation first asks.
+    std::unordered_set<int32_t> gameStarts, usedOutside;
+    bool mapped = false;
+    auto game = [&]() {
+        if (!mapped) {
+            const AreaMap map = buildAreaMap(pb);
+            gameStarts.insert(map.commands.begin(), map.commands.end());
+            for (const AreaEntry& e : map.outside) usedOutside.insert(e.target);
+            for (const AddressField& f : map.leaves) usedOutside.insert(f.target);
+            mapped = true;
+        }
+    };
     std::unordered_set<int32_t> seen;
     for (size_t index = 0; index < sequences.size(); ++index) {
         const std::string where = place("sequences", index);
         const json& entry = sequences[index];
         const bool isNew = entry.is_object() && entry.contains("new");
         const int32_t key = isNew ? made.at(entry["new"].get<std::string>())
-                                  : r.address(r.at(entry, where, "address"), where + "/address", false);
+                                  : r.address(r.at(entry, where, "address"), Where(where, "address"), false);
         if (!isNew && !pb.sequences.contains(key)) throw ImportError(where + "/address", hex4(key) + " is the address of no sequence");
         if (!seen.insert(key).second) throw ImportError(where + "/address", hex4(key) + " is listed twice");
         if (isNew && !named.count(key)) throw ImportError(where + "/new", "no entry of the file names this new sequence");
@@ -398,7 +476,10 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
                                                                                                : "the command the game goes on at after it"));
             r.onlyKeys(entry, where, {"address", "size", "next", "valid", "commands"});
         }
-        const clsSequence before = isNew ? out.sequences.at(key) : pb.sequences.at(key);
+        // The sequence as it stood: a new one's empty start is copied, as `seq` is that very sequence.
+        std::optional<clsSequence> madeBefore;
+        if (isNew) madeBefore = out.sequences.at(key);
+        const clsSequence& before = isNew ? *madeBefore : pb.sequences.at(key);
         clsSequence& seq = out.sequences.at(key);
         std::unordered_map<CmdId, int, CmdIdHash> oldByOrigin;
         for (int i = 0; i < before.commandCount(); ++i) oldByOrigin.emplace(before.commandAddress(i), i);
@@ -407,37 +488,39 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         if (!commands.is_array()) throw ImportError(where + "/commands", "not a list");
         if (commands.size() > static_cast<size_t>(kMaxCommands)) throw ImportError(where + "/commands", "too many commands");
         std::vector<SeqCommand> cmds;
-        std::vector<int> relative;  // per command: 1 when its relative jump's offset is still to be read
+        cmds.reserve(commands.size());
+        const Where commandsWhere(where, "commands");
         int32_t added = 0;
         for (size_t i = 0; i < commands.size(); ++i) {
-            const std::string at = where + "/commands/" + std::to_string(i);
+            const Where at(commandsWhere, i);
             const json& c = commands[i];
             r.onlyKeys(c, at, {"address", "code", "data", "text"});
             SeqCommand cmd;
-            if (c.is_object() && c.contains("address") && !c["address"].is_null()) {
-                const int32_t readAt = r.address(c["address"], at + "/address", false);
+            if (const json* address = Reader::member(c, "address"); address && !address->is_null()) {
+                const int32_t readAt = r.address(*address, Where(at, "address"), false);
                 cmd.origin = CmdId::readAt(readAt);
                 if (!oldByOrigin.count(cmd.origin))
-                    throw ImportError(at + "/address", hex4(readAt) + " is the address of no command of this sequence");
+                    throw ImportError(Where(at, "address").str(), hex4(readAt) + " is the address of no command of this sequence");
             } else {
                 cmd.origin = CmdId::added(added++);
             }
             const json& code = r.at(c, at, "code");
-            if (!code.is_string() || code.get<std::string>().size() != 2 ||
-                code.get<std::string>().find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
-                throw ImportError(at + "/code", "not a code of two hexadecimal digits");
-            const auto value = static_cast<int>(leadingHexValue(code.get<std::string>()));
-            if (value < 0xC0 && (value & 0x0F) != 0) throw ImportError(at + "/code", "not a command code");
+            if (!code.is_string() || code.get_ref<const std::string&>().size() != 2 ||
+                code.get_ref<const std::string&>().find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+                throw ImportError(Where(at, "code").str(), "not a code of two hexadecimal digits");
+            const auto value = static_cast<int>(leadingHexValue(code.get_ref<const std::string&>()));
+            if (value < 0xC0 && (value & 0x0F) != 0) throw ImportError(Where(at, "code").str(), "not a command code");
             cmd.command = static_cast<int16_t>(value);
             const json& data = r.at(c, at, "data");
-            if (!data.is_array()) throw ImportError(at + "/data", "not a list");
-            if (data.size() > static_cast<size_t>(kMaxDataValues)) throw ImportError(at + "/data", "more values than any command takes");
+            const Where dataWhere(at, "data");
+            if (!data.is_array()) throw ImportError(dataWhere.str(), "not a list");
+            if (data.size() > static_cast<size_t>(kMaxDataValues)) throw ImportError(dataWhere.str(), "more values than any command takes");
             for (size_t k = 0; k < data.size(); ++k)
-                cmd.data[k] = static_cast<int16_t>(r.integer(data[k], at + "/data/" + std::to_string(k), 0, value < 0xC0 && k == 0 ? 15 : 255));
+                cmd.data[k] = static_cast<int16_t>(r.integer(data[k], Where(dataWhere, k), 0, value < 0xC0 && k == 0 ? 15 : 255));
             cmd.dataLen = static_cast<int16_t>(data.size());
             const auto old = oldByOrigin.find(cmd.origin);
             if (cmd::isLockUp(value) && (old == oldByOrigin.end() || before.command(old->second) != value))
-                throw ImportError(at + "/code", code.get<std::string>() + " locks the game up when it runs; it can only stay where it is");
+                throw ImportError(Where(at, "code").str(), code.get<std::string>() + " locks the game up when it runs; it can only stay where it is");
             cmds.push_back(cmd);
         }
         // The counts, and what each field names: an absolute address (jumps and
@@ -452,12 +535,12 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         placeNow = key;
         for (size_t i = 0; i < cmds.size(); ++i) {
             SeqCommand& c = cmds[i];
-            const std::string at = where + "/commands/" + std::to_string(i);
+            const Where at(commandsWhere, i);
             const int next = i + 1 < cmds.size() ? codeByte(cmds[i + 1]) : -1;
             const CommandFormat f = commandFormat(codeByte(c), seq.kick(), next);
             const int wanted = std::max<int>(0, editorDataLen(f));
             if (c.dataLen != wanted)
-                throw ImportError(at + "/data", "takes " + std::to_string(wanted) + " data values, not " + std::to_string(c.dataLen));
+                throw ImportError(Where(at, "data").str(), "takes " + std::to_string(wanted) + " data values, not " + std::to_string(c.dataLen));
             c.dataLen = editorDataLen(f);
             if (f.field == FieldKind::Relative) {
                 const int32_t from = c.origin.isNew() ? placeNow : c.origin.readAddress();
@@ -467,7 +550,7 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
                 if (c.origin.isNew() && it != originAt.end()) c.field = FieldRef::naming(it->second);
                 else c.field = FieldRef::at(target, target < from);
                 if (isNew && c.field.kind != FieldRef::Kind::Command)
-                    throw ImportError(at + "/data", "a new sequence has no place yet, so its relative jumps can only lead to its own "
+                    throw ImportError(Where(at, "data").str(), "a new sequence has no place yet, so its relative jumps can only lead to its own "
                                                     "commands; leave it with an absolute jump (FF)");
             } else if (f.field == FieldKind::Word && !f.gameFieldOnly) {
                 const auto lo = static_cast<size_t>(dataOfByte(c.command, f.fieldAt));
@@ -495,6 +578,7 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
             const int32_t t = field.address;
             const auto old = oldByOrigin.find(cmds[i].origin);
             if (old != oldByOrigin.end() && before.commands()[static_cast<size_t>(old->second)].field == field) continue;
+            game();
             const bool fine = inArea(t) ? gameStarts.count(t) != 0 || pb.sequences.contains(t) : usedOutside.count(t) != 0;
             if (!fine)
                 throw ImportError(where + "/commands/" + std::to_string(i) + "/data",
@@ -517,7 +601,8 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         const bool goesOn = seq.gameGoesOnAfterEnd();
         if (isNew && entry.contains("continuesAt")) {
             if (!goesOn) throw ImportError(where + "/continuesAt", "the game stops after this sequence's last command");
-            const int32_t then = r.address(entry["continuesAt"], where + "/continuesAt", false);
+            const int32_t then = r.address(entry["continuesAt"], Where(where, "continuesAt"), false);
+            game();
             if (!gameStarts.count(then)) throw ImportError(where + "/continuesAt", hex4(then) + " is not a command the game runs");
             seq.continuation(then);
         } else if (isNew && goesOn) {
@@ -525,10 +610,13 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
                                                           "; name the command it goes on at");
         }
         for (size_t i = 0; i < commands.size(); ++i) {
-            const std::string at = where + "/commands/" + std::to_string(i);
-            const auto old = oldByOrigin.find(seq.commandAddress(static_cast<int>(i)));
-            const std::string oldText = old == oldByOrigin.end() ? "" : latin1ToUtf8(before.commandName(old->second, names));
-            r.derived(commands[i], at, "text", oldText, latin1ToUtf8(seq.commandName(static_cast<int>(i), names)));
+            r.derivedFrom(
+                commands[i], Where(commandsWhere, i), "text",
+                [&] {
+                    const auto old = oldByOrigin.find(seq.commandAddress(static_cast<int>(i)));
+                    return old == oldByOrigin.end() ? std::string() : latin1ToUtf8(before.commandName(old->second, names));
+                },
+                [&] { return latin1ToUtf8(seq.commandName(static_cast<int>(i), names)); });
         }
         if (seq.commands() != before.commands() || seq.byteSize() != before.byteSize()) ++changes;
     }
