@@ -23,11 +23,14 @@ public:
     // Follows a chain of sequences from `address`, named by `entry` in messages:
     // each address is decoded once; the chain ends at a known address, an
     // invalid sequence or no follow-on.
-    void followChain(int32_t address, bool KR, const std::string& entry) {
-        std::string from = entry;
+    // `entry` names the table; after the first link, the sequence that led on is named instead
+    // (the name is spelled out only in an error: the open follows thousands of entries).
+    void followChain(int32_t address, bool KR, const char* entry) {
+        int32_t from = -1;  // the sequence whose follow-on `address` is; -1: the entry itself
         while (!pb_.sequences.contains(address) && !invalid_.count(invalidKey(address, KR))) {
             if (address < kAddressOffsetDelta)
-                throw RomError(image_.path() + ": " + from + " points below the image (0x" + hex4(address) + ")");
+                throw RomError(image_.path() + ": " + (from < 0 ? std::string(entry) : "sequence " + hex4(from)) +
+                               " points below the image (0x" + hex4(address) + ")");
             clsSequence& seq = scratch_;  // an invalid start leaves its room for the next one
             seq.reset(address);
             image_.seekOffset(offsetOfAddress(address));
@@ -44,7 +47,7 @@ public:
             pb_.sequences.insert(address, std::move(seq));
             scratch_ = clsSequence();
             if (next <= 0) return;
-            from = "sequence " + hex4(address);
+            from = address;
             address = next;
         }
     }
