@@ -317,14 +317,38 @@ int runExportSlot(const Context& ctx, const std::string& imagePath, const std::s
 int runImportSlot(const Context& ctx, const std::string& imagePath, const std::string& filePath, const std::string& slotText, bool dryRun) {
     if (slotText.empty()) throw UsageError{"import-slot needs --slot T (the slot 0-63 that is to hold the file's slot)"};
     const int target = parseNumber(slotText, 0, zpe::kSlotCount - 1, "--slot");
-    const zpe::SlotFile file = zpe::readSlotFile(filePath);
+    const zpe::SlotsFile file = zpe::readSlotFile(filePath);
     const zpe::FileLock lock(imagePath);
     zpe::Playbook pb = openOrFail(imagePath, ctx);
+    const zpe::BookImportPlan plan = zpe::planSlotImport(pb, file.book, target);
     if (dryRun) {
-        std::cout << zpe::planSlotImport(pb, file.slot, target).summary.text() << '\n';
+        std::cout << plan.summary.text() << '\n';
         return 0;
     }
-    (void)zpe::importSlot(pb, file.slot, target, ctx.dataDir, [&](const zpe::SlotImportSummary& s) { ctx.confirm(s.text()); });
+    (void)zpe::importBook(pb, plan, ctx.dataDir, [&](const zpe::BookImportSummary& s) { ctx.confirm(s.text()); });
+    return 0;
+}
+
+// All 64 slots into a playbook file.
+int runExportPlaybook(const Context& ctx, const std::string& imagePath, const std::string& out) {
+    const zpe::Playbook pb = openOrFail(imagePath, ctx);
+    const std::string text = zpe::playbookFile(pb, std::filesystem::path(imagePath).filename().string()).dump(1) + "\n";
+    writeOutput(out, std::vector<uint8_t>(text.begin(), text.end()), imagePath);
+    if (out != kStdout) ctx.said("wrote the playbook's 64 slots to " + out);
+    return 0;
+}
+
+// A playbook file brought in whole: every slot replaced, formations and plays reused or copied.
+int runImportPlaybook(const Context& ctx, const std::string& imagePath, const std::string& filePath, bool dryRun) {
+    const zpe::SlotsFile file = zpe::readPlaybookFile(filePath);
+    const zpe::FileLock lock(imagePath);
+    zpe::Playbook pb = openOrFail(imagePath, ctx);
+    const zpe::BookImportPlan plan = zpe::planPlaybookImport(pb, file.book);
+    if (dryRun) {
+        std::cout << plan.summary.text() << '\n';
+        return 0;
+    }
+    (void)zpe::importBook(pb, plan, ctx.dataDir, [&](const zpe::BookImportSummary& s) { ctx.confirm(s.text()); });
     return 0;
 }
 
@@ -837,6 +861,18 @@ int main(int argc, char** argv) {
     slotIn->add_option("--slot", slotNumber, "Slot 0-63 that is to hold it");
     slotIn->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
     then(slotIn, [&](const Context& c) { return runImportSlot(c, image, arg1, slotNumber, dryRun); });
+
+    std::string bookOut;
+    auto* bookOutVerb = verb("export-playbook", "Write all 64 slots (records, formations, plays, what the game runs from them) into a playbook file");
+    imageOption(bookOutVerb);
+    bookOutVerb->add_option("--out", bookOut, "Playbook file to write (- for standard output)")->required()->check(aFile);
+    then(bookOutVerb, [&](const Context& c) { return runExportPlaybook(c, image, bookOut); });
+
+    auto* bookIn = verb("import-playbook", "Make every slot hold the playbook file's slot of its number: formations and plays reused or copied");
+    imageOption(bookIn);
+    bookIn->add_option("FILE", arg1, "The playbook file (zpe export-playbook writes one)")->required();
+    bookIn->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
+    then(bookIn, [&](const Context& c) { return runImportPlaybook(c, image, arg1, dryRun); });
 
     auto* json = verb("json", "Print the whole playbook as JSON");
     imageOption(json);

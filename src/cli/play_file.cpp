@@ -86,28 +86,58 @@ json playFile(const Playbook& pb, int play, std::optional<int> slot, const std::
     return out;
 }
 
-json slotFile(const Playbook& pb, int slotNumber, const std::string& imageName) {
-    const CarriedSlot slot = carrySlot(pb, slotNumber);
-    json source = sourceJson(pb, imageName);
-    source["slot"] = slotNumber;
+namespace {
+
+json recordJson(const CarriedSlot& slot, const CarriedBook& book) {
     std::string graphics;
     for (int k = 0; k < kGfxRecordSize; ++k) graphics += (k ? " " : "") + hex2(slot.record.GFX(k));
-    json defensive = json::array(), offensive = json::array(), plays = json::array();
+    json defensive = json::array(), offensive = json::array();
     for (int k = 0; k < kPlaysPerSlot; ++k) {
         defensive.push_back(slot.record.dPlay(k));
-        offensive.push_back(slot.sourcePlays[static_cast<size_t>(slot.playOf[static_cast<size_t>(k)])]);
+        offensive.push_back(book.plays[static_cast<size_t>(slot.plays[static_cast<size_t>(k)])].source);
     }
-    for (size_t p = 0; p < slot.plays.size(); ++p) plays.push_back({{"number", slot.sourcePlays[p]}, {"players", entriesJson(slot.plays[p], slot.commands)}});
-    json record{{"name", latin1ToUtf8(slot.record.name())}, {"kind", slot.running ? "running" : "passing"}, {"rusher", slot.record.Rusher()},
-                {"defensivePlays", defensive}, {"graphics", graphics}, {"offensivePlays", offensive}};
-    return {{"format", "zpe slot"}, {"version", kSlotFileVersion}, {"source", source}, {"slot", record},
-            {"formation", {{"name", latin1ToUtf8(slot.formationName)}, {"positions", entriesJson(slot.formation, slot.commands)}}},
-            {"plays", plays}, {"commands", commandsJson(slot.commands)}};
+    return {{"name", latin1ToUtf8(slot.record.name())}, {"kind", slot.running ? "running" : "passing"}, {"rusher", slot.record.Rusher()},
+            {"defensivePlays", defensive}, {"graphics", graphics}, {"offensivePlays", offensive}};
+}
+
+json formationJson(const CarriedRecord& f, const CarriedBook& book) {
+    return {{"number", f.source}, {"name", latin1ToUtf8(f.name)}, {"positions", entriesJson(f.leads, book.commands)}};
+}
+
+json playsJson(const CarriedBook& book) {
+    json plays = json::array();
+    for (const CarriedRecord& p : book.plays) plays.push_back({{"number", p.source}, {"players", entriesJson(p.leads, book.commands)}});
+    return plays;
+}
+
+}  // namespace
+
+json slotFile(const Playbook& pb, int slotNumber, const std::string& imageName) {
+    const CarriedBook book = carrySlots(pb, {slotNumber});
+    json source = sourceJson(pb, imageName);
+    source["slot"] = slotNumber;
+    return {{"format", "zpe slot"}, {"version", kSlotFileVersion}, {"source", source}, {"slot", recordJson(book.slots.front(), book)},
+            {"formation", formationJson(book.formations.front(), book)}, {"plays", playsJson(book)}, {"commands", commandsJson(book.commands)}};
+}
+
+json playbookFile(const Playbook& pb, const std::string& imageName) {
+    std::vector<int> all(kSlotCount);
+    for (int s = 0; s < kSlotCount; ++s) all[static_cast<size_t>(s)] = s;
+    const CarriedBook book = carrySlots(pb, all);
+    json slots = json::array(), formations = json::array();
+    for (const CarriedSlot& slot : book.slots) {
+        json record = recordJson(slot, book);
+        record["formation"] = book.formations[static_cast<size_t>(slot.formation)].source;
+        slots.push_back(record);
+    }
+    for (const CarriedRecord& f : book.formations) formations.push_back(formationJson(f, book));
+    return {{"format", "zpe playbook"}, {"version", kPlaybookFileVersion}, {"source", sourceJson(pb, imageName)}, {"slots", slots},
+            {"formations", formations}, {"plays", playsJson(book)}, {"commands", commandsJson(book.commands)}};
 }
 
 namespace {
 
-// A play file holds a few hundred commands, a slot file a few thousand; a file far larger is neither.
+// A play file holds a few hundred commands, a playbook file a few thousand; a file far larger is none of them.
 constexpr int64_t kMaxPlayFileSize = 4 << 20;
 constexpr int kMaxPlayFileDepth = 8;  // the documents nest four levels
 
@@ -118,7 +148,7 @@ public:
 
     // Checks the header for `format` at a version this program reads; reads the commands.
     std::vector<CarriedCommand> header(const char* format, int readable) {
-        if (!doc_.is_object() || doc_.value("format", json()) != format) fail("", std::string("not a ") + (std::string(format) == "zpe play" ? "play" : "slot") + " file (no \"format\": \"" + format + "\")");
+        if (!doc_.is_object() || doc_.value("format", json()) != format) fail("", "not a " + std::string(format).substr(4) + " file (no \"format\": \"" + format + "\")");
         const json& version = doc_.value("version", json());
         if (!version.is_number_integer() || version.get<int64_t>() < 1) fail("/version", "not a version number");
         if (version.get<int64_t>() > readable)
@@ -244,7 +274,7 @@ json readDocument(const std::string& path) {
     try {
         // Nesting deeper than a play or slot file's is refused as it is read.
         return json::parse(text.begin(), text.end(), [&](int depth, json::parse_event_t, json&) {
-            if (depth > kMaxPlayFileDepth) throw std::runtime_error(path + ": not a play or slot file: it nests deeper than one does");
+            if (depth > kMaxPlayFileDepth) throw std::runtime_error(path + ": not a play, slot or playbook file: it nests deeper than one does");
             return true;
         });
     } catch (const json::exception& e) {
@@ -268,48 +298,104 @@ PlayFile readPlayFile(const std::string& path) {
     return out;
 }
 
-SlotFile readSlotFile(const std::string& path) {
+namespace {
+
+// The records a slot or playbook file carries: its formations (one object, or a list), its plays, its slots.
+class BookReader {
+public:
+    BookReader(CarriedReader& r, CarriedBook& book) : r_(r), book_(book) {}
+
+    void formation(const json* f, const std::string& where) {
+        if (!f || !f->is_object()) r_.fail(where, "missing (a formation)");
+        CarriedRecord record;
+        if (const json* number = CarriedReader::member(*f, "number")) record.source = r_.number(number, 0, 255, where + "/number");
+        if (const json* name = CarriedReader::member(*f, "name")) record.name = r_.latin1(name, where + "/name");
+        record.leads = r_.eleven(CarriedReader::member(*f, "positions"), where + "/positions");
+        book_.formations.push_back(record);
+    }
+    void plays(const json* list, size_t most) {
+        if (!list || !list->is_array() || list->empty() || list->size() > most) r_.fail("/plays", "not a list of the plays the slots run");
+        for (size_t p = 0; p < list->size(); ++p) {
+            const std::string where = "/plays/" + std::to_string(p);
+            CarriedRecord record;
+            record.source = r_.number(CarriedReader::member((*list)[p], "number"), 0, kPlayCount - 1, where + "/number");
+            record.leads = r_.eleven(CarriedReader::member((*list)[p], "players"), where + "/players");
+            book_.plays.push_back(record);
+        }
+    }
+    // A slot record; its formation the book's `formation`-th unless the record names one by number.
+    void slot(const json* record, const std::string& where, int formation) {
+        if (!record || !record->is_object()) r_.fail(where, "missing (a slot's record)");
+        CarriedSlot slot;
+        slot.record.name(r_.latin1(CarriedReader::member(*record, "name"), where + "/name"));
+        const json* kind = CarriedReader::member(*record, "kind");
+        if (!kind || (*kind != "running" && *kind != "passing")) r_.fail(where + "/kind", "neither \"running\" nor \"passing\"");
+        slot.running = *kind == "running";
+        slot.record.Rusher(r_.number(CarriedReader::member(*record, "rusher"), 0, 8, where + "/rusher"));
+        const std::vector<int> defensive = numbers(CarriedReader::member(*record, "defensivePlays"), 255, where + "/defensivePlays");
+        for (int k = 0; k < kPlaysPerSlot; ++k) slot.record.dPlay(k, defensive[static_cast<size_t>(k)]);
+        const std::vector<uint8_t> graphics = r_.hexBytes(CarriedReader::member(*record, "graphics"), where + "/graphics");
+        if (graphics.size() != kGfxRecordSize) r_.fail(where + "/graphics", "not the slot's " + std::to_string(kGfxRecordSize) + " graphics bytes");
+        for (int k = 0; k < kGfxRecordSize; ++k) slot.record.GFX(k, graphics[static_cast<size_t>(k)]);
+        const std::vector<int> offensive = numbers(CarriedReader::member(*record, "offensivePlays"), kPlayCount - 1, where + "/offensivePlays");
+        for (int k = 0; k < kPlaysPerSlot; ++k)
+            slot.plays[static_cast<size_t>(k)] = indexOf(book_.plays, offensive[static_cast<size_t>(k)], where + "/offensivePlays/" + std::to_string(k));
+        slot.formation = formation;
+        if (const json* f = CarriedReader::member(*record, "formation")) slot.formation = indexOf(book_.formations, r_.number(f, 0, 255, where + "/formation"), where + "/formation");
+        book_.slots.push_back(slot);
+    }
+
+private:
+    std::vector<int> numbers(const json* list, int high, const std::string& where) const {
+        if (!list || !list->is_array() || list->size() != kPlaysPerSlot) r_.fail(where, "not a list of 8 play numbers");
+        std::vector<int> out;
+        for (size_t k = 0; k < kPlaysPerSlot; ++k) out.push_back(r_.number(&(*list)[k], 0, high, where + "/" + std::to_string(k)));
+        return out;
+    }
+    int indexOf(const std::vector<CarriedRecord>& list, int number, const std::string& where) const {
+        for (size_t i = 0; i < list.size(); ++i)
+            if (list[i].source == number) return static_cast<int>(i);
+        r_.fail(where, "names a formation or play the file does not carry");
+    }
+    CarriedReader& r_;
+    CarriedBook& book_;
+};
+
+std::string sourceImageOf(const json& doc) {
+    if (const json* source = CarriedReader::member(doc, "source"); source && source->is_object())
+        if (const json* image = CarriedReader::member(*source, "image"); image && image->is_string()) return image->get<std::string>();
+    return {};
+}
+
+}  // namespace
+
+SlotsFile readSlotFile(const std::string& path) {
     const json doc = readDocument(path);
     CarriedReader r(path, doc);
-    SlotFile out;
-    CarriedSlot& slot = out.slot;
-    slot.commands = r.header("zpe slot", kSlotFileVersion);
-    if (const json* source = CarriedReader::member(doc, "source"); source && source->is_object())
-        if (const json* image = CarriedReader::member(*source, "image"); image && image->is_string()) out.sourceImage = image->get<std::string>();
-    const json* record = CarriedReader::member(doc, "slot");
-    if (!record || !record->is_object()) r.fail("/slot", "missing (the slot's record)");
-    slot.record.name(r.latin1(CarriedReader::member(*record, "name"), "/slot/name"));
-    const json* kind = CarriedReader::member(*record, "kind");
-    if (!kind || (*kind != "running" && *kind != "passing")) r.fail("/slot/kind", "neither \"running\" nor \"passing\"");
-    slot.running = *kind == "running";
-    slot.record.Rusher(r.number(CarriedReader::member(*record, "rusher"), 0, 8, "/slot/rusher"));
-    const json* defensive = CarriedReader::member(*record, "defensivePlays");
-    const json* offensive = CarriedReader::member(*record, "offensivePlays");
-    if (!defensive || !defensive->is_array() || defensive->size() != kPlaysPerSlot) r.fail("/slot/defensivePlays", "not a list of 8 play numbers");
-    if (!offensive || !offensive->is_array() || offensive->size() != kPlaysPerSlot) r.fail("/slot/offensivePlays", "not a list of 8 play numbers");
-    for (int k = 0; k < kPlaysPerSlot; ++k)
-        slot.record.dPlay(k, r.number(&(*defensive)[static_cast<size_t>(k)], 0, 255, "/slot/defensivePlays/" + std::to_string(k)));
-    const std::vector<uint8_t> graphics = r.hexBytes(CarriedReader::member(*record, "graphics"), "/slot/graphics");
-    if (graphics.size() != kGfxRecordSize) r.fail("/slot/graphics", "not the slot's " + std::to_string(kGfxRecordSize) + " graphics bytes");
-    for (int k = 0; k < kGfxRecordSize; ++k) slot.record.GFX(k, graphics[static_cast<size_t>(k)]);
-    const json* formation = CarriedReader::member(doc, "formation");
-    if (!formation || !formation->is_object()) r.fail("/formation", "missing");
-    if (const json* name = CarriedReader::member(*formation, "name")) slot.formationName = r.latin1(name, "/formation/name");
-    slot.formation = r.eleven(CarriedReader::member(*formation, "positions"), "/formation/positions");
-    const json* plays = CarriedReader::member(doc, "plays");
-    if (!plays || !plays->is_array() || plays->empty() || plays->size() > kPlaysPerSlot) r.fail("/plays", "not a list of the slot's plays");
-    for (size_t p = 0; p < plays->size(); ++p) {
-        const std::string where = "/plays/" + std::to_string(p);
-        slot.sourcePlays.push_back(r.number(CarriedReader::member((*plays)[p], "number"), 0, kPlayCount - 1, where + "/number"));
-        slot.plays.push_back(r.eleven(CarriedReader::member((*plays)[p], "players"), where + "/players"));
-    }
-    for (int k = 0; k < kPlaysPerSlot; ++k) {
-        const int number = r.number(&(*offensive)[static_cast<size_t>(k)], 0, kPlayCount - 1, "/slot/offensivePlays/" + std::to_string(k));
-        const auto found = std::find(slot.sourcePlays.begin(), slot.sourcePlays.end(), number);
-        if (found == slot.sourcePlays.end()) r.fail("/slot/offensivePlays/" + std::to_string(k), "names a play the file does not carry");
-        slot.playOf[static_cast<size_t>(k)] = static_cast<int>(found - slot.sourcePlays.begin());
-    }
-    if (const std::string fault = carriedSlotFault(slot); !fault.empty()) r.fail("", "not a slot the game could run: " + fault);
+    SlotsFile out{{}, sourceImageOf(doc)};
+    out.book.commands = r.header("zpe slot", kSlotFileVersion);
+    BookReader book(r, out.book);
+    book.formation(CarriedReader::member(doc, "formation"), "/formation");
+    book.plays(CarriedReader::member(doc, "plays"), kPlaysPerSlot);
+    book.slot(CarriedReader::member(doc, "slot"), "/slot", 0);
+    if (const std::string fault = carriedBookFault(out.book); !fault.empty()) r.fail("", "not a slot the game could run: " + fault);
+    return out;
+}
+
+SlotsFile readPlaybookFile(const std::string& path) {
+    const json doc = readDocument(path);
+    CarriedReader r(path, doc);
+    SlotsFile out{{}, sourceImageOf(doc)};
+    out.book.commands = r.header("zpe playbook", kPlaybookFileVersion);
+    BookReader book(r, out.book);
+    const json* formations = CarriedReader::member(doc, "formations");
+    if (!formations || !formations->is_array() || formations->empty()) r.fail("/formations", "not a list of formations");
+    for (size_t f = 0; f < formations->size(); ++f) book.formation(&(*formations)[f], "/formations/" + std::to_string(f));
+    book.plays(CarriedReader::member(doc, "plays"), kPlayCount);
+    const json* slots = CarriedReader::member(doc, "slots");
+    if (!slots || !slots->is_array() || slots->size() != kSlotCount) r.fail("/slots", "not a list of the 64 slots");
+    for (size_t s = 0; s < kSlotCount; ++s) book.slot(&(*slots)[s], "/slots/" + std::to_string(s), -1);
+    if (const std::string fault = carriedBookFault(out.book); !fault.empty()) r.fail("", "not a playbook the game could run: " + fault);
     return out;
 }
 

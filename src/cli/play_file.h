@@ -6,6 +6,7 @@
 // sequence area. The format is described in README ("Play files").
 #include "playbook/playbook.h"
 #include "save/play_import.h"
+#include "save/slot_import.h"
 
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -13,9 +14,10 @@
 
 namespace zpe {
 
-// The versions of the play and slot files this program writes; a file of a later one is refused.
+// The versions of the play, slot and playbook files this program writes; a file of a later one is refused.
 constexpr int kPlayFileVersion = 1;
 constexpr int kSlotFileVersion = 1;
+constexpr int kPlaybookFileVersion = 1;
 
 // The play file of play `play` of `pb` (its image read as opened); with
 // `slot`, the slot's formation too. `imageName` names the source image.
@@ -24,6 +26,8 @@ constexpr int kSlotFileVersion = 1;
 // The slot file of slot `slot` of `pb`: its record, its formation and its
 // distinct offensive plays with everything the game runs from them.
 [[nodiscard]] nlohmann::ordered_json slotFile(const Playbook& pb, int slot, const std::string& imageName);
+// The playbook file of `pb`: all 64 slots, each formation and play they use once.
+[[nodiscard]] nlohmann::ordered_json playbookFile(const Playbook& pb, const std::string& imageName);
 
 // A play file read back: the play it carries, and the file's own account of where it came from.
 struct PlayFile {
@@ -39,12 +43,13 @@ struct PlayFile {
 // field or a follow-on that names nothing).
 [[nodiscard]] PlayFile readPlayFile(const std::string& path);
 
-struct SlotFile {
-    CarriedSlot slot;
+struct SlotsFile {
+    CarriedBook book;  // one slot (a slot file) or all 64 (a playbook file)
     std::string sourceImage;
 };
 
-// Reads the slot file at `path`, refusing as readPlayFile does.
-[[nodiscard]] SlotFile readSlotFile(const std::string& path);
+// Reads the slot file, or the playbook file, at `path`, refusing as readPlayFile does.
+[[nodiscard]] SlotsFile readSlotFile(const std::string& path);
+[[nodiscard]] SlotsFile readPlaybookFile(const std::string& path);
 
 }  // namespace zpe

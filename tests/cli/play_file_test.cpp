@@ -209,5 +209,42 @@ TEST(SlotFile, ImportSlotCarriesASlotIntoAnotherImage) {
     EXPECT_EQ(target.read(), before);
 }
 
+// The whole playbook exported and imported into another image: every slot
+// holds the source's slot of its number; the file's format is its own (a
+// slot file is no playbook file); a dry run writes nothing.
+TEST(PlaybookFile, ImportPlaybookCarriesEverySlot) {
+    PlayImage t;
+    test::TempDir out;
+    const std::string file = out.file("book.json");
+    auto r = t.zpe({"export-playbook", t.image.path(), "--out", file});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const json book = json::parse(test::readFileText(file));
+    EXPECT_EQ(book["format"], "zpe playbook");
+    EXPECT_EQ(book["slots"].size(), 64u);
+    EXPECT_EQ(book["slots"][5]["formation"], 4);
+
+    const test::TempFile target = ImageBuilder()
+                                      .bytesAt(0xA100, {0xD0, 0xF0, 0x30, 0xE4, 0x92, 0x31, 0x42, 0x53, 0x20, 0xA1, 0xFE, 0xFA})
+                                      .bytesAt(0xA120, {0xD7, 0x01, 0x02, 0xC4, 0x00})
+                                      .play(5, {0xA100})
+                                      .write("target.nes");
+    const std::vector<uint8_t> before = target.read();
+    r = t.zpe({"import-playbook", target.path(), file, "--dry-run"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out.rfind("64 slots imported: ", 0), 0u) << r.out;
+    EXPECT_EQ(target.read(), before);
+    ASSERT_EQ(t.zpe({"import-playbook", target.path(), file}).exitCode, 0);
+    r = t.zpe({"export-playbook", target.path(), "--out", "-"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const json back = json::parse(r.out);
+    for (size_t s = 0; s < 64; ++s) EXPECT_EQ(back["slots"][s]["name"], book["slots"][s]["name"]) << s;
+    EXPECT_EQ(runCommands(back), runCommands(book));
+
+    ASSERT_EQ(t.zpe({"export-slot", t.image.path(), "--slot", "5", "--out", out.file("slot.json")}).exitCode, 0);
+    r = t.zpe({"import-playbook", target.path(), out.file("slot.json")});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("not a playbook file"), std::string::npos) << r.err;
+}
+
 }  // namespace
 }  // namespace zpe

@@ -7,6 +7,7 @@
 #include "model/file_io.h"
 #include "playbook/table_codec.h"
 #include "save/play_import.h"
+#include "save/slot_import.h"
 #include "save/saves.h"
 #include "sequence/command_codes.h"
 #include "support/playbook_fixture.h"
@@ -120,8 +121,8 @@ TEST(PlayImport, TheImportedPlayRunsWhatItRanAndEverythingElseAsBefore) {
     EXPECT_EQ(runs(carryPlay(after, 5)), runs(carryPlay(target.pb, 5))) << "play 5 runs what it ran";
     // Copied: the QB's placement, the RB's block, branch and jump out of the
     // area; reused: Human Control, the COM pass and its receiver script's two commands.
-    EXPECT_EQ(plan.summary.copied, 4) << plan.summary.text();
-    EXPECT_EQ(plan.summary.reused, 4) << plan.summary.text();
+    EXPECT_EQ(plan.summary.laid.copied, 4) << plan.summary.text();
+    EXPECT_EQ(plan.summary.laid.reused, 4) << plan.summary.text();
     // Only free bytes and play 7's record changed.
     const AreaMap before = buildAreaMap(target.pb);
     const auto record = static_cast<size_t>(playEntryOffset(7, 0));
@@ -144,7 +145,7 @@ TEST(PlayImport, TheRoundTripLeavesTheSourceAsItWas) {
     target.file.write(planPlayImport(target.pb, c.play, 7).bytes);
     const CarriedPlay back = carryPlay(openRom(target.file.path(), c.data.path()), 7);
     const PlayImportPlan home = planPlayImport(c.source.pb, back, 2);
-    EXPECT_EQ(home.summary.copied, 0) << home.summary.text();
+    EXPECT_EQ(home.summary.laid.copied, 0) << home.summary.text();
     EXPECT_EQ(home.bytes, c.source.pb.openedBytes);
 }
 
@@ -194,7 +195,7 @@ TEST(PlayImport, AChainNoRunHoldsIsSplitAndJoinedByJumps) {
     const test::Opened into = test::openBuilt(target, data);
     ASSERT_TRUE(into.result.ok) << into.result.error;
     const PlayImportPlan plan = planPlayImport(into.pb, play, 3);
-    EXPECT_GT(plan.summary.runs, 1) << plan.summary.text();
+    EXPECT_GT(plan.summary.laid.runs, 1) << plan.summary.text();
     into.file.write(plan.bytes);
     EXPECT_EQ(runs(carryPlay(openRom(into.file.path(), data.path()), 3)), runs(play));
 }
@@ -214,16 +215,18 @@ TEST(PlayImport, APlayTheGameCouldNotRunIsRefused) {
     EXPECT_NE(carriedPlayFault(bad).find("outside"), std::string::npos);
 }
 
-// What a slot runs: its formation's positions and each of its eight plays, as runs() gives them.
-std::vector<std::vector<std::string>> slotRuns(const CarriedSlot& slot) {
+// What each slot of a book runs: its formation's positions and each of its eight plays, as runs() gives them.
+std::vector<std::vector<std::string>> slotRuns(const CarriedBook& book) {
     std::vector<std::vector<std::string>> out;
     CarriedPlay part;
-    part.commands = slot.commands;
-    part.players = slot.formation;
-    out.push_back(runs(part));
-    for (const int k : slot.playOf) {
-        part.players = slot.plays[static_cast<size_t>(k)];
+    part.commands = book.commands;
+    for (const CarriedSlot& slot : book.slots) {
+        part.players = book.formations[static_cast<size_t>(slot.formation)].leads;
         out.push_back(runs(part));
+        for (const int k : slot.plays) {
+            part.players = book.plays[static_cast<size_t>(k)].leads;
+            out.push_back(runs(part));
+        }
     }
     return out;
 }
@@ -241,8 +244,8 @@ TEST(SlotImport, TheSlotRunsWhatItRanAndOtherSlotsKeepTheirRecords) {
     source.gfx(5, std::vector<uint8_t>(42, 0x5A));
     const test::Opened from = test::openBuilt(source, data);
     ASSERT_TRUE(from.result.ok) << from.result.error;
-    const CarriedSlot slot = carrySlot(from.pb, 5);
-    ASSERT_EQ(carriedSlotFault(slot), "");
+    const CarriedBook slot = carrySlots(from.pb, {5});
+    ASSERT_EQ(carriedBookFault(slot), "");
     EXPECT_EQ(slot.plays.size(), 2u) << "play 2 once, however often the slot names it";
 
     // The target: slots 0-8 use formation 4 and plays 0-7; slot 9 (to be replaced) formation 5 and play 9; play 5 runs play 3's block already.
@@ -253,10 +256,10 @@ TEST(SlotImport, TheSlotRunsWhatItRanAndOtherSlotsKeepTheirRecords) {
     for (int s = 10; s < kSlotCount; ++s) into.slot(s, {"KEEP", 4, {0, 1, 2, 3, 4, 5, 6, 7}, {}});
     const test::Opened target = test::openBuilt(into, data);
     ASSERT_TRUE(target.result.ok) << target.result.error;
-    const SlotImportPlan plan = planSlotImport(target.pb, slot, 9);
+    const BookImportPlan plan = planSlotImport(target.pb, slot, 9);
     target.file.write(plan.bytes);
     const Playbook after = openRom(target.file.path(), data.path());
-    EXPECT_EQ(slotRuns(carrySlot(after, 9)), slotRuns(slot)) << plan.summary.text();
+    EXPECT_EQ(slotRuns(carrySlots(after, {9})), slotRuns(slot)) << plan.summary.text();
     const clsPlaySlot& now = after.playSlots[9];
     EXPECT_EQ(now.name(), "CARRIED");
     EXPECT_EQ(now.dPlay(7), 8);
@@ -278,8 +281,46 @@ TEST(SlotImport, TheSlotRunsWhatItRanAndOtherSlotsKeepTheirRecords) {
         (void)planSlotImport(full.pb, slot, 9);
         FAIL() << "no formation record was free";
     } catch (const SaveError& e) {
-        EXPECT_NE(std::string(e.what()).find("used by another slot"), std::string::npos) << e.what();
+        EXPECT_NE(std::string(e.what()).find("fewer are free"), std::string::npos) << e.what();
     }
+}
+
+// A whole playbook carried into another image: every slot runs what the
+// source's slot of its number ran; formations and plays the image has
+// already are reused; the round trip (back into the source) changes nothing.
+TEST(PlaybookImport, EverySlotRunsWhatItsSourceRanAndTheRoundTripChangesNothing) {
+    DataDir data;
+    ImageBuilder source = sourceImage();
+    source.bytesAt(0xA050, {0xD0, 0xF0, 0x22, 0xEE}).bytesAt(0xA054, {0xD7, 0x07, 0x07, 0xC4, 0x00}).formation(6, {0xA050, 0xA050});
+    source.play(3, {0xA054});
+    for (int s = 0; s < kSlotCount; ++s) source.slot(s, {"S" + std::to_string(s), s % 2 ? 6 : 4, {2, 3, s % 3 ? 2 : 3, 2, 3, 2, 3, 2}, {}});
+    const test::Opened from = test::openBuilt(source, data);
+    ASSERT_TRUE(from.result.ok) << from.result.error;
+    std::vector<int> all(kSlotCount);
+    for (int s = 0; s < kSlotCount; ++s) all[static_cast<size_t>(s)] = s;
+    const CarriedBook book = carrySlots(from.pb, all);
+    EXPECT_EQ(book.formations.size(), 2u);
+    EXPECT_EQ(book.plays.size(), 2u);
+
+    // The target: its slots use formations 4-7 and plays 0-9; it runs play 3's block already (play 8).
+    ImageBuilder into = targetImage();
+    into.bytesAt(0xA160, {0xD7, 0x07, 0x07, 0xC4, 0x00}).play(8, {0xA160});
+    for (int s = 0; s < kSlotCount; ++s) into.slot(s, {"OLD", 4 + s % 4, {s % 10, 1, 2, 3, 4, 5, 6, 7}, {}});
+    const test::Opened target = test::openBuilt(into, data);
+    ASSERT_TRUE(target.result.ok) << target.result.error;
+    const BookImportPlan plan = planPlaybookImport(target.pb, book);
+    // Formation 4 (every position the dead entry) is in the target as it is; formation 6 is copied; play 3's block is play 8 there.
+    EXPECT_EQ(plan.summary.text().rfind("64 slots imported: 2 formations (1 reused, 1 copied), 2 plays (1 reused, 1 copied)", 0), 0u)
+        << plan.summary.text();
+    target.file.write(plan.bytes);
+    const Playbook after = openRom(target.file.path(), data.path());
+    EXPECT_EQ(slotRuns(carrySlots(after, all)), slotRuns(book));
+    EXPECT_EQ(after.playSlots[63].name(), "S63");
+
+    // Back into the source: everything is there already, so nothing is written but the records as they were.
+    const BookImportPlan home = planPlaybookImport(from.pb, carrySlots(after, all));
+    EXPECT_EQ(home.summary.laid.copied, 0) << home.summary.text();
+    EXPECT_EQ(home.bytes, from.pb.openedBytes);
 }
 
 }  // namespace
