@@ -2,7 +2,7 @@
 
 #include "analysis/area_map.h"
 #include "analysis/entries.h"
-#include "cli/json_export.h"
+#include "exchange/json_export.h"
 #include "model/hex.h"
 #include "playbook/list_rows.h"
 #include "sequence/command_codes.h"

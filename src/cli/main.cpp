@@ -4,9 +4,9 @@
 // to the rename, so two of them on one image take turns.
 #include "analysis/check_report.h"
 #include "analysis/playbook_diff.h"
-#include "cli/json_export.h"
+#include "exchange/json_export.h"
 #include "cli/json_import.h"
-#include "cli/play_file.h"
+#include "exchange/play_file.h"
 #include "patch/bps.h"
 #include "diagram/diagram.h"
 #include "analysis/entries.h"

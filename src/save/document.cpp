@@ -1,6 +1,7 @@
 #include "save/document.h"
 
 #include "save/saves.h"
+#include "save/verify_write.h"
 
 namespace zpe {
 
@@ -10,11 +11,50 @@ bool Document::workingCopyEdited() const {
     return stored && (stored->commands() != workingCopy.commands() || stored->byteSize() != workingCopy.byteSize());
 }
 
-bool Document::unsaved() const { return pb.openComplete && (workingCopyEdited() || !sameContent(pb, inFile)); }
+bool Document::unsaved() const { return pb.openComplete && (workingCopyEdited() || importPending() || !sameContent(pb, inFile)); }
+
+void Document::requireFileUnchanged() const { (void)readUnchangedImage(inFile); }
+
+namespace {
+
+// Safe Save, Full Save and compaction work on the image as the file holds it:
+// with an import not saved yet they would drop or break it.
+void refusePendingImport(const Document& doc, const char* save) {
+    if (doc.importPending())
+        throw SaveError(std::string(save) + " cannot write an imported play or slot; File > Save writes it first; nothing was written",
+                        Refusal::Other);
+}
+
+}  // namespace
+
+Playbook Document::laidOut() const {
+    if (sameContent(pb, inFile) && !importPending()) return pb;
+    return readBytesAs(pb, planSave(pb, pb.openedBytes).bytes);
+}
+
+Playbook Document::afterImport(const std::vector<uint8_t>& bytes) const { return readBytesAs(pb, bytes); }
+
+PlayImportSummary Document::importPlay(const CarriedPlay& carried, int play, const std::string& text) {
+    const PlayImportPlan plan = planPlayImport(laidOut(), carried, play);
+    perform({text, {{EditState::ofImage(pb), EditState::ofImage(afterImport(plan.bytes))}}});
+    return plan.summary;
+}
+
+BookImportSummary Document::importSlot(const CarriedBook& carried, int slot, const std::string& text) {
+    const BookImportPlan plan = planSlotImport(laidOut(), carried, slot);
+    perform({text, {{EditState::ofImage(pb), EditState::ofImage(afterImport(plan.bytes))}}});
+    return plan.summary;
+}
+
+BookImportSummary Document::importPlaybook(const CarriedBook& carried, const std::string& text) {
+    const BookImportPlan plan = planPlaybookImport(laidOut(), carried);
+    perform({text, {{EditState::ofImage(pb), EditState::ofImage(afterImport(plan.bytes))}}});
+    return plan.summary;
+}
 
 SaveSummary Document::save() {
     const Playbook shown = pb;
-    const SaveSummary summary = saveChanges(pb);
+    const SaveSummary summary = saveChanges(pb, nullptr, &inFile.openedBytes);
     if (!summary.nothingToWrite) saved(sameContent(shown, pb));
     return summary;
 }
@@ -27,17 +67,21 @@ SaveSummary Document::saveAs(const std::string& path, const std::string& dataDir
 }
 
 bool Document::safeSave() {
+    refusePendingImport(*this, "Safe Save");
     const bool written = zpe::safeSave(pb);
     inFile.playSlots = pb.playSlots;
+    inFile.openedBytes = pb.openedBytes;  // what the file now holds
     return written;
 }
 
 void Document::fullSave() {
+    refusePendingImport(*this, "Full Save");
     zpe::fullSave(pb);
     saved(false);
 }
 
 CompactSaveSummary Document::compactAndSave(const std::string& dataDir) {
+    refusePendingImport(*this, "Compacting");
     CompactSaveSummary summary = zpe::compactAndSave(pb, dataDir);
     saved(false);
     return summary;
@@ -85,6 +129,10 @@ void Document::put(const EditState& state) {
         // Only onto a sequence the playbook holds (a step may have taken a new one away).
         if (!pb.sequences.contains(state.sequence.address())) return;
         workingCopy.clone(state.sequence);
+        break;
+    case EditState::Kind::Image:
+        pb = *state.image;
+        workingCopy = clsSequence();  // its sequence may stand elsewhere now, or be gone
         break;
     }
     if (onPut) onPut(state);

@@ -8,9 +8,12 @@
 #include "playbook/playbook.h"
 #include "save/compact.h"
 #include "save/save_changes.h"
+#include "save/slot_import.h"
+#include "save/play_import.h"
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,6 +29,7 @@ struct EditState {
         Entries,      // every table entry and the sequences made in the editor
         Sequence,     // one stored sequence, under its key (a move on the diagram, "Apply")
         WorkingCopy,  // the sequence editor's working copy (Add, Remove, the arrows, typed values)
+        Image,        // the whole playbook and the image it stands on (a play or slot brought in)
     };
     Kind kind = Kind::Slots;
     SlotStates slotStates;
@@ -35,11 +39,13 @@ struct EditState {
     // (a point moved on the diagram); without it the working copy keeps its
     // edits (undoing "Apply" leaves them in the editor, not applied).
     bool workingCopyFollows = false;
+    std::shared_ptr<const Playbook> image;  // Image: the playbook as it stood, its bytes included
 
-    static EditState ofSlots(SlotStates s) { return {Kind::Slots, std::move(s), {}, {}, false}; }
-    static EditState ofEntries(EntriesState e) { return {Kind::Entries, {}, std::move(e), {}, false}; }
-    static EditState ofSequence(clsSequence s, bool follows = false) { return {Kind::Sequence, {}, {}, std::move(s), follows}; }
-    static EditState ofWorkingCopy(clsSequence s) { return {Kind::WorkingCopy, {}, {}, std::move(s), false}; }
+    static EditState ofSlots(SlotStates s) { return {Kind::Slots, std::move(s), {}, {}, false, nullptr}; }
+    static EditState ofEntries(EntriesState e) { return {Kind::Entries, {}, std::move(e), {}, false, nullptr}; }
+    static EditState ofSequence(clsSequence s, bool follows = false) { return {Kind::Sequence, {}, {}, std::move(s), follows, nullptr}; }
+    static EditState ofWorkingCopy(clsSequence s) { return {Kind::WorkingCopy, {}, {}, std::move(s), false, nullptr}; }
+    static EditState ofImage(Playbook p) { return {Kind::Image, {}, {}, {}, false, std::make_shared<const Playbook>(std::move(p))}; }
 };
 
 // One step of the history: what it is called ("Swap slot 2 (R1) and slot 5
@@ -77,6 +83,25 @@ public:
     void redo();
     void clearHistory();
     [[nodiscard]] size_t steps() const { return done_.size(); }
+
+    // An import not saved yet: the playbook stands on bytes the file does not hold.
+    [[nodiscard]] bool importPending() const { return pb.openedBytes != inFile.openedBytes; }
+    // Throws SaveError (ChangedOnDisk) when the file no longer holds what the document read or last wrote.
+    void requireFileUnchanged() const;
+
+    // Brings a carried play into play `play`, a carried slot into slot
+    // `slot`, or a whole carried playbook into every slot: one step of the
+    // history, the image modified until Save writes it. The import is
+    // planned on the image as the document shows it (unsaved edits laid out
+    // as Save would lay them; the working copy is the caller's to commit
+    // first). Throws SaveError as the import's plan does; nothing changes then.
+    PlayImportSummary importPlay(const CarriedPlay& carried, int play, const std::string& text);
+    BookImportSummary importSlot(const CarriedBook& carried, int slot, const std::string& text);
+    BookImportSummary importPlaybook(const CarriedBook& carried, const std::string& text);
+    // What the document would be after such an import, without making it (to show it first).
+    [[nodiscard]] Playbook afterImport(const std::vector<uint8_t>& bytes) const;
+    // The playbook as Save would leave it (every unsaved edit laid out), the base an import is planned on.
+    [[nodiscard]] Playbook laidOut() const;
 
     // The image's bytes as the document shows it: what the file held when it
     // was last opened or saved, with every edit since laid out as Save would;

@@ -173,9 +173,9 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     return plan;
 }
 
-SaveSummary saveChanges(Playbook& pb, const std::function<void(const SaveSummary&)>& confirm) {
-    const std::vector<uint8_t> image = readUnchangedImage(pb);
-    SavePlan plan = planSave(pb, image);
+SaveSummary saveChanges(Playbook& pb, const std::function<void(const SaveSummary&)>& confirm, const std::vector<uint8_t>* fileHolds) {
+    const std::vector<uint8_t> image = readUnchangedImage(pb, fileHolds);
+    SavePlan plan = planSave(pb, pb.openedBytes);
     if (plan.bytes == image) {
         plan.summary.nothingToWrite = true;  // a rewrite would only change the file's time and inode
         if (confirm) confirm(plan.summary);

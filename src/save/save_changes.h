@@ -52,8 +52,11 @@ struct SavePlan {
 // holds. On a refusal or failure nothing is written and `pb` is as it was.
 // `confirm`, when given, sees the summary once the bytes are ready and before
 // they replace the file; when it throws, nothing is written.
-SaveSummary saveChanges(Playbook& pb,
-                        const std::function<void(const SaveSummary&)>& confirm = nullptr);
+// `fileHolds`, when given, is what the file holds while `pb` stands on
+// other bytes (pb.openedBytes: an imported play not written yet): the disk
+// is checked against it, and the plan is made over pb.openedBytes.
+SaveSummary saveChanges(Playbook& pb, const std::function<void(const SaveSummary&)>& confirm = nullptr,
+                        const std::vector<uint8_t>* fileHolds = nullptr);
 
 // Save As: the edited image (the bytes `pb` was opened from, with every edit
 // saved into them as Save would) written to `newPath`, which `pb` then names,

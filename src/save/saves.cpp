@@ -34,11 +34,11 @@ void requireCompleteOpen(const Playbook& pb) {
         throw SaveError(pb.romPath + ": the image did not open completely; open an image again before saving", Refusal::NotOpen);
 }
 
-std::vector<uint8_t> readUnchangedImage(const Playbook& pb) {
+std::vector<uint8_t> readUnchangedImage(const Playbook& pb, const std::vector<uint8_t>* fileHolds) {
     requireCompleteOpen(pb);
     std::vector<uint8_t> bytes = readWholeFile(pb.romPath);
     if (pb.headerless) bytes = withHeader(bytes);  // the editor's form, as openedBytes holds it
-    if (bytes != pb.openedBytes) {
+    if (bytes != (fileHolds ? *fileHolds : pb.openedBytes)) {
         const auto slash = pb.romPath.find_last_of('/');
         throw SaveError((slash == std::string::npos ? pb.romPath : pb.romPath.substr(slash + 1)) +
                             " changed on disk since it was opened (another program wrote it); nothing was written",

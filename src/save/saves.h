@@ -46,7 +46,9 @@ inline constexpr const char* kFullSaveQuestion =
 // The image's current bytes, refusing (SaveError) an incomplete open and an
 // image that changed on disk since it was read (another program's change
 // would be lost). Every save reads the image through this.
-[[nodiscard]] std::vector<uint8_t> readUnchangedImage(const Playbook& pb);
+// `fileHolds`, when given, is what the file must hold instead of
+// pb.openedBytes (a document whose model stands on an image not written yet).
+[[nodiscard]] std::vector<uint8_t> readUnchangedImage(const Playbook& pb, const std::vector<uint8_t>* fileHolds = nullptr);
 
 // Writes the 64 playbook slots into the image named by romPath; nothing else
 // changes. `pb.openedBytes` becomes what was written.

@@ -43,7 +43,7 @@ CarriedBook carrySlots(const Playbook& pb, const std::vector<int>& slots) {
             });
             if (book.plays.size() > had) order.emplace_back(false, slot.plays[static_cast<size_t>(k)]);
         }
-        book.slots.push_back(slot);
+        book.playSlots.push_back(slot);
     }
     std::vector<CarriedLead> leads;
     book.commands = carryEntries(pb, entries, leads);
@@ -60,7 +60,7 @@ std::string carriedBookFault(const CarriedBook& book) {
         for (const CarriedRecord& r : *list)
             if (std::string fault = carriedLeadsFault(book.commands, r.leads); !fault.empty())
                 return (list == &book.plays ? "play " : "formation ") + std::to_string(r.source) + ": " + fault;
-    for (const CarriedSlot& s : book.slots) {
+    for (const CarriedSlot& s : book.playSlots) {
         if (s.formation < 0 || static_cast<size_t>(s.formation) >= book.formations.size()) return "a slot names a formation the file does not carry";
         for (const int p : s.plays)
             if (p < 0 || static_cast<size_t>(p) >= book.plays.size()) return "a slot names a play the file does not carry";
@@ -71,8 +71,8 @@ std::string carriedBookFault(const CarriedBook& book) {
 std::string BookImportSummary::text() const {
     auto reusedOrCopied = [](bool reused) { return reused ? " (reused)" : " (copied)"; };
     std::string t;
-    if (slots.size() == 1) {
-        t = slotName(slots.front().first) + " now holds " + slots.front().second + ": formation " + std::to_string(formations.front().first) +
+    if (playSlots.size() == 1) {
+        t = slotName(playSlots.front().first) + " now holds " + playSlots.front().second + ": formation " + std::to_string(formations.front().first) +
             reusedOrCopied(formations.front().second) + ", play" + (plays.size() == 1 ? " " : "s ");
         for (size_t p = 0; p < plays.size(); ++p) t += (p ? ", " : "") + hex2(plays[p].first) + reusedOrCopied(plays[p].second);
     } else {
@@ -81,7 +81,7 @@ std::string BookImportSummary::text() const {
             return std::to_string(list.size()) + " " + what + " (" + std::to_string(reused) + " reused, " +
                    std::to_string(static_cast<long>(list.size()) - reused) + " copied)";
         };
-        t = std::to_string(slots.size()) + " slots imported: " + counted(formations, "formations") + ", " + counted(plays, "plays");
+        t = std::to_string(playSlots.size()) + " slots imported: " + counted(formations, "formations") + ", " + counted(plays, "plays");
     }
     return t + "; " + layoutText(laid) + ".";
 }
@@ -151,15 +151,15 @@ BookImportPlan layOutBook(const Playbook& pb, const CarriedBook& book, const std
     Playbook edited;
     edited.playSlots = pb.playSlots;
     BookImportSummary summary;
-    for (size_t i = 0; i < book.slots.size(); ++i) {
-        const CarriedSlot& from = book.slots[i];
+    for (size_t i = 0; i < book.playSlots.size(); ++i) {
+        const CarriedSlot& from = book.playSlots[i];
         clsPlaySlot& slot = edited.playSlots[static_cast<size_t>(targets[i])];
         const int16_t rusher = slot.Rusher();
         slot.clone(from.record);
         slot.formation(records.formations[static_cast<size_t>(from.formation)].first);
         for (int k = 0; k < kPlaysPerSlot; ++k) slot.oPlay(k, records.plays[static_cast<size_t>(from.plays[static_cast<size_t>(k)])].first);
         if (targets[i] >= kRunningSlotCount) slot.Rusher(rusher);
-        summary.slots.emplace_back(targets[i], slot.name());
+        summary.playSlots.emplace_back(targets[i], slot.name());
     }
     const auto writeSlots = [&](std::vector<uint8_t>& bytes) {
         Image image(pb.romPath, std::move(bytes));
@@ -190,11 +190,11 @@ void requireSoundBook(const Playbook& pb, const CarriedBook& book) {
 BookImportPlan planSlotImport(const Playbook& pb, const CarriedBook& book, int target) {
     requireSoundBook(pb, book);
     const std::string& path = pb.romPath;
-    if (book.slots.size() != 1) throw SaveError(path + ": a slot file holds one slot; nothing was written");
+    if (book.playSlots.size() != 1) throw SaveError(path + ": a slot file holds one slot; nothing was written");
     if (target < 0 || target >= kSlotCount) throw SaveError(path + ": there is no slot " + std::to_string(target));
     const bool running = target < kRunningSlotCount;
-    if (running != book.slots.front().running)
-        throw SaveError(path + ": the imported slot is a " + (book.slots.front().running ? "running" : "passing") + " slot and " + slotName(target) +
+    if (running != book.playSlots.front().running)
+        throw SaveError(path + ": the imported slot is a " + (book.playSlots.front().running ? "running" : "passing") + " slot and " + slotName(target) +
                         " a " + (running ? "running" : "passing") + " one; they do not mix; nothing was written");
     // Records other slots use are never written; the target's own come first.
     std::vector<bool> formationKept(pb.formations.size(), false), playKept(kPlayCount, false);
@@ -220,11 +220,11 @@ BookImportPlan planSlotImport(const Playbook& pb, const CarriedBook& book, int t
 
 BookImportPlan planPlaybookImport(const Playbook& pb, const CarriedBook& book) {
     requireSoundBook(pb, book);
-    if (book.slots.size() != kSlotCount) throw SaveError(pb.romPath + ": a playbook file holds all 64 slots; nothing was written");
+    if (book.playSlots.size() != kSlotCount) throw SaveError(pb.romPath + ": a playbook file holds all 64 slots; nothing was written");
     // Every slot is replaced: the records the slots use now are free to take first (never a kick formation's).
     std::vector<int> freeFormations, freePlays, targets;
     for (int s = 0; s < kSlotCount; ++s) {
-        if (book.slots[static_cast<size_t>(s)].running != (s < kRunningSlotCount))
+        if (book.playSlots[static_cast<size_t>(s)].running != (s < kRunningSlotCount))
             throw SaveError(pb.romPath + ": the playbook file's slot " + std::to_string(s) + " is of the other kind; nothing was written");
         targets.push_back(s);
         const clsPlaySlot& slot = pb.playSlots[static_cast<size_t>(s)];

@@ -36,7 +36,7 @@ struct CarriedBook {
     std::vector<CarriedCommand> commands;  // shared by every formation and play
     std::vector<CarriedRecord> formations;
     std::vector<CarriedRecord> plays;
-    std::vector<CarriedSlot> slots;
+    std::vector<CarriedSlot> playSlots;
 };
 
 // The slots `slots` of `pb`'s image as opened, each formation and play once.
@@ -45,7 +45,7 @@ struct CarriedBook {
 [[nodiscard]] std::string carriedBookFault(const CarriedBook& book);
 
 struct BookImportSummary {
-    std::vector<std::pair<int, std::string>> slots;  // each slot written and the name it now has
+    std::vector<std::pair<int, std::string>> playSlots;  // each slot written and the name it now has
     std::vector<std::pair<int, bool>> formations;    // each carried formation: its record here, reused (true) or copied into it
     std::vector<std::pair<int, bool>> plays;         // the same for each carried play
     CarriedLayout laid;                              // its bytes aside

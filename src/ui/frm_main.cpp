@@ -282,6 +282,10 @@ void frmMain::clearLists() {
 
 void frmMain::showPlaybook() {
     changeNoticed_ = false;  // what the file holds was just read or written
+    showModel();
+}
+
+void frmMain::showModel() {
     clearLists();
     sequences_->clearSeqPanel();
     sheets_.clear();
@@ -308,6 +312,13 @@ void frmMain::showPut(const EditState& state) {
     case EditState::Kind::Entries: sequences_->showEntries(); break;
     case EditState::Kind::Sequence: sequences_->showSequence(state.sequence.address()); break;
     case EditState::Kind::WorkingCopy: sequences_->showWorkingCopy(); break;
+    case EditState::Kind::Image: {
+        // A play or slot brought in (or taken out again): every list anew, the rows selected kept.
+        const KeptSelection kept = keptSelection();
+        showModel();
+        restoreSelection(kept, kept.sequence.value_or(-1));
+        break;
+    }
     }
 }
 

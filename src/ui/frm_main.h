@@ -138,6 +138,8 @@ private:
     KeptSelection keptSelection() const;
     // After a save opened the image again: the lists show what it now holds, with the selections kept.
     void showSaved(const KeptSelection& kept, const SaveSummary& summary);
+    // The rows `kept` selected again, and sequence `sequence` (where the kept one now stands) with its command.
+    void restoreSelection(const KeptSelection& kept, int32_t sequence);
     // The caption: the program and the image's file name with the modified marker.
     void updateCaption();
     // Shows a part of the document an undo or redo put back (or an edit made).
@@ -154,6 +156,8 @@ private:
     void hideTabControls();
     // Shows `pb` anew after it was read from the image: lists, panel, menus.
     void showPlaybook();
+    // The lists, the panel and the pictures made anew from the model (an import, its undo).
+    void showModel();
     void clearLists();
     void reportFailure(const QString& title, const std::exception& error);
     // The display area of the tab strip, in twips.

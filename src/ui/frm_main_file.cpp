@@ -190,7 +190,7 @@ void frmMain::noticeChangeOnDisk() {
     if (!pb.openComplete || changeNoticed_ || QApplication::activeModalWidget()) return;
     QString what;
     try {
-        (void)readUnchangedImage(pb);
+        doc_.requireFileUnchanged();
         return;
     } catch (const SaveError& e) {
         if (e.kind() != Refusal::ChangedOnDisk) return;
@@ -284,18 +284,21 @@ void frmMain::showSaved(const KeptSelection& kept, const SaveSummary& summary) {
     // rows selected (and their pictures), the sequence (followed to where it
     // moved) and its command stay selected.
     showPlaybook();
+    int32_t key = kept.sequence.value_or(-1);
+    for (const auto& moves : {summary.moved, summary.placed})
+        for (const auto& [from, to] : moves)
+            if (from == key) key = to;
+    restoreSelection(kept, key);
+}
+
+void frmMain::restoreSelection(const KeptSelection& kept, int32_t sequence) {
     selectRow(formations_->lvFormations, kept.formation);
     selectRow(playSlots_->lvPlaySlots, kept.slot);
     selectRow(plays_->lvPlays, kept.play);
     playSlots_->updatePlayChoice();
     if (kept.chosenPlay >= 0 && kept.chosenPlay < playSlots_->cmbPlay->count()) playSlots_->cmbPlay->setCurrentIndex(kept.chosenPlay);
     refreshPictures();
-    if (!kept.sequence) return;
-    int32_t key = *kept.sequence;
-    for (const auto& moves : {summary.moved, summary.placed})
-        for (const auto& [from, to] : moves)
-            if (from == key) key = to;
-    sequences_->reselect(key, kept.command);
+    if (kept.sequence) sequences_->reselect(sequence, kept.command);
 }
 
 bool frmMain::runSaveAs() {
@@ -390,7 +393,8 @@ void frmMain::mnuFileCompact_Click() {
     const bool edits = doc_.unsaved();
     CompactSummary preview;
     try {
-        (void)readUnchangedImage(pb);
+        doc_.requireFileUnchanged();
+        if (doc_.importPending()) throw SaveError("Compacting cannot write an imported play or slot; File > Save writes it first", Refusal::Other);
         preview = planCompact(pb).summary;
     } catch (const std::exception& e) {
         reportFailure("Compact Sequence Area", e);

@@ -2,6 +2,7 @@
 // and redo put parts of it back and say which.
 #include "analysis/entries.h"
 #include "save/document.h"
+#include "save/play_import.h"
 #include "save/save_changes.h"
 #include "support/playbook_fixture.h"
 
@@ -166,6 +167,52 @@ TEST(Document, SavesRecordWhatTheFileHoldsAndKeepHistoryOnlyWhereItStillHolds) {
     doc.fullSave();
     EXPECT_FALSE(doc.unsaved());
     EXPECT_EQ(test::readFileBytes(doc.pb.romPath), doc.imageAsShown(false)) << "what the document shows is what the file holds";
+}
+
+// A play brought in is one step of the history on the document, planned on
+// the image as shown (an unsaved swap laid out first); the file is untouched
+// until Save writes it, Safe Save refuses meanwhile, and undo after the
+// Save marks the image modified again (a second Save takes the play out).
+TEST(Document, AnImportedPlayIsOneStepTheFileTakesOnlyOnSave) {
+    OpenDocument t;
+    Document& doc = t.doc;
+    const test::Opened source = test::openBuilt(ImageBuilder()
+                                                    .bytesAt(0xA100, {0xD7, 0x11, 0x22, 0xD7, 0x33, 0x44, 0xE4})
+                                                    .play(4, {0xA100}),
+                                                t.data);
+    const CarriedPlay carried = carryPlay(source.pb, 4);
+    const std::vector<uint8_t> file = t.o.file.read();
+    const clsPlaySlot five = doc.pb.playSlots[5], six = doc.pb.playSlots[6];
+    doc.perform({"Swap", {{EditState::ofSlots({{5, five}, {6, six}}), EditState::ofSlots({{5, six}, {6, five}})}}});
+
+    (void)doc.importPlay(carried, 9, "Import Play");
+    EXPECT_EQ(t.o.file.read(), file) << "nothing written before Save";
+    EXPECT_TRUE(doc.importPending());
+    EXPECT_TRUE(doc.unsaved());
+    const int32_t entry = doc.pb.plays[9].seqAddress(0);
+    ASSERT_TRUE(doc.pb.sequences.contains(entry));
+    EXPECT_EQ(doc.pb.sequences.at(entry).commandCount(), 3);
+    EXPECT_EQ(doc.pb.playSlots[5].name(), six.name()) << "the swap laid out first stays";
+    EXPECT_THROW((void)doc.safeSave(), SaveError);
+
+    doc.undo();
+    EXPECT_EQ(doc.pb.plays[9].seqAddress(0), kNoSequence);
+    EXPECT_FALSE(doc.importPending());
+    EXPECT_EQ(doc.pb.playSlots[5].name(), six.name()) << "the swap is a step of its own";
+    doc.redo();
+    EXPECT_EQ(doc.pb.plays[9].seqAddress(0), entry);
+
+    EXPECT_FALSE(doc.save().nothingToWrite);
+    EXPECT_FALSE(doc.unsaved());
+    const Playbook reread = openRom(t.o.file.path(), t.data.path());
+    EXPECT_EQ(reread.plays[9].seqAddress(0), entry);
+    EXPECT_EQ(reread.playSlots[5].name(), six.name());
+
+    ASSERT_TRUE(doc.canUndo());
+    doc.undo();
+    EXPECT_TRUE(doc.unsaved()) << "the file holds the play now";
+    EXPECT_FALSE(doc.save().nothingToWrite);
+    EXPECT_EQ(openRom(t.o.file.path(), t.data.path()).plays[9].seqAddress(0), kNoSequence);
 }
 
 }  // namespace

@@ -220,7 +220,7 @@ std::vector<std::vector<std::string>> slotRuns(const CarriedBook& book) {
     std::vector<std::vector<std::string>> out;
     CarriedPlay part;
     part.commands = book.commands;
-    for (const CarriedSlot& slot : book.slots) {
+    for (const CarriedSlot& slot : book.playSlots) {
         part.players = book.formations[static_cast<size_t>(slot.formation)].leads;
         out.push_back(runs(part));
         for (const int k : slot.plays) {

@@ -1,4 +1,4 @@
-#include "cli/json_export.h"
+#include "exchange/json_export.h"
 
 #include "model/hex.h"
 #include "patch/bps.h"

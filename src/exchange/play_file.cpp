@@ -1,7 +1,7 @@
-#include "cli/play_file.h"
+#include "exchange/play_file.h"
 
 #include "analysis/area_map.h"
-#include "cli/json_export.h"
+#include "exchange/json_export.h"
 #include "model/file_io.h"
 #include "model/hex.h"
 #include "playbook/list_rows.h"
@@ -116,7 +116,7 @@ json slotFile(const Playbook& pb, int slotNumber, const std::string& imageName) 
     const CarriedBook book = carrySlots(pb, {slotNumber});
     json source = sourceJson(pb, imageName);
     source["slot"] = slotNumber;
-    return {{"format", "zpe slot"}, {"version", kSlotFileVersion}, {"source", source}, {"slot", recordJson(book.slots.front(), book)},
+    return {{"format", "zpe slot"}, {"version", kSlotFileVersion}, {"source", source}, {"slot", recordJson(book.playSlots.front(), book)},
             {"formation", formationJson(book.formations.front(), book)}, {"plays", playsJson(book)}, {"commands", commandsJson(book.commands)}};
 }
 
@@ -125,7 +125,7 @@ json playbookFile(const Playbook& pb, const std::string& imageName) {
     for (int s = 0; s < kSlotCount; ++s) all[static_cast<size_t>(s)] = s;
     const CarriedBook book = carrySlots(pb, all);
     json slots = json::array(), formations = json::array();
-    for (const CarriedSlot& slot : book.slots) {
+    for (const CarriedSlot& slot : book.playSlots) {
         json record = recordJson(slot, book);
         record["formation"] = book.formations[static_cast<size_t>(slot.formation)].source;
         slots.push_back(record);
@@ -342,7 +342,7 @@ public:
             slot.plays[static_cast<size_t>(k)] = indexOf(book_.plays, offensive[static_cast<size_t>(k)], where + "/offensivePlays/" + std::to_string(k));
         slot.formation = formation;
         if (const json* f = CarriedReader::member(*record, "formation")) slot.formation = indexOf(book_.formations, r_.number(f, 0, 255, where + "/formation"), where + "/formation");
-        book_.slots.push_back(slot);
+        book_.playSlots.push_back(slot);
     }
 
 private:
