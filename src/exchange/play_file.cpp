@@ -284,6 +284,14 @@ json readDocument(const std::string& path) {
 
 }  // namespace
 
+std::string carriedFileFormat(const std::string& path) {
+    const json doc = readDocument(path);
+    const json* format = CarriedReader::member(doc, "format");
+    if (!format || !format->is_string() || (*format != "zpe play" && *format != "zpe slot" && *format != "zpe playbook"))
+        throw std::runtime_error(path + ": not a play, slot or playbook file (no \"format\" of one)");
+    return format->get<std::string>();
+}
+
 PlayFile readPlayFile(const std::string& path) {
     const json doc = readDocument(path);
     CarriedReader r(path, doc);

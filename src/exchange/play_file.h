@@ -48,6 +48,10 @@ struct SlotsFile {
     std::string sourceImage;
 };
 
+// What the file at `path` holds: "zpe play", "zpe slot" or "zpe playbook" (its
+// "format"); throws as readPlayFile does for a file that is none of them.
+[[nodiscard]] std::string carriedFileFormat(const std::string& path);
+
 // Reads the slot file, or the playbook file, at `path`, refusing as readPlayFile does.
 [[nodiscard]] SlotsFile readSlotFile(const std::string& path);
 [[nodiscard]] SlotsFile readPlaybookFile(const std::string& path);

@@ -12,6 +12,7 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMessageBox>
+#include <QPixmap>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QStringList>
@@ -180,6 +181,23 @@ std::optional<int> QtDialogs::choose(const QString& title, const QString& prompt
     filter->setFocus();
     if (d.exec() != QDialog::Accepted || list->currentRow() < 0 || list->currentItem()->isHidden()) return std::nullopt;
     return list->currentRow();
+}
+
+bool QtDialogs::preview(const QString& title, const QString& text, const QImage& picture) {
+    QDialog d(parent_);
+    d.setWindowTitle(title);
+    auto* layout = new QVBoxLayout(&d);
+    auto* image = new QLabel(&d);
+    image->setPixmap(QPixmap::fromImage(picture));
+    layout->addWidget(image);
+    auto* words = new QLabel(text, &d);
+    words->setWordWrap(true);
+    layout->addWidget(words);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &d);
+    QObject::connect(buttons, &QDialogButtonBox::accepted, &d, &QDialog::accept);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, &d, &QDialog::reject);
+    layout->addWidget(buttons);
+    return d.exec() == QDialog::Accepted;
 }
 
 }  // namespace zpe

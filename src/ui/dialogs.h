@@ -4,6 +4,7 @@
 #include <QString>
 #include <optional>
 
+class QImage;
 class QWidget;
 
 namespace zpe {
@@ -45,6 +46,8 @@ public:
     virtual std::optional<int> choose(const QString& title, const QString& prompt, const QStringList& items, int current = 0) = 0;
     // Shows a long text read-only in a resizable window the user can copy from.
     virtual void showText(const QString& title, const QString& text) = 0;
+    // Shows `picture` with `text` under it and OK / Cancel; true for OK.
+    virtual bool preview(const QString& title, const QString& text, const QImage& picture) = 0;
 };
 
 // "NES ROMS (*.nes)|*.nes|All Files|*.*" in Qt's form: "NES ROMS (*.nes);;All Files (*)".
@@ -62,6 +65,7 @@ public:
     void showText(const QString& title, const QString& text) override;
     std::optional<int> choose(const QString& title, const QString& prompt, const QStringList& items, int current = 0) override;
     MsgAnswer allOrCopy(const QString& text, const QString& title, const QString& allText, const QString& copyText) override;
+    bool preview(const QString& title, const QString& text, const QImage& picture) override;
 
 private:
     QWidget* parent_;

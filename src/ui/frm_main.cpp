@@ -8,13 +8,18 @@
 #include "ui/list_filter.h"
 #include "ui/list_view.h"
 #include "ui/picture_box.h"
+#include "ui/play_library.h"
 #include "ui/play_slots_tab.h"
 #include "ui/plays_tab.h"
 #include "ui/sequences_tab.h"
 
 #include <QAction>
 #include <QComboBox>
+#include <QDropEvent>
 #include <QEvent>
+#include <QMenu>
+#include <QMimeData>
+#include <QUrl>
 #include <QFileInfo>
 #include <QFrame>
 #include <QKeySequence>
@@ -87,6 +92,30 @@ frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* par
     connectClicks(formations_->lvFormations, [this] { formations_->lvFormations_Click(); }, [this] { formations_->lvFormations_Click(); });
     // A double-click on a picture opens the big diagram.
     for (PictureBox* pic : {formations_->picFormation, playSlots_->picPlay}) pic->installEventFilter(this);
+    // The Play Library at the right (View > Play Library); its thumbnails drop onto Plays and Play Slots rows.
+    library_ = new PlayLibrary(this, [this](const QString& path) { return describeCarriedFile(path); });
+    library_->onChooseFolder = [this] { chooseLibraryFolder(); };
+    addDockWidget(Qt::RightDockWidgetArea, library_);
+    library_->hide();
+    connect(library_, &QDockWidget::visibilityChanged, this, [this](bool shown) {
+        if (!shown) return;
+        if (library_->folder().isEmpty()) {
+            const QString remembered = settings()->value("libraryFolder").toString();
+            library_->setFolder(!remembered.isEmpty() ? remembered
+                                : pb.romPath.empty() ? QString()
+                                                     : QFileInfo(QString::fromStdString(pb.romPath)).absolutePath());
+        } else {
+            library_->refresh();
+        }
+    });
+    QMenu* view = menuBar()->addMenu("&View");
+    QAction* showLibrary = library_->toggleViewAction();
+    showLibrary->setText("Play &Library");
+    view->addAction(showLibrary);
+    for (QTreeWidget* lv : {plays_->lvPlays, playSlots_->lvPlaySlots}) {
+        lv->viewport()->setAcceptDrops(true);
+        lv->viewport()->installEventFilter(this);
+    }
     hideTabControls();
     updateMenuBar();
     setClientSize(kDesignClientWidth, kDesignClientHeight);
@@ -96,6 +125,10 @@ frmMain::~frmMain() {
     // The tabs go before the document they show: none of them may call into it while it goes.
     doc_.onPut = nullptr;
     doc_.onHistory = nullptr;
+    // The frame's watch on the tabs' controls ends first: their deletion sends events it must not see.
+    for (QWidget* watched : std::initializer_list<QWidget*>{plays_->lvPlays->viewport(), playSlots_->lvPlaySlots->viewport(),
+                                                            formations_->picFormation, playSlots_->picPlay})
+        watched->removeEventFilter(this);
     delete client;
 }
 
@@ -236,6 +269,26 @@ void frmMain::updateUndoActions() {
 void frmMain::refreshModified() { setWindowModified(doc_.unsaved()); }
 
 bool frmMain::eventFilter(QObject* watched, QEvent* event) {
+    // A play or slot file dropped on a row of Plays or Play Slots comes in there.
+    QTreeWidget* dropList = watched == plays_->lvPlays->viewport()         ? plays_->lvPlays
+                            : watched == playSlots_->lvPlaySlots->viewport() ? playSlots_->lvPlaySlots
+                                                                           : nullptr;
+    if (dropList && (event->type() == QEvent::DragEnter || event->type() == QEvent::DragMove)) {
+        auto* drag = static_cast<QDropEvent*>(event);
+        if (drag->mimeData()->hasUrls() && dropList->itemAt(drag->position().toPoint())) drag->acceptProposedAction();
+        else drag->ignore();
+        return true;
+    }
+    if (dropList && event->type() == QEvent::Drop) {
+        auto* drop = static_cast<QDropEvent*>(event);
+        const int row = dropList->indexOfTopLevelItem(dropList->itemAt(drop->position().toPoint()));
+        const QList<QUrl> urls = drop->mimeData()->urls();
+        if (row >= 0 && urls.size() == 1 && urls.front().isLocalFile()) {
+            drop->acceptProposedAction();
+            (void)importCarriedFile(urls.front().toLocalFile(), row);
+        }
+        return true;
+    }
     if (event->type() == QEvent::MouseButtonDblClick) {
         if (watched == playSlots_->picPlay) openDiagram(true);
         else if (watched == formations_->picFormation) openDiagram(false);

@@ -14,6 +14,7 @@
 #include "ui/layout.h"
 #include "ui/tab_host.h"
 
+#include <QImage>
 #include <QMainWindow>
 #include <memory>
 #include <optional>
@@ -33,6 +34,8 @@ class KeepsWorkTest;
 namespace zpe {
 
 class DiagramWindow;
+class PlayLibrary;
+struct LibraryEntry;
 class FormationsTab;
 class ListFilter;
 class PlaySlotsTab;
@@ -104,6 +107,24 @@ private:
     void editEntry(const AreaEntry& entry) override;
     void pointEntry(const AreaEntry& entry) override;
     void goToEntry(const AreaEntry& entry) override;
+    void exportPlay(int play) override;
+    void exportSlot(int slot) override;
+
+    // --- Plays and slots between images ---
+    void mnuFileImport_Click();
+    // Brings the play, slot or playbook file at `path` in: into play or slot
+    // `target` (a drop on its row), else where the user says; the picture of
+    // what it will be is shown first. One step of the history; true when it came in.
+    bool importCarriedFile(const QString& path, std::optional<int> target);
+    // Where a play goes: the play selected in Plays, or the first play no slot uses; none when cancelled.
+    std::optional<int> askPlayTarget();
+    // Where a slot goes: a slot of its kind, the one selected in Play Slots first; none when cancelled.
+    std::optional<int> askSlotTarget(bool running);
+    // The picture of slot `slot`'s play `play` (0..7) of `pb`, at the play picture's size.
+    QImage playPicture(const Playbook& pb, int slot, int play) const;
+    // What the Play Library shows of a file: read, and drawn over the open image (as if brought in).
+    LibraryEntry describeCarriedFile(const QString& path) const;
+    void chooseLibraryFolder();
 
     // With unsaved changes, asks whether to save them first (Save / Discard /
     // Cancel). True when the caller may go on: nothing unsaved, Discard, or a
@@ -183,7 +204,8 @@ private:
     bool diagramForSlot_ = false;
 
     // --- Controls ---
-    QAction *mnuEditUndo, *mnuEditRedo, *mnuFileExportPatch;
+    QAction *mnuEditUndo, *mnuEditRedo, *mnuFileExportPatch, *mnuFileImport;
+    PlayLibrary* library_;  // the Play Library, docked at the right
     QMenu* mnuFileRecent;
     QString settingsPath_;  // an INI file for the settings; empty: the platform's place (tests set one)
     bool windowsWhereTheyWere_ = false;  // restoreWindowGeometry ran: the Diagram window opens where it was too

@@ -67,6 +67,8 @@ void frmMain::buildMenus() {
     mnuFileExportMaskROM = file->addAction("Export Mask ROM...", this, [this] { mnuFileExportMaskROM_Click(); });
     mnuFileExportPatch = file->addAction("Export Patch...", this, [this] { mnuFileExportPatch_Click(); });
     mnuFileCheckImage = file->addAction("Check Image...", this, [this] { mnuFileCheckImage_Click(); });
+    mnuFileImport = file->addAction("Import Play or Slot...", this, [this] { mnuFileImport_Click(); });
+    mnuFileImport->setToolTip("Bring a play, slot or playbook file (zpe export-play and Export Play... write them) into this image");
     file->addSeparator();
     mnuFileExit = file->addAction("E&xit", this, [this] { mnuFileExit_Click(); });
     mnuFileExit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
@@ -126,6 +128,7 @@ void frmMain::updateMenuBar() {
     mnuFileCheckImage->setEnabled(pb.openComplete);
     mnuFileCompact->setEnabled(pb.openComplete);
     mnuFileExportPatch->setEnabled(pb.openComplete);
+    mnuFileImport->setEnabled(pb.openComplete);
     updateCaption();
 }
 

@@ -9,6 +9,7 @@
 
 #include <QAction>
 #include <QComboBox>
+#include <QMenu>
 #include <QFrame>
 #include <QPushButton>
 #include <QTreeWidget>
@@ -49,6 +50,14 @@ PlaySlotsTab::PlaySlotsTab(const TabContext& context, QWidget* client) : QObject
         ctx_.host.refreshPictures();
     });
     connect(lvPlaySlots, &QTreeWidget::itemActivated, this, [this] { lvPlaySlots_Click(); });
+    lvPlaySlots->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(lvPlaySlots, &QWidget::customContextMenuRequested, this, [this](const QPoint& pos) {
+        const int row = lvPlaySlots->indexOfTopLevelItem(lvPlaySlots->itemAt(pos));
+        if (row < 0 || !ctx_.pb().openComplete) return;
+        QMenu menu(lvPlaySlots);
+        QAction* exportSlot = menu.addAction("Export Slot...");
+        if (menu.exec(lvPlaySlots->viewport()->mapToGlobal(pos)) == exportSlot) ctx_.host.exportSlot(row);
+    });
     // Escape in the list ends a pending Copy or Swap, as its Cancel button does.
     auto* cancel = new QAction(lvPlaySlots);
     cancel->setShortcut(Qt::Key_Escape);

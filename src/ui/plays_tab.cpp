@@ -43,15 +43,23 @@ void connectEntryCells(QTreeWidget* list, AreaEntry::Table table, const TabConte
     });
     QObject::connect(list, &QWidget::customContextMenuRequested, list, [context, list, table](const QPoint& pos) {
         const auto e = entryOfCell(context.pb(), table, list, list->itemAt(pos), list->columnAt(pos.x()));
-        if (!e) return;
-        const QString who = QString::fromStdString(positionName(e->player));
+        const int row = list->indexOfTopLevelItem(list->itemAt(pos));
+        const bool play = table == AreaEntry::Table::Play && row >= 0 && context.pb().openComplete;
+        if (!e && !play) return;
         QMenu menu(list);
-        QAction* edit = menu.addAction("Edit " + who + "'s Sequence");
-        QAction* point = menu.addAction("Point " + who + " at a Sequence...");
-        edit->setEnabled(context.pb().sequences.contains(e->target));
+        QAction *edit = nullptr, *point = nullptr, *exportPlay = nullptr;
+        if (e) {
+            const QString who = QString::fromStdString(positionName(e->player));
+            edit = menu.addAction("Edit " + who + "'s Sequence");
+            point = menu.addAction("Point " + who + " at a Sequence...");
+            edit->setEnabled(context.pb().sequences.contains(e->target));
+        }
+        if (play) exportPlay = menu.addAction("Export Play...");
         QAction* chosen = menu.exec(list->viewport()->mapToGlobal(pos));
+        if (!chosen) return;
         if (chosen == edit) context.host.editEntry(*e);
         else if (chosen == point) context.host.pointEntry(*e);
+        else if (chosen == exportPlay) context.host.exportPlay(row);
     });
 }
 

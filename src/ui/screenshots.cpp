@@ -31,6 +31,7 @@ public:
     void showText(const QString&, const QString&) override {}
     std::optional<int> choose(const QString&, const QString&, const QStringList&, int) override { return std::nullopt; }
     MsgAnswer allOrCopy(const QString&, const QString&, const QString&, const QString&) override { return MsgAnswer::Cancel; }
+    bool preview(const QString&, const QString&, const QImage&) override { return false; }
 };
 }  // namespace
 

@@ -36,6 +36,9 @@ public:
     virtual void pointEntry(const AreaEntry& entry) = 0;
     // The Plays or Formations row of the entry shown, selected, its player's cell current.
     virtual void goToEntry(const AreaEntry& entry) = 0;
+    // A play or a slot written into a play or slot file another image can take.
+    virtual void exportPlay(int play) = 0;
+    virtual void exportSlot(int slot) = 0;
 };
 
 struct TabContext {

@@ -53,6 +53,16 @@ public:
         return c;
     }
 
+    std::vector<std::pair<QString, QString>> previews;  // title and text of each picture shown
+    std::deque<bool> previewAnswers;                    // next answers; OK when empty
+    bool preview(const QString& title, const QString& text, const QImage&) override {
+        previews.emplace_back(title, text);
+        if (previewAnswers.empty()) return true;
+        const bool ok = previewAnswers.front();
+        previewAnswers.pop_front();
+        return ok;
+    }
+
 private:
     std::optional<QString> next(const QString& filter) {
         filters << filter;

@@ -2,6 +2,11 @@
 // lost, undo and redo, checked input, the keyboard, the big diagram.
 #include "window_fixture.h"
 #include "ui/diagram_window.h"
+#include "ui/play_library.h"
+#include "playbook/open_rom.h"
+#include <QMimeData>
+#include <QUrl>
+#include <QDropEvent>
 #include "diagram/diagram.h"
 #include "render/raster_canvas.h"
 #include "ui/picture_box.h"
@@ -784,6 +789,62 @@ private slots:
         w->diagram_->saveAnimation();
         QImageReader frames(gif);
         QCOMPARE(frames.imageCount(), 3);  // the placements, one segment, the last held
+    }
+
+    // A play exported from the Plays menu comes back through File > Import
+    // Play or Slot... into the first play no slot uses: the picture is shown
+    // first (cancelled, nothing happens), then it is one step of the history,
+    // the image modified until Save; the Play Library shows the file, its
+    // filter hides it, and a drop on a Plays row brings it in there.
+    void playsTravelThroughFilesTheLibraryAndDrops() {
+        open();
+        const QString file = QString::fromStdString(fx.cwd.file("play one.json"));
+        fx.dialogs->files.push_back(file);
+        w->exportPlay(1);
+        QVERIFY(test::readFileText(file.toStdString()).find("\"zpe play\"") != std::string::npos);
+        QVERIFY(w->StatusBar1->text().startsWith("Wrote play 1 (1)"));
+
+        const std::vector<uint8_t> before = fx.image->read();
+        fx.dialogs->choices.push_back(0);
+        fx.dialogs->previewAnswers.push_back(false);
+        QVERIFY(!w->importCarriedFile(file, std::nullopt));
+        QVERIFY(!w->isWindowModified());
+        QVERIFY(fx.dialogs->offered.back().back().startsWith("The first play no slot uses: play 2 (2)"));
+        fx.dialogs->choices.push_back(0);
+        QVERIFY(w->importCarriedFile(file, std::nullopt));
+        QCOMPARE(w->pb.plays[2].seqAddress(0), 0xA020);
+        QVERIFY(w->isWindowModified());
+        QCOMPARE(fx.image->read(), before);
+        QVERIFY(w->mnuEditUndo->text().contains("Import play one.json into play 2 (2)"));
+        w->mnuEditUndo->trigger();
+        QCOMPARE(w->pb.plays[2].seqAddress(0), kNoSequence);
+        QVERIFY(!w->isWindowModified());
+        w->mnuEditRedo->trigger();
+        QVERIFY(w->runSave());
+        QCOMPARE(openRom(fx.imagePath().toStdString(), fx.data.path()).plays[2].seqAddress(0), 0xA020);
+
+        // The library.
+        w->library_->setFolder(QString::fromStdString(fx.cwd.path()));
+        QCOMPARE(w->library_->shownFiles(), QStringList{file});
+        QVERIFY(w->library_->list->item(0)->text().startsWith("play one"));
+        w->library_->filter->setText("nothing like it");
+        QVERIFY(w->library_->shownFiles().isEmpty());
+        w->library_->filter->clear();
+
+        // A drop on play 5's row.
+        w->selectTab(3);
+        w->show();
+        QTreeWidget* plays = w->plays().lvPlays;
+        const QPoint at = plays->visualItemRect(plays->topLevelItem(5)).center();
+        QMimeData data;
+        data.setUrls({QUrl::fromLocalFile(file)});
+        QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(plays->viewport(), &enter);
+        QVERIFY(enter.isAccepted());
+        QDropEvent drop(QPointF(at), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(plays->viewport(), &drop);
+        QCOMPARE(w->pb.plays[5].seqAddress(0), 0xA020);
+        QVERIFY(w->isWindowModified());
     }
 };
 
