@@ -8,7 +8,10 @@
 #include "ui/plays_tab.h"
 #include "ui/sequences_tab.h"
 
+#include "exchange/play_file.h"
 #include "model/file_io.h"
+#include "ui/play_library.h"
+#include <QFileInfo>
 
 #include <QApplication>
 #include <QBuffer>
@@ -80,6 +83,20 @@ QStringList writeScreenshots(const QString& imagePath, const QString& dir, const
 
     window.selectTab(3);
     shoot("plays.png");
+
+    // Three plays exported into a folder of their own, shown in the Play Library beside the Plays tab.
+    const QString library = QDir(dir).filePath("library");
+    QDir().mkpath(library);
+    for (const int play : {1, 5, 9}) {
+        const std::string text = playFile(window.pb, play, std::nullopt, QFileInfo(imagePath).fileName().toStdString()).dump(1);
+        replaceFileContents(QDir(library).filePath(QString("play %1.json").arg(play)).toStdString(), std::vector<uint8_t>(text.begin(), text.end()));
+    }
+    window.library_->show();
+    window.library_->setFolder(library);
+    window.resize(window.width() + 420, window.height());
+    shoot("play-library.png");
+    window.library_->hide();
+    QDir(library).removeRecursively();
 
     window.selectTab(4);
     window.sequences().cmdSeqDetails_Click();
