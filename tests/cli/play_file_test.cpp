@@ -102,6 +102,16 @@ TEST(PlayFile, FromASlotCarriesTheFormationAndRefusesWhatItCannotWrite) {
     EXPECT_EQ(t.zpe({"export-play", t.image.path(), "--play", "2", "--out", t.image.path()}).exitCode, 1) << "never over the image";
 }
 
+// Another image, laid out otherwise: play 5's QB hands over to the same
+// computer's logic as play 2's of PlayImage, at other addresses.
+test::TempFile otherImage() {
+    return ImageBuilder()
+        .bytesAt(0xA100, {0xD0, 0xF0, 0x30, 0xE4, 0x92, 0x31, 0x42, 0x53, 0x20, 0xA1, 0xFE, 0xFA})
+        .bytesAt(0xA120, {0xD7, 0x01, 0x02, 0xC4, 0x00})
+        .play(5, {0xA100})
+        .write("target.nes");
+}
+
 // The commands of a play file with what differs between images left out:
 // jumps (ways on, written where a layout needs them), the bytes of address
 // fields (written for where their targets stand) and how often one command
@@ -132,11 +142,7 @@ TEST(PlayFile, ImportPlayCarriesAPlayIntoAnotherImage) {
     test::TempDir out;
     const std::string file = out.file("two.json");
     ASSERT_EQ(t.zpe({"export-play", t.image.path(), "--play", "2", "--out", file}).exitCode, 0);
-    const test::TempFile target = ImageBuilder()
-                                      .bytesAt(0xA100, {0xD0, 0xF0, 0x30, 0xE4, 0x92, 0x31, 0x42, 0x53, 0x20, 0xA1, 0xFE, 0xFA})
-                                      .bytesAt(0xA120, {0xD7, 0x01, 0x02, 0xC4, 0x00})
-                                      .play(5, {0xA100})
-                                      .write("target.nes");
+    const test::TempFile target = otherImage();
     const std::vector<uint8_t> before = target.read();
     auto r = t.zpe({"import-play", target.path(), file, "--play", "7", "--dry-run"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
@@ -180,11 +186,7 @@ TEST(SlotFile, ImportSlotCarriesASlotIntoAnotherImage) {
     EXPECT_EQ(slot["plays"].size(), 2u) << "play 2 and play 0, each once";
     EXPECT_EQ(slot["formation"]["positions"][0]["entry"], "A040");
 
-    const test::TempFile target = ImageBuilder()
-                                      .bytesAt(0xA100, {0xD0, 0xF0, 0x30, 0xE4, 0x92, 0x31, 0x42, 0x53, 0x20, 0xA1, 0xFE, 0xFA})
-                                      .bytesAt(0xA120, {0xD7, 0x01, 0x02, 0xC4, 0x00})
-                                      .play(5, {0xA100})
-                                      .write("target.nes");
+    const test::TempFile target = otherImage();
     r = t.zpe({"import-slot", target.path(), file, "--slot", "9"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out.rfind("slot 9 (R2) now holds FIVE: formation ", 0), 0u) << r.out;
@@ -223,11 +225,7 @@ TEST(PlaybookFile, ImportPlaybookCarriesEverySlot) {
     EXPECT_EQ(book["slots"].size(), 64u);
     EXPECT_EQ(book["slots"][5]["formation"], 4);
 
-    const test::TempFile target = ImageBuilder()
-                                      .bytesAt(0xA100, {0xD0, 0xF0, 0x30, 0xE4, 0x92, 0x31, 0x42, 0x53, 0x20, 0xA1, 0xFE, 0xFA})
-                                      .bytesAt(0xA120, {0xD7, 0x01, 0x02, 0xC4, 0x00})
-                                      .play(5, {0xA100})
-                                      .write("target.nes");
+    const test::TempFile target = otherImage();
     const std::vector<uint8_t> before = target.read();
     r = t.zpe({"import-playbook", target.path(), file, "--dry-run"});
     ASSERT_EQ(r.exitCode, 0) << r.err;

@@ -35,6 +35,15 @@ struct OpenDocument {
     }
 };
 
+// Slot 5 renamed "FIVE" as one step; the slot before and after.
+std::pair<clsPlaySlot, clsPlaySlot> renameSlotFive(Document& doc) {
+    const clsPlaySlot was = doc.pb.playSlots[5];
+    clsPlaySlot now = was;
+    now.name("FIVE");
+    doc.perform({"Rename", {{EditState::ofSlots({{5, was}}), EditState::ofSlots({{5, now}})}}});
+    return {was, now};
+}
+
 TEST(Document, UnsavedIsEverythingNotInTheFileAndTheWorkingCopysEdits) {
     OpenDocument t;
     Document& doc = t.doc;
@@ -58,10 +67,7 @@ TEST(Document, UnsavedIsEverythingNotInTheFileAndTheWorkingCopysEdits) {
 TEST(Document, HistoryPutsStatesBackAndOutlivesASave) {
     OpenDocument t;
     Document& doc = t.doc;
-    const clsPlaySlot was = doc.pb.playSlots[5];
-    clsPlaySlot now = was;
-    now.name("FIVE");
-    doc.perform({"Rename", {{EditState::ofSlots({{5, was}}), EditState::ofSlots({{5, now}})}}});
+    const auto [was, now] = renameSlotFive(doc);
     EXPECT_EQ(doc.pb.playSlots[5].name(), "FIVE");
     EXPECT_EQ(doc.undoText(), "Rename");
 
@@ -134,10 +140,7 @@ TEST(Document, TheWorkingCopyFollowsOnlyWhereItShowedTheSequenceUnedited) {
 TEST(Document, SavesRecordWhatTheFileHoldsAndKeepHistoryOnlyWhereItStillHolds) {
     OpenDocument t;
     Document& doc = t.doc;
-    const clsPlaySlot was = doc.pb.playSlots[5];
-    clsPlaySlot now = was;
-    now.name("FIVE");
-    doc.perform({"Rename", {{EditState::ofSlots({{5, was}}), EditState::ofSlots({{5, now}})}}});
+    const auto [was, now] = renameSlotFive(doc);
     EXPECT_TRUE(doc.safeSave());
     EXPECT_FALSE(doc.unsaved()) << "Safe Save wrote the slots";
     EXPECT_TRUE(doc.canUndo());
