@@ -151,7 +151,7 @@ struct CopiedChain {
     int32_t size = 0;
 };
 
-// A table entry that is to run carried commands: the file offset of its word, the lead it takes, its name.
+// Where each copied command is written, and the jumps that join what stands apart.
 struct Placement {
     std::vector<int32_t> place;                   // per carried command: where it is written (-1: reused or not needed)
     std::vector<std::pair<int32_t, CarriedLead>> joins;  // a joining jump's place and where it leads
@@ -227,12 +227,6 @@ Placement place(const std::vector<CarriedCommand>& commands, const std::vector<C
     return out;
 }
 
-// The check before the write: the image the plan writes, read by the game
-// from each of the entries, runs what their leads run (the
-// same commands in the same order, fields leading to the same commands; a
-// joining jump, or a relative jump written as an absolute one, is the same
-// way on); every other entry runs the very bytes it ran; and the editor
-// opens the image and reads every other entry's sequence as before.
 [[noreturn]] void refuseImport(const std::string& path, const std::string& what, const std::string& why) {
     throw SaveError(path + ": " + what + " " + why + "; nothing was written", Refusal::WouldNotReopen);
 }
@@ -280,6 +274,12 @@ void checkEntry(const std::string& path, const std::string& what, const std::vec
     }
 }
 
+// The check before the write: the image the plan writes, read by the game
+// from each of the entries, runs what their leads run (the same commands in
+// the same order, fields leading to the same commands; a joining jump, or a
+// relative jump written as an absolute one, is the same way on); every other
+// entry runs the very bytes it ran; and the editor opens the image and reads
+// every other entry's sequence as before. The editor's reading of the image.
 Playbook checkCarried(const Playbook& pb, const std::vector<CarriedCommand>& commands, const std::vector<CarriedEntry>& entries,
                       const std::vector<uint8_t>& bytes, const std::string& what) {
     const std::string& path = pb.romPath;
@@ -391,10 +391,6 @@ int32_t entryOffset(const AreaEntry& e) {
     }
     return -1;
 }
-
-Playbook checkCarried(const Playbook& pb, const std::vector<CarriedCommand>& commands, const std::vector<CarriedEntry>& entries,
-                      const std::vector<uint8_t>& bytes);
-
 
 namespace {
 
