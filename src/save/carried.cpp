@@ -43,6 +43,15 @@ int32_t throughJumps(std::span<const uint8_t> area, int32_t address) {
     return address;
 }
 
+// Where the game goes from `address` by the jumps it starts with, out of the area too (a way on to the game's own code).
+int32_t outOfArea(std::span<const uint8_t> area, int32_t address) {
+    GameCommand g;
+    for (int hops = 0; hops < kMaxHops && readGameCommand(area, address, g) && isJump(g.code); ++hops) address = g.target;
+    return address;
+}
+
+bool isLongSnap(const CarriedCommand& c) { return c.bytes[0] == cmd::kLongSnap; }
+
 // How the game reads a carried command's bytes (standing anywhere: lengths and fields do not depend on the place).
 bool readCarried(const CarriedCommand& c, GameCommand& out) {
     return !c.bytes.empty() && readGameCommand(c.bytes, kSequenceAreaAddress, out);
@@ -197,6 +206,8 @@ Placement place(const std::vector<CarriedCommand>& commands, const std::vector<C
                 int32_t fits = 0;
                 to = from;
                 while (to < whole.commands.size() && fits + sizeOf(whole.commands[to]) <= room) fits += sizeOf(whole.commands[to++]);
+                // Never parted right after a Long Snap (the joining jump would make the editor read on).
+                while (to > from && isLongSnap(commands[static_cast<size_t>(whole.commands[to - 1])])) --to;
                 if (to == from)
                     throw SaveError(path + ": " + what + " needs " + thousands(needed) + " bytes of commands, and the largest free run left holds " +
                                         thousands(std::max(room + kJumpSize, 0)) + " (" + thousands(freeBytes) +
@@ -248,7 +259,8 @@ void checkEntry(const std::string& path, const std::string& what, const std::vec
         std::unordered_map<int64_t, bool> seen;
         auto pairUp = [&](const CarriedLead& l, int32_t address) {
             if (l.kind == CarriedLead::Kind::Command) work.emplace_back(l.command, address);
-            else if (l.kind == CarriedLead::Kind::Outside && throughJumps(area, address) != l.address) refuse("would lead " + who + " to " + hex4(address) + ", not " + hex4(l.address));
+            else if (l.kind == CarriedLead::Kind::Outside && outOfArea(area, address) != l.address)
+                refuse("would lead " + who + " to " + hex4(address) + ", not " + hex4(l.address));
         };
         while (!work.empty()) {
             const auto [raw, rawAt] = work.back();
@@ -265,6 +277,10 @@ void checkEntry(const std::string& path, const std::string& what, const std::vec
             const CarriedCommand& c = commands[static_cast<size_t>(i)];
             GameCommand g;
             if (!readGameCommand(area, at, g)) refuse("would run " + who + " off the sequence area at " + hex4(at));
+            if (isJump(c.bytes[0]) && isJump(g.code)) {  // a loop of jumps alone: the same jumps, relative or absolute
+                pairUp(c.field, g.target);
+                continue;
+            }
             const std::span<const uint8_t> there = area.subspan(static_cast<size_t>(at - kSequenceAreaAddress), static_cast<size_t>(g.length));
             if (!sameBesidesField(c.bytes, there) || g.fallsThrough != (c.next.kind != CarriedLead::Kind::None))
                 refuse("would run something else for " + who + " at " + hex4(at));
@@ -404,6 +420,7 @@ public:
     CarriedLayout run(const std::function<void(std::vector<uint8_t>&)>& records) {
         chooseReuse();
         markNeeded();
+        refuseLockUps();
         buildChains();
         findFreeRuns();
         settle();
@@ -451,8 +468,22 @@ private:
             work.pop_back();
             if (needed_[i]) continue;
             needed_[i] = true;
-            reach(commands_[i].next);
+            // After a Long Snap the command the game goes on with stands right there: a jump
+            // between would make the editor read on (D3 before FF is no end).
+            if (isLongSnap(commands_[i]) && commands_[i].next.kind == CarriedLead::Kind::Command) work.push_back(commands_[i].next.command);
+            else reach(commands_[i].next);
             reach(commands_[i].field);
+        }
+    }
+    // A command that locks the game up is not written anew (the editor reads
+    // bytes after it the file does not carry, and the game hangs on it).
+    void refuseLockUps() const {
+        for (size_t i = 0; i < n_; ++i) {
+            const CarriedCommand& c = commands_[i];
+            if (needed_[i] && commandFormat(c.bytes[0], false, c.bytes.size() > 1 ? c.bytes[1] : -1).lockUp)
+                throw SaveError(pb_.romPath + ": " + what_ + " holds " + hex2(c.bytes[0]) +
+                                    ", which locks the game up, where this image has no such command to reuse; nothing was written",
+                                Refusal::Other);
         }
     }
     // Chains: a copied command and the copied ones it falls through to, in the file's order; a loop closes with a jump.
@@ -477,12 +508,28 @@ private:
             }
         }
     }
-    // Free bytes: neither the game's nor an editor sequence's, inside the image.
+    // Free bytes: inside the image, neither the game's nor any editor
+    // sequence's (a sequence the editor reads without an end included), and
+    // not the byte after a Long Snap that ends an editor sequence (an
+    // absolute jump written there would make the editor read on).
     void findFreeRuns() {
-        const int32_t areaEnd = kSequenceAreaAddress + static_cast<int32_t>(area_.size());
-        for (AreaRun r : map_.freeRuns()) {
-            r.end = std::min(r.end, areaEnd - 1);
-            if (r.end >= r.start) freeRuns_.push_back(r);
+        const auto size = static_cast<int32_t>(area_.size());
+        std::vector<bool> taken(static_cast<size_t>(size), false);
+        for (int32_t i = 0; i < size; ++i) taken[static_cast<size_t>(i)] = map_.use[static_cast<size_t>(i)] != 0;
+        auto take = [&](int32_t from, int32_t to) {  // addresses from..to-1
+            for (int32_t a = std::max(from, kSequenceAreaAddress); a < std::min(to, kSequenceAreaAddress + size); ++a)
+                taken[static_cast<size_t>(a - kSequenceAreaAddress)] = true;
+        };
+        for (const auto& [key, seq] : pb_.sequences) {
+            if (!seq.placed()) continue;
+            take(key, key + seq.byteSize());
+            if (seq.commandCount() > 0 && seq.lastCommand() == cmd::kLongSnap) take(key + seq.byteSize(), key + seq.byteSize() + 1);
+        }
+        for (int32_t i = 0; i < size; ++i) {
+            if (taken[static_cast<size_t>(i)]) continue;
+            const int32_t a = kSequenceAreaAddress + i;
+            if (!freeRuns_.empty() && freeRuns_.back().end == a - 1) freeRuns_.back().end = a;
+            else freeRuns_.push_back({a, a});
         }
         for (const AreaRun& r : freeRuns_) freeBytes_ += r.size();
     }

@@ -200,6 +200,32 @@ TEST(PlayImport, AChainNoRunHoldsIsSplitAndJoinedByJumps) {
     EXPECT_EQ(runs(carryPlay(openRom(into.file.path(), data.path()), 3)), runs(play));
 }
 
+// After a Long Snap the game goes on with the next command, and an absolute
+// jump right after it would make the editor read on: what follows it is
+// copied along even where the image has it already. A command that locks
+// the game up is not written anew: refused in words.
+TEST(PlayImport, ALongSnapKeepsWhatFollowsItAndALockUpIsRefused) {
+    DataDir data;
+    const test::Opened source = test::openBuilt(ImageBuilder().bytesAt(0xA000, {0xD7, 0x01, 0x02, 0xD3, 0xD7, 0x05, 0x06, 0xC4, 0x00}).play(0, {0xA000}), data);
+    // The target runs D7 05 06 C4 00 already (play 1's, from A100).
+    const test::Opened target = test::openBuilt(ImageBuilder().bytesAt(0xA100, {0xD7, 0x05, 0x06, 0xC4, 0x00}).play(1, {0xA100}), data);
+    const PlayImportPlan plan = planPlayImport(target.pb, carryPlay(source.pb, 0), 4);
+    const int32_t at = offsetOfAddress(plan.bytes[static_cast<size_t>(playEntryOffset(4, 0))] | plan.bytes[static_cast<size_t>(playEntryOffset(4, 0)) + 1] << 8);
+    // The block after the snap copied along; then a jump to the end command the image has.
+    EXPECT_EQ(std::vector<uint8_t>(plan.bytes.begin() + at, plan.bytes.begin() + at + 10),
+              (std::vector<uint8_t>{0xD7, 0x01, 0x02, 0xD3, 0xD7, 0x05, 0x06, 0xFF, 0x03, 0xA1}));
+
+    // The editor reads F2 with two bytes after it and goes on to the end command; the game hangs on F2.
+    const test::Opened hangs = test::openBuilt(ImageBuilder().bytesAt(0xA000, {0xD7, 0x01, 0x02, 0xF2, 0x00, 0x00, 0xC4, 0x00}).play(0, {0xA000}), data);
+    ASSERT_TRUE(hangs.result.ok) << hangs.result.error;
+    try {
+        (void)planPlayImport(target.pb, carryPlay(hangs.pb, 0), 4);
+        FAIL() << "a lock-up written anew";
+    } catch (const SaveError& e) {
+        EXPECT_NE(std::string(e.what()).find("locks the game up"), std::string::npos) << e.what();
+    }
+}
+
 // A file that is not a play the game could run is refused before anything is planned.
 TEST(PlayImport, APlayTheGameCouldNotRunIsRefused) {
     Carried c;
