@@ -84,6 +84,7 @@ void refuseRewrittenReadings(const Playbook& pb, const Playbook& old, const Area
 std::string SaveSummary::text() const {
     std::string out = "Saved: ";
     if (slotsWritten > 0) out += std::to_string(slotsWritten) + " slot" + (slotsWritten == 1 ? "" : "s") + ", ";
+    if (entriesWritten > 0) out += std::to_string(entriesWritten) + " table entr" + (entriesWritten == 1 ? "y" : "ies") + ", ";
     out += std::to_string(inPlace) + " sequence" + (inPlace == 1 ? "" : "s") + " in place, " +
            std::to_string(moved.size()) + " moved";
     if (!moved.empty()) {
@@ -134,6 +135,7 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     };
     auto writeEntry = [&](int32_t offset, int32_t value, int32_t before) {
         if (value == before) return;
+        ++plan.summary.entriesWritten;
         out.seekOffset(offset);
         out.writeWord(value);
     };

@@ -19,6 +19,7 @@ namespace zpe {
 
 struct SaveSummary {
     int slotsWritten = 0;                           // slot records written
+    int entriesWritten = 0;                         // play, formation and pointer entries that name another place
     int inPlace = 0;                                // sequences written at their address
     std::vector<std::pair<int32_t, int32_t>> moved;  // old start, new start
     std::vector<std::pair<int32_t, int32_t>> placed;  // a sequence made in the editor: its key, where it went
@@ -26,7 +27,7 @@ struct SaveSummary {
     int32_t freeBytesLeft = 0;  // free bytes of the area after the moves
     bool nothingToWrite = false;  // the image already held everything: the file was left alone
     // "Saved: 3 sequences in place, 1 moved (A123 → BA00), 2 references left on
-    // old copies, 412 free bytes left." (slots, when written, come first; new
+    // old copies, 412 free bytes left." (slots and table entries, when written, come first; new
     // sequences, when placed, after the moved ones: "1 new at BA40").
     [[nodiscard]] std::string text() const;
 };

@@ -185,7 +185,10 @@ void SequencesTab::lvSequences_Click() {
     }
     const clsSequence* stored = pb.sequences.find(*address);
     if (!stored) return;
-    if (*address != curSeq.address()) reachedFrom_.reset();  // picked in the list: no play or formation it came from
+    if (*address != curSeq.address()) {
+        reachedFrom_.reset();  // picked in the list: no play or formation it came from
+        if (ctx_.status->text().startsWith("Editing the sequence ")) ctx_.say("");  // that line spoke of the sequence left
+    }
     curSeq.clone(*stored);
     lstSeqCommands_update();
     updateUsedBy();
