@@ -82,6 +82,12 @@ std::optional<QString> QtDialogs::openFile(const QString& filter) {
     return path;
 }
 
+std::optional<QString> QtDialogs::openFolder(const QString& title, const QString& start) {
+    const QString path = QFileDialog::getExistingDirectory(parent_, title, start);
+    if (path.isEmpty()) return std::nullopt;
+    return path;
+}
+
 std::optional<QString> QtDialogs::saveFile(const QString& filter, const QString& suggested, int* chosenFilter, const QString& title) {
     const QString filters = qtFilter(filter);
     QString selected;

@@ -46,6 +46,8 @@ public:
     virtual std::optional<int> choose(const QString& title, const QString& prompt, const QStringList& items, int current = 0) = 0;
     // Shows a long text read-only in a resizable window the user can copy from.
     virtual void showText(const QString& title, const QString& text) = 0;
+    // A folder to choose (`title` says what for), starting in `start`; none when cancelled.
+    virtual std::optional<QString> openFolder(const QString& title, const QString& start) = 0;
     // Shows `picture` with `text` under it and OK / Cancel; true for OK.
     virtual bool preview(const QString& title, const QString& text, const QImage& picture) = 0;
 };
@@ -66,6 +68,7 @@ public:
     std::optional<int> choose(const QString& title, const QString& prompt, const QStringList& items, int current = 0) override;
     MsgAnswer allOrCopy(const QString& text, const QString& title, const QString& allText, const QString& copyText) override;
     bool preview(const QString& title, const QString& text, const QImage& picture) override;
+    std::optional<QString> openFolder(const QString& title, const QString& start) override;
 
 private:
     QWidget* parent_;

@@ -197,9 +197,9 @@ LibraryEntry frmMain::describeCarriedFile(const QString& path) const {
 }
 
 void frmMain::chooseLibraryFolder() {
-    const auto file = dialogs_.openFile("Play and Slot Files (*.json)|*.json");
-    if (!file) return;
-    const QString folder = QFileInfo(*file).absolutePath();
+    const auto chosen = dialogs_.openFolder("Play Library", library_->folder());
+    if (!chosen) return;
+    const QString folder = QFileInfo(*chosen).absoluteFilePath();
     settings()->setValue("libraryFolder", folder);
     library_->setFolder(folder);
 }

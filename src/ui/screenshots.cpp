@@ -35,6 +35,7 @@ public:
     std::optional<int> choose(const QString&, const QString&, const QStringList&, int) override { return std::nullopt; }
     MsgAnswer allOrCopy(const QString&, const QString&, const QString&, const QString&) override { return MsgAnswer::Cancel; }
     bool preview(const QString&, const QString&, const QImage&) override { return false; }
+    std::optional<QString> openFolder(const QString&, const QString&) override { return std::nullopt; }
 };
 }  // namespace
 

@@ -24,6 +24,8 @@ public:
         return a;
     }
     std::optional<QString> openFile(const QString& filter) override { return next(filter); }
+    // Answered from `files` too, as an open dialog is; recorded as the filter "folder".
+    std::optional<QString> openFolder(const QString&, const QString&) override { return next("folder"); }
     std::optional<QString> saveFile(const QString& filter, const QString& suggested = QString(), int* chosenFilter = nullptr,
                                     const QString& title = QString()) override {
         suggestions << suggested;

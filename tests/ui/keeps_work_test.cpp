@@ -823,8 +823,10 @@ private slots:
         QVERIFY(w->runSave());
         QCOMPARE(openRom(fx.imagePath().toStdString(), fx.data.path()).plays[2].seqAddress(0), 0xA020);
 
-        // The library.
-        w->library_->setFolder(QString::fromStdString(fx.cwd.path()));
+        // The library, its folder chosen with "Folder...".
+        fx.dialogs->files.push_back(QString::fromStdString(fx.cwd.path()));
+        w->chooseLibraryFolder();
+        QCOMPARE(w->library_->folder(), QFileInfo(QString::fromStdString(fx.cwd.path())).absoluteFilePath());
         QCOMPARE(w->library_->shownFiles(), QStringList{file});
         QVERIFY(w->library_->list->item(0)->text().startsWith("play one"));
         w->library_->filter->setText("nothing like it");
