@@ -26,10 +26,16 @@ std::string carriedPlayFault(const CarriedPlay& play) {
     return carriedCommandsFault(play.commands);
 }
 
+namespace {
+// "1 command", "2 commands".
+std::string counted(long n, const std::string& one, const std::string& many) { return thousands(static_cast<int32_t>(n)) + " " + (n == 1 ? one : many); }
+}  // namespace
+
 std::string layoutText(const CarriedLayout& laid) {
-    return std::to_string(laid.copied) + " commands copied (" + thousands(laid.bytesWritten) + " bytes in " + std::to_string(laid.runs) +
-           " free run" + (laid.runs == 1 ? "" : "s") + "), " + std::to_string(laid.reused) + " reused; " + thousands(laid.freeLeft) +
-           " free bytes left";
+    const std::string written = laid.copied == 0 ? "nothing copied"
+                                                 : counted(laid.copied, "command", "commands") + " copied (" + counted(laid.bytesWritten, "byte", "bytes") +
+                                                       " in " + counted(laid.runs, "free run", "free runs") + ")";
+    return written + ", " + std::to_string(laid.reused) + " reused; " + counted(laid.freeLeft, "free byte", "free bytes") + " left";
 }
 
 std::string PlayImportSummary::text() const { return playName(play) + " now runs the imported play: " + layoutText(laid) + "."; }

@@ -104,11 +104,14 @@ std::vector<std::pair<int, bool>> assignRecords(const std::vector<CarriedRecord>
         if (r >= 0) taken[static_cast<size_t>(r)] = true;
     size_t next = 0;
     const auto needed = std::count_if(out.begin(), out.end(), [](const auto& o) { return o.first < 0; });
+    const auto available = std::count_if(free.begin(), free.end(), [&](int r) { return !taken[static_cast<size_t>(r)]; });
     for (auto& o : out) {
         if (o.first >= 0) continue;
         while (next < free.size() && taken[static_cast<size_t>(free[next])]) ++next;
         if (next == free.size())
-            throw SaveError(path + ": the import needs " + std::to_string(needed) + " " + what + " records of its own, and fewer are free (a record is free when no slot keeps it); nothing was written",
+            throw SaveError(path + ": the import needs " + std::to_string(needed) + " " + what + (needed == 1 ? " record" : " records") +
+                                " of its own, and " + std::to_string(available) + (available == 1 ? " is" : " are") +
+                                " free (a record is free when no slot keeps it); nothing was written",
                             Refusal::NoFreeRun);
         o.first = free[next];
         taken[static_cast<size_t>(free[next])] = true;

@@ -116,6 +116,7 @@ frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* par
         lv->viewport()->setAcceptDrops(true);
         lv->viewport()->installEventFilter(this);
     }
+    client->installEventFilter(this);
     hideTabControls();
     updateMenuBar();
     setClientSize(kDesignClientWidth, kDesignClientHeight);
@@ -127,7 +128,7 @@ frmMain::~frmMain() {
     doc_.onHistory = nullptr;
     // The frame's watch on the tabs' controls ends first: their deletion sends events it must not see.
     for (QWidget* watched : std::initializer_list<QWidget*>{plays_->lvPlays->viewport(), playSlots_->lvPlaySlots->viewport(),
-                                                            formations_->picFormation, playSlots_->picPlay})
+                                                            formations_->picFormation, playSlots_->picPlay, client})
         watched->removeEventFilter(this);
     delete client;
 }
@@ -275,8 +276,15 @@ bool frmMain::eventFilter(QObject* watched, QEvent* event) {
                                                                            : nullptr;
     if (dropList && (event->type() == QEvent::DragEnter || event->type() == QEvent::DragMove)) {
         auto* drag = static_cast<QDropEvent*>(event);
-        if (drag->mimeData()->hasUrls() && dropList->itemAt(drag->position().toPoint())) drag->acceptProposedAction();
-        else drag->ignore();
+        // A copy: the file stays where it is (a move would take the thumbnail out of the library). The
+        // list takes the drag wherever it enters (else it would hear no more of it); a row must be under it to drop.
+        const bool overRow = event->type() == QEvent::DragEnter || dropList->itemAt(drag->position().toPoint());
+        if (drag->mimeData()->hasUrls() && overRow && (drag->possibleActions() & Qt::CopyAction)) {
+            drag->setDropAction(Qt::CopyAction);
+            drag->accept();
+        } else {
+            drag->ignore();
+        }
         return true;
     }
     if (dropList && event->type() == QEvent::Drop) {
@@ -284,11 +292,14 @@ bool frmMain::eventFilter(QObject* watched, QEvent* event) {
         const int row = dropList->indexOfTopLevelItem(dropList->itemAt(drop->position().toPoint()));
         const QList<QUrl> urls = drop->mimeData()->urls();
         if (row >= 0 && urls.size() == 1 && urls.front().isLocalFile()) {
-            drop->acceptProposedAction();
-            (void)importCarriedFile(urls.front().toLocalFile(), row);
+            drop->setDropAction(Qt::CopyAction);
+            drop->accept();
+            (void)importCarriedFile(urls.front().toLocalFile(), row, dropList == plays_->lvPlays ? "zpe play" : "zpe slot");
         }
         return true;
     }
+    // The client area changes size without the window (the Play Library docked beside it): lay the tab out again.
+    if (watched == client && event->type() == QEvent::Resize) Form_Resize();
     if (event->type() == QEvent::MouseButtonDblClick) {
         if (watched == playSlots_->picPlay) openDiagram(true);
         else if (watched == formations_->picFormation) openDiagram(false);

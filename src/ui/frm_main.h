@@ -115,7 +115,8 @@ private:
     // Brings the play, slot or playbook file at `path` in: into play or slot
     // `target` (a drop on its row), else where the user says; the picture of
     // what it will be is shown first. One step of the history; true when it came in.
-    bool importCarriedFile(const QString& path, std::optional<int> target);
+    // `onto`: a drop on a row of Plays ("zpe play") or Play Slots ("zpe slot") takes only that kind of file.
+    bool importCarriedFile(const QString& path, std::optional<int> target, const char* onto = nullptr);
     // Where a play goes: the play selected in Plays, or the first play no slot uses; none when cancelled.
     std::optional<int> askPlayTarget();
     // Where a slot goes: a slot of its kind, the one selected in Play Slots first; none when cancelled.

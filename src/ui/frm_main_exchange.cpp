@@ -79,15 +79,24 @@ std::optional<int> frmMain::askPlayTarget() {
         items << "The play selected in Plays: " + QString::fromStdString(playName(selected));
         plays.push_back(selected);
     }
+    // The first play no slot uses, one that runs nothing first (a play brought in before is not offered again while another is free).
     std::vector<bool> used(kPlayCount, false);
     for (const clsPlaySlot& slot : pb.playSlots)
         for (int k = 0; k < kPlaysPerSlot; ++k)
             if (slot.oPlay(k) < kPlayCount) used[static_cast<size_t>(slot.oPlay(k))] = true;
-    const auto unused = std::find(used.begin(), used.end(), false);
-    if (unused != used.end()) {
-        const int p = static_cast<int>(unused - used.begin());
-        items << "The first play no slot uses: " + QString::fromStdString(playName(p));
-        plays.push_back(p);
+    auto runsNothing = [&](int p) {
+        for (int j = 0; j < kPlayersPerRecord; ++j)
+            if (pb.plays[static_cast<size_t>(p)].seqAddress(j) != kNoSequence) return false;
+        return true;
+    };
+    int unused = -1;
+    for (const bool empty : {true, false})
+        for (int p = 0; p < kPlayCount && unused < 0; ++p)
+            if (!used[static_cast<size_t>(p)] && (!empty || runsNothing(p))) unused = p;
+    if (unused >= 0) {
+        items << "The first play no slot uses: " + QString::fromStdString(playName(unused)) +
+                     (runsNothing(unused) ? QString() : QString(" (what it runs now gives way)"));
+        plays.push_back(unused);
     }
     if (plays.empty()) {
         StatusBar1->setText("Select the play it is to replace in the Plays tab first: every play is used by a slot.");
@@ -119,13 +128,17 @@ QImage frmMain::playPicture(const Playbook& book, int slot, int play) const {
     return wrapCanvas(canvas).copy();
 }
 
-bool frmMain::importCarriedFile(const QString& path, std::optional<int> target) {
+bool frmMain::importCarriedFile(const QString& path, std::optional<int> target, const char* onto) {
     if (!pb.openComplete) return false;
-    if (!sequences_->commitWorkingCopy("Import")) return false;  // the panel's edits go in first, the way every road takes them
     const std::string file = path.toStdString();
     const QString name = QFileInfo(path).fileName();
     try {
         const std::string format = carriedFileFormat(file);
+        if (onto && format != onto) {
+            StatusBar1->setText(name + ": a play goes onto a row of Plays, a slot onto a row of Play Slots; nothing was brought in.");
+            return false;
+        }
+        if (!sequences_->commitWorkingCopy("Import")) return false;  // the panel's edits go in first, the way every road takes them
         if (format == "zpe play") {
             const PlayFile carried = readPlayFile(file);
             const std::optional<int> q = target ? target : askPlayTarget();
@@ -135,7 +148,7 @@ bool frmMain::importCarriedFile(const QString& path, std::optional<int> target) 
             Playbook shown = doc_.afterImport(plan.bytes);
             const int slot = std::max(selectedRow(playSlots_->lvPlaySlots), 0);
             shown.playSlots[static_cast<size_t>(slot)].oPlay(0, *q);
-            if (!dialogs_.preview("Import Play", QString::fromStdString(plan.summary.text()) + "\n\nBring it in?", playPicture(shown, slot, 0))) return false;
+            if (!dialogs_.preview("Import Play", "After the import: " + QString::fromStdString(plan.summary.text()) + "\n\nBring it in?", playPicture(shown, slot, 0))) return false;
             const PlayImportSummary done = doc_.importPlay(carried.play, *q, "Import " + name.toStdString() + " into " + playName(*q));
             StatusBar1->setText(QString::fromStdString(done.text()) + " Not saved yet.");
         } else if (format == "zpe slot") {
@@ -143,14 +156,14 @@ bool frmMain::importCarriedFile(const QString& path, std::optional<int> target) 
             const std::optional<int> t = target ? target : askSlotTarget(carried.book.playSlots.front().running);
             if (!t) return false;
             const BookImportPlan plan = planSlotImport(doc_.laidOut(), carried.book, *t);
-            if (!dialogs_.preview("Import Slot", QString::fromStdString(plan.summary.text()) + "\n\nBring it in?", playPicture(doc_.afterImport(plan.bytes), *t, 0)))
+            if (!dialogs_.preview("Import Slot", "After the import: " + QString::fromStdString(plan.summary.text()) + "\n\nBring it in?", playPicture(doc_.afterImport(plan.bytes), *t, 0)))
                 return false;
             const BookImportSummary done = doc_.importSlot(carried.book, *t, "Import " + name.toStdString() + " into " + slotName(*t));
             StatusBar1->setText(QString::fromStdString(done.text()) + " Not saved yet.");
         } else {
             const SlotsFile carried = readPlaybookFile(file);
             const BookImportPlan plan = planPlaybookImport(doc_.laidOut(), carried.book);
-            if (!dialogs_.preview("Import Playbook", QString::fromStdString(plan.summary.text()) + "\n\nReplace every slot with the file's?",
+            if (!dialogs_.preview("Import Playbook", "After the import: " + QString::fromStdString(plan.summary.text()) + "\n\nReplace every slot with the file's?",
                                   playPicture(doc_.afterImport(plan.bytes), std::max(selectedRow(playSlots_->lvPlaySlots), 0), 0)))
                 return false;
             const BookImportSummary done = doc_.importPlaybook(carried.book, "Import " + name.toStdString());
@@ -166,7 +179,7 @@ bool frmMain::importCarriedFile(const QString& path, std::optional<int> target) 
 LibraryEntry frmMain::describeCarriedFile(const QString& path) const {
     const std::string file = path.toStdString();
     const std::string format = carriedFileFormat(file);
-    LibraryEntry entry{QString::fromStdString(format), QFileInfo(path).completeBaseName(), {}, {}};
+    LibraryEntry entry{QString::fromStdString(format), QFileInfo(path).completeBaseName(), {}, {}, {}};
     if (format == "zpe play") {
         const PlayFile carried = readPlayFile(file);
         entry.image = QString::fromStdString(carried.sourceImage);
@@ -176,7 +189,8 @@ LibraryEntry frmMain::describeCarriedFile(const QString& path) const {
                 Playbook shown = doc_.afterImport(planPlayImport(doc_.laidOut(), carried.play, 0).bytes);
                 shown.playSlots[0].oPlay(0, 0);
                 entry.picture = playPicture(shown, 0, 0);
-            } catch (const std::exception&) {
+            } catch (const std::exception& e) {
+                entry.note = QString::fromLocal8Bit(e.what());
             }
         }
     } else if (format == "zpe slot") {
@@ -187,7 +201,8 @@ LibraryEntry frmMain::describeCarriedFile(const QString& path) const {
         if (pb.openComplete) {
             try {
                 entry.picture = playPicture(doc_.afterImport(planSlotImport(doc_.laidOut(), carried.book, slot).bytes), slot, 0);
-            } catch (const std::exception&) {
+            } catch (const std::exception& e) {
+                entry.note = QString::fromLocal8Bit(e.what());
             }
         }
     } else {

@@ -18,6 +18,8 @@ constexpr int kThumbWidth = 160, kThumbHeight = 106;  // the play picture's prop
 constexpr int kPathRole = Qt::UserRole;
 }  // namespace
 
+Qt::DropActions LibraryList::supportedDropActions() const { return Qt::CopyAction; }
+
 QMimeData* LibraryList::mimeData(const QList<QListWidgetItem*>& items) const {
     auto* data = new QMimeData;
     QList<QUrl> urls;
@@ -57,6 +59,7 @@ PlayLibrary::PlayLibrary(QWidget* parent, std::function<LibraryEntry(const QStri
     list->setWordWrap(true);
     list->setDragEnabled(true);
     list->setDragDropMode(QAbstractItemView::DragOnly);
+    list->setDefaultDropAction(Qt::CopyAction);
     list->setSelectionMode(QAbstractItemView::SingleSelection);
     list->setToolTip("Drag a play onto a row of Plays, or a slot onto a row of Play Slots, to bring it in");
     layout->addWidget(list, 1);
@@ -85,7 +88,8 @@ void PlayLibrary::refresh() {
         if (!entry.picture.isNull()) thumb = QPixmap::fromImage(entry.picture.scaled(kThumbWidth, kThumbHeight, Qt::KeepAspectRatio, Qt::SmoothTransformation));
         auto* item = new QListWidgetItem(QIcon(thumb), entry.name + "\n" + entry.image, list);
         item->setData(kPathRole, file.absoluteFilePath());
-        item->setToolTip(file.fileName() + (entry.format == "zpe slot" ? " (a slot)" : " (a play)") + ", from " + entry.image);
+        item->setToolTip(file.fileName() + (entry.format == "zpe slot" ? " (a slot)" : " (a play)") + ", from " + entry.image +
+                         (entry.note.isEmpty() ? QString() : "\nNot drawn: " + entry.note));
     }
     applyFilter();
 }

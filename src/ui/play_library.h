@@ -20,6 +20,7 @@ struct LibraryEntry {
     QString name;
     QString image;
     QImage picture;
+    QString note;  // why no picture could be drawn (it would not go into the open image), or ""
 };
 
 // The list of thumbnails; a drag carries the file as a URL.
@@ -29,6 +30,8 @@ public:
 
 protected:
     QMimeData* mimeData(const QList<QListWidgetItem*>& items) const override;
+    // A thumbnail is copied, never moved, out of the library.
+    Qt::DropActions supportedDropActions() const override;
 };
 
 class PlayLibrary : public QDockWidget {

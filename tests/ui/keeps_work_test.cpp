@@ -847,6 +847,28 @@ private slots:
         QApplication::sendEvent(plays->viewport(), &drop);
         QCOMPARE(w->pb.plays[5].seqAddress(0), 0xA020);
         QVERIFY(w->isWindowModified());
+
+        // A slot file dropped on a row of Plays is not taken for a play.
+        const QString slotFile = QString::fromStdString(fx.cwd.file("slot one.json"));
+        fx.dialogs->files.push_back(slotFile);
+        w->exportSlot(1);
+        const size_t steps = w->doc_.steps();
+        QMimeData slotData;
+        slotData.setUrls({QUrl::fromLocalFile(slotFile)});
+        const QPoint row5 = plays->visualItemRect(plays->topLevelItem(5)).center();
+        QDragEnterEvent again(row5, Qt::CopyAction, &slotData, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(plays->viewport(), &again);
+        QDropEvent wrong(QPointF(row5), Qt::CopyAction, &slotData, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(plays->viewport(), &wrong);
+        QCOMPARE(w->doc_.steps(), steps);
+        QVERIFY(w->StatusBar1->text().contains("a slot onto a row of Play Slots"));
+
+        // The library docked beside the tabs: the tab is laid out in the room left, its controls in view.
+        w->library_->show();
+        QApplication::processEvents();
+        QVERIFY(w->client->width() < w->width());
+        QVERIFY(w->filterBox_->mapTo(w->client, QPoint(w->filterBox_->width(), 0)).x() <= w->client->width());
+        QVERIFY(w->plays().lvPlays->geometry().right() <= w->client->width());
     }
 };
 
