@@ -8,6 +8,7 @@
 #include "sequence/command_format.h"
 
 #include <cctype>
+#include <functional>
 #include <stdexcept>
 #include <unordered_map>
 
@@ -377,34 +378,41 @@ std::string sourceImageOf(const json& doc) {
 
 }  // namespace
 
-SlotsFile readSlotFile(const std::string& path) {
+namespace {
+
+// A slot or playbook file: its header and commands, then what `records` reads of it into the book.
+SlotsFile readBook(const std::string& path, const char* format, int version, const char* what,
+                   const std::function<void(const json&, CarriedReader&, BookReader&)>& records) {
     const json doc = readDocument(path);
     CarriedReader r(path, doc);
     SlotsFile out{{}, sourceImageOf(doc)};
-    out.book.commands = r.header("zpe slot", kSlotFileVersion);
+    out.book.commands = r.header(format, version);
     BookReader book(r, out.book);
-    book.formation(CarriedReader::member(doc, "formation"), "/formation");
-    book.plays(CarriedReader::member(doc, "plays"), kPlaysPerSlot);
-    book.slot(CarriedReader::member(doc, "slot"), "/slot", 0);
-    if (const std::string fault = carriedBookFault(out.book); !fault.empty()) r.fail("", "not a slot the game could run: " + fault);
+    records(doc, r, book);
+    if (const std::string fault = carriedBookFault(out.book); !fault.empty()) r.fail("", std::string("not ") + what + " the game could run: " + fault);
     return out;
 }
 
+}  // namespace
+
+SlotsFile readSlotFile(const std::string& path) {
+    return readBook(path, "zpe slot", kSlotFileVersion, "a slot", [](const json& doc, CarriedReader&, BookReader& book) {
+        book.formation(CarriedReader::member(doc, "formation"), "/formation");
+        book.plays(CarriedReader::member(doc, "plays"), kPlaysPerSlot);
+        book.slot(CarriedReader::member(doc, "slot"), "/slot", 0);
+    });
+}
+
 SlotsFile readPlaybookFile(const std::string& path) {
-    const json doc = readDocument(path);
-    CarriedReader r(path, doc);
-    SlotsFile out{{}, sourceImageOf(doc)};
-    out.book.commands = r.header("zpe playbook", kPlaybookFileVersion);
-    BookReader book(r, out.book);
-    const json* formations = CarriedReader::member(doc, "formations");
-    if (!formations || !formations->is_array() || formations->empty()) r.fail("/formations", "not a list of formations");
-    for (size_t f = 0; f < formations->size(); ++f) book.formation(&(*formations)[f], "/formations/" + std::to_string(f));
-    book.plays(CarriedReader::member(doc, "plays"), kPlayCount);
-    const json* slots = CarriedReader::member(doc, "slots");
-    if (!slots || !slots->is_array() || slots->size() != kSlotCount) r.fail("/slots", "not a list of the 64 slots");
-    for (size_t s = 0; s < kSlotCount; ++s) book.slot(&(*slots)[s], "/slots/" + std::to_string(s), -1);
-    if (const std::string fault = carriedBookFault(out.book); !fault.empty()) r.fail("", "not a playbook the game could run: " + fault);
-    return out;
+    return readBook(path, "zpe playbook", kPlaybookFileVersion, "a playbook", [](const json& doc, CarriedReader& r, BookReader& book) {
+        const json* formations = CarriedReader::member(doc, "formations");
+        if (!formations || !formations->is_array() || formations->empty()) r.fail("/formations", "not a list of formations");
+        for (size_t f = 0; f < formations->size(); ++f) book.formation(&(*formations)[f], "/formations/" + std::to_string(f));
+        book.plays(CarriedReader::member(doc, "plays"), kPlayCount);
+        const json* slots = CarriedReader::member(doc, "slots");
+        if (!slots || !slots->is_array() || slots->size() != kSlotCount) r.fail("/slots", "not a list of the 64 slots");
+        for (size_t s = 0; s < kSlotCount; ++s) book.slot(&(*slots)[s], "/slots/" + std::to_string(s), -1);
+    });
 }
 
 }  // namespace zpe
