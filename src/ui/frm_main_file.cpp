@@ -180,6 +180,7 @@ void frmMain::closeEvent(QCloseEvent* event) {
     if (diagram_) settings()->setValue("diagramGeometry", diagram_->saveGeometry());
     if (diagram_) diagram_->close();
     settings()->setValue("geometry", saveGeometry());
+    settings()->setValue("docks", saveState());  // the Play Library shown or not, and its width
     event->accept();
 }
 
@@ -229,6 +230,8 @@ void frmMain::restoreWindowGeometry() {
     windowsWhereTheyWere_ = true;  // the Diagram window too, when it opens
     const QByteArray geometry = settings()->value("geometry").toByteArray();
     if (!geometry.isEmpty()) restoreGeometry(geometry);
+    const QByteArray docks = settings()->value("docks").toByteArray();
+    if (!docks.isEmpty()) restoreState(docks);
 }
 
 QStringList frmMain::recentFiles() const { return settings()->value("recentFiles").toStringList(); }

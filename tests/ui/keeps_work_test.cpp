@@ -623,11 +623,14 @@ private slots:
         open();
         openBigDiagram(2);
         w->diagram_->resize(640, 480);
+        w->library_->show();  // the Play Library comes back too
         QVERIFY(w->close());
         frmMain again(*fx.dialogs, QString::fromStdString(fx.data.path()), QString());
         again.settingsPath_ = ini;
+        QVERIFY(again.library_->isHidden());
         again.restoreWindowGeometry();
         QCOMPARE(again.size(), QSize(1111, 777));
+        QVERIFY(!again.library_->isHidden());
         QVERIFY(again.openImage(fx.imagePath()));
         again.openDiagram(true);
         QCOMPARE(again.diagram_->size(), QSize(640, 480));
