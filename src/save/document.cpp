@@ -15,17 +15,13 @@ bool Document::unsaved() const { return pb.openComplete && (workingCopyEdited() 
 
 void Document::requireFileUnchanged() const { (void)readUnchangedImage(inFile); }
 
-namespace {
-
 // Safe Save, Full Save and compaction work on the image as the file holds it:
 // with an import not saved yet they would drop or break it.
-void refusePendingImport(const Document& doc, const char* save) {
-    if (doc.importPending())
+void Document::requireImportSaved(const char* save) const {
+    if (importPending())
         throw SaveError(std::string(save) + " cannot write an imported play or slot; File > Save writes it first; nothing was written",
                         Refusal::Other);
 }
-
-}  // namespace
 
 Playbook Document::laidOut() const {
     if (sameContent(pb, inFile) && !importPending()) return pb;
@@ -34,21 +30,25 @@ Playbook Document::laidOut() const {
 
 Playbook Document::afterImport(const std::vector<uint8_t>& bytes) const { return readBytesAs(pb, bytes); }
 
+void Document::bringIn(Playbook after, const std::string& text) {
+    perform({text, {{EditState::ofImage(pb), EditState::ofImage(std::move(after))}}});
+}
+
 PlayImportSummary Document::importPlay(const CarriedPlay& carried, int play, const std::string& text) {
     const PlayImportPlan plan = planPlayImport(laidOut(), carried, play);
-    perform({text, {{EditState::ofImage(pb), EditState::ofImage(afterImport(plan.bytes))}}});
+    bringIn(afterImport(plan.bytes), text);
     return plan.summary;
 }
 
 BookImportSummary Document::importSlot(const CarriedBook& carried, int slot, const std::string& text) {
     const BookImportPlan plan = planSlotImport(laidOut(), carried, slot);
-    perform({text, {{EditState::ofImage(pb), EditState::ofImage(afterImport(plan.bytes))}}});
+    bringIn(afterImport(plan.bytes), text);
     return plan.summary;
 }
 
 BookImportSummary Document::importPlaybook(const CarriedBook& carried, const std::string& text) {
     const BookImportPlan plan = planPlaybookImport(laidOut(), carried);
-    perform({text, {{EditState::ofImage(pb), EditState::ofImage(afterImport(plan.bytes))}}});
+    bringIn(afterImport(plan.bytes), text);
     return plan.summary;
 }
 
@@ -67,7 +67,7 @@ SaveSummary Document::saveAs(const std::string& path, const std::string& dataDir
 }
 
 bool Document::safeSave() {
-    refusePendingImport(*this, "Safe Save");
+    requireImportSaved("Safe Save");
     const bool written = zpe::safeSave(pb);
     inFile.playSlots = pb.playSlots;
     inFile.openedBytes = pb.openedBytes;  // what the file now holds
@@ -75,13 +75,13 @@ bool Document::safeSave() {
 }
 
 void Document::fullSave() {
-    refusePendingImport(*this, "Full Save");
+    requireImportSaved("Full Save");
     zpe::fullSave(pb);
     saved(false);
 }
 
 CompactSaveSummary Document::compactAndSave(const std::string& dataDir) {
-    refusePendingImport(*this, "Compacting");
+    requireImportSaved("Compacting");
     CompactSaveSummary summary = zpe::compactAndSave(pb, dataDir);
     saved(false);
     return summary;

@@ -100,6 +100,10 @@ public:
     BookImportSummary importPlaybook(const CarriedBook& carried, const std::string& text);
     // What the document would be after such an import, without making it (to show it first).
     [[nodiscard]] Playbook afterImport(const std::vector<uint8_t>& bytes) const;
+    // Makes `after` (afterImport of a plan's bytes) the document, as one step of the history.
+    void bringIn(Playbook after, const std::string& text);
+    // Refuses (SaveError) a write that works on the file as it is (`save` names it) while an import is not saved.
+    void requireImportSaved(const char* save) const;
     // The playbook as Save would leave it (every unsaved edit laid out), the base an import is planned on.
     [[nodiscard]] Playbook laidOut() const;
 

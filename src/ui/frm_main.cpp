@@ -95,6 +95,14 @@ frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* par
     // The Play Library at the right (View > Play Library); its thumbnails drop onto Plays and Play Slots rows.
     library_ = new PlayLibrary(this, [this](const QString& path) { return describeCarriedFile(path); });
     library_->onChooseFolder = [this] { chooseLibraryFolder(); };
+    library_->onRefresh = [this] {
+        libraryBase_.reset();
+        if (!pb.openComplete) return;
+        try {
+            libraryBase_ = doc_.laidOut();
+        } catch (const std::exception&) {  // edits Save would refuse: no thumbnails drawn over them
+        }
+    };
     addDockWidget(Qt::RightDockWidgetArea, library_);
     library_->hide();
     connect(library_, &QDockWidget::visibilityChanged, this, [this](bool shown) {

@@ -207,6 +207,8 @@ private:
     // --- Controls ---
     QAction *mnuEditUndo, *mnuEditRedo, *mnuFileExportPatch, *mnuFileImport;
     PlayLibrary* library_;  // the Play Library, docked at the right
+    // The image the library's thumbnails are drawn over (unsaved edits laid out once a refresh; none: no image).
+    std::optional<Playbook> libraryBase_;
     QMenu* mnuFileRecent;
     QString settingsPath_;  // an INI file for the settings; empty: the platform's place (tests set one)
     bool windowsWhereTheyWere_ = false;  // restoreWindowGeometry ran: the Diagram window opens where it was too

@@ -139,36 +139,46 @@ bool frmMain::importCarriedFile(const QString& path, std::optional<int> target, 
             return false;
         }
         if (!sequences_->commitWorkingCopy("Import")) return false;  // the panel's edits go in first, the way every road takes them
+        // The plan, then its picture: one plan, one reading of its bytes, brought in as they stand.
+        std::vector<uint8_t> bytes;
+        std::string summary, step = "Import " + name.toStdString();
+        QString title, question = "Bring it in?";
+        int slot = std::max(selectedRow(playSlots_->lvPlaySlots), 0);  // whose play the picture draws
+        std::optional<int> play;  // a play brought in: drawn in that slot's first place, with its formation
         if (format == "zpe play") {
             const PlayFile carried = readPlayFile(file);
-            const std::optional<int> q = target ? target : askPlayTarget();
-            if (!q) return false;
-            const PlayImportPlan plan = planPlayImport(doc_.laidOut(), carried.play, *q);
-            // Drawn with the formation of the slot selected (the first slot without one), the play in its first place.
-            Playbook shown = doc_.afterImport(plan.bytes);
-            const int slot = std::max(selectedRow(playSlots_->lvPlaySlots), 0);
-            shown.playSlots[static_cast<size_t>(slot)].oPlay(0, *q);
-            if (!dialogs_.preview("Import Play", "After the import: " + QString::fromStdString(plan.summary.text()) + "\n\nBring it in?", playPicture(shown, slot, 0))) return false;
-            const PlayImportSummary done = doc_.importPlay(carried.play, *q, "Import " + name.toStdString() + " into " + playName(*q));
-            StatusBar1->setText(QString::fromStdString(done.text()) + " Not saved yet.");
+            play = target ? target : askPlayTarget();
+            if (!play) return false;
+            PlayImportPlan plan = planPlayImport(doc_.laidOut(), carried.play, *play);
+            bytes = std::move(plan.bytes);
+            summary = plan.summary.text();
+            step += " into " + playName(*play);
+            title = "Import Play";
         } else if (format == "zpe slot") {
             const SlotsFile carried = readSlotFile(file);
             const std::optional<int> t = target ? target : askSlotTarget(carried.book.playSlots.front().running);
             if (!t) return false;
-            const BookImportPlan plan = planSlotImport(doc_.laidOut(), carried.book, *t);
-            if (!dialogs_.preview("Import Slot", "After the import: " + QString::fromStdString(plan.summary.text()) + "\n\nBring it in?", playPicture(doc_.afterImport(plan.bytes), *t, 0)))
-                return false;
-            const BookImportSummary done = doc_.importSlot(carried.book, *t, "Import " + name.toStdString() + " into " + slotName(*t));
-            StatusBar1->setText(QString::fromStdString(done.text()) + " Not saved yet.");
+            BookImportPlan plan = planSlotImport(doc_.laidOut(), carried.book, *t);
+            bytes = std::move(plan.bytes);
+            summary = plan.summary.text();
+            step += " into " + slotName(*t);
+            title = "Import Slot";
+            slot = *t;
         } else {
             const SlotsFile carried = readPlaybookFile(file);
-            const BookImportPlan plan = planPlaybookImport(doc_.laidOut(), carried.book);
-            if (!dialogs_.preview("Import Playbook", "After the import: " + QString::fromStdString(plan.summary.text()) + "\n\nReplace every slot with the file's?",
-                                  playPicture(doc_.afterImport(plan.bytes), std::max(selectedRow(playSlots_->lvPlaySlots), 0), 0)))
-                return false;
-            const BookImportSummary done = doc_.importPlaybook(carried.book, "Import " + name.toStdString());
-            StatusBar1->setText(QString::fromStdString(done.text()) + " Not saved yet.");
+            BookImportPlan plan = planPlaybookImport(doc_.laidOut(), carried.book);
+            bytes = std::move(plan.bytes);
+            summary = plan.summary.text();
+            title = "Import Playbook";
+            question = "Replace every slot with the file's?";
         }
+        Playbook after = doc_.afterImport(bytes);
+        Playbook shown = after;
+        if (play) shown.playSlots[static_cast<size_t>(slot)].oPlay(0, *play);
+        if (!dialogs_.preview(title, "After the import: " + QString::fromStdString(summary) + "\n\n" + question, playPicture(shown, slot, 0)))
+            return false;
+        doc_.bringIn(std::move(after), step);
+        StatusBar1->setText(QString::fromStdString(summary) + " Not saved yet.");
         return true;
     } catch (const std::exception& e) {
         reportFailure("Import Play or Slot", e);
@@ -183,10 +193,10 @@ LibraryEntry frmMain::describeCarriedFile(const QString& path) const {
     if (format == "zpe play") {
         const PlayFile carried = readPlayFile(file);
         entry.image = QString::fromStdString(carried.sourceImage);
-        if (pb.openComplete) {
+        if (libraryBase_) {
             try {
                 // Drawn as it would run here: brought into play 0 of a copy, with slot 0's formation.
-                Playbook shown = doc_.afterImport(planPlayImport(doc_.laidOut(), carried.play, 0).bytes);
+                Playbook shown = doc_.afterImport(planPlayImport(*libraryBase_, carried.play, 0).bytes);
                 shown.playSlots[0].oPlay(0, 0);
                 entry.picture = playPicture(shown, 0, 0);
             } catch (const std::exception& e) {
@@ -198,9 +208,9 @@ LibraryEntry frmMain::describeCarriedFile(const QString& path) const {
         entry.image = QString::fromStdString(carried.sourceImage);
         entry.name = QString::fromLatin1(carried.book.playSlots.front().record.name()).trimmed();
         const int slot = carried.book.playSlots.front().running ? 0 : kRunningSlotCount;
-        if (pb.openComplete) {
+        if (libraryBase_) {
             try {
-                entry.picture = playPicture(doc_.afterImport(planSlotImport(doc_.laidOut(), carried.book, slot).bytes), slot, 0);
+                entry.picture = playPicture(doc_.afterImport(planSlotImport(*libraryBase_, carried.book, slot).bytes), slot, 0);
             } catch (const std::exception& e) {
                 entry.note = QString::fromLocal8Bit(e.what());
             }

@@ -400,7 +400,7 @@ void frmMain::mnuFileCompact_Click() {
     CompactSummary preview;
     try {
         doc_.requireFileUnchanged();
-        if (doc_.importPending()) throw SaveError("Compacting cannot write an imported play or slot; File > Save writes it first", Refusal::Other);
+        doc_.requireImportSaved("Compacting");
         preview = planCompact(pb).summary;
     } catch (const std::exception& e) {
         reportFailure("Compact Sequence Area", e);

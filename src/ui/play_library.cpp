@@ -73,6 +73,7 @@ void PlayLibrary::setFolder(const QString& folder) {
 
 void PlayLibrary::refresh() {
     list->clear();
+    if (onRefresh) onRefresh();
     folderLabel->setText(folder_.isEmpty() ? QString("(no folder)") : QDir::toNativeSeparators(folder_));
     if (folder_.isEmpty()) return;
     const QFileInfoList files = QDir(folder_).entryInfoList({"*.json"}, QDir::Files | QDir::Readable, QDir::Name);

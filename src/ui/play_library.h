@@ -50,6 +50,7 @@ public:
     QLineEdit* filter;
     QLabel* folderLabel;
     std::function<void()> onChooseFolder;  // the "Folder..." button
+    std::function<void()> onRefresh;       // told before the files are read again
 
 private:
     void applyFilter();
