@@ -102,10 +102,10 @@ void BM_FullSaveLayout(benchmark::State& state) {
         bytes.back() = 0xE4;
         Image img("seq", bytes);
         clsSequence seq;
-        seq.address(0xA000 + i);
+        seq.reset(0xA000 + i);
         img.seekOffset(offsetOfAddress(0xA000 + i));
         seq.load(img, false);
-        pb.sequences.insert(0xA000 + i, seq);
+        pb.sequences.insert(SeqKey::at(0xA000 + i), seq);
     }
     const std::vector<uint8_t> original(0x40010, 0);
     for (auto _ : state) {
@@ -129,16 +129,16 @@ void BM_AreaMap(benchmark::State& state) {
         const int32_t next = a + 4 + 4 <= kSequenceAreaAddress + size ? a + 4 : kSequenceAreaAddress;
         for (int b : {0x30, 0xFF, next & 0xFF, next >> 8}) img.writeByte(b);
         clsSequence seq;
-        seq.address(a);
+        seq.reset(a);
         img.seekOffset(offsetOfAddress(a));
         seq.load(img, false);
-        pb.sequences.insert(a, seq);
+        pb.sequences.insert(SeqKey::at(a), seq);
     }
     pb.openedBytes = img.bytes();
     const int32_t count = size / 4;
-    for (int i = 0; i < kPointerCount; ++i) pb.seqPointers[static_cast<size_t>(i)] = kSequenceAreaAddress + 4 * (i * 7 % count);
+    for (int i = 0; i < kPointerCount; ++i) pb.seqPointers[static_cast<size_t>(i)] = SeqKey::at(kSequenceAreaAddress + 4 * (i * 7 % count));
     for (int p = 0; p < kPlayCount; ++p)
-        for (int j = 0; j < kPlayersPerRecord; ++j) pb.plays[static_cast<size_t>(p)].seqAddress(j, kSequenceAreaAddress + 4 * ((p * 11 + j) % count));
+        for (int j = 0; j < kPlayersPerRecord; ++j) pb.plays[static_cast<size_t>(p)].seqAddress(j, SeqKey::at(kSequenceAreaAddress + 4 * ((p * 11 + j) % count)));
     for (auto _ : state) benchmark::DoNotOptimize(buildAreaMap(pb).gameBytes());
     state.SetComplexityN(state.range(0));
 }
@@ -215,7 +215,7 @@ void BM_SavePlan(benchmark::State& state) {
     pb.openComplete = true;
     pb.openedBytes = img.bytes();
     for (int k = 0; k < 50; ++k) {
-        clsSequence& seq = pb.sequences.at(kSequenceAreaAddress + 4 * (k * 29));
+        clsSequence& seq = pb.sequences.at(SeqKey::at(kSequenceAreaAddress + 4 * (k * 29)));
         if (k % 2 == 0) seq.data(0, 0, 0x11);
         else if (seq.insertCommand(-1, 0xD7) != clsSequence::Insert::Done) state.SkipWithError("insert refused");
     }
@@ -257,7 +257,7 @@ void BM_Layout(benchmark::State& state) {
     pb.openComplete = true;
     pb.openedBytes = img.bytes();
     for (int k = 0; k < 20; ++k) {
-        clsSequence& seq = pb.sequences.at(seqAt(k * 23));
+        clsSequence& seq = pb.sequences.at(SeqKey::at(seqAt(k * 23)));
         if (k % 2 == 0) seq.data(0, 0, 0x11);
         else if (seq.insertCommand(-1, 0xD7) != clsSequence::Insert::Done) state.SkipWithError("insert refused");
     }

@@ -358,7 +358,7 @@ int checkImages(long n, uint64_t seed) {
         sequences += static_cast<int64_t>(pb.sequences.size());
         for (const zpe::fuzz::ExpectedSequence& e : image.expected) {
             if (e.named) ++named;
-            const zpe::clsSequence* seq = pb.sequences.find(e.address);
+            const zpe::clsSequence* seq = pb.sequences.find(zpe::SeqKey::at(e.address));
             if (!seq) {
                 if (e.named) {
                     ++differences;

@@ -58,6 +58,8 @@ void note(const char* format, ...) {
 }
 
 unsigned u(int32_t v) { return static_cast<unsigned>(v); }
+// A key as the notes print it: its address, or 10000 on for a sequence made in the editor.
+unsigned u(SeqKey k) { return k.isNew() ? 0x10000u + u(k.madeNumber()) : u(k.address()); }
 
 // True: go on with the next input (a runner counted it); otherwise abort.
 bool planningBug(const char* where, const VerifyError& e) {
@@ -79,7 +81,7 @@ struct GivenUp {};
 
 // An edit must leave its sequence one the editor can write; otherwise abort
 // (or, under a runner that counts it, give the input up).
-void requireWhole(const clsSequence& seq, int32_t key) {
+void requireWhole(const clsSequence& seq, SeqKey key) {
     if (const std::string problem = seq.verify(); !problem.empty()) {
         char text[64];
         std::snprintf(text, sizeof text, "an edit left sequence %X broken: ", u(key));
@@ -115,19 +117,19 @@ public:
     }
 
 private:
-    int32_t anyKey() { return keys_[random_.next(keys_.size())]; }
+    SeqKey anyKey() { return keys_[random_.next(keys_.size())]; }
 
     // A sequence read from the image, half the time one after whose end the game goes on.
-    int32_t imageKey() {
+    SeqKey imageKey() {
         if (random_.next(2u) == 0) {
-            std::vector<int32_t> going;
-            for (int32_t k : keys_)
-                if (!isNewSequence(k) && continuesInGame(pb_.sequences.at(k).lastCommand())) going.push_back(k);
+            std::vector<SeqKey> going;
+            for (const SeqKey k : keys_)
+                if (!k.isNew() && continuesInGame(pb_.sequences.at(k).lastCommand())) going.push_back(k);
             if (!going.empty()) return going[random_.next(going.size())];
         }
         for (int tries = 0; tries < 8; ++tries) {
-            const int32_t k = anyKey();
-            if (!isNewSequence(k)) return k;
+            const SeqKey k = anyKey();
+            if (!k.isNew()) return k;
         }
         return anyKey();
     }
@@ -135,7 +137,7 @@ private:
     // An address the game runs a command at: a sequence's start or one of its commands.
     int32_t gameAddress() {
         const clsSequence& seq = pb_.sequences.at(imageKey());
-        if (isNewSequence(seq.address())) return keys_.front();
+        if (seq.key().isNew()) return keys_.front().address();
         const CmdId origin = seq.commandAddress(static_cast<int>(random_.next(static_cast<uint32_t>(seq.commandCount()))));
         return random_.next(2u) == 0 || origin.isNew() ? seq.address() : origin.readAddress();
     }
@@ -144,7 +146,7 @@ private:
     // removed, swapped or changed; now and then an entry instead (its own
     // copy, another sequence, a new empty one).
     void todaysEdit() {
-        const int32_t key = structured_ ? imageKey() : anyKey();
+        const SeqKey key = structured_ ? imageKey() : anyKey();
         clsSequence& seq = pb_.sequences.at(key);
         const int count = seq.commandCount();
         const int pos = static_cast<int>(random_.next(static_cast<uint32_t>(count)));
@@ -160,14 +162,14 @@ private:
                     }
                     break;
                 case 1: {
-                    const int32_t other = anyKey();
+                    const SeqKey other = anyKey();
                     note("%s names %X", entry.name().c_str(), u(other));
                     setEntryTarget(pb_, entry, other);
                     break;
                 }
                 default: {
                     const std::vector<int16_t> ends = newSequenceEnds(entryReadsKick(entry));
-                    const int32_t made = addEmptySequence(pb_, ends[random_.next(ends.size())], entryReadsKick(entry));
+                    const SeqKey made = addEmptySequence(pb_, ends[random_.next(ends.size())], entryReadsKick(entry));
                     clsSequence& seq = pb_.sequences.at(made);
                     (void)seq.insertCommand(-1, 0xD7);
                     note("%s names a new sequence %X", entry.name().c_str(), u(made));
@@ -211,7 +213,7 @@ private:
 
     // A new branch or jump (its field names 0000) made, fifteen times in sixteen,
     // to name a place the game runs, as a user would set it; otherwise a save refuses it.
-    void nameGameAddress(int32_t key, clsSequence& seq, int pos) {
+    void nameGameAddress(SeqKey key, clsSequence& seq, int pos) {
         const int16_t code = seq.command(pos);
         if ((code != 0xC7 && code != 0xC8 && code != 0xCA && code != 0x20 && code != 0xFF) || random_.next(16u) == 0) return;
         const int32_t to = gameAddress();
@@ -232,7 +234,7 @@ private:
     void growSeveral() {
         const uint32_t n = 2 + random_.next(3u);
         for (uint32_t k = 0; k < n; ++k) {
-            const int32_t key = imageKey();
+            const SeqKey key = imageKey();
             clsSequence& seq = pb_.sequences.at(key);
             const uint32_t inserts = 1 + random_.next(3u);
             for (uint32_t i = 0; i < inserts; ++i) {
@@ -254,7 +256,7 @@ private:
         const AreaEntry& entry = entries[random_.next(entries.size())];
         const bool kick = entryReadsKick(entry);
         const std::vector<int16_t> ends = newSequenceEnds(kick);
-        int32_t made = 0;
+        SeqKey made;
         try {
             made = addEmptySequence(pb_, ends[random_.next(ends.size())], kick);
         } catch (const std::invalid_argument&) {
@@ -304,7 +306,7 @@ private:
     // A jump or branch of a sequence made to name another place the game runs
     // (or, for a relative jump, another offset).
     void retargetField() {
-        const int32_t key = imageKey();
+        const SeqKey key = imageKey();
         clsSequence& seq = pb_.sequences.at(key);
         std::vector<int> withField;
         for (int i = 0; i < seq.commandCount(); ++i) {
@@ -331,7 +333,7 @@ private:
     // A closing forward relative jump made absolute (one byte more).
     void makeJumpAbsolute() {
         for (int tries = 0; tries < 8; ++tries) {
-            const int32_t key = anyKey();
+            const SeqKey key = anyKey();
             clsSequence& seq = pb_.sequences.at(key);
             const int last = seq.commandCount() - 1;
             if (seq.command(last) != 0xFE || seq.data(last, 0) >= 0x80) continue;
@@ -345,7 +347,7 @@ private:
     // Every command of a sequence replaced by new ones as the user types them
     // (the same end command and data), usually more than there were.
     void replaceCommands() {
-        const int32_t key = imageKey();
+        const SeqKey key = imageKey();
         clsSequence& seq = pb_.sequences.at(key);
         std::vector<std::pair<int, std::vector<int>>> cmds;
         const uint32_t body = 1 + random_.next(6u);
@@ -366,7 +368,7 @@ private:
     Playbook& pb_;
     Random& random_;
     bool structured_;
-    std::vector<int32_t> keys_;
+    std::vector<SeqKey> keys_;
 };
 
 }  // namespace
@@ -429,7 +431,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const Playbook relaid = relayout(pb);
         SaveLayout layout;
         layout.gameReading = false;
-        for (const auto& [key, seq] : relaid.sequences) layout.sequences.push_back(laidAt(key, seq, key, true));
+        for (const auto& [key, seq] : relaid.sequences) layout.sequences.push_back(laidAt(key, seq, key.address(), true));
         (void)verifyWrite(relaid, pb, fullSaveBytes(relaid, bytes), layout);
         passed("Full Save");
     } catch (const VerifyError& e) {

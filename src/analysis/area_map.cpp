@@ -180,8 +180,8 @@ std::vector<AreaEntry> playbookEntries(const Playbook& pb) {
         entries.push_back({AreaEntry::Table::Pointer, i, 0, pb.seqPointers[static_cast<size_t>(i)]});
     for (int p = 0; p < kPlayCount; ++p)
         for (int j = 0; j < kPlayersPerRecord; ++j) {
-            const int32_t a = pb.plays[static_cast<size_t>(p)].seqAddress(j);
-            if (a != kNoSequence) entries.push_back({AreaEntry::Table::Play, p, j, a});
+            const SeqKey a = pb.plays[static_cast<size_t>(p)].seqAddress(j);
+            if (!a.isNone()) entries.push_back({AreaEntry::Table::Play, p, j, a});
         }
     for (size_t f = 0; f < pb.formations.size(); ++f)
         for (int j = 0; j < kPlayersPerRecord; ++j)
@@ -199,26 +199,28 @@ AreaMap buildAreaMap(const Playbook& pb) {
     AreaMap map;
     const std::span<const uint8_t> area = areaBytes(pb.openedBytes);
 
-    for (const auto& [address, seq] : pb.sequences) {
-        const int32_t from = std::max(seq.address(), kSequenceAreaAddress);
-        const int32_t to = std::min(seq.address() + seq.byteSize(), kAreaEnd);
+    for (const auto& [key, seq] : pb.sequences) {
+        if (key.isNew()) continue;  // in no image yet
+        const int32_t from = std::max(key.address(), kSequenceAreaAddress);
+        const int32_t to = std::min(key.address() + seq.byteSize(), kAreaEnd);
         for (int32_t a = from; a < to; ++a) map.use[areaIndex(a)] |= kUseEditor;
-        if (seq.readsDifferentlyByGame()) map.readsDifferently.push_back(address);
+        if (seq.readsDifferentlyByGame()) map.readsDifferently.push_back(key.address());
     }
     std::sort(map.readsDifferently.begin(), map.readsDifferently.end());
 
     GameWalk walk(area, pb.openedBytes);
     for (const AreaEntry& e : playbookEntries(pb)) {
-        if (isNewSequence(e.target)) {
+        if (e.target.isNew()) {
             map.unsaved.push_back(e);
             continue;
         }
-        if (!inArea(e.target)) {
+        const int32_t at = e.target.address();
+        if (!inArea(at)) {
             map.outside.push_back(e);
-            walk.push(e.target);  // the game runs it there, and may come back into the area
+            walk.push(at);  // the game runs it there, and may come back into the area
             continue;
         }
-        walk.push(e.target);
+        walk.push(at);
         if (!pb.sequences.contains(e.target)) map.stranded.push_back(e);
     }
     std::stable_sort(map.outside.begin(), map.outside.end(),
@@ -226,7 +228,7 @@ AreaMap buildAreaMap(const Playbook& pb) {
     // A sequence outside the area that the tables name runs too: where its
     // jumps and branches lead into the area, the game runs on from there.
     for (const auto& [key, seq] : pb.sequences)
-        if (!inArea(key) && !isNewSequence(key))
+        if (key.placed() && !inArea(key.address()))
             for (const int32_t t : seq.fieldTargets())
                 if (inArea(t)) walk.push(t);
     walk.run();

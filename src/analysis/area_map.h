@@ -40,7 +40,7 @@ struct AreaEntry {
     enum class Table { Pointer, Play, Formation } table;
     int index = 0;
     int player = 0;  // 0..10; 0 for a pointer
-    int32_t target = 0;
+    SeqKey target;  // the sequence it names (its game address, or a made one)
     // "pointer 17", "play 58 (3A) WR2", "formation 4 QB".
     std::string name() const;
 };

@@ -10,20 +10,20 @@
 
 namespace zpe {
 
-std::string sequenceName(int32_t key) {
-    return isNewSequence(key) ? "new sequence " + std::to_string(key - kNewSequenceKey + 1) : "sequence " + hex4(key);
+std::string sequenceName(SeqKey key) {
+    return key.isNew() ? "new sequence " + std::to_string(key.madeNumber() + 1) : "sequence " + hex4(key.address());
 }
 
-int32_t entryTarget(const Playbook& pb, const AreaEntry& e) {
+SeqKey entryTarget(const Playbook& pb, const AreaEntry& e) {
     switch (e.table) {
     case AreaEntry::Table::Pointer: return pb.seqPointers.at(static_cast<size_t>(e.index));
     case AreaEntry::Table::Play: return pb.plays.at(static_cast<size_t>(e.index)).seqAddress(e.player);
     case AreaEntry::Table::Formation: return pb.formations.at(static_cast<size_t>(e.index)).posAddress(e.player);
     }
-    return kNoSequence;
+    return SeqKey::none();
 }
 
-void setEntryTarget(Playbook& pb, const AreaEntry& e, int32_t key) {
+void setEntryTarget(Playbook& pb, const AreaEntry& e, SeqKey key) {
     switch (e.table) {
     case AreaEntry::Table::Pointer: pb.seqPointers.at(static_cast<size_t>(e.index)) = key; break;
     case AreaEntry::Table::Play: pb.plays.at(static_cast<size_t>(e.index)).seqAddress(e.player, key); break;
@@ -33,20 +33,20 @@ void setEntryTarget(Playbook& pb, const AreaEntry& e, int32_t key) {
 
 bool entryReadsKick(const AreaEntry& e) { return e.table == AreaEntry::Table::Formation && isKickFormation(e.index); }
 
-std::vector<AreaEntry> entriesNaming(const Playbook& pb, int32_t key) {
+std::vector<AreaEntry> entriesNaming(const Playbook& pb, SeqKey key) {
     std::vector<AreaEntry> out;
     for (const AreaEntry& e : playbookEntries(pb))
         if (e.target == key) out.push_back(e);
     return out;
 }
 
-int32_t nextNewSequenceKey(const Playbook& pb) {
-    int32_t key = kNewSequenceKey;
-    for (const auto& [k, seq] : pb.sequences) key = std::max(key, k + 1);
+SeqKey nextNewSequenceKey(const Playbook& pb) {
+    SeqKey key = SeqKey::made(0);
+    for (const auto& [k, seq] : pb.sequences) key = std::max(key, k.next());
     return key;
 }
 
-int32_t addCopyOf(Playbook& pb, int32_t key, const clsSequence* contents) {
+SeqKey addCopyOf(Playbook& pb, SeqKey key, const clsSequence* contents) {
     const clsSequence& original = pb.sequences.at(key);
     const clsSequence& source = contents ? *contents : original;
     if (source.readsDifferentlyByGame() || original.readsDifferentlyByGame())
@@ -57,7 +57,7 @@ int32_t addCopyOf(Playbook& pb, int32_t key, const clsSequence* contents) {
     // carries for a sequence made here.
     int32_t continuation = original.continuation();
     const SeqCommand& last = original.commands().back();
-    if (!isNewSequence(key))
+    if (key.placed())
         continuation = !last.origin.isNew() && original.gameGoesOnAfterEnd()
                            ? last.origin.readAddress() + last.encodedSize()
                            : -1;
@@ -80,9 +80,9 @@ int32_t addCopyOf(Playbook& pb, int32_t key, const clsSequence* contents) {
             c = madeAbsolute(c);
         }
     }
-    const int32_t copyKey = nextNewSequenceKey(pb);
+    const SeqKey copyKey = nextNewSequenceKey(pb);
     clsSequence copy = original;
-    copy.address(copyKey);
+    copy.key(copyKey);
     copy.assign(std::move(cmds));
     copy.continuation(continuation);
     pb.sequences.insert(copyKey, std::move(copy));
@@ -98,7 +98,7 @@ std::vector<int16_t> newSequenceEnds(bool kick) {
     return out;
 }
 
-int32_t addEmptySequence(Playbook& pb, int16_t code, bool kick) {
+SeqKey addEmptySequence(Playbook& pb, int16_t code, bool kick) {
     const std::vector<int16_t> ends = newSequenceEnds(kick);
     if (std::find(ends.begin(), ends.end(), code) == ends.end())
         throw std::invalid_argument(hex2(code) + " is not an end command after which the game stops");
@@ -106,9 +106,9 @@ int32_t addEmptySequence(Playbook& pb, int16_t code, bool kick) {
     end.command = code;
     const CommandFormat f = commandFormat(code, kick, -1);
     if (f.field != FieldKind::None && !f.gameFieldOnly) end.field = FieldRef::at(0);  // a new jump names 0000 until the user sets it
-    const int32_t key = nextNewSequenceKey(pb);
+    const SeqKey key = nextNewSequenceKey(pb);
     clsSequence seq;
-    seq.address(key);
+    seq.key(key);
     seq.kick(kick);
     seq.assign({end});
     pb.sequences.insert(key, std::move(seq));
@@ -121,7 +121,7 @@ std::optional<AreaEntry> misreadEntry(const Playbook& before, const Playbook& no
         if (is[e].target == was[e].target) continue;
         // Its sequence, and those it leads on to by its closing jump, are read as the entry reads.
         std::optional<AreaEntry> misread;
-        (void)walkChain(now, is[e].target, [&](int32_t key) {
+        (void)walkChain(now, is[e].target, [&](SeqKey key) {
             if (now.sequences.at(key).kick() == entryReadsKick(is[e])) return false;
             misread = is[e];
             misread->target = key;
@@ -132,14 +132,14 @@ std::optional<AreaEntry> misreadEntry(const Playbook& before, const Playbook& no
     return std::nullopt;
 }
 
-int32_t walkChain(const Playbook& pb, int32_t key, const std::function<bool(int32_t)>& each) {
+SeqKey walkChain(const Playbook& pb, SeqKey key, const std::function<bool(SeqKey)>& each) {
     // Most chains are a few sequences long: the keys walked are kept in a small
     // array searched in order, and only a long chain pays for a hash set.
     constexpr size_t kShortChain = 16;
-    std::array<int32_t, kShortChain> recent;
+    std::array<SeqKey, kShortChain> recent;
     size_t walked = 0;
-    std::unordered_set<int32_t> seen;
-    auto firstVisit = [&](int32_t k) {
+    std::unordered_set<SeqKey> seen;
+    auto firstVisit = [&](SeqKey k) {
         if (walked < kShortChain) {
             if (std::find(recent.begin(), recent.begin() + static_cast<std::ptrdiff_t>(walked), k) !=
                 recent.begin() + static_cast<std::ptrdiff_t>(walked))
@@ -152,22 +152,22 @@ int32_t walkChain(const Playbook& pb, int32_t key, const std::function<bool(int3
     };
     while (const clsSequence* seq = pb.sequences.find(key)) {
         if (!firstVisit(key) || each(key)) break;
-        key = seq->nextSequence();
+        key = SeqKey::at(seq->nextSequence());
     }
     return key;
 }
 
-std::unordered_set<int32_t> reachableKeys(const Playbook& pb) {
-    std::unordered_set<int32_t> out;
+std::unordered_set<SeqKey> reachableKeys(const Playbook& pb) {
+    std::unordered_set<SeqKey> out;
     // A chain already walked from another entry stops the walk where it joins.
-    for (const AreaEntry& e : playbookEntries(pb)) (void)walkChain(pb, e.target, [&](int32_t key) { return !out.insert(key).second; });
+    for (const AreaEntry& e : playbookEntries(pb)) (void)walkChain(pb, e.target, [&](SeqKey key) { return !out.insert(key).second; });
     return out;
 }
 
 void dropUnusedNewSequences(Playbook& pb) {
-    const std::unordered_set<int32_t> used = reachableKeys(pb);
-    for (const int32_t key : pb.sequences.keys())
-        if (isNewSequence(key) && !used.count(key)) pb.sequences.erase(key);
+    const std::unordered_set<SeqKey> used = reachableKeys(pb);
+    for (const SeqKey key : pb.sequences.keys())
+        if (key.isNew() && !used.count(key)) pb.sequences.erase(key);
 }
 
 bool EntriesState::operator==(const EntriesState& o) const {
@@ -191,7 +191,7 @@ EntriesState entriesState(const Playbook& pb) {
         for (int j = 0; j < kPlayersPerRecord; ++j) row[static_cast<size_t>(j)] = form.posAddress(j);
     }
     for (const auto& [key, seq] : pb.sequences)
-        if (isNewSequence(key)) s.made.emplace_back(key, seq);
+        if (key.isNew()) s.made.emplace_back(key, seq);
     return s;
 }
 
@@ -201,8 +201,8 @@ void restoreEntries(Playbook& pb, const EntriesState& state) {
         for (int j = 0; j < kPlayersPerRecord; ++j) pb.plays[p].seqAddress(j, state.plays[p][static_cast<size_t>(j)]);
     for (size_t f = 0; f < state.formations.size() && f < pb.formations.size(); ++f)
         for (int j = 0; j < kPlayersPerRecord; ++j) pb.formations[f].posAddress(j, state.formations[f][static_cast<size_t>(j)]);
-    for (const int32_t key : pb.sequences.keys())
-        if (isNewSequence(key)) pb.sequences.erase(key);
+    for (const SeqKey key : pb.sequences.keys())
+        if (key.isNew()) pb.sequences.erase(key);
     for (const auto& [key, seq] : state.made) pb.sequences.insert(key, seq);
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 
 namespace zpe {
 
@@ -46,46 +47,50 @@ std::vector<std::string> describeDifferences(const Playbook& original, const Pla
     for (int s = 0; s < kSlotCount; ++s)
         slotDifferences(original.playSlots[static_cast<size_t>(s)], edited.playSlots[static_cast<size_t>(s)], s, out);
 
-    std::map<int32_t, int32_t> renamed;  // an entry's old address -> its new one
-    auto entry = [&](int32_t a, int32_t b, const std::string& what) {
+    std::map<SeqKey, SeqKey> renamed;  // an entry's old sequence -> its new one
+    auto entry = [&](SeqKey a, SeqKey b, const std::string& what) {
         if (a == b) return;
-        out.push_back(what + ": " + hex4(a) + " -> " + hex4(b));
+        out.push_back(what + ": " + sequenceKeyText(a) + " -> " + sequenceKeyText(b));
         renamed.emplace(a, b);
     };
     for (int p = 0; p < kPlayCount; ++p)
         for (int j = 0; j < kPlayersPerRecord; ++j)
             entry(original.plays[static_cast<size_t>(p)].seqAddress(j), edited.plays[static_cast<size_t>(p)].seqAddress(j),
-                  AreaEntry{AreaEntry::Table::Play, p, j, 0}.name());
+                  AreaEntry{AreaEntry::Table::Play, p, j, {}}.name());
     for (size_t f = 0; f < original.formations.size() && f < edited.formations.size(); ++f)
         for (int j = 0; j < kPlayersPerRecord; ++j)
             entry(original.formations[f].posAddress(j), edited.formations[f].posAddress(j),
-                  AreaEntry{AreaEntry::Table::Formation, static_cast<int>(f), j, 0}.name());
+                  AreaEntry{AreaEntry::Table::Formation, static_cast<int>(f), j, {}}.name());
     for (int i = 0; i < kPointerCount; ++i)
-        entry(original.seqPointers[static_cast<size_t>(i)], edited.seqPointers[static_cast<size_t>(i)], AreaEntry{AreaEntry::Table::Pointer, i, 0, 0}.name());
+        entry(original.seqPointers[static_cast<size_t>(i)], edited.seqPointers[static_cast<size_t>(i)], AreaEntry{AreaEntry::Table::Pointer, i, 0, {}}.name());
 
     // Bytes a sequence explains, by file offset.
     std::vector<bool> explained(std::max(original.openedBytes.size(), edited.openedBytes.size()), false);
     auto explain = [&](const Playbook& pb) {
-        for (const auto& [address, seq] : pb.sequences)
-            for (int32_t o = offsetOfAddress(address); o < offsetOfAddress(address) + seq.byteSize(); ++o)
+        for (const auto& [key, seq] : pb.sequences) {
+            if (key.isNew()) continue;  // in no image yet
+            const int32_t from = offsetOfAddress(key.address());
+            for (int32_t o = from; o < from + seq.byteSize(); ++o)
                 if (o >= 0 && static_cast<size_t>(o) < explained.size()) explained[static_cast<size_t>(o)] = true;
+        }
     };
     explain(original);
     explain(edited);
 
-    for (const auto& [address, seq] : original.sequences) {
-        const clsSequence* now = edited.sequences.find(address);
-        if (now && now->encode() != seq.encode()) out.push_back("sequence " + hex4(address) + " changed");
+    for (const auto& [key, seq] : original.sequences) {
+        const clsSequence* now = edited.sequences.find(key);
+        if (now && now->encode() != seq.encode()) out.push_back("sequence " + sequenceKeyText(key) + " changed");
     }
-    for (const auto& [address, seq] : edited.sequences) {
-        if (original.sequences.contains(address)) continue;
-        int32_t from = -1;  // the address an entry named before it named this one
+    for (const auto& [key, seq] : edited.sequences) {
+        if (original.sequences.contains(key)) continue;
+        std::optional<SeqKey> from;  // the sequence an entry named before it named this one
         for (const auto& [a, b] : renamed)
-            if (b == address && original.sequences.contains(a)) from = a;
+            if (b == key && original.sequences.contains(a)) from = a;
         // Moved when the old sequence is gone; a new one run instead of it when the old one is still there.
-        if (from < 0) out.push_back("sequence " + hex4(address) + " added");
-        else if (edited.sequences.contains(from)) out.push_back("sequence " + hex4(address) + " added, run instead of " + hex4(from));
-        else out.push_back("sequence " + hex4(from) + " moved to " + hex4(address));
+        const std::string name = sequenceKeyText(key);
+        if (!from) out.push_back("sequence " + name + " added");
+        else if (edited.sequences.contains(*from)) out.push_back("sequence " + name + " added, run instead of " + sequenceKeyText(*from));
+        else out.push_back("sequence " + sequenceKeyText(*from) + " moved to " + name);
     }
 
     std::map<std::string, int> other;

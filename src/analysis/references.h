@@ -1,6 +1,6 @@
 #pragma once
-// Who uses a sequence: every table entry that names an address and every
-// command the game can reach whose jump or address field leads there.
+// Who uses a sequence: every table entry that names it and every command
+// the game can reach whose jump or address field leads to its address.
 #include "analysis/area_map.h"
 
 #include <vector>
@@ -13,6 +13,6 @@ struct References {
 };
 
 // Linear in the area and the tables.
-[[nodiscard]] References referencesTo(const Playbook& pb, int32_t address);
+[[nodiscard]] References referencesTo(const Playbook& pb, SeqKey key);
 
 }  // namespace zpe

@@ -145,9 +145,8 @@ struct Reader {
         return static_cast<int32_t>(leadingHexValue(text));
     }
     // A table entry: an address as above, or {"new": "label"} naming a sequence the file makes.
-    int32_t entry(const json& v, const Where& where, bool nullAllowed,
-                  const std::unordered_map<std::string, int32_t>& made) const {
-        if (!v.is_object()) return address(v, where, nullAllowed);
+    SeqKey entry(const json& v, const Where& where, bool nullAllowed, const std::unordered_map<std::string, SeqKey>& made) const {
+        if (!v.is_object()) return SeqKey::at(address(v, where, nullAllowed));
         onlyKeys(v, where, {"new"});
         const json& label = at(v, where, "new");
         if (!label.is_string() || !made.count(label.get<std::string>()))
@@ -327,8 +326,8 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
     if (doc.contains("fingerprint")) r.onlyKeys(doc["fingerprint"], fingerprintWhere, {"size", "crc32"});
     const json& sequences = r.at(doc, root, "sequences");
     if (!sequences.is_array()) throw ImportError("/sequences", "not a list");
-    std::unordered_map<std::string, int32_t> made;
-    std::unordered_set<int32_t> named;  // new sequences an entry names
+    std::unordered_map<std::string, SeqKey> made;
+    std::unordered_set<SeqKey> named;  // new sequences an entry names
     for (size_t index = 0; index < sequences.size(); ++index) {
         const json& entry = sequences[index];
         if (!entry.is_object() || !entry.contains("new")) continue;
@@ -337,7 +336,7 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         const json& label = entry["new"];
         if (!label.is_string() || label.get<std::string>().empty() || label.get<std::string>().size() > 64)
             throw ImportError(where + "/new", "not a label of 1 to 64 characters");
-        const int32_t key = nextNewSequenceKey(out);
+        const SeqKey key = nextNewSequenceKey(out);
         if (!made.emplace(label.get<std::string>(), key).second)
             throw ImportError(where + "/new", "\"" + label.get<std::string>() + "\" is made twice");
         bool kick = false;
@@ -346,15 +345,15 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
             kick = entry["kick"].get<bool>();
         }
         clsSequence seq;
-        seq.address(key);
+        seq.key(key);
         seq.kick(kick);
         out.sequences.insert(key, std::move(seq));
     }
-    auto entry = [&](int32_t value, int32_t before, const Where& where) {
-        if (isNewSequence(value)) named.insert(value);
+    auto entry = [&](SeqKey value, SeqKey before, const Where& where) {
+        if (value.isNew()) named.insert(value);
         if (value == before) return;
-        if (value != kNoSequence && !pb.sequences.contains(value) && !isNewSequence(value))
-            throw ImportError(where.str(), hex4(value) + " is the address of no sequence");
+        if (!value.isNone() && !value.isNew() && !pb.sequences.contains(value))
+            throw ImportError(where.str(), hex4(value.address()) + " is the address of no sequence");
         ++changes;
     };
 
@@ -406,7 +405,7 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
             const Where listed(record, list);
             for (int j = 0; j < kPlayersPerRecord; ++j) {
                 const Where where(listed, static_cast<size_t>(j));
-                const int32_t a = r.entry(players[static_cast<size_t>(j)], where, nullAllowed, made);
+                const SeqKey a = r.entry(players[static_cast<size_t>(j)], where, nullAllowed, made);
                 entry(a, before(i, j), where);
                 store(i, j, a);
             }
@@ -418,15 +417,15 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         r.fixed(formationList[f], Where(formationsWhere, f), "name", latin1ToUtf8(pb.formations[f].name()),
                 "formation names come from forms.txt beside the program");
     records("plays", "players", kPlayCount, true, [&](size_t p, int j) { return pb.plays[p].seqAddress(j); },
-            [&](size_t p, int j, int32_t a) { out.plays[p].seqAddress(j, a); });
+            [&](size_t p, int j, SeqKey a) { out.plays[p].seqAddress(j, a); });
     records("formations", "positions", pb.formations.size(), false,
             [&](size_t f, int j) { return pb.formations[f].posAddress(j); },
-            [&](size_t f, int j, int32_t a) { out.formations[f].posAddress(j, a); });
+            [&](size_t f, int j, SeqKey a) { out.formations[f].posAddress(j, a); });
     const json& pointers = r.array(doc, root, "pointers", kPointerCount);
     const std::string pointersWhere = "/pointers";
     for (size_t i = 0; i < pointers.size(); ++i) {
         const Where where(pointersWhere, i);
-        const int32_t a = r.entry(pointers[i], where, false, made);
+        const SeqKey a = r.entry(pointers[i], where, false, made);
         entry(a, pb.seqPointers[i], where);
         out.seqPointers[i] = a;
     }
@@ -450,20 +449,21 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         if (!mapped) {
             const AreaMap map = buildAreaMap(pb);
             gameStarts.insert(map.commands.begin(), map.commands.end());
-            for (const AreaEntry& e : map.outside) usedOutside.insert(e.target);
+            for (const AreaEntry& e : map.outside) usedOutside.insert(e.target.address());
             for (const AddressField& f : map.leaves) usedOutside.insert(f.target);
             mapped = true;
         }
     };
-    std::unordered_set<int32_t> seen;
+    std::unordered_set<SeqKey> seen;
     for (size_t index = 0; index < sequences.size(); ++index) {
         const std::string where = place("sequences", index);
         const json& entry = sequences[index];
         const bool isNew = entry.is_object() && entry.contains("new");
-        const int32_t key = isNew ? made.at(entry["new"].get<std::string>())
-                                  : r.address(r.at(entry, where, "address"), Where(where, "address"), false);
-        if (!isNew && !pb.sequences.contains(key)) throw ImportError(where + "/address", hex4(key) + " is the address of no sequence");
-        if (!seen.insert(key).second) throw ImportError(where + "/address", hex4(key) + " is listed twice");
+        const SeqKey key = isNew ? made.at(entry["new"].get<std::string>())
+                                 : SeqKey::at(r.address(r.at(entry, where, "address"), Where(where, "address"), false));
+        if (!isNew && !pb.sequences.contains(key))
+            throw ImportError(where + "/address", hex4(key.address()) + " is the address of no sequence");
+        if (!seen.insert(key).second) throw ImportError(where + "/address", sequenceKeyText(key) + " is listed twice");
         if (isNew && !named.count(key)) throw ImportError(where + "/new", "no entry of the file names this new sequence");
         if (isNew) {
             r.onlyKeys(entry, where, {"new", "kick", "continuesAt", "size", "next", "valid", "commands"});
@@ -526,13 +526,13 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         // The counts, and what each field names: an absolute address (jumps and
         // branches), or for a relative jump an offset from where the command was
         // read (a new one: from where it will stand).
-        int32_t placeNow = key;
+        int32_t placeNow = seq.base();
         std::unordered_map<int32_t, CmdId> originAt;
         for (SeqCommand& c : cmds) {
             originAt.emplace(placeNow, c.origin);
             placeNow += std::max<int32_t>(1, c.encodedSize());
         }
-        placeNow = key;
+        placeNow = seq.base();
         for (size_t i = 0; i < cmds.size(); ++i) {
             SeqCommand& c = cmds[i];
             const Where at(commandsWhere, i);
@@ -579,7 +579,7 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
             const auto old = oldByOrigin.find(cmds[i].origin);
             if (old != oldByOrigin.end() && before.commands()[static_cast<size_t>(old->second)].field == field) continue;
             game();
-            const bool fine = inArea(t) ? gameStarts.count(t) != 0 || pb.sequences.contains(t) : usedOutside.count(t) != 0;
+            const bool fine = inArea(t) ? gameStarts.count(t) != 0 || pb.sequences.contains(SeqKey::at(t)) : usedOutside.count(t) != 0;
             if (!fine)
                 throw ImportError(where + "/commands/" + std::to_string(i) + "/data",
                                   "leads to " + hex4(t) + ", which is " +

@@ -180,7 +180,7 @@ int runDecode(const Context& ctx, const std::string& imagePath, const std::strin
                          zpe::hex4(zpe::kAddressOffsetDelta) + ")"};
     zpe::Image image = openHeadedOrFail(imagePath, ctx);
     zpe::clsSequence seq;
-    seq.address(address);
+    seq.reset(address);
     image.seekOffset(zpe::offsetOfAddress(address));
     seq.load(image, kr);
     std::cout << seq.AddressRange() << '\n'
@@ -448,7 +448,7 @@ int runCompact(const Context& ctx, const std::string& imagePath, bool dryRun) {
 
 int runRefs(const Context& ctx, const std::string& imagePath, const std::string& addressText, bool asJson) {
     const int32_t address = parseAddress(addressText);
-    const zpe::References refs = zpe::referencesTo(openOrFail(imagePath, ctx), address);
+    const zpe::References refs = zpe::referencesTo(openOrFail(imagePath, ctx), zpe::SeqKey::at(address));
     if (asJson) {
         nlohmann::ordered_json entries = nlohmann::ordered_json::array(), fields = nlohmann::ordered_json::array();
         for (const zpe::AreaEntry& e : refs.entries) entries.push_back(e.name());
@@ -483,7 +483,7 @@ int runFork(const Context& ctx, const std::string& imagePath, const ForkRequest&
     if (!r.formation.empty() && r.position.empty()) throw UsageError{"--formation needs --position (0 to 10, or a position name, QB to RT)"};
     const zpe::FileLock lock(imagePath);
     zpe::Playbook pb = openOrFail(imagePath, ctx);
-    zpe::AreaEntry entry{zpe::AreaEntry::Table::Pointer, 0, 0, 0};
+    zpe::AreaEntry entry{zpe::AreaEntry::Table::Pointer, 0, 0, {}};
     if (!r.play.empty()) {
         const int play = parseNumber(r.play, 0, zpe::kPlayCount - 1, "--play");
         const int player = parsePlayer(r.player, "--player");

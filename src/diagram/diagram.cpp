@@ -89,7 +89,7 @@ public:
     }
 
     // Draws `seq` (standing under `key`) in `color`.
-    void commands(int32_t key, const clsSequence& seq, uint32_t color) {
+    void commands(SeqKey key, const clsSequence& seq, uint32_t color) {
         for (int pos = 0; pos < seq.commandCount(); ++pos) command(key, seq, pos, color);
     }
 
@@ -101,7 +101,7 @@ public:
     bool movedSincePlacement() const { return x_ != startX_ || y_ != startY_; }
 
 private:
-    void command(int32_t key, const clsSequence& seq, int pos, uint32_t color) {
+    void command(SeqKey key, const clsSequence& seq, int pos, uint32_t color) {
         if (maxPoints_ >= 0 && count_ >= maxPoints_) return;  // later in the animation
         const int c = seq.command(pos);
         if (geometry_.kind == Kind::Play && (c == cmd::kBlock || c == cmd::kChopBlock)) {
@@ -162,28 +162,28 @@ void DrawPlay(Canvas& pic, const Playbook& pb, int slotIndex, int playIndex, con
     const auto p = static_cast<size_t>(slot.oPlay(std::clamp(playIndex, 0, kPlaysPerSlot - 1)));
     const clsPlay* play = p < pb.plays.size() ? &pb.plays[p] : nullptr;
     // The editor's working copy stands in for the sequence it was taken from.
-    auto find = [&](int32_t address) -> const clsSequence* {
-        if (options.workingCopy && address == options.workingCopy->address()) return options.workingCopy;
-        return pb.sequences.find(address);
+    auto find = [&](SeqKey key) -> const clsSequence* {
+        if (options.workingCopy && key == options.workingCopy->key()) return options.workingCopy;
+        return pb.sequences.find(key);
     };
 
     for (int i = 0; i < kPlayersPerRecord; ++i) {
         const uint32_t color = posColors[static_cast<size_t>(i)];
         drawing.player(std::string(offPosNames[static_cast<size_t>(i)]), options.points ? &(*options.points)[static_cast<size_t>(i)] : nullptr,
                        options.maxPoints);
-        int32_t address = formation.posAddress(i);
+        std::optional<SeqKey> key = formation.posAddress(i);  // none: the path ends
         bool formationPhase = true;
-        std::unordered_set<int32_t> walked;
-        while (const clsSequence* seq = find(address)) {
-            walked.insert(address);
+        std::unordered_set<SeqKey> walked;
+        while (const clsSequence* seq = key ? find(*key) : nullptr) {
+            walked.insert(*key);
             const bool edited = options.workingCopy && seq == options.workingCopy;
-            drawing.commands(address, *seq, edited ? kHighlightColor : color);
+            drawing.commands(*key, *seq, edited ? kHighlightColor : color);
             if (formationPhase) drawing.square(true, color);
-            int32_t next = seq->nextSequence();
-            if (walked.count(next) != 0) next = 0;  // continues into itself or an earlier sequence
-            address = next;
-            if (address == 0 && formationPhase) {
-                address = play ? play->seqAddress(i) : 0;
+            key.reset();
+            // No follow-on, or one into itself or an earlier sequence: the path ends.
+            if (const int32_t next = seq->nextSequence(); next != 0 && !walked.count(SeqKey::at(next))) key = SeqKey::at(next);
+            if (!key && formationPhase) {
+                if (play) key = play->seqAddress(i);
                 formationPhase = false;
                 walked.clear();
             }
@@ -245,8 +245,8 @@ std::vector<int> drawFormation(Canvas& pic, const Playbook& pb, int f, const cls
     if (f < 0 || static_cast<size_t>(f) >= pb.formations.size()) return missing;
     const clsFormation& formation = pb.formations[static_cast<size_t>(f)];
     for (int i = 0; i < kPlayersPerRecord; ++i) {
-        const int32_t key = formation.posAddress(i);
-        const bool edited = workingCopy && key == workingCopy->address();
+        const SeqKey key = formation.posAddress(i);
+        const bool edited = workingCopy && key == workingCopy->key();
         const clsSequence* seq = edited ? workingCopy : pb.sequences.find(key);
         if (!seq) {
             missing.push_back(i);

@@ -24,7 +24,7 @@ inline constexpr int kPlayPictureWidth = 329, kPlayPictureHeight = 217;
 // the command that did (the sequence's key and the command's index).
 struct DiagramPoint {
     int x = 0, y = 0;
-    int32_t sequence = 0;
+    SeqKey sequence;
     int command = 0;
     bool operator==(const DiagramPoint&) const = default;
 };

@@ -27,6 +27,8 @@ std::string latin1ToUtf8(const std::string& bytes) {
 namespace {
 
 std::string addr(int32_t a) { return hex4(a); }
+// A sequence key: its address, or "new 2" for one made in the editor.
+std::string addr(SeqKey k) { return sequenceKeyText(k); }
 
 }  // namespace
 
@@ -133,7 +135,7 @@ private:
     bool keyed_ = false;
 };
 
-void writeSequence(JsonWriter& w, int32_t key, const clsSequence& seq, const CmdNames& names) {
+void writeSequence(JsonWriter& w, SeqKey key, const clsSequence& seq, const CmdNames& names) {
     w.open('{');
     w.key("address").string(addr(key));
     w.key("size").number(seq.byteSize());
@@ -196,8 +198,8 @@ void writePlaybookJson(std::ostream& out, const Playbook& pb, const CmdNames& na
         w.key("index").number(p);
         w.key("players").open('[');
         for (int j = 0; j < kPlayersPerRecord; ++j) {
-            const int32_t a = pb.plays[static_cast<size_t>(p)].seqAddress(j);
-            if (a == kNoSequence) w.null();
+            const SeqKey a = pb.plays[static_cast<size_t>(p)].seqAddress(j);
+            if (a.isNone()) w.null();
             else w.string(addr(a));
         }
         w.close(']');
@@ -205,7 +207,7 @@ void writePlaybookJson(std::ostream& out, const Playbook& pb, const CmdNames& na
     }
     w.close(']');
     w.key("pointers").open('[');
-    for (int32_t a : pb.seqPointers) w.string(addr(a));
+    for (const SeqKey a : pb.seqPointers) w.string(addr(a));
     w.close(']');
     w.key("slots").open('[');
     for (int s = 0; s < kSlotCount; ++s) {
@@ -231,7 +233,7 @@ void writePlaybookJson(std::ostream& out, const Playbook& pb, const CmdNames& na
     }
     w.close(']');
     w.key("sequences").open('[');
-    for (const auto& [address, seq] : pb.sequences) writeSequence(w, address, seq, names);
+    for (const auto& [key, seq] : pb.sequences) writeSequence(w, key, seq, names);
     w.close(']');
     w.close('}');
     w.raw("\n");

@@ -65,7 +65,7 @@ std::array<CarriedLead, kPlayersPerRecord> firstEleven(const std::vector<Carried
 }  // namespace
 
 json playFile(const Playbook& pb, int play, std::optional<int> slot, const std::string& imageName) {
-    std::vector<int32_t> entries;
+    std::vector<SeqKey> entries;
     for (int j = 0; j < kPlayersPerRecord; ++j) entries.push_back(pb.plays[static_cast<size_t>(play)].seqAddress(j));
     std::optional<size_t> formation;
     if (slot) {

@@ -12,23 +12,23 @@ size_t playerIndex(int i) {
 
 template <typename Array>
 void loadAddresses(Image& fp, Array& addresses) {
-    for (auto& a : addresses) a = fp.readWord();
+    for (auto& a : addresses) a = SeqKey::at(fp.readWord());
 }
 
 template <typename Array>
 void saveAddresses(Image& fp, const Array& addresses) {
-    for (auto a : addresses) fp.writeWord(a);
+    for (const SeqKey a : addresses) fp.writeWord(a.address());
 }
 }  // namespace
 
 void clsFormation::load(Image& fp) { loadAddresses(fp, addresses_); }
 void clsFormation::save(Image& fp) const { saveAddresses(fp, addresses_); }
-int32_t clsFormation::posAddress(int i) const { return addresses_[playerIndex(i)]; }
-void clsFormation::posAddress(int i, int32_t addr) { addresses_[playerIndex(i)] = addr; }
+SeqKey clsFormation::posAddress(int i) const { return addresses_[playerIndex(i)]; }
+void clsFormation::posAddress(int i, SeqKey key) { addresses_[playerIndex(i)] = key; }
 
 void clsPlay::load(Image& fp) { loadAddresses(fp, addresses_); }
 void clsPlay::save(Image& fp) const { saveAddresses(fp, addresses_); }
-int32_t clsPlay::seqAddress(int i) const { return addresses_[playerIndex(i)]; }
-void clsPlay::seqAddress(int i, int32_t addr) { addresses_[playerIndex(i)] = addr; }
+SeqKey clsPlay::seqAddress(int i) const { return addresses_[playerIndex(i)]; }
+void clsPlay::seqAddress(int i, SeqKey key) { addresses_[playerIndex(i)] = key; }
 
 }  // namespace zpe

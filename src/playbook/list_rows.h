@@ -4,13 +4,14 @@
 #include "playbook/playbook.h"
 #include "sequence/catalogue.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace zpe {
 
 struct ListRow {
-    int32_t address = -1;            // Sequences list: the sequence's game address; -1 elsewhere
+    std::optional<SeqKey> key;       // Sequences list: the sequence's key; none elsewhere
     std::vector<std::string> cells;  // item text, then sub-items in order
     bool operator==(const ListRow&) const = default;
 };
@@ -38,7 +39,7 @@ std::string slotName(int slot);
 ListRow formationRow(const Playbook& pb, int f);
 ListRow playSlotRow(const Playbook& pb, int s);
 ListRow playRow(const Playbook& pb, int p);
-ListRow sequenceRow(int32_t address, const clsSequence& seq, const CmdNames& names);
+ListRow sequenceRow(SeqKey key, const clsSequence& seq, const CmdNames& names);
 
 // All four lists.
 [[nodiscard]] ListRows buildRows(const Playbook& pb, const CmdNames& names);

@@ -27,7 +27,7 @@ public:
     // (the name is spelled out only in an error: the open follows thousands of entries).
     void followChain(int32_t address, bool KR, const char* entry) {
         int32_t from = -1;  // the sequence whose follow-on `address` is; -1: the entry itself
-        while (!pb_.sequences.contains(address) && !invalid_.count(invalidKey(address, KR))) {
+        while (!pb_.sequences.contains(SeqKey::at(address)) && !invalid_.count(invalidKey(address, KR))) {
             if (address < kAddressOffsetDelta)
                 throw RomError(image_.path() + ": " + (from < 0 ? std::string(entry) : "sequence " + hex4(from)) +
                                " points below the image (0x" + hex4(address) + ")");
@@ -44,7 +44,7 @@ public:
                 return;
             }
             const int32_t next = seq.nextSequence();
-            pb_.sequences.insert(address, std::move(seq));
+            pb_.sequences.insert(SeqKey::at(address), std::move(seq));
             scratch_ = clsSequence();
             if (next <= 0) return;
             from = address;
@@ -68,11 +68,11 @@ void discoverSequences(Playbook& pb, Image& image) {
     Discovery d(pb, image);
     for (size_t f = 0; f < pb.formations.size(); ++f)
         for (int j = 0; j < kPlayersPerRecord; ++j)
-            d.followChain(pb.formations[f].posAddress(j), isKickFormation(static_cast<int>(f)), "the formation table");
-    for (int32_t pointer : pb.seqPointers) d.followChain(pointer, false, "the pointer table");
+            d.followChain(pb.formations[f].posAddress(j).address(), isKickFormation(static_cast<int>(f)), "the formation table");
+    for (const SeqKey pointer : pb.seqPointers) d.followChain(pointer.address(), false, "the pointer table");
     for (const auto& play : pb.plays)
         for (int j = 0; j < kPlayersPerRecord; ++j)
-            if (play.seqAddress(j) != kNoSequence) d.followChain(play.seqAddress(j), false, "the play table");
+            if (!play.seqAddress(j).isNone()) d.followChain(play.seqAddress(j).address(), false, "the play table");
 }
 
 }  // namespace
@@ -90,13 +90,15 @@ std::string chainFault(const Playbook& pb, int32_t address, bool kick) {
     return {};  // read there (or found no valid sequence there, which the open passes over)
 }
 
-std::vector<int32_t> sortKeys(std::vector<int32_t> keys) {
+std::vector<SeqKey> sortKeys(std::vector<SeqKey> keys) {
     std::sort(keys.begin(), keys.end());
     return keys;
 }
 
 std::string gapListing(const Playbook& pb) {
-    const std::vector<int32_t> sortedKeys = sortKeys(pb.sequences.keys());
+    std::vector<SeqKey> sortedKeys = sortKeys(pb.sequences.keys());
+    // Sequences made in the editor stand nowhere yet (they sort last).
+    sortedKeys.erase(std::find_if(sortedKeys.begin(), sortedKeys.end(), [](SeqKey k) { return k.isNew(); }), sortedKeys.end());
     std::string text;
     for (size_t i = 0; i + 1 < sortedKeys.size(); ++i) {
         const clsSequence& s = pb.sequences.at(sortedKeys[i]);

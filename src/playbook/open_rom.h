@@ -43,7 +43,7 @@ constexpr int kMaxFormations = (kPlayTableOffset - kFormationTableOffset) / kAdd
 void writeGapListing(const Playbook& pb, const std::string& cpuPath);
 
 // The keys in ascending numeric order.
-[[nodiscard]] std::vector<int32_t> sortKeys(std::vector<int32_t> keys);
+[[nodiscard]] std::vector<SeqKey> sortKeys(std::vector<SeqKey> keys);
 
 // Why the open, reaching `address` the kick formations' way (`kick`) or the
 // plain one, would stop with an error reading `pb`'s image (its openedBytes)

@@ -4,8 +4,8 @@
 
 namespace zpe {
 
-std::string sequenceKeyText(int32_t key) {
-    return isNewSequence(key) ? "new " + std::to_string(key - kNewSequenceKey + 1) : hex4(key);
+std::string sequenceKeyText(SeqKey key) {
+    return key.isNew() ? "new " + std::to_string(key.madeNumber() + 1) : hex4(key.address());
 }
 
 std::vector<uint8_t> fileBytes(const Playbook& pb, const std::vector<uint8_t>& headed) {

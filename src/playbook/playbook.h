@@ -32,7 +32,7 @@ struct Playbook {
     std::vector<clsFormation> formations;  // one per line of forms.txt
     std::array<clsPlaySlot, kSlotCount> playSlots{};
     std::array<clsPlay, kPlayCount> plays{};
-    std::array<int32_t, kPointerCount> seqPointers{};
+    std::array<SeqKey, kPointerCount> seqPointers{};
     SequenceMap sequences;
 };
 
@@ -52,9 +52,9 @@ constexpr bool isKickFormation(int formation) { return formation >= 0 && formati
 
 // Sequences made in the editor (a copy for one entry, a new empty one) have no
 // address until a save places them: table entries name them by their key
-// (kNewSequenceKey and isNewSequence, beside clsSequence).
+// (SeqKey::made).
 // "A123", or "new 2" for a sequence made in the editor.
-[[nodiscard]] std::string sequenceKeyText(int32_t key);
+[[nodiscard]] std::string sequenceKeyText(SeqKey key);
 
 // Slot kinds: 0..31 running, 32..63 passing; groups of eight (R1..R4, P1..P4).
 constexpr int slotGroup(int slot) { return slot / kSlotsPerGroup; }

@@ -18,7 +18,7 @@ void readTables(Playbook& pb, Image& image, const std::vector<std::string>& form
     image.seekOffset(kPlayTableOffset);
     for (auto& play : pb.plays) play.load(image);
     image.seekOffset(kPointerTableOffset);
-    for (auto& pointer : pb.seqPointers) pointer = image.readWord();
+    for (auto& pointer : pb.seqPointers) pointer = SeqKey::at(image.readWord());
     image.seekOffset(kOffSlotTableOffset);
     for (auto& slot : pb.playSlots) slot.loadOff(image);
     image.seekOffset(kDefSlotTableOffset);
@@ -54,7 +54,7 @@ void writeTables(const Playbook& pb, Image& image, unsigned tables) {
     }
     if (tables & kPointerTable) {
         image.seekOffset(kPointerTableOffset);
-        for (int32_t pointer : pb.seqPointers) image.writeWord(pointer);
+        for (const SeqKey pointer : pb.seqPointers) image.writeWord(pointer.address());
     }
     if (tables & kSlotTables)
         for (int s = 0; s < kSlotCount; ++s) writeSlot(pb, image, s);

@@ -311,7 +311,7 @@ Playbook checkCarried(const Playbook& pb, const std::vector<CarriedCommand>& com
     std::vector<AreaEntry> otherEntries;
     for (const AreaEntry& e : playbookEntries(pb))
         if (!rewritten.count(entryOffset(e))) {
-            others.push_back(e.target);
+            others.push_back(e.target.address());
             otherEntries.push_back(e);
         }
     const std::span<const uint8_t> before = areaBytes(pb.openedBytes);
@@ -349,8 +349,10 @@ CarriedMatcher::~CarriedMatcher() = default;
 
 bool CarriedMatcher::sameEntry(const CarriedLead& lead, int32_t address) const { return state_->matcher.sameEntry(lead, address); }
 
-std::vector<CarriedCommand> carryEntries(const Playbook& pb, const std::vector<int32_t>& entries, std::vector<CarriedLead>& leads) {
-    const std::vector<GameCommand> program = programFrom(pb.openedBytes, entries);
+std::vector<CarriedCommand> carryEntries(const Playbook& pb, const std::vector<SeqKey>& entries, std::vector<CarriedLead>& leads) {
+    std::vector<int32_t> starts;  // the image is laid out: every entry names an address (FFFF: none)
+    for (const SeqKey e : entries) starts.push_back(e.address());
+    const std::vector<GameCommand> program = programFrom(pb.openedBytes, starts);
     std::unordered_map<int32_t, int> index;
     for (size_t i = 0; i < program.size(); ++i) index.emplace(program[i].address, static_cast<int>(i));
     auto leadTo = [&](int32_t address) {
@@ -369,7 +371,7 @@ std::vector<CarriedCommand> carryEntries(const Playbook& pb, const std::vector<i
         out.push_back(std::move(c));
     }
     leads.clear();
-    for (const int32_t e : entries) leads.push_back(e == kNoSequence ? CarriedLead::none() : leadTo(e));  // FFFF: the player runs nothing
+    for (const SeqKey e : entries) leads.push_back(e.isNone() ? CarriedLead::none() : leadTo(e.address()));  // FFFF: the player runs nothing
     return out;
 }
 
@@ -438,13 +440,13 @@ private:
         reuse_.assign(n_, -1);
         for (size_t i = 0; i < n_; ++i) {
             const auto& at = matcher_.runsAs(static_cast<int>(i));
-            const auto start = std::find_if(at.begin(), at.end(), [&](int32_t a) { return pb_.sequences.contains(a); });
+            const auto start = std::find_if(at.begin(), at.end(), [&](int32_t a) { return pb_.sequences.contains(SeqKey::at(a)); });
             if (start != at.end()) reuse_[i] = *start;
             else if (!at.empty()) reuse_[i] = at.front();
         }
         for (const CarriedEntry& e : entries_) {
             const CarriedLead to = throughJumps(commands_, e.lead);
-            if (to.kind == CarriedLead::Kind::Command && !pb_.sequences.contains(reuse_[static_cast<size_t>(to.command)]))
+            if (to.kind == CarriedLead::Kind::Command && !pb_.sequences.contains(SeqKey::at(reuse_[static_cast<size_t>(to.command)])))
                 reuse_[static_cast<size_t>(to.command)] = -1;
         }
     }
@@ -522,8 +524,9 @@ private:
         };
         for (const auto& [key, seq] : pb_.sequences) {
             if (!seq.placed()) continue;
-            take(key, key + seq.byteSize());
-            if (seq.commandCount() > 0 && seq.lastCommand() == cmd::kLongSnap) take(key + seq.byteSize(), key + seq.byteSize() + 1);
+            const int32_t at = key.address(), end = at + seq.byteSize();
+            take(at, end);
+            if (seq.commandCount() > 0 && seq.lastCommand() == cmd::kLongSnap) take(end, end + 1);
         }
         for (int32_t i = 0; i < size; ++i) {
             if (taken[static_cast<size_t>(i)]) continue;

@@ -43,7 +43,7 @@ using CarriedLeads = std::array<CarriedLead, kPlayersPerRecord>;  // a play's pl
 // What the game runs from the table entries naming `entries` (addresses;
 // FFFF: nothing) in `pb`'s image as opened: every command it reaches inside
 // the area, in address order; `leads` gets each entry as a lead to them.
-[[nodiscard]] std::vector<CarriedCommand> carryEntries(const Playbook& pb, const std::vector<int32_t>& entries, std::vector<CarriedLead>& leads);
+[[nodiscard]] std::vector<CarriedCommand> carryEntries(const Playbook& pb, const std::vector<SeqKey>& entries, std::vector<CarriedLead>& leads);
 
 // The first way `commands` are not ones the game could run ("" when they
 // are): every command's bytes read by the game as one command of their
@@ -62,11 +62,11 @@ public:
     ~CarriedMatcher();
     // True when a table entry naming `address` runs what `lead` runs (None: FFFF).
     [[nodiscard]] bool sameEntry(const CarriedLead& lead, int32_t address) const;
-    // The same for eleven entries at once; `addressOf(j)` gives the image's entry j.
+    // The same for eleven entries at once; `addressOf(j)` gives the image's entry j (a SeqKey of a laid-out image).
     template <typename F>
     [[nodiscard]] bool sameEntries(const CarriedLeads& leads, F addressOf) const {
         for (int j = 0; j < kPlayersPerRecord; ++j)
-            if (!sameEntry(leads[static_cast<size_t>(j)], addressOf(j))) return false;
+            if (!sameEntry(leads[static_cast<size_t>(j)], addressOf(j).address())) return false;
         return true;
     }
 

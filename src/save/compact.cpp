@@ -42,7 +42,7 @@ std::vector<Field> fieldsOf(const Playbook& old, const AreaMap& map, std::span<c
         fields.push_back({a + f.fieldAt, a, f.field == FieldKind::Relative, g.target});
     }
     for (const auto& [key, seq] : old.sequences) {
-        int32_t at = key;
+        int32_t at = key.address();
         const std::vector<int32_t> targets = seq.fieldTargets();
         int i = 0;
         for (const SeqCommand& c : seq.commands()) {
@@ -99,19 +99,19 @@ void verifyCompaction(const Playbook& old, const AreaMap& map, const CompactPlan
     for (const auto& [key, seq] : old.sequences) {
         const clsSequence* back = again.sequences.find(plan.moved(key));
         if (!back || back->commandCount() != seq.commandCount())
-            fail("sequence " + hex4(key) + " would not read back at " + hex4(plan.moved(key)) + " with its commands");
+            fail("sequence " + hex4(key.address()) + " would not read back at " + hex4(plan.moved(key.address())) + " with its commands");
         const bool readsDifferently = seq.readsDifferentlyByGame();
         const std::vector<int32_t> wantTargets = seq.fieldTargets(), gotTargets = back->fieldTargets();
         for (int i = 0; i < seq.commandCount(); ++i) {
             if (back->command(i) != seq.command(i) || back->dataLen(i) != seq.dataLen(i))
-                fail("command " + std::to_string(i) + " of sequence " + hex4(key) + " would read back differently");
+                fail("command " + std::to_string(i) + " of sequence " + hex4(key.address()) + " would read back differently");
             if (readsDifferently) continue;  // its editor data may hold a field the game reads
             const auto [lo, hi] = addressFieldData(seq.commands()[static_cast<size_t>(i)]);
             if (lo >= 0 && gotTargets[static_cast<size_t>(i)] != plan.moved(wantTargets[static_cast<size_t>(i)]))
-                fail("command " + std::to_string(i) + " of sequence " + hex4(key) + " would lead elsewhere");
+                fail("command " + std::to_string(i) + " of sequence " + hex4(key.address()) + " would lead elsewhere");
             for (int d = 0; d < seq.dataLen(i); ++d)
                 if (d != lo && d != hi && back->data(i, d) != seq.data(i, d))
-                    fail("command " + std::to_string(i) + " of sequence " + hex4(key) + " would read back with other data");
+                    fail("command " + std::to_string(i) + " of sequence " + hex4(key.address()) + " would read back with other data");
         }
     }
 }
@@ -136,7 +136,7 @@ void relinkFields(const Playbook& old, const AreaMap& map, std::span<const uint8
     // Where the editor reads a command's code byte: a relinked address must not change what it reads there.
     std::vector<uint8_t> editorCode(kSequenceAreaSize, 0);
     for (const auto& [key, seq] : old.sequences) {
-        int32_t at = key;
+        int32_t at = key.address();
         for (const SeqCommand& c : seq.commands()) {
             if (inArea(at)) editorCode[areaIndex(at)] = 1;
             at += c.encodedSize();
@@ -185,16 +185,17 @@ void relinkFields(const Playbook& old, const AreaMap& map, std::span<const uint8
 void refuseOutsideSequences(const Playbook& old, const CompactPlan& plan) {
     const std::string& path = old.romPath;
     for (const auto& [key, seq] : old.sequences) {
-        if (inArea(key) && inArea(key + seq.byteSize() - 1)) continue;
-        const int32_t from = offsetOfAddress(key);
+        const int32_t start = key.address();
+        if (inArea(start) && inArea(start + seq.byteSize() - 1)) continue;
+        const int32_t from = offsetOfAddress(start);
         for (int32_t o = std::max(from, 0); o < from + seq.byteSize() && o < static_cast<int32_t>(plan.bytes.size()); ++o)
             if (!inArea(addressOfOffset(o)) && plan.bytes[static_cast<size_t>(o)] != old.openedBytes[static_cast<size_t>(o)])
-                throw SaveError(path + ": sequence " + hex4(key) + " lies in the tables compaction rewrites; nothing was written");
+                throw SaveError(path + ": sequence " + hex4(start) + " lies in the tables compaction rewrites; nothing was written");
         const std::vector<int32_t> targets = seq.fieldTargets();
         for (int i = 0; i < seq.commandCount(); ++i) {
             const int32_t t = targets[static_cast<size_t>(i)];
             if (t != clsSequence::kNoField && inArea(t) && plan.moved(t) != t)
-                throw SaveError(path + ": sequence " + hex4(key) + ", outside the sequence area, leads into it at " + hex4(t) +
+                throw SaveError(path + ": sequence " + hex4(start) + ", outside the sequence area, leads into it at " + hex4(t) +
                                 ", which moves; nothing was written");
         }
     }
@@ -206,6 +207,12 @@ void refuseOutsideSequences(const Playbook& old, const CompactPlan& plan) {
 int32_t CompactPlan::moved(int32_t address) const {
     if (!inArea(address) || newAddress.empty()) return address;
     return newAddress[areaIndex(address)];
+}
+
+SeqKey CompactPlan::moved(SeqKey key) const {
+    if (key.isNew()) return key;
+    const int32_t m = moved(key.address());
+    return m < 0 ? key : SeqKey::at(m);
 }
 
 std::string CompactSummary::text() const {
@@ -250,7 +257,7 @@ CompactPlan planCompact(const Playbook& pb) {
         for (int j = 0; j < kPlayersPerRecord; ++j) form.posAddress(j, plan.moved(form.posAddress(j)));
     for (auto& play : relinked.plays)
         for (int j = 0; j < kPlayersPerRecord; ++j)
-            if (play.seqAddress(j) != kNoSequence) play.seqAddress(j, plan.moved(play.seqAddress(j)));
+            if (!play.seqAddress(j).isNone()) play.seqAddress(j, plan.moved(play.seqAddress(j)));
     const std::vector<AreaEntry> was = playbookEntries(old), now = playbookEntries(relinked);
     for (size_t e = 0; e < was.size() && e < now.size(); ++e) plan.summary.fieldsRelinked += was[e].target != now[e].target;
 
@@ -290,18 +297,18 @@ Playbook carryOver(const Playbook& pb, const CompactPlan& plan) {
             if (c.field.kind == FieldRef::Kind::Address) c.field.address = moved(c.field.address);
         }
         clsSequence carried = seq;
-        carried.address(moved(key));
+        carried.key(plan.moved(key));
         carried.assign(std::move(cmds));
         if (carried.continuation() >= 0) carried.continuation(moved(carried.continuation()));
-        sequences.insert(moved(key), std::move(carried));
+        sequences.insert(plan.moved(key), std::move(carried));
     }
     out.sequences = std::move(sequences);
-    for (auto& pointer : out.seqPointers) pointer = moved(pointer);
+    for (auto& pointer : out.seqPointers) pointer = plan.moved(pointer);
     for (auto& form : out.formations)
-        for (int j = 0; j < kPlayersPerRecord; ++j) form.posAddress(j, moved(form.posAddress(j)));
+        for (int j = 0; j < kPlayersPerRecord; ++j) form.posAddress(j, plan.moved(form.posAddress(j)));
     for (auto& play : out.plays)
         for (int j = 0; j < kPlayersPerRecord; ++j)
-            if (play.seqAddress(j) != kNoSequence) play.seqAddress(j, moved(play.seqAddress(j)));
+            if (!play.seqAddress(j).isNone()) play.seqAddress(j, plan.moved(play.seqAddress(j)));
     out.openedBytes = plan.bytes;
     return out;
 }

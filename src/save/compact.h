@@ -36,6 +36,9 @@ struct CompactPlan {
     std::vector<int32_t> newAddress;
     // An address's new place: unchanged outside the area, -1 for a dropped byte.
     [[nodiscard]] int32_t moved(int32_t address) const;
+    // What an entry naming `key` names after compaction: the sequence's new
+    // start (a dropped byte: unchanged); a sequence made in the editor stays itself.
+    [[nodiscard]] SeqKey moved(SeqKey key) const;
 };
 
 // What compaction would write for `pb`'s image as it was opened

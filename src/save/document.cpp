@@ -7,7 +7,7 @@ namespace zpe {
 
 bool Document::workingCopyEdited() const {
     if (workingCopy.commandCount() == 0) return false;
-    const clsSequence* stored = pb.sequences.find(workingCopy.address());
+    const clsSequence* stored = pb.sequences.find(workingCopy.key());
     return stored && (stored->commands() != workingCopy.commands() || stored->byteSize() != workingCopy.byteSize());
 }
 
@@ -90,7 +90,7 @@ CompactSaveSummary Document::compactAndSave(const std::string& dataDir) {
 std::vector<uint8_t> Document::imageAsShown(bool withWorkingCopy) const {
     if (!(withWorkingCopy && workingCopyEdited())) return sameContent(pb, inFile) ? pb.openedBytes : planSave(pb, pb.openedBytes).bytes;
     Playbook shown = pb;
-    shown.sequences.at(workingCopy.address()) = workingCopy;
+    shown.sequences.at(workingCopy.key()) = workingCopy;
     return planSave(shown, pb.openedBytes).bytes;
 }
 
@@ -118,16 +118,16 @@ void Document::put(const EditState& state) {
         break;
     case EditState::Kind::Entries: restoreEntries(pb, state.entries); break;
     case EditState::Kind::Sequence: {
-        const int32_t key = state.sequence.address();
+        const SeqKey key = state.sequence.key();
         if (!pb.sequences.contains(key)) break;
-        const bool follows = state.workingCopyFollows && workingCopy.address() == key && workingCopy.commandCount() > 0 && !workingCopyEdited();
+        const bool follows = state.workingCopyFollows && workingCopy.key() == key && workingCopy.commandCount() > 0 && !workingCopyEdited();
         pb.sequences.at(key).clone(state.sequence);
         if (follows) workingCopy.clone(state.sequence);
         break;
     }
     case EditState::Kind::WorkingCopy:
         // Only onto a sequence the playbook holds (a step may have taken a new one away).
-        if (!pb.sequences.contains(state.sequence.address())) return;
+        if (!pb.sequences.contains(state.sequence.key())) return;
         workingCopy.clone(state.sequence);
         break;
     case EditState::Kind::Image:

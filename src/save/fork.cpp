@@ -19,15 +19,17 @@ std::string ForkSummary::text() const {
 ForkPlan planFork(const Playbook& pb, const AreaEntry& entry) {
     requireCompleteOpen(pb);
     const std::string& path = pb.romPath;
-    const int32_t start = entry.target;
+    if (entry.target.isNew())
+        throw SaveError(path + ": " + entry.name() + " names " + sequenceKeyText(entry.target) + ", a sequence not yet saved; save first");
+    const int32_t start = entry.target.address();
     if (!inArea(start)) throw SaveError(path + ": " + entry.name() + " names " + hex4(start) + ", outside the sequence area");
-    if (!pb.sequences.contains(start))
+    if (!pb.sequences.contains(entry.target))
         throw SaveError(path + ": " + entry.name() + " names " + hex4(start) + ", where the editor reads no sequence; nothing was written");
     // The same copy as the window's "only this entry": the sequence's commands
     // and the way on to where the game went on after it, placed by Save.
     Playbook edited = pb;
     try {
-        setEntryTarget(edited, entry, addCopyOf(edited, start));
+        setEntryTarget(edited, entry, addCopyOf(edited, entry.target));
     } catch (const std::invalid_argument& e) {
         throw SaveError(path + ": " + e.what() + "; nothing was written", Refusal::CannotMove);
     }

@@ -65,7 +65,7 @@ public:
 
 private:
     void collect();
-    void addChain(int32_t key, const clsSequence& seq);
+    void addChain(SeqKey key, const clsSequence& seq);
     void markNamedBytes();
     void indexBackwards();
     void decideInPlace(Chain& c, bool& moreMoved);
@@ -75,7 +75,7 @@ private:
     void appendLink(Chain& c) const;
     void copyTail(Chain& c, int32_t continuation) const;
     bool fitsInPlace(const Chain& c) const;
-    bool readElsewhere(int32_t key, const std::vector<int32_t>& addresses) const;
+    bool readElsewhere(int32_t start, const std::vector<int32_t>& addresses) const;
     bool gameReadsAsOther(int32_t address, int32_t start) const;
     bool readWithoutEnd(int32_t address) const;
     bool enteredInside(const Chain& c) const;
@@ -93,7 +93,7 @@ private:
     const AreaMap& map_;
     const std::vector<uint8_t>& image_;
     std::vector<Chain> chains_;
-    std::unordered_map<int32_t, int32_t> moves_;  // moved key -> place (-1: not placed yet)
+    std::unordered_map<SeqKey, int32_t> moves_;   // moved key -> place (-1: not placed yet)
     std::vector<Reference> references_;           // everything leading into the area or into a sequence
     std::vector<uint16_t> coverage_ = std::vector<uint16_t>(kSequenceAreaSize, 0);  // editor sequences over each byte
     std::vector<int32_t> roots_;                  // where the game starts: entries into the area
@@ -118,8 +118,8 @@ private:
 };
 
 // A sequence of the model as a chain to lay out: where it stood, where the game goes on after it.
-void Engine::addChain(int32_t key, const clsSequence& seq) {
-    const bool made = isNewSequence(key);
+void Engine::addChain(SeqKey key, const clsSequence& seq) {
+    const bool made = key.isNew();
     const clsSequence* before = old_.sequences.find(key);
     if (!before && !made)
         throw SaveError(pb_.romPath + ": " + sequenceName(key) + " is no longer in the image as it was opened; open it again",
@@ -128,47 +128,48 @@ void Engine::addChain(int32_t key, const clsSequence& seq) {
     Chain c;
     c.key = key;
     c.seq = &seq;
-    c.place = key;
+    c.place = made ? 0 : key.address();
     c.moved = made;
     c.edited = made || before->commands() != seq.commands();
     if (made) {
         c.continuation = seq.continuation();
     } else {
         c.oldSize = before->byteSize();
-        if (before->gameGoesOnAfterEnd()) c.continuation = key + before->byteSize();
+        if (before->gameGoesOnAfterEnd()) c.continuation = key.address() + before->byteSize();
     }
     if (seq.gameGoesOnAfterEnd() && c.continuation < 0)
         refuse(sequenceName(key) + " now ends with " + hex2(seq.commands().back().command) + ", after which the game goes on, but " +
                    (made ? "it names no command to go on at" : "the game did not go on after it before") + "; end it with a jump",
                Refusal::Other);
     if (!seq.gameGoesOnAfterEnd()) c.continuation = -1;
-    if (seq.commands().back().command == kLongSnap && seq.placed()) afterLongSnap_.insert(key + seq.byteSize());
+    if (seq.commands().back().command == kLongSnap && seq.placed()) afterLongSnap_.insert(key.address() + seq.byteSize());
     chains_.push_back(std::move(c));
 }
 
 void Engine::collect() {
-    const std::unordered_set<int32_t> reachable = reachableKeys(pb_);
+    const std::unordered_set<SeqKey> reachable = reachableKeys(pb_);
     for (const auto& [key, seq] : pb_.sequences)
-        if (!isNewSequence(key) || reachable.count(key)) addChain(key, seq);  // a new one nothing runs is not written
+        if (key.placed() || reachable.count(key)) addChain(key, seq);  // a new one nothing runs is not written
     for (size_t k = 0; k < map_.program.size(); ++k) node_[areaIndex(map_.program[k].address)] = static_cast<int32_t>(k);
     for (const GameCommand& g : map_.program) {
         if (g.target >= 0) references_.push_back({g.address, g.target});
         if (g.fallsThrough) references_.push_back({g.address, g.address + g.length});
     }
-    for (const auto& [key, seq] : old_.sequences) {
+    for (const auto& [key, seq] : old_.sequences) {  // as read: every one stands at its address
+        const int32_t start = key.address();
         const std::vector<int32_t> targets = seq.fieldTargets();
-        int32_t at = key;
+        int32_t at = start;
         for (size_t i = 0; i < targets.size(); ++i) {
             if (targets[i] != clsSequence::kNoField) references_.push_back({at, targets[i]});
-            if (!inArea(key) && inArea(targets[i])) roots_.push_back(targets[i]);  // a way in from outside the area
+            if (!inArea(start) && inArea(targets[i])) roots_.push_back(targets[i]);  // a way in from outside the area
             at += seq.commands()[i].encodedSize();
         }
-        for (int32_t a = std::max(key, kSequenceAreaAddress); a < std::min(key + seq.byteSize(), kAreaEnd); ++a) ++coverage_[areaIndex(a)];
-        if (!seq.commands().empty() && seq.commands().back().command == kLongSnap) afterLongSnap_.insert(key + seq.byteSize());
+        for (int32_t a = std::max(start, kSequenceAreaAddress); a < std::min(start + seq.byteSize(), kAreaEnd); ++a) ++coverage_[areaIndex(a)];
+        if (!seq.commands().empty() && seq.commands().back().command == kLongSnap) afterLongSnap_.insert(start + seq.byteSize());
     }
     // Where the image as read leads outside the area: a field may be set to lead there too.
     for (const Reference& r : references_) usedOutside_.insert(r.to);
-    for (const AreaEntry& e : playbookEntries(old_)) usedOutside_.insert(e.target);
+    for (const AreaEntry& e : playbookEntries(old_)) usedOutside_.insert(e.target.address());
     roots_.insert(roots_.end(), map_.comesBackAt.begin(), map_.comesBackAt.end());  // paths from outside the area
     // The fields as edited lead somewhere too (a branch set to the middle of
     // another sequence), and so does where a new sequence goes on.
@@ -181,9 +182,11 @@ void Engine::collect() {
     markNamedBytes();
     std::vector<int32_t> fresh;  // entries now naming a command the game never ran
     for (const AreaEntry& e : playbookEntries(pb_)) {
-        references_.push_back({-1, e.target});
-        if (inArea(e.target)) roots_.push_back(e.target);
-        if (inArea(e.target) && !map_.commandAt(e.target)) fresh.push_back(e.target);
+        if (e.target.isNew()) continue;  // leads where its sequence will be placed
+        const int32_t t = e.target.address();
+        references_.push_back({-1, t});
+        if (inArea(t)) roots_.push_back(t);
+        if (inArea(t) && !map_.commandAt(t)) fresh.push_back(t);
     }
     // From those the game now runs the image's bytes, and whatever they lead
     // to (the logic after a Human Control, say): no move may land there.
@@ -218,8 +221,9 @@ void Engine::indexBackwards() {
 // without an end) still names those bytes: writing there would give it one.
 void Engine::markNamedBytes() {
     for (const auto& [e, size] : unendedReadings(old_, image_)) {
-        unended_.emplace_back(e.target, e.target + size);
-        for (int32_t a = std::max(e.target, kSequenceAreaAddress); a < std::min(e.target + size, kAreaEnd); ++a) named_[areaIndex(a)] = 1;
+        const int32_t t = e.target.address();
+        unended_.emplace_back(t, t + size);
+        for (int32_t a = std::max(t, kSequenceAreaAddress); a < std::min(t + size, kAreaEnd); ++a) named_[areaIndex(a)] = 1;
     }
 }
 
@@ -229,11 +233,11 @@ bool Engine::readWithoutEnd(int32_t address) const {
 }
 
 // True when the game reads a byte at one of `addresses` on a path that does
-// not enter at `key`: whoever runs it there runs something else than the
-// sequence at `key`. Searched backwards from the commands holding those
-// bytes, never through the command at `key`, until a place the game starts.
-bool Engine::readElsewhere(int32_t key, const std::vector<int32_t>& addresses) const {
-    const int32_t keyNode = inArea(key) ? node_[areaIndex(key)] : -1;
+// not enter at `start`: whoever runs it there runs something else than the
+// sequence at `start`. Searched backwards from the commands holding those
+// bytes, never through the command at `start`, until a place the game starts.
+bool Engine::readElsewhere(int32_t start, const std::vector<int32_t>& addresses) const {
+    const int32_t keyNode = inArea(start) ? node_[areaIndex(start)] : -1;
     ++search_;
     std::vector<int32_t> work;
     for (int32_t a : addresses)
@@ -293,7 +297,7 @@ void Engine::encode(Chain& c, int32_t at, bool followMoves, bool withBytes) cons
     // A closing jump to another sequence's start follows it; one to its own
     // commands stays with them.
     if (followMoves && cmds.back().field.kind == FieldRef::Kind::Address)
-        if (const auto m = moves_.find(closingName(cmds.back())); m != moves_.end()) c.targets[n - 1] = m->second;
+        if (const auto m = moves_.find(SeqKey::at(closingName(cmds.back()))); m != moves_.end()) c.targets[n - 1] = m->second;
     SeqCommand last = cmds.back();  // a closing relative jump out of reach is written absolute
     if (last.command == kRelativeJump) {
         const int32_t t = c.targets[n - 1];
@@ -301,7 +305,7 @@ void Engine::encode(Chain& c, int32_t at, bool followMoves, bool withBytes) cons
             last = madeAbsolute(last);
     }
     if (!withBytes) {  // an unchanged sequence: its bytes are the image's
-        c.bytes = bytesAt(image_, c.key, c.oldSize);
+        c.bytes = bytesAt(image_, c.key.address(), c.oldSize);
         return;
     }
     c.bytes.reserve(static_cast<size_t>(c.seq->byteSize()) + 3);
@@ -383,7 +387,8 @@ void Engine::copyTail(Chain& c, int32_t from) const {
 // whatever leads into its middle from outside finds its command where it was.
 bool Engine::fitsInPlace(const Chain& c) const {
     if (static_cast<int32_t>(c.bytes.size()) > c.oldSize) return false;
-    for (int32_t a = c.key; !inArea(c.key) && a < c.key + c.oldSize; ++a)
+    const int32_t key = c.key.address();  // only a sequence read from the image stays in place
+    for (int32_t a = key; !inArea(key) && a < key + c.oldSize; ++a)
         if (inTables(offsetOfAddress(a))) return false;
     // The game reads a COM pass's receiver address beyond the editor's bytes and
     // nothing relinks it: such a sequence changes only where every command stays.
@@ -395,31 +400,31 @@ bool Engine::fitsInPlace(const Chain& c) const {
                        "it can be changed only where its commands stay in place (values, not added or removed commands)",
                        Refusal::CannotMove);
         }
-    if (afterLongSnap_.count(c.key) && !c.bytes.empty() && c.bytes[0] == kAbsoluteJump) return false;
+    if (afterLongSnap_.count(key) && !c.bytes.empty() && c.bytes[0] == kAbsoluteJump) return false;
     // A field naming an address among its own old bytes means the command the
     // image held there: in place, that is rewritten (unless one of its own stands there).
     for (size_t i = 0; i < c.targets.size(); ++i) {
         const SeqCommand& cmd = c.seq->commands()[i];
         const int32_t t = c.targets[i];
-        if (cmd.field.kind == FieldRef::Kind::Address && t >= c.key && t < c.key + c.oldSize &&
+        if (cmd.field.kind == FieldRef::Kind::Address && t >= key && t < key + c.oldSize &&
             std::find(c.places.begin(), c.places.end(), t) == c.places.end())
             return false;
     }
-    const std::vector<uint8_t> old = bytesAt(image_, c.key, c.oldSize);
+    const std::vector<uint8_t> old = bytesAt(image_, key, c.oldSize);
     Chain plain = c;
-    encode(plain, c.key, false);  // what the edit alone writes, before any jump follows a move
+    encode(plain, key, false);  // what the edit alone writes, before any jump follows a move
     std::vector<int32_t> changed;
     for (size_t i = 0; i < plain.bytes.size() && i < old.size(); ++i)
-        if (plain.bytes[i] != old[i]) changed.push_back(c.key + static_cast<int32_t>(i));
+        if (plain.bytes[i] != old[i]) changed.push_back(key + static_cast<int32_t>(i));
     if (!changed.empty()) {
         if (std::any_of(changed.begin(), changed.end(), [&](int32_t a) { return readWithoutEnd(a); })) return false;
-        if (inArea(c.key)) {
+        if (inArea(key)) {
             for (int32_t a : changed)
                 if (inArea(a) && coverage_[areaIndex(a)] > 1) return false;
-            if (readElsewhere(c.key, changed)) return false;
+            if (readElsewhere(key, changed)) return false;
         } else {
-            for (const auto& [key, seq] : old_.sequences)
-                if (key != c.key && key < c.key + c.oldSize && key + seq.byteSize() > c.key) return false;
+            for (const auto& [k, seq] : old_.sequences)
+                if (k != c.key && k.address() < key + c.oldSize && k.address() + seq.byteSize() > key) return false;
             if (enteredInside(c)) return false;
         }
     }
@@ -430,19 +435,19 @@ bool Engine::fitsInPlace(const Chain& c) const {
     // entering a byte into the jump).
     const int32_t jumpAt = c.places.empty() ? -1 : c.places.back();
     for (size_t i = 0; i < c.bytes.size() && i < old.size() && i < plain.bytes.size(); ++i) {
-        const int32_t a = c.key + static_cast<int32_t>(i);
+        const int32_t a = key + static_cast<int32_t>(i);
         if (c.bytes[i] == old[i] || plain.bytes[i] != old[i]) continue;
         if (!inArea(a) || coverage_[areaIndex(a)] > 1 || gameReadsAsOther(a, jumpAt) || readWithoutEnd(a)) return false;
     }
     // What leads into its middle: from outside its old bytes, or from old
     // bytes past the new ones that another path still runs.
-    const int32_t from = c.key, to = c.key + c.oldSize, written = c.key + static_cast<int32_t>(c.bytes.size());
+    const int32_t from = key, to = key + c.oldSize, written = key + static_cast<int32_t>(c.bytes.size());
     // Old bytes left past the new ones still run when the new commands lead there.
     const bool leftRuns = std::any_of(c.targets.begin(), c.targets.end(), [&](int32_t t) { return t >= written && t < to; });
     for (const Reference& r : references_) {
         if (r.to <= from || r.to >= to) continue;
         if (r.from >= from && r.from < written) continue;  // its own commands, written anew
-        if (r.from >= written && r.from < to && !leftRuns && !(inArea(c.key) && readElsewhere(c.key, {r.from}))) continue;
+        if (r.from >= written && r.from < to && !leftRuns && !(inArea(key) && readElsewhere(key, {r.from}))) continue;
         bool found = false;
         for (size_t i = 0; i < c.places.size() && !found; ++i) found = c.places[i] == r.to && c.seq->commands()[i].origin == CmdId::readAt(r.to);
         if (!found) return false;
@@ -455,7 +460,7 @@ bool Engine::fitsInPlace(const Chain& c) const {
 // leads into its middle, or runs a command across its bytes that is none of
 // the commands read there. Changed in place, those paths would run other commands.
 bool Engine::enteredInside(const Chain& c) const {
-    const int32_t from = c.key, to = c.key + c.oldSize;
+    const int32_t from = c.key.address(), to = from + c.oldSize;
     auto inside = [&](int32_t a) { return a > from && a < to; };
     // Its own commands as the game reads them from its start (a COM pass takes
     // more bytes for the game than for the editor), falling through.
@@ -477,20 +482,20 @@ bool Engine::enteredInside(const Chain& c) const {
         if ((g.target >= 0 && inside(g.target)) || (g.fallsThrough && inside(g.address + g.length))) return true;
     }
     return std::any_of(map_.leaves.begin(), map_.leaves.end(), [&](const AddressField& f) { return inside(f.target); }) ||
-           std::any_of(map_.outside.begin(), map_.outside.end(), [&](const AreaEntry& e) { return inside(e.target); });
+           std::any_of(map_.outside.begin(), map_.outside.end(), [&](const AreaEntry& e) { return inside(e.target.address()); });
 }
 
 void Engine::decideInPlace(Chain& c, bool& moreMoved) {
     // Commands as read encode to the bytes they were read from: only a closing
     // jump that follows a moved sequence can change them.
     const SeqCommand& end = c.seq->commands().back();
-    if (!c.edited && (end.field.kind != FieldRef::Kind::Address || !moves_.count(closingName(end)))) {
+    if (!c.edited && (end.field.kind != FieldRef::Kind::Address || !moves_.count(SeqKey::at(closingName(end))))) {
         c.written = false;
         c.bytes.clear();
         return;
     }
-    encode(c, c.key, true);
-    const std::vector<uint8_t> old = bytesAt(image_, c.key, c.oldSize);
+    encode(c, c.key.address(), true);
+    const std::vector<uint8_t> old = bytesAt(image_, c.key.address(), c.oldSize);
     if (c.bytes == old) {
         c.written = false;
         return;
@@ -519,16 +524,16 @@ void Engine::placeMoved() {
     }
     moves_.clear();
     // The relative jumps staying where they are, by the key they lead to.
-    std::unordered_map<int32_t, std::vector<int32_t>> reachersOf;
+    std::unordered_map<SeqKey, std::vector<int32_t>> reachersOf;
     for (const Chain& c : chains_) {
         if (c.moved) moves_[c.key] = -1;
         const SeqCommand& end = c.seq->commands().back();
         if (!c.moved && end.command == kRelativeJump && closingName(end) >= 0)
-            reachersOf[closingName(end)].push_back(c.seq->place(c.seq->commandCount() - 1));
+            reachersOf[SeqKey::at(closingName(end))].push_back(c.seq->place(c.seq->commandCount() - 1));
     }
     for (Chain& c : chains_) {
         if (!c.moved) continue;
-        const bool madeHere = isNewSequence(c.key);
+        const bool madeHere = c.key.isNew();
         if (c.seq->readsDifferentlyByGame() || (!madeHere && old_.sequences.at(c.key).readsDifferentlyByGame()))
             refuse(sequenceName(c.key) + " holds a COM pass or 0xF1, which the game reads with other lengths, and would have to move; "
                    "it can only be changed within its " + std::to_string(c.oldSize) + " bytes",
@@ -623,12 +628,12 @@ void Engine::checkFields(const Chain& c, const std::vector<uint8_t>& runs) const
         if (unchanged && (!runs[i] || ranBefore)) continue;
         const int32_t t = cmd.field.address;
         // The open reads a sequence a closing jump leads to the way it reads the one it left.
-        const clsSequence* next = pb_.sequences.find(t);
+        const clsSequence* next = pb_.sequences.find(SeqKey::at(t));
         if (i + 1 == c.targets.size() && isJump(cmd) && !cmd.field.backward && next && next->kick() != c.seq->kick())
-            refuse(where + " leads to " + sequenceName(t) + ", which is read " + (next->kick() ? "the kick formations' way" : "the plain way") +
+            refuse(where + " leads to " + sequenceName(SeqKey::at(t)) + ", which is read " + (next->kick() ? "the kick formations' way" : "the plain way") +
                        ", but " + sequenceName(c.key) + " is read the other way: it would run other commands",
                    Refusal::MisreadEntry);
-        if (moves_.count(t)) continue;
+        if (moves_.count(SeqKey::at(t))) continue;
         if (inArea(t) && !map_.commandAt(t))
             refuse(where + " leads to " + hex4(t) + ", where the game runs no command (the middle of a command, or unused bytes)",
                    Refusal::BadField);
@@ -681,7 +686,7 @@ LayoutResult Engine::run() {
             checkContinuation(c, runs);
         }
         if (c.written) checkGameFields(c);
-        if (c.bytes.empty()) encode(c, c.key, true, false);  // unchanged: what the check before the write reads back
+        if (c.bytes.empty()) encode(c, c.key.address(), true, false);  // unchanged: what the check before the write reads back
     }
     out.moves = moves_;
     out.freeBytesLeft = freeLeft_;
@@ -696,13 +701,13 @@ std::vector<std::pair<AreaEntry, int32_t>> unendedReadings(const Playbook& old, 
     std::optional<Image> scan;  // made only when such an entry exists: it copies the image
     std::unordered_set<int32_t> seen;
     for (const AreaEntry& e : playbookEntries(old)) {
-        if (old.sequences.contains(e.target) || e.target < kAddressOffsetDelta || offsetOfAddress(e.target) >= static_cast<int32_t>(image.size()) ||
-            !seen.insert(e.target).second)
-            continue;
+        if (e.target.isNew() || old.sequences.contains(e.target)) continue;
+        const int32_t t = e.target.address();
+        if (t < kAddressOffsetDelta || offsetOfAddress(t) >= static_cast<int32_t>(image.size()) || !seen.insert(t).second) continue;
         if (!scan) scan.emplace(old.romPath, image);
         clsSequence unended;
-        unended.reset(e.target);
-        scan->seekOffset(offsetOfAddress(e.target));
+        unended.reset(t);
+        scan->seekOffset(offsetOfAddress(t));
         unended.load(*scan, entryReadsKick(e));
         out.emplace_back(e, unended.byteSize());
     }

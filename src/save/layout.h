@@ -28,12 +28,12 @@ namespace zpe {
 
 // One sequence of the model on its way into the image.
 struct Chain {
-    int32_t key = 0;
+    SeqKey key;
     const clsSequence* seq = nullptr;
     int32_t oldSize = 0;         // bytes it took in the image (0: made in the editor)
     int32_t continuation = -1;   // where the game goes on after its last command (-1: it does not)
     bool moved = false;          // written into a free run instead of at its key
-    int32_t place = 0;           // where it is written (its key when not moved)
+    int32_t place = 0;           // where it is written (its address when not moved)
     bool written = false;        // its bytes differ from what the image holds there
     bool edited = false;         // its commands differ from those read at its key (made in the editor: true)
 
@@ -47,7 +47,7 @@ struct Chain {
 
 struct LayoutResult {
     std::vector<Chain> chains;                    // in the model's order
-    std::unordered_map<int32_t, int32_t> moves;   // key of a moved or placed sequence -> its place
+    std::unordered_map<SeqKey, int32_t> moves;    // key of a moved or placed sequence -> its place
     int32_t freeBytesLeft = 0;
 };
 

@@ -12,7 +12,7 @@
 namespace zpe {
 
 CarriedPlay carryPlay(const Playbook& pb, int playNumber) {
-    std::vector<int32_t> entries;
+    std::vector<SeqKey> entries;
     for (int j = 0; j < kPlayersPerRecord; ++j) entries.push_back(pb.plays.at(static_cast<size_t>(playNumber)).seqAddress(j));
     CarriedPlay out;
     std::vector<CarriedLead> leads;

@@ -59,9 +59,9 @@ void refuseRewrittenReadings(const Playbook& pb, const Playbook& old, const Area
         throw SaveError(pb.romPath + ": " + what + ", so the game would run other commands there; nothing was saved", Refusal::WouldNotReopen);
     };
     for (const Chain& c : laid.chains) {
-        if (c.written || inArea(c.key) || isNewSequence(c.key)) continue;
-        if (firstRewritten(c.key, c.oldSize, image, bytes) >= 0)
-            throw SaveError(pb.romPath + ": " + sequenceName(c.key) + " lies in the tables this save rewrites (" + hex4(c.key) +
+        if (c.written || c.key.isNew() || inArea(c.key.address())) continue;
+        if (firstRewritten(c.key.address(), c.oldSize, image, bytes) >= 0)
+            throw SaveError(pb.romPath + ": " + sequenceName(c.key) + " lies in the tables this save rewrites (" + hex4(c.key.address()) +
                                 "), so it would read differently; nothing was saved",
                             Refusal::WouldNotReopen);
     }
@@ -75,8 +75,8 @@ void refuseRewrittenReadings(const Playbook& pb, const Playbook& old, const Area
             refuse("the game runs the bytes at " + hex4(g.address) + " as a command (a path that leaves the sequence area), and this save rewrites them (at " +
                    hex4(at) + ")");
     for (const auto& [e, size] : unendedReadings(old, image))
-        if (const int32_t at = firstRewritten(e.target, size, image, bytes); at >= 0)
-            refuse(e.name() + " reads its commands from " + hex4(e.target) + " on, bytes this save rewrites (at " + hex4(at) + ")");
+        if (const int32_t at = firstRewritten(e.target.address(), size, image, bytes); at >= 0)
+            refuse(e.name() + " reads its commands from " + hex4(e.target.address()) + " on, bytes this save rewrites (at " + hex4(at) + ")");
 }
 
 }  // namespace
@@ -125,19 +125,21 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
             out.seekOffset(offsetOfAddress(c.place));
             for (uint8_t b : c.bytes) out.writeByte(b);
             if (!c.moved) ++plan.summary.inPlace;
-            else (isNewSequence(c.key) ? plan.summary.placed : plan.summary.moved).emplace_back(c.key, c.place);
+            else if (c.key.isNew()) plan.summary.placed.emplace_back(c.key, c.place);
+            else plan.summary.moved.emplace_back(c.key.address(), c.place);
         }
         layout.sequences.push_back(laidOf(c));
     }
-    auto remapped = [&](int32_t a) {
-        const auto it = laid.moves.find(a);
-        return it == laid.moves.end() ? a : it->second;
+    // What an entry names once written: where its sequence now stands.
+    auto remapped = [&](SeqKey key) {
+        const auto it = laid.moves.find(key);
+        return it == laid.moves.end() ? key : SeqKey::at(it->second);
     };
-    auto writeEntry = [&](int32_t offset, int32_t value, int32_t before) {
+    auto writeEntry = [&](int32_t offset, SeqKey value, SeqKey before) {
         if (value == before) return;
         ++plan.summary.entriesWritten;
         out.seekOffset(offset);
-        out.writeWord(value);
+        out.writeWord(value.address());
     };
     for (int i = 0; i < kPointerCount; ++i)
         writeEntry(pointerEntryOffset(i), remapped(pb.seqPointers[static_cast<size_t>(i)]), old.seqPointers[static_cast<size_t>(i)]);
@@ -166,10 +168,10 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     // sequence's old start.
     const AreaMap after = buildAreaMap(written);
     for (const GameCommand& g : after.program) {
-        if (g.target < 0 || isNewSequence(g.target)) continue;
-        const auto m = laid.moves.find(g.target);
+        if (g.target < 0) continue;
+        const auto m = laid.moves.find(SeqKey::at(g.target));
         if (m == laid.moves.end()) continue;
-        const int32_t from = g.target, end = from + old.sequences.at(from).byteSize();
+        const int32_t from = g.target, end = from + old.sequences.at(SeqKey::at(from)).byteSize();
         if (g.address < from || g.address >= end) ++plan.summary.leftOnOldCopies;
     }
     return plan;

@@ -22,7 +22,7 @@ struct SaveSummary {
     int entriesWritten = 0;                         // play, formation and pointer entries that name another place
     int inPlace = 0;                                // sequences written at their address
     std::vector<std::pair<int32_t, int32_t>> moved;  // old start, new start
-    std::vector<std::pair<int32_t, int32_t>> placed;  // a sequence made in the editor: its key, where it went
+    std::vector<std::pair<SeqKey, int32_t>> placed;  // a sequence made in the editor: its key, where it went
     int leftOnOldCopies = 0;  // address fields and relative jumps that still name an old start
     int32_t freeBytesLeft = 0;  // free bytes of the area after the moves
     bool nothingToWrite = false;  // the image already held everything: the file was left alone

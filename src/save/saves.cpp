@@ -21,9 +21,13 @@ namespace {
 // What Full Save leaves in the unused sequence area and what the mask marks a sequence's bytes with.
 constexpr uint8_t kBlankByte = 0xFF;
 
-int32_t remapped(const std::unordered_map<int32_t, int32_t>& map, int32_t address) {
-    const auto it = map.find(address);
-    return it == map.end() ? address : it->second;
+// Where Full Save puts each sequence of the model, by key.
+using NewStarts = std::unordered_map<SeqKey, int32_t>;
+
+// What an entry names after Full Save: the sequence's new start, or what it named.
+SeqKey remapped(const NewStarts& map, SeqKey key) {
+    const auto it = map.find(key);
+    return it == map.end() ? key : SeqKey::at(it->second);
 }
 
 }  // namespace
@@ -53,7 +57,7 @@ namespace {
 SaveLayout unchangedLayout(const Playbook& pb) {
     SaveLayout layout;
     layout.gameReading = false;
-    for (const auto& [key, seq] : pb.sequences) layout.sequences.push_back(laidAt(key, seq, key, false));
+    for (const auto& [key, seq] : pb.sequences) layout.sequences.push_back(laidAt(key, seq, key.address(), false));
     return layout;
 }
 
@@ -83,12 +87,14 @@ namespace {
 void refuseUnreadableChains(const Playbook& before, const Playbook& now) {
     std::unordered_set<int64_t> checked;
     for (const AreaEntry& e : playbookEntries(now)) {
-        const int32_t key = walkChain(now, e.target, [](int32_t) { return false; });
+        const SeqKey reached = walkChain(now, e.target, [](SeqKey) { return false; });
+        if (reached == e.target || reached.isNone() || now.sequences.contains(reached)) continue;
         // Below the image a field check names it better (nothing in the image leads there).
-        if (key == e.target || key < kAddressOffsetDelta || key == kNoSequence || now.sequences.contains(key)) continue;
+        const int32_t key = reached.address();
+        if (key < kAddressOffsetDelta) continue;
         const bool kick = entryReadsKick(e);
-        if (!checked.insert(key * 2 + (kick ? 1 : 0)).second) continue;
-        if (const clsSequence* was = before.sequences.find(key); was && was->kick() == kick) continue;  // read so already
+        if (!checked.insert(int64_t{key} * 2 + (kick ? 1 : 0)).second) continue;
+        if (const clsSequence* was = before.sequences.find(reached); was && was->kick() == kick) continue;  // read so already
         if (const std::string fault = chainFault(now, key, kick); !fault.empty())
             throw SaveError(now.romPath + ": " + e.name() + " would run on to " + hex4(key) + ", which no sequence starts; read there " +
                                 (kick ? "the kick formations' way" : "the plain way") + " the image would not open (" + fault +
@@ -114,13 +120,12 @@ namespace {
 // address (a sequence made in the editor: at its new one), its closing
 // forward relative jump made absolute, and that jump, when it leads to the
 // start of a sequence of the dictionary, leading to where that one now starts.
-std::vector<uint8_t> fullSaveSequence(clsSequence seq, int32_t key, int32_t newAddress,
-                                      const std::unordered_map<int32_t, int32_t>& addressMap) {
+std::vector<uint8_t> fullSaveSequence(clsSequence seq, int32_t newAddress, const NewStarts& addressMap) {
     seq.convertRelJump();
-    if (!seq.placed()) seq.address(newAddress);
+    if (!seq.placed()) seq.key(SeqKey::at(newAddress));
     std::vector<uint8_t> bytes = seq.encode();
     const int32_t t = seq.nextSequence();
-    const auto mapped = addressMap.find(t);
+    const auto mapped = addressMap.find(SeqKey::at(t));
     if (t <= 0 || mapped == addressMap.end()) return bytes;
     for (int i = 0; i < seq.commandCount(); ++i) {
         if (seq.command(i) != cmd::kAbsoluteJump) continue;
@@ -130,7 +135,6 @@ std::vector<uint8_t> fullSaveSequence(clsSequence seq, int32_t key, int32_t newA
         for (int k = 0; k < field.count; ++k) bytes[at + static_cast<size_t>(jump.fieldAt + k)] = field.bytes[static_cast<size_t>(k)];
         break;
     }
-    (void)key;
     return bytes;
 }
 
@@ -187,12 +191,12 @@ Playbook relayout(const Playbook& pb) {
 
     // New starts in dictionary order, each sequence as long as it is once its
     // closing forward relative jump is absolute.
-    std::unordered_map<int32_t, int32_t> addressMap;
+    NewStarts addressMap;
     int64_t nextFree = kSequenceAreaAddress;
     for (const auto& [key, seq] : out.sequences) {
         addressMap.emplace(key, static_cast<int32_t>(nextFree));
         clsSequence converted = seq;
-        if (!converted.placed()) converted.address(static_cast<int32_t>(nextFree));  // measured where it will stand
+        if (!converted.placed()) converted.key(SeqKey::at(static_cast<int32_t>(nextFree)));  // measured where it will stand
         converted.convertRelJump();
         nextFree += converted.byteSize();
     }
@@ -206,7 +210,7 @@ Playbook relayout(const Playbook& pb) {
     // model holds from now on, and the check that every sequence reopens.
     std::vector<uint8_t> area(static_cast<size_t>(kSequenceAreaSize), kBlankByte);
     for (const auto& [key, seq] : out.sequences) {
-        const std::vector<uint8_t> bytes = fullSaveSequence(seq, key, addressMap.at(key), addressMap);
+        const std::vector<uint8_t> bytes = fullSaveSequence(seq, addressMap.at(key), addressMap);
         const auto at = static_cast<size_t>(addressMap.at(key) - kSequenceAreaAddress);
         if (at + bytes.size() > area.size())  // never: the sizes were measured where each stands
             throw SaveError(pb.romPath + ": " + sequenceName(key) + " would end past the sequence area; nothing was saved",
@@ -228,7 +232,7 @@ Playbook relayout(const Playbook& pb) {
                                 " where the editor would read it back as other commands (a Long Snap right before the "
                                 "jump that starts the next sequence, or a jump that leads elsewhere); use Save. Nothing was saved",
                             Refusal::WouldNotReopen);
-        relaid.insert(start, std::move(back));
+        relaid.insert(SeqKey::at(start), std::move(back));
     }
     out.sequences = std::move(relaid);
 
@@ -266,9 +270,9 @@ void fullSave(Playbook& pb, const std::function<void(const Playbook&)>& confirm)
 
 std::vector<uint8_t> maskBytes(const Playbook& pb, std::vector<uint8_t> existing) {
     Image mask("mask", std::move(existing));
-    for (const auto& [address, seq] : pb.sequences) {
-        if (isNewSequence(address)) continue;  // no bytes in the image yet
-        mask.seekOffset(seq.address());
+    for (const auto& [key, seq] : pb.sequences) {
+        if (key.isNew()) continue;  // no bytes in the image yet
+        mask.seekOffset(key.address());
         for (int32_t i = 0; i < seq.byteSize(); ++i) mask.writeByte(kBlankByte);
     }
     return mask.bytes();

@@ -15,7 +15,7 @@ namespace zpe {
 
 CarriedBook carrySlots(const Playbook& pb, const std::vector<int>& slots) {
     CarriedBook book;
-    std::vector<int32_t> entries;
+    std::vector<SeqKey> entries;
     std::map<int, int> formationIndex, playIndex;  // source number -> index in the book
     auto record = [&](std::map<int, int>& index, std::vector<CarriedRecord>& list, int number, const std::string& name, auto addressOf) {
         const auto [at, fresh] = index.emplace(number, static_cast<int>(list.size()));
@@ -33,13 +33,13 @@ CarriedBook carrySlots(const Playbook& pb, const std::vector<int>& slots) {
         const bool known = f < pb.formations.size();
         const size_t before = book.formations.size();
         slot.formation = record(formationIndex, book.formations, r.formation(), known ? pb.formations[f].name() : std::string(),
-                                [&](int j) { return known ? pb.formations[f].posAddress(j) : kNoSequence; });
+                                [&](int j) { return known ? pb.formations[f].posAddress(j) : SeqKey::none(); });
         if (book.formations.size() > before) order.emplace_back(true, slot.formation);
         for (int k = 0; k < kPlaysPerSlot; ++k) {
             const int p = r.oPlay(k);
             const size_t had = book.plays.size();
             slot.plays[static_cast<size_t>(k)] = record(playIndex, book.plays, p, std::string(), [&](int j) {
-                return p < kPlayCount ? pb.plays[static_cast<size_t>(p)].seqAddress(j) : kNoSequence;
+                return p < kPlayCount ? pb.plays[static_cast<size_t>(p)].seqAddress(j) : SeqKey::none();
             });
             if (book.plays.size() > had) order.emplace_back(false, slot.plays[static_cast<size_t>(k)]);
         }

@@ -48,9 +48,9 @@ std::vector<std::string> formationNames(const Playbook& pb) {
     return names;
 }
 
-LaidSequence laidAt(int32_t key, const clsSequence& seq, int32_t place, bool written) {
+LaidSequence laidAt(SeqKey key, const clsSequence& seq, int32_t place, bool written) {
     clsSequence there = seq;
-    there.address(place);
+    there.key(SeqKey::at(place));
     LaidSequence laid;
     laid.key = key;
     laid.place = place;
@@ -75,12 +75,12 @@ Playbook readBytesAs(const Playbook& like, const std::vector<uint8_t>& bytes) {
 }
 
 std::string entryDifference(const Playbook& before, const Playbook& after,
-                            const std::function<int32_t(const AreaEntry&)>& expected) {
+                            const std::function<SeqKey(const AreaEntry&)>& expected) {
     const std::vector<AreaEntry> was = playbookEntries(before), now = playbookEntries(after);
     if (was.size() != now.size()) return "the tables would hold other entries";
     for (size_t e = 0; e < was.size(); ++e)
         if (now[e].target != expected(was[e]))
-            return was[e].name() + " would name " + hex4(now[e].target) + ", not " + hex4(expected(was[e]));
+            return was[e].name() + " would name " + sequenceKeyText(now[e].target) + ", not " + sequenceKeyText(expected(was[e]));
     return "";
 }
 
@@ -120,13 +120,13 @@ private:
         // Every sequence an entry leads to is laid out; one nothing leads to any
         // more need not be found where it was (its bytes stay, unread).
         reachable = reachableKeys(model);
-        std::unordered_set<int32_t> laidKeys;
+        std::unordered_set<SeqKey> laidKeys;
         for (const LaidSequence& laid : layout.sequences) {
             if (!model.sequences.contains(laid.key))
                 fail("the layout holds " + sequenceName(laid.key) + ", which the model does not");
             laidKeys.insert(laid.key);
         }
-        for (const int32_t key : reachable)
+        for (const SeqKey key : reachable)
             if (!laidKeys.count(key)) fail("the layout does not hold " + sequenceName(key));
         reachable = reachableAsLaid();
     }
@@ -134,16 +134,16 @@ private:
     // The keys the written image leads to: those the entries name, and those
     // the closing jumps lead to as laid out (a jump into its own middle may
     // now lead into its own copy, and the sequence it named is read by nobody).
-    std::unordered_set<int32_t> reachableAsLaid() const {
+    std::unordered_set<SeqKey> reachableAsLaid() const {
         std::unordered_map<int32_t, const LaidSequence*> byPlace;
         for (const LaidSequence& laid : layout.sequences) byPlace.emplace(laid.place, &laid);
-        std::unordered_set<int32_t> out;
+        std::unordered_set<SeqKey> out;
         std::vector<const LaidSequence*> work;
         auto reach = [&](int32_t place) {
             const auto it = byPlace.find(place);
             if (it != byPlace.end() && out.insert(it->second->key).second) work.push_back(it->second);
         };
-        std::unordered_map<int32_t, int32_t> placeOf;
+        std::unordered_map<SeqKey, int32_t> placeOf;
         for (const LaidSequence& laid : layout.sequences) placeOf.emplace(laid.key, laid.place);
         for (const AreaEntry& e : playbookEntries(model))
             if (const auto it = placeOf.find(e.target); it != placeOf.end()) reach(it->second);
@@ -165,11 +165,11 @@ private:
         for (int s = 0; s < kSlotCount; ++s)
             if (!(again.playSlots[static_cast<size_t>(s)] == model.playSlots[static_cast<size_t>(s)]))
                 fail("slot " + std::to_string(s) + " would read back differently");
-        std::unordered_map<int32_t, int32_t> placeOf;
+        std::unordered_map<SeqKey, int32_t> placeOf;
         for (const LaidSequence& laid : layout.sequences) placeOf.emplace(laid.key, laid.place);
         const std::string entries = entryDifference(model, again, [&](const AreaEntry& e) {
             const auto it = placeOf.find(e.target);
-            return it == placeOf.end() ? e.target : it->second;
+            return it == placeOf.end() ? e.target : SeqKey::at(it->second);
         });
         if (!entries.empty()) fail(entries);
     }
@@ -177,9 +177,9 @@ private:
     // The editor's reading: each sequence holds its commands, each field names what the layout put there.
     void editorReading() {
         for (const LaidSequence& laid : layout.sequences) {
-            const int32_t key = laid.key;
+            const SeqKey key = laid.key;
             const clsSequence& seq = model.sequences.at(key);
-            const clsSequence* back = again.sequences.find(laid.place);
+            const clsSequence* back = again.sequences.find(SeqKey::at(laid.place));
             if (!back && !reachable.count(key)) continue;
             if (!back) fail(sequenceName(key) + " would not be found at " + hex4(laid.place));
             // The open reads a sequence the way the first chain reaching it reads: the
@@ -255,8 +255,10 @@ private:
         // ran, a lock-up moved, a branch set): it runs what the image's bytes
         // hold from there. Only the bytes this save writes are checked command by command.
         std::vector<int32_t> edited;
-        for (const AreaEntry& e : playbookEntries(again))
-            if (inArea(e.target) && !oldStart[areaIndex(e.target)] && owner[areaIndex(e.target)] < 0) edited.push_back(e.target);
+        for (const AreaEntry& e : playbookEntries(again)) {
+            const int32_t t = e.target.address();  // read from bytes: every entry names an address
+            if (inArea(t) && !oldStart[areaIndex(t)] && owner[areaIndex(t)] < 0) edited.push_back(t);
+        }
         for (const LaidSequence& laid : layout.sequences)
             if (laid.written && inArea(laid.place)) edited.push_back(laid.place);
         for (const GameCommand& g : traceFrom(bytes, edited))
@@ -320,7 +322,7 @@ private:
                 if (!inArea(t) || owner[areaIndex(t)] < 0) continue;
                 const auto s = static_cast<size_t>(owner[areaIndex(t)]);
                 const LaidSequence& laid = layout.sequences[s];
-                bool same = t == laid.place && laid.place == laid.key;
+                bool same = t == laid.place && laid.key == SeqKey::at(laid.place);
                 for (size_t i = 0; !same && i < laid.places.size(); ++i)
                     same = laid.places[i] == t && models[s]->commands()[i].origin == CmdId::readAt(t);
                 if (!same)
@@ -335,7 +337,7 @@ private:
     const std::vector<uint8_t>& bytes;
     const SaveLayout& layout;
     Playbook again;
-    std::unordered_set<int32_t> reachable;
+    std::unordered_set<SeqKey> reachable;
     std::vector<const clsSequence*> models;
 };
 

@@ -26,7 +26,7 @@ public:
 
 // One sequence as a save lays it out.
 struct LaidSequence {
-    int32_t key = 0;                  // its address in the model (where it was read)
+    SeqKey key;                       // its key in the model
     int32_t place = 0;                // where its first byte is written
     std::vector<int32_t> places;      // each command's address in the layout
     std::vector<int32_t> targets;     // each command's field as written (SeqCommand::kNoTarget: none)
@@ -48,7 +48,7 @@ struct SaveLayout {
 
 // A sequence laid out at `place` as the model holds it, its fields naming
 // what they name there; `written` as given.
-[[nodiscard]] LaidSequence laidAt(int32_t key, const clsSequence& seq, int32_t place, bool written);
+[[nodiscard]] LaidSequence laidAt(SeqKey key, const clsSequence& seq, int32_t place, bool written);
 
 // Reads `bytes` back and compares them with `model` laid out as `layout` says;
 // `before` is the image as it was opened (its playbook with openedBytes set).
@@ -67,6 +67,6 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
 // The first table entry of `after` that does not name `expected(the entry of
 // `before`)`, as words ("play 3 player 1 would name A123, not A200"); "" when every one does.
 [[nodiscard]] std::string entryDifference(const Playbook& before, const Playbook& after,
-                                          const std::function<int32_t(const AreaEntry&)>& expected);
+                                          const std::function<SeqKey(const AreaEntry&)>& expected);
 
 }  // namespace zpe

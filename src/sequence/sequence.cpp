@@ -14,6 +14,10 @@ using namespace cmd;
 
 namespace {
 
+// A made sequence lays its commands out from above every game address, so no
+// place of one is ever taken for an address of the image.
+constexpr int32_t kMadeBase = 0x10000;
+
 uint8_t clampByte(int32_t v) { return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v); }
 
 // The format of command i of `cmds` in the editor's reading (the long snap
@@ -126,12 +130,12 @@ void clsSequence::load(Image& fp, bool KR) {
         const int next = fp.remaining() >= 2 ? fp.bytes()[pos + 1] : -1;
         const CommandFormat f = commandFormat(b, KR, next);
         // The game's addresses end at FFFF: a command past it is as cut off as one past the image's end.
-        if (fp.remaining() < f.editorLength || startAddr_ + sizeBytes_ + f.editorLength - 1 > 0xFFFF) {
+        if (fp.remaining() < f.editorLength || base() + sizeBytes_ + f.editorLength - 1 > 0xFFFF) {
             truncated_ = true;
             break;
         }
         SeqCommand c;
-        c.origin = CmdId::readAt(startAddr_ + sizeBytes_);
+        c.origin = CmdId::readAt(base() + sizeBytes_);
         c.command = f.command;
         c.dataLen = editorDataLen(f);
         (void)fp.readByte();
@@ -160,7 +164,7 @@ void clsSequence::load(Image& fp, bool KR) {
 }
 
 void clsSequence::reset(int32_t address) {
-    startAddr_ = address;
+    key_ = SeqKey::at(address);
     cmds_.clear();
     sizeBytes_ = 0;
     truncated_ = false;
@@ -179,14 +183,18 @@ int32_t clsSequence::nextSequence() const {
     return 0;
 }
 
-void clsSequence::address(int32_t value) {
-    startAddr_ = value;
+void clsSequence::key(SeqKey value) {
+    key_ = value;
     settle();
 }
 
+int32_t clsSequence::base() const { return key_.isNew() ? kMadeBase + key_.madeNumber() : key_.address(); }
+
 std::string clsSequence::AddressRange() const {
+    if (key_.isNew()) return "new " + std::to_string(key_.madeNumber() + 1);
     // An empty sequence (nothing could be read) is its start alone, never a range that runs backwards.
-    return sizeBytes_ == 0 ? hex4(startAddr_) : hex4(startAddr_) + "-" + hex4(startAddr_ + sizeBytes_ - 1);
+    const int32_t a = key_.address();
+    return sizeBytes_ == 0 ? hex4(a) : hex4(a) + "-" + hex4(a + sizeBytes_ - 1);
 }
 
 int16_t clsSequence::dataLen(int pos) const { return at(pos).dataLen; }
@@ -196,7 +204,7 @@ CmdId clsSequence::commandAddress(int i) const { return at(i).origin; }
 std::vector<int32_t> clsSequence::places() const {
     std::vector<int32_t> out;
     out.reserve(cmds_.size());
-    int32_t p = startAddr_;
+    int32_t p = base();
     for (const SeqCommand& c : cmds_) {
         out.push_back(p);
         p += c.encodedSize();
@@ -206,13 +214,13 @@ std::vector<int32_t> clsSequence::places() const {
 
 int32_t clsSequence::place(int i) const {
     (void)at(i);
-    int32_t p = startAddr_;
+    int32_t p = base();
     for (int k = 0; k < i; ++k) p += cmds_[static_cast<size_t>(k)].encodedSize();
     return p;
 }
 
 int32_t clsSequence::placeOfOrigin(CmdId origin) const {
-    int32_t p = startAddr_;
+    int32_t p = base();
     for (const SeqCommand& c : cmds_) {
         if (c.origin == origin) return p;
         p += c.encodedSize();
@@ -451,7 +459,7 @@ std::string clsSequence::verify() const {
 
 void clsSequence::assign(std::vector<SeqCommand> commands) {
     clsSequence edited;
-    edited.startAddr_ = startAddr_;
+    edited.key_ = key_;
     edited.kick_ = kick_;
     edited.continuation_ = continuation_;
     for (size_t i = 0; i < commands.size(); ++i) {
@@ -492,7 +500,7 @@ void clsSequence::setCommands(const std::vector<std::pair<int, std::vector<int>>
     }
     // A field names what stands at its address in the new layout.
     std::vector<int32_t> at;
-    int32_t p = startAddr_;
+    int32_t p = base();
     for (const SeqCommand& c : cmds) {
         at.push_back(p);
         p += c.encodedSize();

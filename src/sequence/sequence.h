@@ -2,6 +2,7 @@
 // A player command sequence decoded into commands, and the sequence byte
 // format: command lengths, end commands, follow-on address and validity.
 #include "model/image.h"
+#include "model/seq_key.h"
 #include "sequence/catalogue.h"
 
 #include <algorithm>
@@ -17,12 +18,6 @@ namespace zpe {
 
 // The most data values a command has: a COM pass with N = 15 (16 bytes).
 constexpr int kMaxDataValues = 16;
-
-// A sequence made in the editor has no place in the image until a save gives
-// it one: the model keys it from kNewSequenceKey on, above every game
-// address, so a key that is not an address can never be taken for one.
-constexpr int32_t kNewSequenceKey = 0x10000;
-constexpr bool isNewSequence(int32_t key) { return key >= kNewSequenceKey; }
 
 // A command's identity: where it was read in the image as opened (its game
 // address then, which never changes while the image is open), or, for a
@@ -139,7 +134,7 @@ public:
     // kMaxCommands) without an end command stops there and is not valid.
     void load(Image& fp, bool KR);
 
-    // Makes this an empty sequence at `address`, ready for load(), keeping the
+    // Makes this an empty sequence at game address `address`, ready for load(), keeping the
     // room its commands took (decoding many sequences one after the other
     // then costs no fresh memory).
     void reset(int32_t address);
@@ -164,17 +159,24 @@ public:
     // Derived from the commands on every call.
     int32_t nextSequence() const;
 
-    // The sequence's key: its game address, or a key from kNewSequenceKey on
-    // for a sequence made in the editor, which has no place yet.
-    int32_t address() const { return startAddr_; }
+    // Which sequence this is: its game address, or for a sequence made in the
+    // editor a number of its own (it has no place until a save gives it one).
+    SeqKey key() const { return key_; }
     // True when the sequence stands somewhere in the image (its key is an address).
-    bool placed() const { return !isNewSequence(startAddr_); }
-    // Sets the sequence's address (or key). The commands keep their
-    // identities and what their fields name; a relative jump that cannot
-    // reach from the new place becomes absolute.
-    void address(int32_t value);
+    bool placed() const { return key_.placed(); }
+    // Where the layout of the commands starts: the address, or for a made
+    // sequence a base of its own above every address (its commands' places
+    // then only say where they stand to each other).
+    int32_t base() const;
+    // Where it stands in the image; only for a placed sequence (std::logic_error else).
+    int32_t address() const { return key_.address(); }
+    // Sets the sequence's key (a save placing it: its address). The commands
+    // keep their identities and what their fields name; a relative jump that
+    // cannot reach from the new place becomes absolute.
+    void key(SeqKey value);
 
-    // hex4(address) + "-" + hex4(address + byteSize - 1), e.g. "A000-A01F".
+    // hex4(address) + "-" + hex4(address + byteSize - 1), e.g. "A000-A01F"; for
+    // a made sequence its key's text ("new 2").
     std::string AddressRange() const;
 
     int commandCount() const { return static_cast<int>(cmds_.size()); }
@@ -183,7 +185,7 @@ public:
     int16_t command(int pos) const;
     // Command i's identity: where it was read, or that it is new.
     CmdId commandAddress(int i) const;
-    // Where command i stands in the sequence's current layout: the address
+    // Where command i stands in the sequence's current layout: the base
     // plus the sizes of the commands before it.
     int32_t place(int i) const;
     // The address command i's field leads to at the current layout (the
@@ -300,7 +302,7 @@ private:
     FieldView viewAt(size_t i, const std::vector<int32_t>& places, const OriginIndex* index = nullptr) const;
     CmdId nextNewOrigin() const;
 
-    int32_t startAddr_ = 0;
+    SeqKey key_;
     std::vector<SeqCommand> cmds_;
     int32_t sizeBytes_ = 0;
     bool truncated_ = false;

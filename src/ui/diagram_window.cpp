@@ -141,7 +141,7 @@ public:
     const clsSequence* workingCopy = nullptr;  // the editor panel's, while it holds edits
     std::optional<clsSequence> dragged;        // the moved point's sequence while a drag lasts
     int player = -1, point = -1;               // the picked player and point
-    int32_t markedSequence = -1;               // the command selected in the editor panel
+    std::optional<SeqKey> markedSequence;      // the command selected in the editor panel
     int markedCommand = -1;
     int step = -1;                             // the animation's step; -1: everything
     std::function<void(int, const DiagramPoint&)> onPick;
@@ -271,16 +271,16 @@ private:
         else
             for (int j = 0; j < player; ++j)
                 if (!all[static_cast<size_t>(j)].empty()) pen = all[static_cast<size_t>(j)].back();
-        const clsSequence* seq = dragged && dragged->address() == at->sequence       ? &*dragged
-                                 : workingCopy && workingCopy->address() == at->sequence ? workingCopy
-                                                                                          : pb_.sequences.find(at->sequence);
+        const clsSequence* seq = dragged && dragged->key() == at->sequence       ? &*dragged
+                                 : workingCopy && workingCopy->key() == at->sequence ? workingCopy
+                                                                                      : pb_.sequences.find(at->sequence);
         if (!seq || at->command >= seq->commandCount()) return;
         const int code = seq->command(at->command), oldA = seq->data(at->command, 0), oldB = seq->data(at->command, 1);
         DiagramPoint nearest;
         auto data = dataForPoint(code, pen.x, pen.y, x, y, oldA, oldB, &nearest);
         if (!data) data = dataForPoint(code, pen.x, pen.y, nearest.x, nearest.y, oldA, oldB);
         if (!data) return;
-        if (!dragged || dragged->address() != at->sequence) dragged = *seq;
+        if (!dragged || dragged->key() != at->sequence) dragged = *seq;
         dragged->data(at->command, 0, static_cast<int16_t>(data->first));
         dragged->data(at->command, 1, static_cast<int16_t>(data->second));
         moved_ = true;
@@ -452,7 +452,7 @@ void DiagramWindow::setWorkingCopy(const clsSequence* seq) {
     refresh();
 }
 
-void DiagramWindow::highlightCommand(int32_t sequence, int command) {
+void DiagramWindow::highlightCommand(SeqKey sequence, int command) {
     view_->markedSequence = sequence;
     view_->markedCommand = command;
     view_->update();

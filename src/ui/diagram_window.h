@@ -42,7 +42,7 @@ public:
     // The editor panel's working copy, drawn in place of its sequence (none: nothing pending).
     void setWorkingCopy(const clsSequence* seq);
     // The command selected in the editor panel: its point is marked.
-    void highlightCommand(int32_t sequence, int command);
+    void highlightCommand(SeqKey sequence, int command);
     // The drawing at the view's present size.
     QImage picture() const;
     void savePicture();

@@ -382,13 +382,13 @@ void frmMain::showPut(const EditState& state) {
     switch (state.kind) {
     case EditState::Kind::Slots: playSlots_->showSlots(state.slotStates); break;
     case EditState::Kind::Entries: sequences_->showEntries(); break;
-    case EditState::Kind::Sequence: sequences_->showSequence(state.sequence.address()); break;
+    case EditState::Kind::Sequence: sequences_->showSequence(state.sequence.key()); break;
     case EditState::Kind::WorkingCopy: sequences_->showWorkingCopy(); break;
     case EditState::Kind::Image: {
         // A play or slot brought in (or taken out again): every list anew, the rows selected kept.
         const KeptSelection kept = keptSelection();
         showModel();
-        restoreSelection(kept, kept.sequence.value_or(-1));
+        restoreSelection(kept, kept.sequence);
         break;
     }
     }

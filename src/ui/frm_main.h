@@ -154,14 +154,14 @@ private:
     void updateRecentMenu();
     // The selections a save keeps: the lists' rows, the play shown, the sequence and its command.
     struct KeptSelection {
-        std::optional<int32_t> sequence;
+        std::optional<SeqKey> sequence;
         int command = -1, formation = -1, slot = -1, play = -1, chosenPlay = -1;
     };
     KeptSelection keptSelection() const;
     // After a save opened the image again: the lists show what it now holds, with the selections kept.
     void showSaved(const KeptSelection& kept, const SaveSummary& summary);
     // The rows `kept` selected again, and sequence `sequence` (where the kept one now stands) with its command.
-    void restoreSelection(const KeptSelection& kept, int32_t sequence);
+    void restoreSelection(const KeptSelection& kept, std::optional<SeqKey> sequence);
     // The caption: the program and the image's file name with the modified marker.
     void updateCaption();
     // Shows a part of the document an undo or redo put back (or an edit made).

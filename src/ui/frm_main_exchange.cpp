@@ -86,7 +86,7 @@ std::optional<int> frmMain::askPlayTarget() {
             if (slot.oPlay(k) < kPlayCount) used[static_cast<size_t>(slot.oPlay(k))] = true;
     auto runsNothing = [&](int p) {
         for (int j = 0; j < kPlayersPerRecord; ++j)
-            if (pb.plays[static_cast<size_t>(p)].seqAddress(j) != kNoSequence) return false;
+            if (!pb.plays[static_cast<size_t>(p)].seqAddress(j).isNone()) return false;
         return true;
     };
     int unused = -1;

@@ -290,21 +290,22 @@ void frmMain::showSaved(const KeptSelection& kept, const SaveSummary& summary) {
     // rows selected (and their pictures), the sequence (followed to where it
     // moved) and its command stay selected.
     showPlaybook();
-    int32_t key = kept.sequence.value_or(-1);
-    for (const auto& moves : {summary.moved, summary.placed})
-        for (const auto& [from, to] : moves)
-            if (from == key) key = to;
+    std::optional<SeqKey> key = kept.sequence;
+    for (const auto& [from, to] : summary.moved)
+        if (key == SeqKey::at(from)) key = SeqKey::at(to);
+    for (const auto& [made, to] : summary.placed)
+        if (key == made) key = SeqKey::at(to);
     restoreSelection(kept, key);
 }
 
-void frmMain::restoreSelection(const KeptSelection& kept, int32_t sequence) {
+void frmMain::restoreSelection(const KeptSelection& kept, std::optional<SeqKey> sequence) {
     selectRow(formations_->lvFormations, kept.formation);
     selectRow(playSlots_->lvPlaySlots, kept.slot);
     selectRow(plays_->lvPlays, kept.play);
     playSlots_->updatePlayChoice();
     if (kept.chosenPlay >= 0 && kept.chosenPlay < playSlots_->cmbPlay->count()) playSlots_->cmbPlay->setCurrentIndex(kept.chosenPlay);
     refreshPictures();
-    if (kept.sequence) sequences_->reselect(sequence, kept.command);
+    if (sequence) sequences_->reselect(*sequence, kept.command);
 }
 
 bool frmMain::runSaveAs() {
@@ -477,7 +478,7 @@ void frmMain::mnuFileExportPatch_Click() {
     // edits, and the panel's unapplied ones when the user says so.
     bool withWorkingCopy = false;
     if (doc_.workingCopyEdited()) {
-        const QString seq = QString::fromStdString(sequenceKeyText(doc_.workingCopy.address()));
+        const QString seq = QString::fromStdString(sequenceKeyText(doc_.workingCopy.key()));
         switch (dialogs_.message({"The edits of sequence " + seq + " are not applied yet. Include them in the patch (as applied to " + seq +
                                       ")?",
                                   "Export Patch", MsgIcon::Question, MsgButtons::YesNoCancel, MsgAnswer::Yes})) {

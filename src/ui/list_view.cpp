@@ -62,6 +62,13 @@ void fitColumns(QTreeWidget* lv) {
     }
 }
 
+std::optional<SeqKey> rowKey(const QTreeWidgetItem* item) {
+    if (!item) return std::nullopt;
+    const QVariant v = item->data(0, Qt::UserRole);
+    if (!v.canConvert<SeqKey>()) return std::nullopt;
+    return v.value<SeqKey>();
+}
+
 void addRows(QTreeWidget* lv, const std::vector<ListRow>& rows) {
     QList<QTreeWidgetItem*> items;
     items.reserve(static_cast<qsizetype>(rows.size()));
@@ -72,7 +79,7 @@ void addRows(QTreeWidget* lv, const std::vector<ListRow>& rows) {
             item->setToolTip(static_cast<int>(c), QString::fromLatin1(row.cells[c]));  // the whole text where it is cut
             item->setTextAlignment(static_cast<int>(c), Qt::Alignment(lv->headerItem()->textAlignment(static_cast<int>(c))));
         }
-        if (row.address >= 0) item->setData(0, Qt::UserRole, row.address);
+        if (row.key) item->setData(0, Qt::UserRole, QVariant::fromValue(*row.key));
         items.push_back(item);
     }
     lv->addTopLevelItems(items);

@@ -8,6 +8,7 @@
 #include <functional>
 #include <QRect>
 #include <initializer_list>
+#include <optional>
 #include <vector>
 
 class QFrame;
@@ -38,6 +39,8 @@ void fitColumns(QTreeWidget* list);
 
 // Appends one item per row, aligned as the list's columns are; a sequence's key in the item's data.
 void addRows(QTreeWidget* list, const std::vector<ListRow>& rows);
+// The sequence key a row of the Sequences list holds; none for another row.
+[[nodiscard]] std::optional<SeqKey> rowKey(const QTreeWidgetItem* item);
 // Sets the cells of row `index` (0-based); a row the list does not have is left alone.
 void setRowCells(QTreeWidget* list, int index, const ListRow& row);
 // 0-based index of the selected row of a list view; -1 when none is selected.

@@ -30,7 +30,7 @@ std::optional<AreaEntry> entryOfCell(const Playbook& pb, AreaEntry::Table table,
     if (!item || column < 1 || column > kPlayersPerRecord) return std::nullopt;
     const int row = list->indexOfTopLevelItem(item);
     if (row < 0 || (table == AreaEntry::Table::Formation && static_cast<size_t>(row) >= pb.formations.size())) return std::nullopt;
-    AreaEntry e{table, row, column - 1, 0};
+    AreaEntry e{table, row, column - 1, {}};
     e.target = entryTarget(pb, e);
     return e;
 }

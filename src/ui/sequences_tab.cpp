@@ -62,7 +62,7 @@ void SequencesTab::rebuild(const std::vector<ListRow>& rows, bool keepSelection)
     fitColumns(lvSequences);
 }
 
-void SequencesTab::reselect(int32_t key, int command) {
+void SequencesTab::reselect(SeqKey key, int command) {
     const int row = sequenceRow(key);
     if (row < 0) return;
     selectRow(lvSequences, row);
@@ -154,21 +154,18 @@ void SequencesTab::cmdSeqDetails_Click() {
     ctx_.host.relayout();
 }
 
-std::optional<int32_t> SequencesTab::selectedSequenceAddress() const {
+std::optional<SeqKey> SequencesTab::selectedSequenceAddress() const {
     const auto selected = lvSequences->selectedItems();
     if (selected.isEmpty()) return std::nullopt;
-    bool ok = false;
-    const int32_t address = selected.first()->data(0, Qt::UserRole).toInt(&ok);
-    if (!ok) return std::nullopt;
-    return address;
+    return rowKey(selected.first());
 }
 
 void SequencesTab::lvSequences_Click() {
     const auto address = selectedSequenceAddress();
     if (!address) return;
-    if (*address == curSeq.address() && workingCopyEdited()) return;  // its own row again: the edits stay
-    if (*address != curSeq.address() && workingCopyEdited()) {
-        const QString from = QString::fromStdString(hex4(curSeq.address()));
+    if (*address == curSeq.key() && workingCopyEdited()) return;  // its own row again: the edits stay
+    if (*address != curSeq.key() && workingCopyEdited()) {
+        const QString from = QString::fromStdString(sequenceKeyText(curSeq.key()));
         switch (ctx_.dialogs.message({"The edits of sequence " + from + " are not applied yet. Apply them before leaving it?",
                                   "Sequences", MsgIcon::Question, MsgButtons::ApplyDiscardCancel, MsgAnswer::Apply})) {
         case MsgAnswer::Discard: break;
@@ -178,14 +175,14 @@ void SequencesTab::lvSequences_Click() {
         default: {
             // Stay on the edited sequence, its edits kept.
             const QSignalBlocker quiet(lvSequences);
-            selectRow(lvSequences, sequenceRow(curSeq.address()));
+            selectRow(lvSequences, sequenceRow(curSeq.key()));
             return;
         }
         }
     }
     const clsSequence* stored = pb.sequences.find(*address);
     if (!stored) return;
-    if (*address != curSeq.address()) {
+    if (*address != curSeq.key()) {
         reachedFrom_.reset();  // picked in the list: no play or formation it came from
         if (ctx_.status->text().startsWith("Editing the sequence ")) ctx_.say("");  // that line spoke of the sequence left
     }
@@ -200,7 +197,7 @@ void SequencesTab::lvSequences_Click() {
 
 void SequencesTab::applyWorkingCopy() {
     if (!workingCopyEdited()) return;
-    const clsSequence before = pb.sequences.at(curSeq.address());
+    const clsSequence before = pb.sequences.at(curSeq.key());
     ctx_.doc.perform({"Apply Sequence Edit", {{EditState::ofSequence(before), EditState::ofSequence(curSeq)}}});
     cmdSeqApply->setEnabled(false);
 }
@@ -240,7 +237,7 @@ void SequencesTab::lstSeqCommands_Click() {
     if (!selectedSequenceAddress()) return;
     const int p = lstSeqCommands->currentRow();
     if (p < 0 || p >= curSeq.commandCount()) return;
-    if (DiagramWindow* diagram = ctx_.host.diagram()) diagram->highlightCommand(curSeq.address(), p);  // its point on the big diagram
+    if (DiagramWindow* diagram = ctx_.host.diagram()) diagram->highlightCommand(curSeq.key(), p);  // its point on the big diagram
     const CommandPanelView view = describeCommand(curSeq, p, ctx_.sheets.sheetFor(curSeq.command(p)));
     updatingDetails = true;
     for (size_t k = 0; k < kPanelSlots; ++k) {
@@ -281,7 +278,7 @@ void SequencesTab::editWorkingValue(int index, int16_t value) {
     const clsSequence before = curSeq;
     curSeq.data(p, index, value);
     // Typing into one box of one command is one step.
-    const int64_t key = (static_cast<int64_t>(curSeq.address()) << 20) | (static_cast<int64_t>(p) << 4) | index;
+    const int64_t key = (static_cast<int64_t>(curSeq.key().hash()) << 20) | (static_cast<int64_t>(p) << 4) | index;
     ctx_.doc.record({"Edit Value", {{EditState::ofWorkingCopy(before), EditState::ofWorkingCopy(curSeq)}}, key});
     lstSeqCommands_refresh();
     const std::string meaning = describeCommand(curSeq, p, nullptr).dataSlots[static_cast<size_t>(index)].meaning;
@@ -336,17 +333,17 @@ void SequencesTab::cmdSeqApply_Click() {
     const auto address = selectedSequenceAddress();
     // Only into the sequence the working copy came from: a selection moved
     // without a click (the keyboard) must not receive another sequence's commands.
-    if (!address || !pb.sequences.contains(*address) || curSeq.address() != *address) return;
+    if (!address || !pb.sequences.contains(*address) || curSeq.key() != *address) return;
     if (commitWorkingCopy("Apply")) cmdSeqApply->setEnabled(workingCopyEdited());  // an Apply that changes nothing is no undo step
 }
 
-int SequencesTab::sequenceRow(int32_t address) const {
+int SequencesTab::sequenceRow(SeqKey key) const {
     for (int r = 0; r < lvSequences->topLevelItemCount(); ++r)
-        if (lvSequences->topLevelItem(r)->data(0, Qt::UserRole).toInt() == address) return r;
+        if (rowKey(lvSequences->topLevelItem(r)) == key) return r;
     return -1;
 }
 
-void SequencesTab::showSequence(int32_t key) {
+void SequencesTab::showSequence(SeqKey key) {
     const clsSequence* stored = pb.sequences.find(key);
     if (!stored) return;
     const int row = sequenceRow(key);
@@ -357,13 +354,13 @@ void SequencesTab::showSequence(int32_t key) {
     }
     // The panel shows its working copy: undoing an Apply leaves its edits there,
     // not applied; after a moved point it follows the stored sequence.
-    if (curSeq.address() == key) showWorkingCopy();
+    if (curSeq.key() == key) showWorkingCopy();
     ctx_.host.refreshModified();
 }
 
 void SequencesTab::showWorkingCopy() {
     // The panel shows the working copy of the selected sequence: select its row first.
-    const int row = sequenceRow(curSeq.address());
+    const int row = sequenceRow(curSeq.key());
     if (row < 0) return;
     ctx_.filter->reveal(lvSequences, row);
     if (selectedRow(lvSequences) != row) {
@@ -380,7 +377,7 @@ void SequencesTab::showWorkingCopy() {
 
 void SequencesTab::cmdSeqAddCmd_Click() {
     const auto address = selectedSequenceAddress();
-    if (!address || curSeq.address() != *address) return;
+    if (!address || curSeq.key() != *address) return;
     const int code = newCommandCode(cmbNewSeqCmd->currentIndex());
     if (code < 0) {
         ctx_.say("Choose the command to add from the list.");

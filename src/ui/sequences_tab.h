@@ -56,12 +56,12 @@ public:
     // Empties the panel and disables "Apply" (a new image, a relaid one).
     void clearSeqPanel();
     // The selected sequence's key, or none.
-    std::optional<int32_t> selectedSequenceAddress() const;
+    std::optional<SeqKey> selectedSequenceAddress() const;
     // The row of the Sequences list that shows `key`; -1 when none does.
-    int sequenceRow(int32_t key) const;
+    int sequenceRow(SeqKey key) const;
     // Selects sequence `key` with the editor panel shown (its unapplied edits kept when it is the panel's sequence
     // already); false when it is not there or the user stayed on another edited one.
-    bool showInPanel(int32_t key);
+    bool showInPanel(SeqKey key);
     // Shows the entry's sequence in the panel, reached from that entry (Apply then asks before changing a shared one).
     void showEntrySequence(const AreaEntry& e);
     // Lets the user pick what the entry runs: another sequence, a new copy of its own, a new empty one.
@@ -72,7 +72,7 @@ public:
     void diagramMove(int player, const DiagramPoint& point, int a, int b);
 
     // What an undo or redo put back: a stored sequence, the working copy, the entries.
-    void showSequence(int32_t key);
+    void showSequence(SeqKey key);
     void showWorkingCopy();
     void showEntries();
     // The panel's command list takes `extra` twips more height; the controls under it move down.
@@ -81,7 +81,7 @@ public:
     // The list made anew from `rows` (keys changed or sequences came and went); the selection stays when `keepSelection`.
     void rebuild(const std::vector<ListRow>& rows, bool keepSelection);
     // After a save: sequence `key` (where the selected one now stands) selected again, command `command` with it.
-    void reselect(int32_t key, int command);
+    void reselect(SeqKey key, int command);
 
     QTreeWidget* lvSequences;
     QFrame *fraSeq, *fraSeqDetails;
@@ -124,7 +124,7 @@ private:
     // be copied (the game reads a COM pass or 0xF1 with other lengths). `what` ends the status line.
     bool giveOwnCopy(const AreaEntry& entry, const clsSequence* contents, const QString& what, const PanelChange& panel = std::nullopt);
     // The entry of the diagram's slot play that names `key` directly for `player` (his play's or formation's entry).
-    std::optional<AreaEntry> entryOfPoint(int player, int32_t key) const;
+    std::optional<AreaEntry> entryOfPoint(int player, SeqKey key) const;
 
     TabContext ctx_;
     Playbook& pb;

@@ -20,7 +20,7 @@ namespace zpe {
 
 namespace {
 
-QString keyText(int32_t key) { return QString::fromStdString(sequenceKeyText(key)); }
+QString keyText(SeqKey key) { return QString::fromStdString(sequenceKeyText(key)); }
 
 QString counted(size_t n, const char* word) { return QString("%1 %2%3").arg(n).arg(word).arg(n == 1 ? "" : "s"); }
 
@@ -42,8 +42,8 @@ QString usersText(const std::vector<AreaEntry>& users) {
 
 void SequencesTab::updateUsedBy() {
     lstSeqUsedBy->clear();
-    if (curSeq.commandCount() == 0 || !pb.sequences.contains(curSeq.address())) return;
-    const int32_t key = curSeq.address();
+    if (curSeq.commandCount() == 0 || !pb.sequences.contains(curSeq.key())) return;
+    const SeqKey key = curSeq.key();
     for (const AreaEntry& e : entriesNaming(pb, key)) {
         auto* item = new QListWidgetItem(QString::fromStdString(e.name()), lstSeqUsedBy);
         item->setData(Qt::UserRole, static_cast<int>(e.table));
@@ -52,7 +52,7 @@ void SequencesTab::updateUsedBy() {
         if (e.table != AreaEntry::Table::Pointer) item->setToolTip("Double-click to show it");
     }
     // The game's own jumps and branches into it, as the image holds them.
-    const size_t fields = isNewSequence(key) || !ctx_.doc.inFile.openComplete ? 0 : referencesTo(ctx_.doc.inFile, key).fields.size();
+    const size_t fields = key.isNew() || !ctx_.doc.inFile.openComplete ? 0 : referencesTo(ctx_.doc.inFile, key).fields.size();
     if (fields > 0) {
         auto* item = new QListWidgetItem(fields == 1 ? QString("1 jump or branch of the game leads here")
                                                      : QString("%1 jumps or branches of the game lead here").arg(fields),
@@ -67,24 +67,24 @@ void SequencesTab::lstSeqUsedBy_DoubleClick(QListWidgetItem* item) {
     const int table = item->data(Qt::UserRole).toInt(&ok);
     if (!ok || table == static_cast<int>(AreaEntry::Table::Pointer)) return;
     const AreaEntry e{static_cast<AreaEntry::Table>(table), item->data(Qt::UserRole + 1).toInt(), item->data(Qt::UserRole + 2).toInt(),
-                      curSeq.address()};
+                      curSeq.key()};
     ctx_.host.goToEntry(e);
 }
 
-bool SequencesTab::showInPanel(int32_t key) {
+bool SequencesTab::showInPanel(SeqKey key) {
     if (!pb.sequences.contains(key)) return false;
     if (ctx_.host.selectedTab() != 4) ctx_.host.selectTab(4);
     if (!showSeqDetails) cmdSeqDetails_Click();
     ctx_.filter->reveal(lvSequences, sequenceRow(key));  // a filter must not keep it from the panel
     selectRow(lvSequences, sequenceRow(key));
     lvSequences_Click();
-    if (curSeq.address() != key) return false;  // the user stayed on an edited sequence
+    if (curSeq.key() != key) return false;  // the user stayed on an edited sequence
     if (QTreeWidgetItem* row = lvSequences->topLevelItem(sequenceRow(key))) lvSequences->scrollToItem(row);
     return true;
 }
 
 void SequencesTab::showEntrySequence(const AreaEntry& e) {
-    const int32_t key = entryTarget(pb, e);
+    const SeqKey key = entryTarget(pb, e);
     if (!pb.sequences.contains(key)) {
         ctx_.say(QString::fromStdString(e.name()) + " runs no sequence.");
         return;
@@ -96,22 +96,22 @@ void SequencesTab::showEntrySequence(const AreaEntry& e) {
 
 void SequencesTab::pointEntryAt(const AreaEntry& e) {
     if (!pb.openComplete) return;
-    const int32_t current = entryTarget(pb, e);
+    const SeqKey current = entryTarget(pb, e);
     const bool kick = entryReadsKick(e);
     const QString who = QString::fromStdString(e.name());
     QStringList items;
-    std::vector<int32_t> keys;  // the sequence of each item after the first two
+    std::vector<SeqKey> keys;  // the sequence of each item after the first two
     const bool canCopy = pb.sequences.contains(current);
     items << (canCopy ? "A new copy of the current one (" + keyText(current) + ")" : "A new copy of the current one (none)")
           << "A new empty sequence...";
     int selected = 0;
     for (int r = 0; r < lvSequences->topLevelItemCount(); ++r) {
-        const int32_t key = lvSequences->topLevelItem(r)->data(0, Qt::UserRole).toInt();
-        const clsSequence* seq = pb.sequences.find(key);
+        const std::optional<SeqKey> key = rowKey(lvSequences->topLevelItem(r));
+        const clsSequence* seq = key ? pb.sequences.find(*key) : nullptr;
         if (!seq || seq->kick() != kick) continue;  // read another way, it would run other commands
-        if (key == current) selected = items.size();
-        items << keyText(key) + "   " + QString::fromLatin1(seq->commandString(ctx_.cmdNames));
-        keys.push_back(key);
+        if (*key == current) selected = items.size();
+        items << keyText(*key) + "   " + QString::fromLatin1(seq->commandString(ctx_.cmdNames));
+        keys.push_back(*key);
     }
     const auto choice = ctx_.dialogs.choose("Point at a Sequence", "The sequence " + who + " runs (now " +
                                         (canCopy ? keyText(current) : QString("none")) + "):", items, selected);
@@ -141,7 +141,7 @@ void SequencesTab::pointEntryAt(const AreaEntry& e) {
         ctx_.say(who + " now runs a new sequence: add its commands, then Apply.");
         return;
     }
-    const int32_t key = keys[static_cast<size_t>(*choice - 2)];
+    const SeqKey key = keys[static_cast<size_t>(*choice - 2)];
     if (key == current) return;
     setEntryTarget(pb, e, key);
     pushEntriesStep("Point " + who + " at " + keyText(key), before);
@@ -165,8 +165,8 @@ void SequencesTab::showEntries() {
     // The panel shows what the entry it was reached from runs now (its sequence
     // may have gone with the step), unless it holds edits not applied.
     const auto from = reachedFrom_;
-    if (curSeq.commandCount() > 0 && !pb.sequences.contains(curSeq.address())) clearSeqPanel();
-    if (from && !workingCopyEdited() && entryTarget(pb, *from) != curSeq.address() &&
+    if (curSeq.commandCount() > 0 && !pb.sequences.contains(curSeq.key())) clearSeqPanel();
+    if (from && !workingCopyEdited() && entryTarget(pb, *from) != curSeq.key() &&
         pb.sequences.contains(entryTarget(pb, *from)))
         showEntrySequence(*from);
     updateUsedBy();
@@ -175,8 +175,8 @@ void SequencesTab::showEntries() {
 
 bool SequencesTab::commitWorkingCopy(const QString& title) {
     if (!workingCopyEdited()) return true;
-    const std::vector<AreaEntry> users = entriesNaming(pb, curSeq.address());
-    if (reachedFrom_ && entryTarget(pb, *reachedFrom_) == curSeq.address() && users.size() > 1) {
+    const std::vector<AreaEntry> users = entriesNaming(pb, curSeq.key());
+    if (reachedFrom_ && entryTarget(pb, *reachedFrom_) == curSeq.key() && users.size() > 1) {
         const QString who = QString::fromStdString(reachedFrom_->name());
         switch (ctx_.dialogs.allOrCopy("Used by " + usersText(users) + ".", title, "Change all of them", "Only " + who + " (a copy)")) {
         case MsgAnswer::All: break;
@@ -186,7 +186,7 @@ bool SequencesTab::commitWorkingCopy(const QString& title) {
             // edits are pending on the shared sequence again; redone, they are in
             // the copy and nowhere else.
             const clsSequence edited = curSeq;
-            const clsSequence shared = pb.sequences.at(edited.address());
+            const clsSequence shared = pb.sequences.at(edited.key());
             curSeq.clone(shared);
             if (giveOwnCopy(*reachedFrom_, &edited, " with the edits", std::make_pair(edited, shared))) return true;
             curSeq = edited;  // not copied: the edits stay in the panel
@@ -200,7 +200,7 @@ bool SequencesTab::commitWorkingCopy(const QString& title) {
 }
 
 bool SequencesTab::giveOwnCopy(const AreaEntry& entry, const clsSequence* contents, const QString& what, const PanelChange& panel) {
-    const int32_t from = entryTarget(pb, entry);
+    const SeqKey from = entryTarget(pb, entry);
     const QString who = QString::fromStdString(entry.name());
     const EntriesState before = entriesState(pb);
     try {
@@ -215,7 +215,7 @@ bool SequencesTab::giveOwnCopy(const AreaEntry& entry, const clsSequence* conten
     return true;
 }
 
-std::optional<AreaEntry> SequencesTab::entryOfPoint(int player, int32_t key) const {
+std::optional<AreaEntry> SequencesTab::entryOfPoint(int player, SeqKey key) const {
     const DiagramWindow* diagram = ctx_.host.diagram();
     if (!diagram || diagram->slot() < 0 || player < 0 || player >= kPlayersPerRecord) return std::nullopt;
     const clsPlaySlot& slot = pb.playSlots[static_cast<size_t>(diagram->slot())];
@@ -235,10 +235,10 @@ void SequencesTab::diagramPick(int player, const DiagramPoint& point) {
 }
 
 void SequencesTab::diagramMove(int player, const DiagramPoint& point, int a, int b) {
-    const int32_t key = point.sequence;
+    const SeqKey key = point.sequence;
     const auto A = static_cast<int16_t>(a), B = static_cast<int16_t>(b);
     // Edits pending in the panel on this sequence take the move too: Apply stores them together.
-    if (curSeq.address() == key && workingCopyEdited()) {
+    if (curSeq.key() == key && workingCopyEdited()) {
         const clsSequence before = curSeq;
         curSeq.data(point.command, 0, A);
         curSeq.data(point.command, 1, B);

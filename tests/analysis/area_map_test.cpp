@@ -109,8 +109,8 @@ TEST(AreaMap, MarksEditorGameAndFreeBytesAndWhatFullSaveBreaks) {
     ASSERT_EQ(map.outside.size(), 1u);
     EXPECT_EQ(map.outside[0].name(), "pointer 3");
     ASSERT_GE(map.stranded.size(), 2u);
-    EXPECT_EQ(map.stranded[0].name() + " " + hex4(map.stranded[0].target), "pointer 2 A030");
-    EXPECT_EQ(map.stranded[1].name() + " " + hex4(map.stranded[1].target), "pointer 5 BFFD");
+    EXPECT_EQ(map.stranded[0].name() + " " + sequenceKeyText(map.stranded[0].target), "pointer 2 A030");
+    EXPECT_EQ(map.stranded[1].name() + " " + sequenceKeyText(map.stranded[1].target), "pointer 5 BFFD");
     EXPECT_EQ(map.stranded.back().name(), "formation 21 RT") << "pointers, then plays, then formations";
     // The branch into A021 reads 01 02 as a man cover, then E4.
     EXPECT_TRUE(std::binary_search(map.commands.begin(), map.commands.end(), 0xA021));

@@ -56,14 +56,14 @@ struct Scene {
     Playbook pb;
     Scene() {
         pb.formations.resize(1);
-        for (int j = 0; j < 11; ++j) pb.formations[0].posAddress(j, 0x9000 + j);
+        for (int j = 0; j < 11; ++j) pb.formations[0].posAddress(j, SeqKey::at(0x9000 + j));
         for (auto& play : pb.plays)
-            for (int j = 0; j < 11; ++j) play.seqAddress(j, kNoSequence);
-        pb.formations[0].posAddress(0, 0xA000);
-        pb.plays[0].seqAddress(0, 0xB000);
+            for (int j = 0; j < 11; ++j) play.seqAddress(j, SeqKey::none());
+        pb.formations[0].posAddress(0, 0xA000_seq);
+        pb.plays[0].seqAddress(0, 0xB000_seq);
     }
     Scene& seq(int32_t address, Bytes bytes) {
-        pb.sequences.insert(address, test::decodeBytes(bytes, false, address));
+        pb.sequences.insert(SeqKey::at(address), test::decodeBytes(bytes, false, address));
         return *this;
     }
     std::vector<std::string> play(int w = 329, int h = 217) {
@@ -150,7 +150,7 @@ TEST(PlayDiagram, RelativeMovesTakeSignedBytes) {
 
 TEST(PlayDiagram, PenCarriesOverToTheNextPlayer) {
     Scene s;
-    s.pb.formations[0].posAddress(1, 0xA010);
+    s.pb.formations[0].posAddress(1, 0xA010_seq);
     s.seq(0xA000, {0xD0, 240, 8, 0xD7, 0x00, 0x10, 0xEE}).seq(0xA010, {0xD7, 0x04, 0x00, 0xEC});
     const auto ops = s.play();
     // Player 1 has no placement: his move starts where player 0 stopped.
@@ -189,7 +189,7 @@ TEST(PlayDiagram, PlayerWithoutPositionSequenceGetsNoPlayPath) {
 
 TEST(FormationDiagram, RightAlignedWithEndSquareOnlyAfterAMove) {
     Scene s;
-    s.pb.formations[0].posAddress(1, 0xA010);
+    s.pb.formations[0].posAddress(1, 0xA010_seq);
     s.seq(0xA000, {0xD0, 240, 8, 0x33, 0xC0, 1, 1, 0xEE})  // block and 0xC0 are not drawn
         .seq(0xA010, {0xD0, 0xF8, 8, 0xED, 0x10, 0xD7, 0x08, 0x00, 0xD9, 0, 0, 0xEC});
     std::vector<int> missing;
@@ -221,18 +221,18 @@ TEST(PlayPoints, FormationThenPlayChainWithTheCommandsThatComputedThem) {
     s.seq(0xA000, {0xD0, 240, 8, 0xD7, 0xFB, 0x03, 0xEE}).seq(0xB000, {0xD7, 0x10, 0x00, 0xFE, 0x02}).seq(0xB005, {0xD8, 240, 16, 0xE4});
     const auto points = playPoints(s.pb, 0, 0);
     ASSERT_EQ(points.size(), 11u);
-    EXPECT_EQ(points[0], (std::vector<DiagramPoint>{{100, kMid, 0xA000, 0}, {103, kMid - 5, 0xA000, 1}, {103, kMid + 11, 0xB000, 0},
-                                                    {116, kMid, 0xB005, 0}}));
+    EXPECT_EQ(points[0], (std::vector<DiagramPoint>{{100, kMid, 0xA000_seq, 0}, {103, kMid - 5, 0xA000_seq, 1}, {103, kMid + 11, 0xB000_seq, 0},
+                                                    {116, kMid, 0xB005_seq, 0}}));
     EXPECT_TRUE(points[1].empty());
     // A relative point moved: the relative point after it follows by the same step, a move to a spot stays.
     const auto data = dataForPoint(0xD7, 100, kMid, 106, kMid - 9, 0xFB, 0x03);
     ASSERT_TRUE(data);
-    clsSequence& first = s.pb.sequences.at(0xA000);
+    clsSequence& first = s.pb.sequences.at(0xA000_seq);
     first.data(1, 0, static_cast<int16_t>(data->first));
     first.data(1, 1, static_cast<int16_t>(data->second));
     const auto moved = playPoints(s.pb, 0, 0)[0];
-    EXPECT_EQ(moved[1], (DiagramPoint{106, kMid - 9, 0xA000, 1}));
-    EXPECT_EQ(moved[2], (DiagramPoint{106, kMid + 7, 0xB000, 0}));
+    EXPECT_EQ(moved[1], (DiagramPoint{106, kMid - 9, 0xA000_seq, 1}));
+    EXPECT_EQ(moved[2], (DiagramPoint{106, kMid + 7, 0xB000_seq, 0}));
     EXPECT_EQ(moved[3], points[0][3]);
 }
 
@@ -256,7 +256,7 @@ TEST(PlayPoints, EveryValueOfEveryDrawingCommandComesBack) {
     // Out of reach: a relative move steps at most 127 pixels, D1 never lands 134..142 below the middle.
     DiagramPoint nearest;
     EXPECT_FALSE(dataForPoint(0xD7, 100, kMid, 300, kMid, 0, 0, &nearest));
-    EXPECT_EQ(nearest, (DiagramPoint{227, kMid, 0, 0}));
+    EXPECT_EQ(nearest, (DiagramPoint{227, kMid, {}, 0}));
     EXPECT_FALSE(dataForPoint(0xD1, 0, 0, 100, kMid + 138, 0, 8, &nearest));
     EXPECT_TRUE(nearest.y == kMid + 133 || nearest.y == kMid + 143) << nearest.y;
     EXPECT_FALSE(dataForPoint(0xEE, 0, 0, 1, 1, 0, 0)) << "a command that draws no point";

@@ -18,21 +18,21 @@ TEST(FormationAndPlayRecords, LoadElevenWordsFromTheirTables) {
     img.seekOffset(kFormationTableOffset + 22);
     f.load(img);
     EXPECT_EQ(img.position(), 0x4010 + 44) << "a formation record is 22 bytes";
-    for (int i = 0; i < 11; ++i) EXPECT_EQ(f.posAddress(i), 0xA000 + i);
+    for (int i = 0; i < 11; ++i) EXPECT_EQ(f.posAddress(i), SeqKey::at(0xA000 + i));
 
     clsPlay p;
     img.seekOffset(kPlayTableOffset + 2 * 22);
     p.load(img);
-    EXPECT_EQ(p.seqAddress(0), 0xB000);
-    EXPECT_EQ(p.seqAddress(1), 65535) << "FF FF is 65535, not -1";
+    EXPECT_EQ(p.seqAddress(0), 0xB000_seq);
+    EXPECT_EQ(p.seqAddress(1), SeqKey::at(65535)) << "FF FF is 65535, not -1";
 }
 
 TEST(FormationAndPlayRecords, SaveClampsAndRoundTrips) {
     clsPlay p;
-    p.seqAddress(0, 70000);
-    p.seqAddress(1, -1);
-    p.seqAddress(2, 0xFFFF);
-    p.seqAddress(10, 0xA123);
+    p.seqAddress(0, SeqKey::at(70000));
+    p.seqAddress(1, SeqKey::at(-1));
+    p.seqAddress(2, 0xFFFF_seq);
+    p.seqAddress(10, 0xA123_seq);
     Image img("mem", std::vector<uint8_t>(22, 0x55));
     p.save(img);
     EXPECT_EQ(img.position(), 22);
@@ -40,6 +40,10 @@ TEST(FormationAndPlayRecords, SaveClampsAndRoundTrips) {
     EXPECT_EQ(std::vector<uint8_t>(b.begin(), b.begin() + 6), (std::vector<uint8_t>{0xFF, 0xFF, 0, 0, 0xFF, 0xFF}));
     EXPECT_EQ(b[20], 0x23);
     EXPECT_EQ(b[21], 0xA1);
+
+    // A sequence made in the editor has no address: writing it is a fault, never a number.
+    p.seqAddress(3, SeqKey::made(0));
+    EXPECT_THROW(p.save(img), std::logic_error);
 }
 
 TEST(PlaySlotRecord, SettersKeepValuesStorable) {
@@ -99,6 +103,24 @@ TEST(PlaySlotRecord, RecordsLoadAndSaveAtTheirOffsets) {
     EXPECT_EQ(out.bytes()[23], 0x1A);
     EXPECT_EQ(out.bytes()[24], 9);
     EXPECT_EQ(out.bytes()[24 + 8 + 41], 0x33);
+}
+
+// A sequence made in the editor is known by a number of its own, never by an
+// address: no address, however large, names it, and it has no address to write.
+TEST(SequenceKeys, AMadeKeyIsNeverAnAddress) {
+    const SeqKey made = SeqKey::made(0);
+    for (const int32_t a : {0, 0xA000, 0xFFFF, 0x10000, 70000})
+        EXPECT_NE(made, SeqKey::at(a)) << a;
+    EXPECT_TRUE(made.isNew());
+    EXPECT_FALSE(SeqKey::at(0x10000).isNew()) << "a large number is still an address";
+    EXPECT_THROW((void)made.address(), std::logic_error);
+    EXPECT_THROW((void)SeqKey::at(0xA000).madeNumber(), std::logic_error);
+    // Addresses sort first, then what was made, in the order it was made.
+    EXPECT_LT(SeqKey::at(0xFFFF), made);
+    EXPECT_LT(made, made.next());
+    EXPECT_EQ(made.next(), SeqKey::made(1));
+    EXPECT_TRUE(SeqKey::none().isNone());
+    EXPECT_EQ(SeqKey::none(), SeqKey::at(kNoSequence));
 }
 
 }  // namespace

@@ -28,13 +28,13 @@ TEST(OpenRom, DiscoversEverySequenceOnceInDiscoveryOrder) {
     auto o = openBuilt(smallPlaybook(), data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
     EXPECT_TRUE(o.pb.openComplete);
-    EXPECT_EQ(o.pb.sequences.keys(), (std::vector<int32_t>{0xA000, 0xA004, 0xA200, 0xA100, 0xA110}))
+    EXPECT_EQ(o.pb.sequences.keys(), (std::vector<SeqKey>{0xA000_seq, 0xA004_seq, 0xA200_seq, 0xA100_seq, 0xA110_seq}))
         << "formations, then pointers, then plays, each with its chain; shared sequences once";
     EXPECT_EQ(o.pb.formations.size(), 22u);
     EXPECT_EQ(o.pb.formations[4].name(), "FORM 4");
-    EXPECT_EQ(o.pb.plays[0].seqAddress(2), 0xFFFF);
+    EXPECT_EQ(o.pb.plays[0].seqAddress(2), 0xFFFF_seq);
     EXPECT_EQ(o.pb.playSlots[0].name(), "DIVE");
-    EXPECT_EQ(o.pb.seqPointers[0], test::kDeadAddress);
+    EXPECT_EQ(o.pb.seqPointers[0], SeqKey::at(test::kDeadAddress));
 }
 
 TEST(OpenRom, KickFormationsDecodeWithKR) {
@@ -50,10 +50,10 @@ TEST(OpenRom, KickFormationsDecodeWithKR) {
                            .pointer(0, 0xA030),
                        data);
     ASSERT_TRUE(o.result.ok);
-    ASSERT_TRUE(o.pb.sequences.contains(0xA030)) << "decoded again in the plain reading";
-    EXPECT_EQ(o.pb.sequences.at(0xA030).commandCount(), 1);
-    EXPECT_EQ(o.pb.sequences.at(0xA000).commandCount(), 3) << "formation 3 reads past the stance";
-    EXPECT_EQ(o.pb.sequences.at(0xA010).commandCount(), 1) << "formation 4 stops at the stance";
+    ASSERT_TRUE(o.pb.sequences.contains(0xA030_seq)) << "decoded again in the plain reading";
+    EXPECT_EQ(o.pb.sequences.at(0xA030_seq).commandCount(), 1);
+    EXPECT_EQ(o.pb.sequences.at(0xA000_seq).commandCount(), 3) << "formation 3 reads past the stance";
+    EXPECT_EQ(o.pb.sequences.at(0xA010_seq).commandCount(), 1) << "formation 4 stops at the stance";
 }
 
 TEST(OpenRom, ChainsStopAtKnownInvalidOrMissingFollowOns) {
@@ -67,7 +67,7 @@ TEST(OpenRom, ChainsStopAtKnownInvalidOrMissingFollowOns) {
                            .pointer(1, 0xA020),
                        data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
-    EXPECT_EQ(o.pb.sequences.keys(), (std::vector<int32_t>{0xA000, 0xA010, 0xA020}));
+    EXPECT_EQ(o.pb.sequences.keys(), (std::vector<SeqKey>{0xA000_seq, 0xA010_seq, 0xA020_seq}));
 }
 
 TEST(OpenRom, RowsOfTheFourLists) {
@@ -88,7 +88,7 @@ TEST(OpenRom, RowsOfTheFourLists) {
     EXPECT_EQ(rows.plays[115].cells[0], "73");
     EXPECT_EQ(rows.plays[0].cells[3], "FFFF");
     ASSERT_EQ(rows.sequences.size(), 5u);
-    EXPECT_EQ(rows.sequences[0], (ListRow{0xA000, {"A000-A003", "D0(F0 12) ; EE; "}}));
+    EXPECT_EQ(rows.sequences[0], (ListRow{0xA000_seq, {"A000-A003", "D0(F0 12) ; EE; "}}));
     std::vector<std::string> order;
     for (const auto& r : rows.sequences) order.push_back(r.cells[0]);
     EXPECT_EQ(order, (std::vector<std::string>{"A000-A003", "A004-A007", "A100-A104", "A110-A111", "A200-A204"}))

@@ -53,13 +53,13 @@ TEST(Compact, PacksEverythingTheGameRunsIntoOneRunAndAgainChangesNothing) {
     // The relative jump stays relative, shorter by the gap; every entry follows.
     const auto area = areaBytes(o.pb.openedBytes);
     EXPECT_EQ(Bytes(area.begin() + 3, area.begin() + 5), (Bytes{0xFE, 0x02}));
-    EXPECT_EQ(o.pb.seqPointers[3], o.pb.seqPointers[2] + 3) << "the middle entry moved with its sequence";
+    EXPECT_EQ(o.pb.seqPointers[3].address(), o.pb.seqPointers[2].address() + 3) << "the middle entry moved with its sequence";
     for (int p = 4; p < 10; ++p) EXPECT_EQ(o.pb.seqPointers[static_cast<size_t>(p)], o.pb.seqPointers[2]);
     for (int p = 0; p < 4; ++p)
         EXPECT_EQ(gameCodes(o.pb, o.pb.seqPointers[static_cast<size_t>(p)]), gameCodes(before, before.seqPointers[static_cast<size_t>(p)]))
             << "pointer " << p;
     EXPECT_EQ(gameCodes(o.pb, o.pb.formations[4].posAddress(0)), gameCodes(before, 0xA070));
-    EXPECT_EQ(o.pb.sequences.at(o.pb.seqPointers[10]).nextSequence(), o.pb.seqPointers[2]) << "the absolute jump follows";
+    EXPECT_EQ(o.pb.sequences.at(o.pb.seqPointers[10]).nextSequence(), o.pb.seqPointers[2].address()) << "the absolute jump follows";
     EXPECT_EQ(o.pb.sequences.size(), before.sequences.size());
     // Outside the area only the entries changed.
     const Bytes original = before.openedBytes;
@@ -111,10 +111,10 @@ TEST(Compact, CarriesUnsavedEditsOverForSave) {
     DataDir data;
     auto o = test::openBuilt(gappedImage(), data);
     ASSERT_TRUE(o.result.ok);
-    ASSERT_EQ(o.pb.sequences.at(0xA040).insertCommand(0, 0xF4), clsSequence::Insert::Done);
+    ASSERT_EQ(o.pb.sequences.at(0xA040_seq).insertCommand(0, 0xF4), clsSequence::Insert::Done);
     const CompactPlan plan = planCompact(o.pb);
     Playbook carried = carryOver(o.pb, plan);
-    const clsSequence& seq = carried.sequences.at(plan.moved(0xA040));
+    const clsSequence& seq = carried.sequences.at(plan.moved(0xA040_seq));
     EXPECT_EQ(seq.commandName(seq.commandCount() - 1, defaultCmdNames()), "Loop Back 7 bytes");
     EXPECT_EQ(seq.commandAddress(0), CmdId::readAt(plan.moved(0xA040)));
 }
@@ -130,7 +130,7 @@ TEST(Compact, CompactAndSaveMakesRoomWhereSaveFoundNone) {
     }
     auto o = test::openBuilt(b, data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
-    ASSERT_EQ(o.pb.sequences.at(0xA000).insertCommand(0, 0xF3), clsSequence::Insert::Done);
+    ASSERT_EQ(o.pb.sequences.at(0xA000_seq).insertCommand(0, 0xF3), clsSequence::Insert::Done);
     const Bytes before = o.file.read();
     try {
         ADD_FAILURE() << "saved: " << saveChanges(o.pb).text();

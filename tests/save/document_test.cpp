@@ -48,7 +48,7 @@ TEST(Document, UnsavedIsEverythingNotInTheFileAndTheWorkingCopysEdits) {
     OpenDocument t;
     Document& doc = t.doc;
     EXPECT_FALSE(doc.unsaved());
-    doc.workingCopy = doc.pb.sequences.at(0xA000);
+    doc.workingCopy = doc.pb.sequences.at(0xA000_seq);
     EXPECT_FALSE(doc.unsaved()) << "a working copy as stored is nothing unsaved";
     doc.workingCopy.data(0, 0, 9);
     EXPECT_TRUE(doc.workingCopyEdited());
@@ -71,7 +71,7 @@ TEST(Document, HistoryPutsStatesBackAndOutlivesASave) {
     EXPECT_EQ(doc.pb.playSlots[5].name(), "FIVE");
     EXPECT_EQ(doc.undoText(), "Rename");
 
-    doc.workingCopy = doc.pb.sequences.at(0xA010);
+    doc.workingCopy = doc.pb.sequences.at(0xA010_seq);
     for (int16_t v : {5, 6, 7}) {
         const clsSequence before = doc.workingCopy;
         doc.workingCopy.data(0, 0, v);
@@ -103,7 +103,7 @@ TEST(Document, HistoryPutsStatesBackAndOutlivesASave) {
 TEST(Document, TheWorkingCopyFollowsOnlyWhereItShowedTheSequenceUnedited) {
     OpenDocument t;
     Document& doc = t.doc;
-    const clsSequence stored = doc.pb.sequences.at(0xA000);
+    const clsSequence stored = doc.pb.sequences.at(0xA000_seq);
     clsSequence moved = stored;
     moved.data(0, 1, 0x30);
     doc.workingCopy = stored;
@@ -120,8 +120,8 @@ TEST(Document, TheWorkingCopyFollowsOnlyWhereItShowedTheSequenceUnedited) {
     EXPECT_TRUE(doc.workingCopyEdited());
 
     const EntriesState before = entriesState(doc.pb);
-    const int32_t copy = addCopyOf(doc.pb, 0xA000);
-    setEntryTarget(doc.pb, {AreaEntry::Table::Play, 1, 0, 0xA000}, copy);
+    const SeqKey copy = addCopyOf(doc.pb, 0xA000_seq);
+    setEntryTarget(doc.pb, {AreaEntry::Table::Play, 1, 0, 0xA000_seq}, copy);
     doc.record({"Copy", {{EditState::ofEntries(before), EditState::ofEntries(entriesState(doc.pb))}}});
     clsSequence ofCopy = doc.pb.sequences.at(copy);
     doc.workingCopy = ofCopy;
@@ -145,7 +145,7 @@ TEST(Document, SavesRecordWhatTheFileHoldsAndKeepHistoryOnlyWhereItStillHolds) {
     EXPECT_FALSE(doc.unsaved()) << "Safe Save wrote the slots";
     EXPECT_TRUE(doc.canUndo());
 
-    clsSequence edited = doc.pb.sequences.at(0xA010);
+    clsSequence edited = doc.pb.sequences.at(0xA010_seq);
     const clsSequence stored = edited;
     edited.data(0, 1, 9);
     doc.perform({"Apply", {{EditState::ofSequence(stored), EditState::ofSequence(edited)}}});
@@ -157,9 +157,9 @@ TEST(Document, SavesRecordWhatTheFileHoldsAndKeepHistoryOnlyWhereItStillHolds) {
     EXPECT_TRUE(doc.unsaved());
     EXPECT_FALSE(doc.save().nothingToWrite);
 
-    clsSequence grown = doc.pb.sequences.at(0xA010);
+    clsSequence grown = doc.pb.sequences.at(0xA010_seq);
     ASSERT_EQ(grown.insertCommand(-1, 0xD7), clsSequence::Insert::Done);
-    doc.perform({"Grow", {{EditState::ofSequence(doc.pb.sequences.at(0xA010)), EditState::ofSequence(grown)}}});
+    doc.perform({"Grow", {{EditState::ofSequence(doc.pb.sequences.at(0xA010_seq)), EditState::ofSequence(grown)}}});
     const SaveSummary moved = doc.save();
     EXPECT_FALSE(moved.moved.empty());
     EXPECT_FALSE(doc.unsaved());
@@ -192,14 +192,14 @@ TEST(Document, AnImportedPlayIsOneStepTheFileTakesOnlyOnSave) {
     EXPECT_EQ(t.o.file.read(), file) << "nothing written before Save";
     EXPECT_TRUE(doc.importPending());
     EXPECT_TRUE(doc.unsaved());
-    const int32_t entry = doc.pb.plays[9].seqAddress(0);
+    const SeqKey entry = doc.pb.plays[9].seqAddress(0);
     ASSERT_TRUE(doc.pb.sequences.contains(entry));
     EXPECT_EQ(doc.pb.sequences.at(entry).commandCount(), 3);
     EXPECT_EQ(doc.pb.playSlots[5].name(), six.name()) << "the swap laid out first stays";
     EXPECT_THROW((void)doc.safeSave(), SaveError);
 
     doc.undo();
-    EXPECT_EQ(doc.pb.plays[9].seqAddress(0), kNoSequence);
+    EXPECT_EQ(doc.pb.plays[9].seqAddress(0), SeqKey::none());
     EXPECT_FALSE(doc.importPending());
     EXPECT_EQ(doc.pb.playSlots[5].name(), six.name()) << "the swap is a step of its own";
     doc.redo();
@@ -215,7 +215,7 @@ TEST(Document, AnImportedPlayIsOneStepTheFileTakesOnlyOnSave) {
     doc.undo();
     EXPECT_TRUE(doc.unsaved()) << "the file holds the play now";
     EXPECT_FALSE(doc.save().nothingToWrite);
-    EXPECT_EQ(openRom(t.o.file.path(), t.data.path()).plays[9].seqAddress(0), kNoSequence);
+    EXPECT_EQ(openRom(t.o.file.path(), t.data.path()).plays[9].seqAddress(0), SeqKey::none());
 }
 
 }  // namespace

@@ -33,14 +33,14 @@ Bytes at(const Bytes& image, int32_t address, int32_t count) {
     return Bytes(image.begin() + o, image.begin() + o + count);
 }
 
-AreaEntry pointerEntry(int i) { return {AreaEntry::Table::Pointer, i, 0, 0}; }
-AreaEntry formationEntry(int f, int player) { return {AreaEntry::Table::Formation, f, player, 0}; }
+AreaEntry pointerEntry(int i) { return {AreaEntry::Table::Pointer, i, 0, {}}; }
+AreaEntry formationEntry(int f, int player) { return {AreaEntry::Table::Formation, f, player, {}}; }
 
-// The key the entry names in `pb` (-1: no such entry).
-int32_t targetOf(const Playbook& pb, const AreaEntry& e) {
+// The key the entry names in `pb` (address -1: no such entry).
+SeqKey targetOf(const Playbook& pb, const AreaEntry& e) {
     for (const AreaEntry& x : playbookEntries(pb))
         if (x.table == e.table && x.index == e.index && x.player == e.player) return x.target;
-    return -1;
+    return SeqKey::at(-1);
 }
 const clsSequence& seqOf(const Playbook& pb, const AreaEntry& e) { return pb.sequences.at(targetOf(pb, e)); }
 
@@ -73,13 +73,13 @@ GamePath gamePath(const Bytes& image, int32_t from) {
 
 // What the editor shows from `key` on, whatever the layout: each sequence's
 // text without a closing jump into the next, the sequences of the chain joined.
-std::string chainText(const Playbook& pb, int32_t key) {
+std::string chainText(const Playbook& pb, SeqKey key) {
     std::string out;
-    std::set<int32_t> seen;
+    std::set<SeqKey> seen;
     for (const clsSequence* s = pb.sequences.find(key); s && seen.insert(key).second; s = pb.sequences.find(key)) {
         std::string text = s->commandString(names());
-        key = s->nextSequence();
-        if (key != 0) {  // the closing jump's text is the last item
+        key = SeqKey::at(s->nextSequence());
+        if (key != SeqKey::at(0)) {  // the closing jump's text is the last item
             const size_t cut = text.rfind("; ", text.size() - 3);
             text.erase(cut == std::string::npos ? 0 : cut + 2);
         }
@@ -108,7 +108,7 @@ std::string layoutFreeText(const clsSequence& s) {
 // Every sequence of an opened playbook encodes to the bytes it was read from.
 void expectRoundTrip(const Playbook& pb) {
     for (const auto& [key, seq] : pb.sequences) {
-        if (isNewSequence(key)) continue;
+        if (key.isNew()) continue;
         EXPECT_EQ(seq.encode(), at(pb.openedBytes, seq.address(), seq.byteSize())) << sequenceKeyText(key);
     }
 }
@@ -140,7 +140,7 @@ std::vector<int32_t> differences(const Bytes& a, const Bytes& b) {
     return out;
 }
 
-void grow(Playbook& pb, int32_t key) { ASSERT_EQ(pb.sequences.at(key).insertCommand(-1, 0xD7), clsSequence::Insert::Done); }
+void grow(Playbook& pb, SeqKey key) { ASSERT_EQ(pb.sequences.at(key).insertCommand(-1, 0xD7), clsSequence::Insert::Done); }
 
 // An image holding `runs` of bytes at their game addresses, pointers 0, 1, ... naming `pointers`.
 ImageBuilder image(std::initializer_list<std::pair<int32_t, Bytes>> runs, std::initializer_list<int32_t> pointers) {
@@ -199,16 +199,16 @@ TEST(LayoutCases, LongSnapEndKeepsItsCommandsAndWhatTheGameRanAfterIt) {
         std::vector<AreaEntry> sharing;  // entries that must name what `checked` names
     };
     const std::vector<Case> cases{
-        {"a command inserted in front", longSnapImage().pointer(0, 0xA000), [](Playbook& pb) { grow(pb, 0xA000); }, pointerEntry(0), {}},
+        {"a command inserted in front", longSnapImage().pointer(0, 0xA000), [](Playbook& pb) { grow(pb, 0xA000_seq); }, pointerEntry(0), {}},
         {"its first command removed", longSnapImage().pointer(0, 0xA000),
-         [](Playbook& pb) { ASSERT_TRUE(pb.sequences.at(0xA000).removeCommand(0)); }, pointerEntry(0), {}},
+         [](Playbook& pb) { ASSERT_TRUE(pb.sequences.at(0xA000_seq).removeCommand(0)); }, pointerEntry(0), {}},
         {"a position of five formations", longSnapImage().formation(4, {0xA000}).formation(5, {0xA000}).formation(6, {0xA000})
                                               .formation(7, {0xA000}).formation(8, {0xA000}),
-         [](Playbook& pb) { grow(pb, 0xA000); }, formationEntry(4, 0),
+         [](Playbook& pb) { grow(pb, 0xA000_seq); }, formationEntry(4, 0),
          {formationEntry(5, 0), formationEntry(6, 0), formationEntry(7, 0), formationEntry(8, 0)}},
         {"a new sequence going on at A004", longSnapImage().pointer(0, 0xA000),
          [](Playbook& pb) {
-             const int32_t key = addEmptySequence(pb, 0xC4, false);
+             const SeqKey key = addEmptySequence(pb, 0xC4, false);
              pb.sequences.at(key).setCommands({{0xD3, {}}});
              pb.sequences.at(key).continuation(0xA004);
              setEntryTarget(pb, pointerEntry(1), key);
@@ -231,7 +231,7 @@ TEST(LayoutCases, LongSnapEndKeepsItsCommandsAndWhatTheGameRanAfterIt) {
         const clsSequence& back = seqOf(o.pb, c.checked);
         EXPECT_EQ(back.commandString(names()), text);
         EXPECT_EQ(back.command(back.commandCount() - 1), 0xD3);
-        EXPECT_EQ(gamePath(o.pb.openedBytes, targetOf(o.pb, c.checked)).codes, expected);
+        EXPECT_EQ(gamePath(o.pb.openedBytes, targetOf(o.pb, c.checked).address()).codes, expected);
         for (const AreaEntry& e : c.sharing) EXPECT_EQ(targetOf(o.pb, e), targetOf(o.pb, c.checked)) << e.name();
     });
 }
@@ -252,8 +252,8 @@ TEST(LayoutCases, ClosingJumpIntoItsOwnMiddleStillLeadsThere) {
         DataDir data;
         auto o = test::openBuilt(ownMiddleImage(), data);
         ASSERT_TRUE(o.result.ok) << o.result.error;
-        c.edit(o.pb.sequences.at(0xA000));
-        const std::string text = layoutFreeText(o.pb.sequences.at(0xA000));
+        c.edit(o.pb.sequences.at(0xA000_seq));
+        const std::string text = layoutFreeText(o.pb.sequences.at(0xA000_seq));
         ASSERT_EQ(trySave(o), "");
         const clsSequence& s = seqOf(o.pb, pointerEntry(0));
         EXPECT_EQ(layoutFreeText(s), text);
@@ -275,19 +275,19 @@ TEST(LayoutCases, EditedChainsReopenAsEditedAndRunTheSame) {
         std::vector<std::pair<int, Codes>> runs;  // pointer, what the game runs from it
     };
     const std::vector<Case> cases{
-        {"a sequence reached only through a relative jump grows", reachImage(), [](Playbook& pb) { grow(pb, 0xA213); },
+        {"a sequence reached only through a relative jump grows", reachImage(), [](Playbook& pb) { grow(pb, 0xA213_seq); },
          {{0, {0xD7, 0xD7, 0xD7, 0xC4}}}},
         {"two grow, one with a jump that cannot stay relative", twoGrowImage(),
          [](Playbook& pb) {
-             grow(pb, 0xA100);
-             grow(pb, 0xA190);
+             grow(pb, 0xA100_seq);
+             grow(pb, 0xA190_seq);
          },
          {{0, {0xD7, 0xD7, 0xD7, 0xC4}}, {1, {0xD7, 0xD7, 0xC4}}}},
-        {"lock-ups after a changed value", lockUpImage(), [](Playbook& pb) { pb.sequences.at(0xA000).data(0, 0, 5); },
+        {"lock-ups after a changed value", lockUpImage(), [](Playbook& pb) { pb.sequences.at(0xA000_seq).data(0, 0, 5); },
          {{0, {0xD7, 0xDE}}, {1, {0xD7, 0xDE}}}},
-        {"lock-ups after an inserted command", lockUpImage(), [](Playbook& pb) { grow(pb, 0xA000); },
+        {"lock-ups after an inserted command", lockUpImage(), [](Playbook& pb) { grow(pb, 0xA000_seq); },
          {{0, {0xD7, 0xD7, 0xDE}}, {1, {0xD7, 0xDE}}}},
-        {"lock-ups in a sequence whose closing jump names one that moved", lockUpImage(), [](Playbook& pb) { grow(pb, 0xA040); },
+        {"lock-ups in a sequence whose closing jump names one that moved", lockUpImage(), [](Playbook& pb) { grow(pb, 0xA040_seq); },
          {{0, {0xD7, 0xDE}}, {1, {0xD7, 0xDE}}}},
     };
     eachCase(cases, [](const Case& c) {
@@ -301,7 +301,7 @@ TEST(LayoutCases, EditedChainsReopenAsEditedAndRunTheSame) {
         for (size_t k = 0; k < c.runs.size(); ++k) {
             const auto& [pointer, runs] = c.runs[k];
             const clsSequence& s = seqOf(o.pb, pointerEntry(pointer));
-            EXPECT_EQ(chainText(o.pb, s.address()), shown[k]) << "pointer " << pointer;
+            EXPECT_EQ(chainText(o.pb, s.key()), shown[k]) << "pointer " << pointer;
             EXPECT_EQ(gamePath(o.pb.openedBytes, s.address()).codes, runs) << "pointer " << pointer;
             for (size_t l = 0; l < k; ++l) {
                 const clsSequence& t = seqOf(o.pb, pointerEntry(c.runs[l].first));
@@ -323,13 +323,13 @@ TEST(LayoutCases, LoopBackIntoTheMiddleFollowsItsCommand) {
         DataDir data;
         auto o = test::openBuilt(loopImage(), data);
         ASSERT_TRUE(o.result.ok) << o.result.error;
-        clsSequence& s = o.pb.sequences.at(0xA000);
+        clsSequence& s = o.pb.sequences.at(0xA000_seq);
         ASSERT_TRUE(s.removeCommand(0));
         for (int i = 0; i < c.inserted; ++i) ASSERT_EQ(s.insertCommand(-1, 0xD7), clsSequence::Insert::Done);
-        const std::string chain = chainText(o.pb, 0xA000);
+        const std::string chain = chainText(o.pb, 0xA000_seq);
         ASSERT_EQ(trySave(o), "");
         const clsSequence& back = seqOf(o.pb, pointerEntry(0));
-        EXPECT_EQ(chainText(o.pb, back.address()), chain);
+        EXPECT_EQ(chainText(o.pb, back.key()), chain);
         const GamePath path = gamePath(o.pb.openedBytes, back.address());
         EXPECT_EQ(path.codes, c.runs);
         ASSERT_GE(path.loopsTo, back.address());
@@ -346,7 +346,7 @@ TEST(LayoutCases, KickFormationNamingAPlainSequenceWithAStanceIsRefusedInWords) 
         auto o = test::openBuilt(stanceImage(), data);
         ASSERT_TRUE(o.result.ok) << o.result.error;
         const Bytes before = o.file.read();
-        int32_t named = key;
+        SeqKey named = SeqKey::at(key);
         if (throughNew) {
             named = addEmptySequence(o.pb, 0xC4, true);
             o.pb.sequences.at(named).setCommands({{0xD7, {1, 2}}, {0xFF, {key & 0xFF, key >> 8}}});
@@ -360,7 +360,7 @@ TEST(LayoutCases, KickFormationNamingAPlainSequenceWithAStanceIsRefusedInWords) 
             ADD_FAILURE() << "the save's own check fired: " << e.what();
         } catch (const SaveError& e) {
             EXPECT_EQ(e.kind(), Refusal::MisreadEntry) << e.what();
-            EXPECT_NE(std::string(e.what()).find(sequenceName(key) + " is read the other way"), std::string::npos) << e.what();
+            EXPECT_NE(std::string(e.what()).find(sequenceName(SeqKey::at(key)) + " is read the other way"), std::string::npos) << e.what();
         }
         EXPECT_EQ(o.file.read(), before);
     }
@@ -373,9 +373,9 @@ TEST(LayoutCases, AChainRunningOnToBytesTheOpenCannotReadIsRefusedInWords) {
     DataDir data;
     auto o = test::openBuilt(stanceImage().bytesAt(0xA020, {0xEC, 0xFF, 0x00, 0x05}), data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
-    ASSERT_FALSE(o.pb.sequences.contains(0xA020));
+    ASSERT_FALSE(o.pb.sequences.contains(0xA020_seq));
     const Bytes before = o.file.read();
-    const int32_t made = addEmptySequence(o.pb, 0xC4, true);
+    const SeqKey made = addEmptySequence(o.pb, 0xC4, true);
     o.pb.sequences.at(made).setCommands({{0xD7, {1, 2}}, {0xFF, {0x20, 0xA0}}});
     setEntryTarget(o.pb, formationEntry(1, 0), made);
     try {
@@ -409,10 +409,10 @@ TEST(LayoutCases, DataEditIsWrittenInPlace) {
         DataDir data;
         auto o = test::openBuilt(c.image, data);
         ASSERT_TRUE(o.result.ok) << o.result.error;
-        ASSERT_TRUE(o.pb.sequences.contains(c.key));
+        ASSERT_TRUE(o.pb.sequences.contains(SeqKey::at(c.key)));
         ASSERT_EQ(o.pb.sequences.size(), 2u) << "the other sequence is there";
         const Bytes before = o.file.read();
-        o.pb.sequences.at(c.key).data(c.pos, c.index, 9);
+        o.pb.sequences.at(SeqKey::at(c.key)).data(c.pos, c.index, 9);
         SaveSummary s;
         ASSERT_EQ(trySave(o, &s), "");
         EXPECT_EQ(differences(before, o.file.read()), std::vector<int32_t>{offsetOfAddress(c.changedAt)});
@@ -438,8 +438,8 @@ TEST(LayoutCases, BytesACOMPassReadsAsItsReceiverLeadOnlyToCommands) {
         auto o = test::openBuilt(built, data);
         ASSERT_TRUE(o.result.ok) << o.result.error;
         const Bytes before = o.file.read();
-        o.pb.sequences.at(0xA090).data(1, 0, 0x10);  // receiver A010, or B010 where nothing runs
-        o.pb.sequences.at(0xA090).data(1, 1, static_cast<int16_t>(high));
+        o.pb.sequences.at(0xA090_seq).data(1, 0, 0x10);  // receiver A010, or B010 where nothing runs
+        o.pb.sequences.at(0xA090_seq).data(1, 1, static_cast<int16_t>(high));
         const std::string refusal = trySave(o);
         if (ok) {
             ASSERT_EQ(refusal, "");
@@ -463,11 +463,11 @@ TEST(LayoutCases, JumpWhoseBytesTheGameReadsOtherwiseMovesRatherThanChangeThem) 
                              data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
     const Bytes before = o.file.read();
-    grow(o.pb, 0xA010);
-    const std::string chain = chainText(o.pb, 0xA005);
+    grow(o.pb, 0xA010_seq);
+    const std::string chain = chainText(o.pb, 0xA005_seq);
     ASSERT_EQ(trySave(o), "");
     EXPECT_EQ(at(o.file.read(), 0xA004, 4), at(before, 0xA004, 4));
-    EXPECT_NE(targetOf(o.pb, pointerEntry(1)), 0xA005);
+    EXPECT_NE(targetOf(o.pb, pointerEntry(1)), 0xA005_seq);
     EXPECT_EQ(chainText(o.pb, targetOf(o.pb, pointerEntry(1))), chain);
 }
 
@@ -490,7 +490,7 @@ TEST(LayoutCases, GameReachingAnEndALockUpKeptItFromIsRefusedInWords) {
         auto o = test::openBuilt(built, data);
         ASSERT_TRUE(o.result.ok) << o.result.error;
         const Bytes before = o.file.read();
-        ASSERT_TRUE(c.edit(o.pb.sequences.at(0xA000)));
+        ASSERT_TRUE(c.edit(o.pb.sequences.at(0xA000_seq)));
         const std::string refusal = trySave(o);
         EXPECT_NE(refusal.find("after which the game goes on at A009, where it ran nothing before"), std::string::npos) << refusal;
         EXPECT_EQ(o.file.read(), before);
@@ -500,7 +500,7 @@ TEST(LayoutCases, GameReachingAnEndALockUpKeptItFromIsRefusedInWords) {
     auto o = test::openBuilt(image({{0xA000, {0xC4, 0}}, {0x9000, {0xD7, 1, 2, 0xF8, 0, 0, 0xE4, 0xFF, 0x30, 0xA0}}}, {0xA000, 0x9000}), data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
     const Bytes before = o.file.read();
-    ASSERT_TRUE(o.pb.sequences.at(0x9000).removeCommand(1));
+    ASSERT_TRUE(o.pb.sequences.at(0x9000_seq).removeCommand(1));
     const std::string refusal = trySave(o);
     EXPECT_NE(refusal.find("after which the game goes on at 9007, where it ran nothing before"), std::string::npos) << refusal;
     EXPECT_EQ(o.file.read(), before);
@@ -517,7 +517,7 @@ TEST(LayoutCases, AnEntryReadingTheTablesASaveRewritesIsRefusedInWords) {
         auto o = test::openBuilt(image({{0xA000, {0xD7, 1, 2, 0xC4, 0}}}, {0xA000}).playPlayer(0, 0, at), data);
         ASSERT_TRUE(o.result.ok) << o.result.error;
         const Bytes before = o.file.read();
-        grow(o.pb, 0xA000);
+        grow(o.pb, 0xA000_seq);
         const std::string refusal = trySave(o);
         EXPECT_NE(refusal.find("this save rewrites"), std::string::npos) << refusal;
         EXPECT_EQ(o.file.read(), before);
@@ -534,7 +534,7 @@ TEST(LayoutCases, TableBytesTheGameRunsAsCommandsAreNotRewritten) {
                              data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
     const Bytes before = o.file.read();
-    grow(o.pb, 0xA000);
+    grow(o.pb, 0xA000_seq);
     const std::string refusal = trySave(o);
     EXPECT_NE(refusal.find("the game runs the bytes at 6DFF as a command"), std::string::npos) << refusal;
     EXPECT_EQ(o.file.read(), before);
@@ -553,13 +553,13 @@ TEST(LayoutCases, ASequenceAmongBytesAnEntryReadsWithoutAnEndMoves) {
                                  .formation(0, {0xC000}),
                              data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
-    ASSERT_FALSE(o.pb.sequences.contains(0xC000)) << "C000 starts no valid sequence";
+    ASSERT_FALSE(o.pb.sequences.contains(0xC000_seq)) << "C000 starts no valid sequence";
     const Bytes before = o.file.read();
-    o.pb.sequences.at(0xD000).data(0, 0, 9);
+    o.pb.sequences.at(0xD000_seq).data(0, 0, 9);
     SaveSummary s;
     ASSERT_EQ(trySave(o, &s), "");
     EXPECT_EQ(at(o.file.read(), 0xC000, 0x3FFF), at(before, 0xC000, 0x3FFF));
-    EXPECT_TRUE(inArea(targetOf(o.pb, pointerEntry(1)))) << s.text();
+    EXPECT_TRUE(inArea(targetOf(o.pb, pointerEntry(1)).address())) << s.text();
     EXPECT_EQ(seqOf(o.pb, pointerEntry(1)).data(0, 0), 9);
 }
 
@@ -575,14 +575,14 @@ TEST(LayoutCases, WhatTheGameNowRunsFromAnEditedEntryIsNoFreeRun) {
     auto o = test::openBuilt(image({{0xA000, first}, {0xA020, {0xD7, 3, 4, 0xE4}}, {0xA040, {0xD7, 5, 6, 0xC4, 0}}}, {0xA000, 0xA040}),
                              data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
-    ASSERT_TRUE(o.pb.sequences.contains(0xA020));
+    ASSERT_TRUE(o.pb.sequences.contains(0xA020_seq));
     const Bytes before = o.file.read();
-    setEntryTarget(o.pb, pointerEntry(2), 0xA020);
-    grow(o.pb, 0xA040);
+    setEntryTarget(o.pb, pointerEntry(2), 0xA020_seq);
+    grow(o.pb, 0xA040_seq);
     SaveSummary s;
     ASSERT_EQ(trySave(o, &s), "");
     EXPECT_EQ(at(o.file.read(), 0xA024, 3), at(before, 0xA024, 3)) << s.text();
-    EXPECT_GT(targetOf(o.pb, pointerEntry(1)), 0xA026);
+    EXPECT_GT(targetOf(o.pb, pointerEntry(1)), 0xA026_seq);
 }
 
 // A012 jumps out of the area to 9000, where the game runs a block and jumps
@@ -598,7 +598,7 @@ TEST(LayoutCases, WhereTheGameComesBackFromOutsideTheAreaIsNoFreeRun) {
                              data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
     const Bytes before = o.file.read();
-    for (int i = 0; i < 8; ++i) grow(o.pb, 0xA000);  // 29 bytes: only A015-A02F and past A034 are free
+    for (int i = 0; i < 8; ++i) grow(o.pb, 0xA000_seq);  // 29 bytes: only A015-A02F and past A034 are free
     SaveSummary s;
     ASSERT_EQ(trySave(o, &s), "");
     EXPECT_EQ(at(o.file.read(), 0xA030, 5), at(before, 0xA030, 5)) << s.text();
@@ -636,18 +636,18 @@ TEST(LayoutCases, BytesAnotherPathReadsKeepTheirValues) {
         DataDir data;
         auto o = test::openBuilt(c.image, data);
         ASSERT_TRUE(o.result.ok) << o.result.error;
-        ASSERT_FALSE(o.pb.sequences.contains(0x8103)) << "only the game's branch enters there";
+        ASSERT_FALSE(o.pb.sequences.contains(0x8103_seq)) << "only the game's branch enters there";
         const Bytes before = o.file.read();
-        o.pb.sequences.at(c.key).data(c.pos, 0, 9);
+        o.pb.sequences.at(SeqKey::at(c.key)).data(c.pos, 0, 9);
         SaveSummary s;
         ASSERT_EQ(trySave(o, &s), "");
         EXPECT_EQ(at(o.file.read(), c.kept, c.size), at(before, c.kept, c.size)) << s.text();
-        const int32_t moved = targetOf(o.pb, c.entry);
-        EXPECT_NE(moved, c.key);
-        ASSERT_TRUE(inArea(moved)) << s.text();
+        const SeqKey moved = targetOf(o.pb, c.entry);
+        EXPECT_NE(moved, SeqKey::at(c.key));
+        ASSERT_TRUE(inArea(moved.address())) << s.text();
         EXPECT_EQ(o.pb.sequences.at(moved).data(c.pos, 0), 9);
         if (c.key == 0x8100) {
-            EXPECT_EQ(targetOf(o.pb, pointerEntry(3)), 0x8200);
+            EXPECT_EQ(targetOf(o.pb, pointerEntry(3)), 0x8200_seq);
         }
     });
 }
@@ -656,9 +656,9 @@ TEST(LayoutCases, CopyOfARelativeContinuationShowsAndSavesIt) {
     DataDir data;
     auto o = test::openBuilt(copyImage(), data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
-    const std::string original = o.pb.sequences.at(0xA000).commandString(names());
+    const std::string original = o.pb.sequences.at(0xA000_seq).commandString(names());
     ASSERT_TRUE(original.ends_with("+R:A006; ")) << original;
-    const int32_t copy = addCopyOf(o.pb, 0xA000);
+    const SeqKey copy = addCopyOf(o.pb, 0xA000_seq);
     EXPECT_EQ(o.pb.sequences.at(copy).commandString(names()), original);
     EXPECT_EQ(o.pb.sequences.at(copy).nextSequence(), 0xA006);
     setEntryTarget(o.pb, pointerEntry(1), copy);
@@ -672,7 +672,7 @@ TEST(LayoutCases, LoopBackOutOfReachAfterInsertsShowsWhatSaveWrites) {
     DataDir data;
     auto o = test::openBuilt(longLoopImage(), data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
-    clsSequence& s = o.pb.sequences.at(0xA000);
+    clsSequence& s = o.pb.sequences.at(0xA000_seq);
     ASSERT_EQ(s.command(5), 0x30);
     for (int i = 0; i < 50; ++i) ASSERT_EQ(s.insertCommand(5, 0xD7), clsSequence::Insert::Done);
     const int32_t size = s.byteSize();
@@ -717,7 +717,7 @@ TEST(FullSaveExact, BytesAndEntriesAsComputedByHand) {
                                  .play(0, {0xA143, 0xFFFF, 0xA100}),
                              data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
-    ASSERT_EQ(o.pb.sequences.keys(), (std::vector<int32_t>{0xA200, 0xA100, 0xA143}));
+    ASSERT_EQ(o.pb.sequences.keys(), (std::vector<SeqKey>{0xA200_seq, 0xA100_seq, 0xA143_seq}));
     fullSave(o.pb);
     const Bytes after = o.file.read();
     EXPECT_EQ(at(after, 0xA000, 20), (Bytes{0xC7, 0x06, 0xA2, 0xD7, 0x01, 0x02, 0x30, 0xFE, 0xFF,  // as it stood
@@ -732,7 +732,7 @@ TEST(FullSaveExact, BytesAndEntriesAsComputedByHand) {
     EXPECT_EQ(word(playEntryOffset(0, 0)), 0xA00F);
     EXPECT_EQ(word(playEntryOffset(0, 1)), 0xFFFF);
     EXPECT_EQ(word(playEntryOffset(0, 2)), 0xA009);
-    EXPECT_EQ(o.pb.sequences.keys(), (std::vector<int32_t>{0xA000, 0xA009, 0xA00F}));
+    EXPECT_EQ(o.pb.sequences.keys(), (std::vector<SeqKey>{0xA000_seq, 0xA009_seq, 0xA00F_seq}));
     fullSave(o.pb);
     EXPECT_EQ(o.file.read(), after) << "a second Full Save writes the same file";
 }

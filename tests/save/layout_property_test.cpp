@@ -59,10 +59,10 @@ TEST(LayoutProperty, DecodeEditEncodeDecodeAgreeAndSavesReadBack) {
         Playbook pb = loadPlaybook(image, fuzz::formationNames());
         pb.openedBytes = built.bytes;
         pb.openComplete = true;
-        std::vector<int32_t> placed;
+        std::vector<SeqKey> placed;
         for (const auto& [key, seq] : pb.sequences) {
             if (seq.address() < kSequenceAreaAddress - 0x2000) continue;
-            EXPECT_EQ(seq.encode(), bytesAt(built.bytes, key, seq.byteSize())) << "seed " << seed << " sequence " << hex4(key);
+            EXPECT_EQ(seq.encode(), bytesAt(built.bytes, key.address(), seq.byteSize())) << "seed " << seed << " sequence " << hex4(key.address());
             placed.push_back(key);
         }
         ASSERT_FALSE(placed.empty());

@@ -46,26 +46,26 @@ void expectReferencesKept(const Playbook& pb, const Playbook& before, const std:
     ASSERT_GE(fc, 0);
     EXPECT_EQ(s1.fieldTarget(indexOf(s1, 0x20)), s1.place(fc)) << "the branch reaches the FC";
     EXPECT_EQ(s1.fieldTarget(s1.commandCount() - 1), s1.place(fc)) << "the loop reaches the FC";
-    const int32_t s4 = pb.seqPointers[3];
+    const SeqKey s4 = pb.seqPointers[3];
     // An unchanged sequence's relative jump that cannot reach a moved sequence keeps running its old copy.
     auto isOldA040 = [&](int32_t a) {
         return std::equal(before.openedBytes.begin() + offsetOfAddress(0xA040), before.openedBytes.begin() + offsetOfAddress(0xA045),
                           pb.openedBytes.begin() + offsetOfAddress(a));
     };
     const int32_t relative = pb.sequences.at(pb.seqPointers[1]).nextSequence();
-    EXPECT_TRUE(relative == s4 || isOldA040(relative)) << "the relative jump reaches A040's commands";
-    EXPECT_EQ(pb.sequences.at(pb.seqPointers[2]).nextSequence(), s4) << "the absolute jump follows A040";
+    EXPECT_TRUE(relative == s4.address() || isOldA040(relative)) << "the relative jump reaches A040's commands";
+    EXPECT_EQ(pb.sequences.at(pb.seqPointers[2]).nextSequence(), s4.address()) << "the absolute jump follows A040";
     const clsSequence& c7 = pb.sequences.at(s4);
     const int32_t branch = c7.fieldTarget(indexOf(c7, 0xC7));
     const auto o = static_cast<size_t>(offsetOfAddress(branch));
     const bool oldCopy = std::equal(before.openedBytes.begin() + offsetOfAddress(0xA050),
                                     before.openedBytes.begin() + offsetOfAddress(0xA054), pb.openedBytes.begin() + static_cast<std::ptrdiff_t>(o));
-    EXPECT_TRUE(branch == pb.seqPointers[4] || oldCopy) << "the branch reaches A050 as edited, or its old copy";
+    EXPECT_TRUE(branch == pb.seqPointers[4].address() || oldCopy) << "the branch reaches A050 as edited, or its old copy";
     // The computer teams' logic still runs after each Human Control.
     const auto area = areaBytes(pb.openedBytes);
     for (const auto& [entry, logic] : {std::pair{3, 0xA045}, std::pair{4, 0xA054}}) {
         bool reached = false;
-        for (const GameCommand& g : traceFrom(pb.openedBytes, pb.seqPointers[static_cast<size_t>(entry)])) reached |= g.address == logic;
+        for (const GameCommand& g : traceFrom(pb.openedBytes, pb.seqPointers[static_cast<size_t>(entry)].address())) reached |= g.address == logic;
         EXPECT_TRUE(reached) << "pointer " << entry << " still reaches " << std::hex << logic;
     }
     const AreaMap was = buildAreaMap(before), now = buildAreaMap(pb);
@@ -76,7 +76,7 @@ void expectReferencesKept(const Playbook& pb, const Playbook& before, const std:
 }
 
 void insertAtTop(Playbook& pb) {
-    for (int32_t a : {0xA000, 0xA020, 0xA028, 0xA040, 0xA050})
+    for (const SeqKey a : {0xA000_seq, 0xA020_seq, 0xA028_seq, 0xA040_seq, 0xA050_seq})
         ASSERT_EQ(pb.sequences.at(a).insertCommand(-1, 0xF3), clsSequence::Insert::Done);
 }
 
@@ -89,26 +89,26 @@ TEST(SaveReferences, EveryKindOfReferenceSurvivesEveryKindOfEdit) {
     const std::vector<Edit> edits{
         {"insert before each reference", insertAtTop},
         {"remove before each reference", [](Playbook& pb) {
-             for (int32_t a : {0xA000, 0xA020, 0xA028, 0xA050}) ASSERT_TRUE(pb.sequences.at(a).removeCommand(0));
-             ASSERT_TRUE(pb.sequences.at(0xA040).removeCommand(1));
+             for (const SeqKey a : {0xA000_seq, 0xA020_seq, 0xA028_seq, 0xA050_seq}) ASSERT_TRUE(pb.sequences.at(a).removeCommand(0));
+             ASSERT_TRUE(pb.sequences.at(0xA040_seq).removeCommand(1));
          }},
         {"insert between the loop and its target", [](Playbook& pb) {
-             ASSERT_EQ(pb.sequences.at(0xA000).insertCommand(4, 0xD7), clsSequence::Insert::Done);
+             ASSERT_EQ(pb.sequences.at(0xA000_seq).insertCommand(4, 0xD7), clsSequence::Insert::Done);
          }},
         {"arrows", [](Playbook& pb) {
-             ASSERT_TRUE(pb.sequences.at(0xA000).swapCommands(0, 1));
-             ASSERT_TRUE(pb.sequences.at(0xA000).swapCommands(3, 4));  // the FC moves up
+             ASSERT_TRUE(pb.sequences.at(0xA000_seq).swapCommands(0, 1));
+             ASSERT_TRUE(pb.sequences.at(0xA000_seq).swapCommands(3, 4));  // the FC moves up
          }},
         {"import: the first command left out", [](Playbook& pb) {
-             for (int32_t a : {0xA000, 0xA020, 0xA028, 0xA050}) {
+             for (const SeqKey a : {0xA000_seq, 0xA020_seq, 0xA028_seq, 0xA050_seq}) {
                  clsSequence& seq = pb.sequences.at(a);
                  std::vector<SeqCommand> cmds(seq.commands().begin() + 1, seq.commands().end());
                  seq.assign(cmds);
              }
          }},
         {"shrunk where the game goes on", [](Playbook& pb) {
-             ASSERT_TRUE(pb.sequences.at(0xA040).removeCommand(1));
-             ASSERT_TRUE(pb.sequences.at(0xA050).removeCommand(0));
+             ASSERT_TRUE(pb.sequences.at(0xA040_seq).removeCommand(1));
+             ASSERT_TRUE(pb.sequences.at(0xA050_seq).removeCommand(0));
          }},
     };
     for (const Edit& e : edits) {
@@ -126,7 +126,7 @@ TEST(SaveReferences, FullSaveThenSaveKeepsLoopsAndJumps) {
     DataDir data;
     auto o = test::openBuilt(referencesImage(), data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
-    ASSERT_EQ(o.pb.sequences.at(0xA000).insertCommand(-1, 0xF3), clsSequence::Insert::Done);
+    ASSERT_EQ(o.pb.sequences.at(0xA000_seq).insertCommand(-1, 0xF3), clsSequence::Insert::Done);
     fullSave(o.pb);
     for (int k = 0; k < 5; ++k)
         ASSERT_EQ(o.pb.sequences.at(o.pb.seqPointers[static_cast<size_t>(k)]).insertCommand(-1, 0xF4), clsSequence::Insert::Done);
@@ -134,8 +134,8 @@ TEST(SaveReferences, FullSaveThenSaveKeepsLoopsAndJumps) {
     const clsSequence& s1 = o.pb.sequences.at(o.pb.seqPointers[0]);
     EXPECT_EQ(s1.commandName(s1.commandCount() - 1, defaultCmdNames()), "Loop Back 4 bytes");
     EXPECT_EQ(s1.fieldTarget(indexOf(s1, 0x20)), s1.place(indexOf(s1, 0xFC)));
-    EXPECT_EQ(o.pb.sequences.at(o.pb.seqPointers[1]).nextSequence(), o.pb.seqPointers[3]);
-    EXPECT_EQ(o.pb.sequences.at(o.pb.seqPointers[2]).nextSequence(), o.pb.seqPointers[3]);
+    EXPECT_EQ(o.pb.sequences.at(o.pb.seqPointers[1]).nextSequence(), o.pb.seqPointers[3].address());
+    EXPECT_EQ(o.pb.sequences.at(o.pb.seqPointers[2]).nextSequence(), o.pb.seqPointers[3].address());
 }
 
 // The check before the write catches a planner that writes something else.

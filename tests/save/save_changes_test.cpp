@@ -51,7 +51,7 @@ Bytes at(const Bytes& image, int32_t address, int32_t count) {
 }
 
 void grow(Playbook& pb, int32_t address) {
-    ASSERT_EQ(pb.sequences.at(address).insertCommand(-1, 0xD7), clsSequence::Insert::Done);
+    ASSERT_EQ(pb.sequences.at(SeqKey::at(address)).insertCommand(-1, 0xD7), clsSequence::Insert::Done);
 }
 
 TEST(Save, InPlaceEditWritesExactlyItsBytesAndTheChangedSlot) {
@@ -59,7 +59,7 @@ TEST(Save, InPlaceEditWritesExactlyItsBytesAndTheChangedSlot) {
     auto o = test::openBuilt(saveImage(), data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
     const Bytes before = o.file.read();
-    o.pb.sequences.at(0xA000).data(0, 0, 0x05);
+    o.pb.sequences.at(0xA000_seq).data(0, 0, 0x05);
     o.pb.playSlots[3].oPlay(2, 0x44);
     const SaveSummary s = saveChanges(o.pb);
     const Bytes after = o.file.read();
@@ -67,7 +67,7 @@ TEST(Save, InPlaceEditWritesExactlyItsBytesAndTheChangedSlot) {
               (std::vector<int32_t>{offsetOfAddress(0xA001), kOffSlotTableOffset + 3 * kOffSlotRecordSize + 16 + 2}));
     EXPECT_EQ(s.text(), "Saved: 1 slot, 1 sequence in place, 0 moved, 0 references left on old copies, " +
                             std::to_string(s.freeBytesLeft) + " free bytes left.");
-    EXPECT_EQ(o.pb.sequences.at(0xA000).data(0, 0), 5) << "the model is the image opened again";
+    EXPECT_EQ(o.pb.sequences.at(0xA000_seq).data(0, 0), 5) << "the model is the image opened again";
     // Nothing changed since: a second save writes the same file.
     saveChanges(o.pb);
     EXPECT_EQ(o.file.read(), after);
@@ -88,9 +88,9 @@ TEST(Save, GrownSequencesMoveToTheFirstFreeRunAndReferencesFollow) {
     EXPECT_EQ(at(after, 0xA007, 9), (Bytes{0xD7, 0, 0, 0xD7, 0x01, 0x02, 0xE4, 0xFE, 0xF6}));
     EXPECT_EQ(at(after, 0xA014, 9), (Bytes{0xD7, 0, 0, 0xFC, 0xFF, 0xE0, 0xDD, 0xFE, 0xFC}));
     EXPECT_EQ(at(after, 0xA027, 9), (Bytes{0xD7, 0, 0, 0xD7, 0x01, 0x01, 0xFF, 0x63, 0xA1}));
-    EXPECT_EQ(o.pb.seqPointers[0], 0xA007);
-    EXPECT_EQ(o.pb.plays[0].seqAddress(0), 0xA007);
-    EXPECT_EQ(o.pb.formations[4].posAddress(0), 0xA007);
+    EXPECT_EQ(o.pb.seqPointers[0], 0xA007_seq);
+    EXPECT_EQ(o.pb.plays[0].seqAddress(0), 0xA007_seq);
+    EXPECT_EQ(o.pb.formations[4].posAddress(0), 0xA007_seq);
     EXPECT_EQ(at(after, 0xA010, 4), (Bytes{0x30, 0xFF, 0x07, 0xA0})) << "the closing jump follows";
     EXPECT_EQ(at(after, 0xA020, 4), at(before, 0xA020, 4)) << "a branch keeps its target: the old copy";
     EXPECT_EQ(s.leftOnOldCopies, 1);
@@ -105,7 +105,7 @@ TEST(Save, GrownSequencesMoveToTheFirstFreeRunAndReferencesFollow) {
                            off == playEntryOffset(0, 0) || off == formationEntryOffset(4, 0);
         EXPECT_TRUE(inArea || entry) << std::hex << off;
     }
-    EXPECT_EQ(o.pb.sequences.at(0xA007).commandCount(), 3) << "reopened: the added command is there";
+    EXPECT_EQ(o.pb.sequences.at(0xA007_seq).commandCount(), 3) << "reopened: the added command is there";
     saveChanges(o.pb);
     EXPECT_EQ(o.file.read(), after) << "a second save writes the same file";
 }
@@ -119,15 +119,15 @@ TEST(Save, RefusalsWriteNothing) {
     };
     const std::vector<Case> cases{
         {"no free run", [](Playbook& pb) {
-             for (int i = 0; i < 2800; ++i) ASSERT_EQ(pb.sequences.at(0xA000).insertCommand(-1, 0xD7), clsSequence::Insert::Done);
+             for (int i = 0; i < 2800; ++i) ASSERT_EQ(pb.sequences.at(0xA000_seq).insertCommand(-1, 0xD7), clsSequence::Insert::Done);
          }, "largest free run"},
         {"a COM pass would move", [](Playbook& pb) { grow(pb, 0xA050); }, "COM pass"},
-        {"a jump into the middle of a command", [](Playbook& pb) { pb.sequences.at(0xA010).data(1, 0, 0x01); },
+        {"a jump into the middle of a command", [](Playbook& pb) { pb.sequences.at(0xA010_seq).data(1, 0, 0x01); },
          "where the game runs no command"},
-        {"a jump out of the area where nothing leads", [](Playbook& pb) { pb.sequences.at(0xA010).data(1, 1, 0x10); },
+        {"a jump out of the area where nothing leads", [](Playbook& pb) { pb.sequences.at(0xA010_seq).data(1, 1, 0x10); },
          "where nothing in the image leads"},
         {"an end the game goes on after, where it stopped", [](Playbook& pb) {
-             pb.sequences.at(0xA010).setCommands({{0x30, {0}}, {0xE4, {}}});
+             pb.sequences.at(0xA010_seq).setCommands({{0x30, {0}}, {0xE4, {}}});
          }, "did not go on after it before"},
     };
     for (const Case& c : cases) {

@@ -92,12 +92,12 @@ TEST(FullSave, RelaysInDictionaryOrderAndRelinks) {
     DataDir data;
     auto o = openBuilt(playbookImage(), data);
     ASSERT_TRUE(o.result.ok);
-    ASSERT_EQ(o.pb.sequences.keys(), (std::vector<int32_t>{0xA3F0, 0xA423, 0xA100, 0xA500}));
+    ASSERT_EQ(o.pb.sequences.keys(), (std::vector<SeqKey>{0xA3F0_seq, 0xA423_seq, 0xA100_seq, 0xA500_seq}));
     const Bytes before = o.file.read();
     fullSave(o.pb);
     const Bytes after = o.file.read();
 
-    EXPECT_EQ(o.pb.sequences.keys(), (std::vector<int32_t>{0xA000, 0xA00A, 0xA00E, 0xA01C}));
+    EXPECT_EQ(o.pb.sequences.keys(), (std::vector<SeqKey>{0xA000_seq, 0xA00A_seq, 0xA00E_seq, 0xA01C_seq}));
     EXPECT_EQ(slice(after, kSequenceAreaOffset, 0x1E),
               (Bytes{0xD7, 1, 2, 0xD7, 3, 4, 0x30, 0xFF, 0x0A, 0xA0,                            // converted jump
                      0xD7, 5, 5, 0xE4,                                                          //
@@ -105,10 +105,10 @@ TEST(FullSave, RelaysInDictionaryOrderAndRelinks) {
                      0xC4, 0x10}));
     for (int32_t i = kSequenceAreaOffset + 0x1E; i < kSequenceAreaOffset + kSequenceAreaSize; ++i)
         ASSERT_EQ(after[static_cast<size_t>(i)], 0xFF) << std::hex << i;
-    EXPECT_EQ(o.pb.formations[4].posAddress(0), 0xA000);
-    EXPECT_EQ(o.pb.seqPointers[0], 0xA00E);
-    EXPECT_EQ(o.pb.plays[0].seqAddress(0), 0xA00E);
-    EXPECT_EQ(o.pb.plays[0].seqAddress(1), 0xFFFF);
+    EXPECT_EQ(o.pb.formations[4].posAddress(0), 0xA000_seq);
+    EXPECT_EQ(o.pb.seqPointers[0], 0xA00E_seq);
+    EXPECT_EQ(o.pb.plays[0].seqAddress(0), 0xA00E_seq);
+    EXPECT_EQ(o.pb.plays[0].seqAddress(1), 0xFFFF_seq);
     EXPECT_EQ(slice(after, kFormationTableOffset + 4 * 22, 2), (Bytes{0x00, 0xA0}));
     EXPECT_EQ(slice(after, kPlayTableOffset, 6), (Bytes{0x0E, 0xA0, 0xFF, 0xFF, 0x0E, 0xA0}));
     EXPECT_EQ(slice(after, kPointerTableOffset, 6), (Bytes{0x0E, 0xA0, 0x1C, 0xA0, 0xFD, 0xBF})) << "unknown addresses stay";
@@ -120,23 +120,23 @@ TEST(FullSave, RelaysInDictionaryOrderAndRelinks) {
                                       {kRusherTableOffset, kRusherTableOffset + 2}});
 
     // Reopening the saved image finds the same playbook at the new addresses.
-    EXPECT_EQ(openRom(o.file.path(), data.path()).sequences.keys(), (std::vector<int32_t>{0xA000, 0xA00A, 0xA00E, 0xA01C}));
+    EXPECT_EQ(openRom(o.file.path(), data.path()).sequences.keys(), (std::vector<SeqKey>{0xA000_seq, 0xA00A_seq, 0xA00E_seq, 0xA01C_seq}));
 }
 
 TEST(FullSave, WorkedExampleFromThreeSequences) {
     // Keys A3F0, A100, A423 in this order, of 9, 14 and 6 bytes; the first
     // continues into the third through FE 2C at A3F7.
     Playbook pb;
-    auto add = [&](int32_t a, Bytes bytes) { pb.sequences.insert(a, test::decodeBytes(bytes, false, a)); };
+    auto add = [&](int32_t a, Bytes bytes) { pb.sequences.insert(SeqKey::at(a), test::decodeBytes(bytes, false, a)); };
     add(0xA3F0, {0xD7, 1, 2, 0xD7, 3, 4, 0x30, 0xFE, 0x2C});
     add(0xA100, {0x20, 0, 0xB0, 0xD7, 1, 1, 0xD7, 2, 2, 0xD7, 3, 3, 0x30, 0xE4});
     add(0xA423, {0xD7, 5, 5, 0x30, 0x30, 0xE4});
-    pb.plays[0].seqAddress(0, 0xA100);
+    pb.plays[0].seqAddress(0, 0xA100_seq);
     const Playbook relaid = relayout(pb);
-    EXPECT_EQ(relaid.sequences.keys(), (std::vector<int32_t>{0xA000, 0xA00A, 0xA018}));
-    EXPECT_EQ(relaid.sequences.at(0xA000).encode(), (Bytes{0xD7, 1, 2, 0xD7, 3, 4, 0x30, 0xFF, 0x18, 0xA0}));
-    EXPECT_EQ(relaid.plays[0].seqAddress(0), 0xA00A);
-    EXPECT_EQ(pb.sequences.keys(), (std::vector<int32_t>{0xA3F0, 0xA100, 0xA423})) << "relayout works on a copy";
+    EXPECT_EQ(relaid.sequences.keys(), (std::vector<SeqKey>{0xA000_seq, 0xA00A_seq, 0xA018_seq}));
+    EXPECT_EQ(relaid.sequences.at(0xA000_seq).encode(), (Bytes{0xD7, 1, 2, 0xD7, 3, 4, 0x30, 0xFF, 0x18, 0xA0}));
+    EXPECT_EQ(relaid.plays[0].seqAddress(0), 0xA00A_seq);
+    EXPECT_EQ(pb.sequences.keys(), (std::vector<SeqKey>{0xA3F0_seq, 0xA100_seq, 0xA423_seq})) << "relayout works on a copy";
 }
 
 // The area holds 8192 bytes, counted after every closing forward jump has grown by one.
@@ -145,9 +145,9 @@ TEST(FullSave, RefusesALayoutLargerThanTheArea) {
     almost.push_back(0xFE);
     almost.push_back(0x02);  // 8191 bytes now, 8192 once converted
     Playbook pb;
-    pb.sequences.insert(0xA000, test::decodeBytes(almost));
+    pb.sequences.insert(0xA000_seq, test::decodeBytes(almost));
     EXPECT_NO_THROW(relayout(pb));
-    pb.sequences.insert(0xC000, test::decodeBytes({0xE4}, false, 0xC000));
+    pb.sequences.insert(0xC000_seq, test::decodeBytes({0xE4}, false, 0xC000));
     EXPECT_THROW(relayout(pb), SaveError);
 
     DataDir data;
@@ -155,7 +155,7 @@ TEST(FullSave, RefusesALayoutLargerThanTheArea) {
     ASSERT_TRUE(o.result.ok);
     Bytes huge(8200, 0x30);
     huge.push_back(0xE4);
-    o.pb.sequences.insert(0xC000, test::decodeBytes(huge, false, 0xC000));
+    o.pb.sequences.insert(0xC000_seq, test::decodeBytes(huge, false, 0xC000));
     const Bytes before = o.file.read();
     const auto keys = o.pb.sequences.keys();
     try {
@@ -166,7 +166,7 @@ TEST(FullSave, RefusesALayoutLargerThanTheArea) {
     }
     EXPECT_EQ(o.file.read(), before);
     EXPECT_EQ(o.pb.sequences.keys(), keys);
-    EXPECT_EQ(o.pb.sequences.at(0xA3F0).lastCommand(), 0xFE) << "no jump was converted";
+    EXPECT_EQ(o.pb.sequences.at(0xA3F0_seq).lastCommand(), 0xFE) << "no jump was converted";
 }
 
 TEST(ExportMaskRom, RunsAtGameAddressesOverExistingBytes) {

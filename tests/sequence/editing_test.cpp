@@ -86,7 +86,7 @@ TEST(Editing, ATypedOffsetOrTargetIsWhatIsShownAndWritten) {
     // where it leads, not a distance from the key, and an offset that could
     // only be measured from a place changes nothing (a loop to its own command can).
     clsSequence made = decodeBytes({0x30, 0x51, 0xFE, 0x05});
-    made.address(kNewSequenceKey);
+    made.key(SeqKey::made(0));
     EXPECT_EQ(made.commandName(2, defaultCmdNames()), "+R:A007");
     EXPECT_EQ(made.nextSequence(), 0xA007);
     made.data(2, 0, 0x2C);

@@ -13,6 +13,8 @@ inline std::vector<uint8_t> gameCodes(const Playbook& pb, int32_t from) {
     for (const GameCommand& g : traceFrom(pb.openedBytes, from)) codes.push_back(g.code);
     return codes;
 }
+// The same from where a table entry of an opened image leads.
+inline std::vector<uint8_t> gameCodes(const Playbook& pb, SeqKey entry) { return gameCodes(pb, entry.address()); }
 
 // The codes the game runs from an address in the order it runs them, along
 // what falls through and through unconditional jumps (which are not listed:

@@ -16,6 +16,7 @@
 //       .play(0, {0xA020})
 //       .write();                           // a temporary file, removed with `file`
 #include "model/image.h"
+#include "support/seq_keys.h"
 
 #include <array>
 #include <cstdint>

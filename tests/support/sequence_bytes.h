@@ -5,6 +5,7 @@
 // The bytes are placed at the game address in an otherwise empty image that
 // ends right after them, so a sequence without an end command runs into the end.
 #include "model/image.h"
+#include "support/seq_keys.h"
 #include "sequence/sequence.h"
 
 #include <cstdint>
@@ -17,7 +18,7 @@ inline clsSequence decodeBytes(const std::vector<uint8_t>& bytes, bool KR = fals
     image.insert(image.end(), bytes.begin(), bytes.end());
     Image img("inline.nes", std::move(image));
     clsSequence seq;
-    seq.address(address);
+    seq.reset(address);
     img.seekOffset(offsetOfAddress(address));
     seq.load(img, KR);
     return seq;

@@ -151,7 +151,7 @@ private slots:
         QCOMPARE(w->sequences().lvSequences->topLevelItemCount(), 6);
         QCOMPARE(rowCells(w->playSlots().lvPlaySlots, 1), (QStringList{"SLOT 0", "R1", "FORM 4", "00:00", "01:01", "01:02", "00:03", "01:04", "01:05", "00:06", "01:07"}));
         QCOMPARE(rowCells(w->sequences().lvSequences, 1).first(), QString("A000-A003"));
-        QCOMPARE(w->sequences().lvSequences->topLevelItem(0)->data(0, Qt::UserRole).toInt(), 0xA000);
+        QCOMPARE(rowKey(w->sequences().lvSequences->topLevelItem(0)), std::optional<SeqKey>(0xA000_seq));
         // 700 twips, or wider where the addresses would be cut.
         QVERIFY(w->formations().lvFormations->columnWidth(1) >= pixels(700));
         QVERIFY(w->formations().lvFormations->columnWidth(1) >= w->formations().lvFormations->fontMetrics().horizontalAdvance("A000"));
@@ -297,9 +297,9 @@ private slots:
         for (int r = 0; r < w->sequences().lvSequences->topLevelItemCount(); ++r)
             QCOMPARE(w->sequences().lvSequences->topLevelItem(r)->isHidden(), !w->sequences().lvSequences->topLevelItem(r)->text(1).contains("C7"));
         // A double-clicked player whose sequence the filter hides: the filter goes, the panel shows it.
-        w->sequences().showEntrySequence({AreaEntry::Table::Play, 0, 0, 0});
+        w->sequences().showEntrySequence({AreaEntry::Table::Play, 0, 0, {}});
         QCOMPARE(w->doc_.workingCopy.address(), 0xA010);
-        QVERIFY(!w->sequences().lvSequences->topLevelItem(w->sequences().sequenceRow(0xA010))->isHidden());
+        QVERIFY(!w->sequences().lvSequences->topLevelItem(w->sequences().sequenceRow(0xA010_seq))->isHidden());
         QCOMPARE(w->filterBox_->text(), QString());
         w->selectTab(2);
         QCOMPARE(w->filterBox_->text(), QString("slot 3"));
@@ -404,7 +404,7 @@ private slots:
         QCOMPARE(dialogs->boxes.size(), size_t(1));
         QVERIFY(dialogs->boxes[0].buttons == MsgButtons::YesNo);
         QCOMPARE(image->read(), before);
-        QCOMPARE(w->pb.sequences.keys().front(), 0xA000);
+        QCOMPARE(w->pb.sequences.keys().front(), 0xA000_seq);
 
         dialogs->answers.push_back(MsgAnswer::Yes);
         w->mnuFileSave_Click();

@@ -59,7 +59,7 @@ class KeepsWorkTest : public QObject {
     // An edit that only Apply stores: the first command's data of A010.
     void applyAnEdit() {
         w->selectTab(4);
-        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010));
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010_seq));
         w->sequences().txtSeqData[1]->setText("7C");
         w->sequences().cmdSeqApply_Click();
     }
@@ -101,8 +101,8 @@ private slots:
         QVERIFY(w->StatusBar1->text().startsWith("Compacted: "));
         QVERIFY(w->StatusBar1->text().contains("Saved: 1 sequence in place"));
         // After A000 (four bytes) and the FF FF FF the game runs after its stance.
-        QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA007);
-        QCOMPARE(w->pb.sequences.at(0xA007).data(0, 1), int16_t(0x7C));
+        QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA007_seq);
+        QCOMPARE(w->pb.sequences.at(0xA007_seq).data(0, 1), int16_t(0x7C));
         QVERIFY(!w->isWindowModified());
     }
 
@@ -117,7 +117,7 @@ private slots:
         fx.start(full);
         open();
         w->selectTab(4);
-        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA000));
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA000_seq));
         w->sequences().cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
         w->sequences().cmdSeqAddCmd_Click();
         w->sequences().cmdSeqApply_Click();
@@ -134,7 +134,7 @@ private slots:
         fx.stop();
         fx.start(workImage().playPlayer(1, 0, 0xA010));
         open();
-        w->sequences().showEntrySequence({AreaEntry::Table::Play, 1, 0, 0});
+        w->sequences().showEntrySequence({AreaEntry::Table::Play, 1, 0, {}});
         QCOMPARE(w->selectedTab(), 4);
         QStringList used;
         for (int i = 0; i < w->sequences().lstSeqUsedBy->count(); ++i) used << w->sequences().lstSeqUsedBy->item(i)->text();
@@ -147,26 +147,26 @@ private slots:
         QVERIFY(w->sequences().workingCopyEdited());  // Cancel keeps the edits in the panel
         fx.dialogs->answers = {MsgAnswer::Copy};
         w->sequences().cmdSeqApply_Click();
-        const int32_t copy = w->pb.plays[1].seqAddress(0);
-        QVERIFY(isNewSequence(copy));
+        const SeqKey copy = w->pb.plays[1].seqAddress(0);
+        QVERIFY(copy.isNew());
         QCOMPARE(w->pb.sequences.at(copy).data(0, 1), int16_t(0x7C));
-        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
-        QCOMPARE(w->doc_.workingCopy.address(), copy);
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).data(0, 1), int16_t(0x20));
+        QCOMPARE(w->doc_.workingCopy.key(), copy);
         QCOMPARE(w->plays().lvPlays->topLevelItem(1)->text(1), QString("new 1"));
         w->doc_.undo();
-        QCOMPARE(w->pb.plays[1].seqAddress(0), 0xA010);
+        QCOMPARE(w->pb.plays[1].seqAddress(0), 0xA010_seq);
         QVERIFY(!w->pb.sequences.contains(copy));
         w->doc_.redo();
         QCOMPARE(w->pb.plays[1].seqAddress(0), copy);
         QVERIFY(w->isWindowModified());
         QVERIFY(w->runSave());
-        const int32_t placed = w->pb.plays[1].seqAddress(0);
-        QVERIFY(placed != 0xA010 && !isNewSequence(placed));
+        const SeqKey placed = w->pb.plays[1].seqAddress(0);
+        QVERIFY(placed != 0xA010_seq && !placed.isNew());
         QCOMPARE(w->pb.sequences.at(placed).data(0, 1), int16_t(0x7C));
-        QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA010);
-        QCOMPARE(w->pb.seqPointers[0], 0xA010);
-        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
-        QCOMPARE(w->doc_.workingCopy.address(), placed);  // the panel follows it to its place
+        QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA010_seq);
+        QCOMPARE(w->pb.seqPointers[0], 0xA010_seq);
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).data(0, 1), int16_t(0x20));
+        QCOMPARE(w->doc_.workingCopy.key(), placed);  // the panel follows it to its place
         QVERIFY(!w->isWindowModified());
     }
 
@@ -178,13 +178,13 @@ private slots:
         fx.start(workImage().playPlayer(1, 0, 0xA010));
         open();
         const std::vector<uint8_t> shared = test::readFileBytes(fx.imagePath().toStdString());
-        w->sequences().showEntrySequence({AreaEntry::Table::Play, 1, 0, 0});
+        w->sequences().showEntrySequence({AreaEntry::Table::Play, 1, 0, {}});
         w->sequences().txtSeqData[1]->setText("7C");
         fx.dialogs->answers = {MsgAnswer::Copy};
         w->sequences().cmdSeqApply_Click();
-        QVERIFY(isNewSequence(w->pb.plays[1].seqAddress(0)));
+        QVERIFY(w->pb.plays[1].seqAddress(0).isNew());
         w->mnuEditUndo->trigger();
-        QCOMPARE(w->pb.plays[1].seqAddress(0), 0xA010);
+        QCOMPARE(w->pb.plays[1].seqAddress(0), 0xA010_seq);
         QCOMPARE(w->doc_.workingCopy.address(), 0xA010);
         QVERIFY(w->sequences().workingCopyEdited());  // the edit is pending on the shared sequence again
         QCOMPARE(w->doc_.workingCopy.data(0, 1), int16_t(0x7C));
@@ -193,20 +193,20 @@ private slots:
         w->mnuEditRedo->trigger();
         QVERIFY(w->sequences().workingCopyEdited());
         w->mnuEditRedo->trigger();
-        const int32_t copy = w->pb.plays[1].seqAddress(0);
-        QVERIFY(isNewSequence(copy));
-        QCOMPARE(w->doc_.workingCopy.address(), copy);
+        const SeqKey copy = w->pb.plays[1].seqAddress(0);
+        QVERIFY(copy.isNew());
+        QCOMPARE(w->doc_.workingCopy.key(), copy);
         QVERIFY(!w->sequences().workingCopyEdited());  // nothing pending on the shared sequence
         QCOMPARE(w->pb.sequences.at(copy).data(0, 1), int16_t(0x7C));
-        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).data(0, 1), int16_t(0x20));
         const qsizetype asked = fx.dialogs->buttonTexts.size();
         QVERIFY(w->runSave());
         QCOMPARE(fx.dialogs->buttonTexts.size(), asked);  // nothing left to ask about
         const std::vector<uint8_t> saved = test::readFileBytes(fx.imagePath().toStdString());
-        const int32_t placed = w->pb.plays[1].seqAddress(0);
+        const SeqKey placed = w->pb.plays[1].seqAddress(0);
         QCOMPARE(w->pb.sequences.at(placed).data(0, 1), int16_t(0x7C));
-        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
-        for (int32_t a = 0xA010; a < 0xA010 + w->pb.sequences.at(0xA010).byteSize(); ++a)
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).data(0, 1), int16_t(0x20));
+        for (int32_t a = 0xA010; a < 0xA010 + w->pb.sequences.at(0xA010_seq).byteSize(); ++a)
             QCOMPARE(saved[static_cast<size_t>(offsetOfAddress(a))], shared[static_cast<size_t>(offsetOfAddress(a))]);
         QVERIFY(w->StatusBar1->text().startsWith("Saved"));
     }
@@ -226,7 +226,7 @@ private slots:
             {"the prompt on quitting", {MsgAnswer::Save}, [](frmMain& m) { return m.maybeKeepChanges(); }},
             {"the prompt on leaving the sequence", {MsgAnswer::Apply},
              [](frmMain& m) {
-                 selectRow(m.sequences().lvSequences, m.sequences().sequenceRow(0xA000));  // picking another row asks
+                 selectRow(m.sequences().lvSequences, m.sequences().sequenceRow(0xA000_seq));  // picking another row asks
                  return !m.sequences().workingCopyEdited() && m.runSave();
              }},
         };
@@ -236,7 +236,7 @@ private slots:
                 fx.start(workImage().playPlayer(1, 0, 0xA010));
                 open();
                 const std::vector<uint8_t> before = test::readFileBytes(fx.imagePath().toStdString());
-                w->sequences().showEntrySequence({AreaEntry::Table::Play, 1, 0, 0});
+                w->sequences().showEntrySequence({AreaEntry::Table::Play, 1, 0, {}});
                 w->sequences().txtSeqData[1]->setText("7C");
                 fx.dialogs->answers = road.answers;
                 fx.dialogs->answers.push_back(used);
@@ -251,11 +251,11 @@ private slots:
                     continue;
                 }
                 QVERIFY2(went, road.what);
-                const int32_t mine = w->pb.plays[1].seqAddress(0);
-                QVERIFY2(mine != 0xA010 && !isNewSequence(mine), road.what);
+                const SeqKey mine = w->pb.plays[1].seqAddress(0);
+                QVERIFY2(mine != 0xA010_seq && !mine.isNew(), road.what);
                 QCOMPARE(w->pb.sequences.at(mine).data(0, 1), int16_t(0x7C));
-                QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));  // the shared one as it was
-                QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA010);
+                QCOMPARE(w->pb.sequences.at(0xA010_seq).data(0, 1), int16_t(0x20));  // the shared one as it was
+                QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA010_seq);
             }
         }
     }
@@ -263,22 +263,22 @@ private slots:
     // The Plays tab's chooser: another sequence, then a new empty one filled with Add; both undoable.
     void pointAPlayerAtAnotherSequenceOrANewOne() {
         open();
-        const AreaEntry rb{AreaEntry::Table::Play, 0, 1, 0};
+        const AreaEntry rb{AreaEntry::Table::Play, 0, 1, {}};
         fx.dialogs->choices = {4};  // after the copy and the new one: A000, A010, A020
         w->sequences().pointEntryAt(rb);
         QVERIFY(fx.dialogs->offered.back()[4].startsWith("A020"));
-        QCOMPARE(w->pb.plays[0].seqAddress(1), 0xA020);
+        QCOMPARE(w->pb.plays[0].seqAddress(1), 0xA020_seq);
         QCOMPARE(w->plays().lvPlays->topLevelItem(0)->text(2), QString("A020"));
         QVERIFY(w->isWindowModified());
         w->doc_.undo();
-        QVERIFY(w->pb.plays[0].seqAddress(1) != 0xA020);
+        QVERIFY(w->pb.plays[0].seqAddress(1) != 0xA020_seq);
         QVERIFY(!w->isWindowModified());
 
         fx.dialogs->choices = {1, 0};  // a new empty sequence, with the first end offered
         w->sequences().pointEntryAt(rb);
-        const int32_t made = w->pb.plays[0].seqAddress(1);
-        QVERIFY(isNewSequence(made));
-        QCOMPARE(w->doc_.workingCopy.address(), made);  // shown in the panel, to be filled with Add
+        const SeqKey made = w->pb.plays[0].seqAddress(1);
+        QVERIFY(made.isNew());
+        QCOMPARE(w->doc_.workingCopy.key(), made);  // shown in the panel, to be filled with Add
         w->sequences().lstSeqCommands->setCurrentRow(-1);
         w->sequences().cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xD7));
         w->sequences().cmdSeqAddCmd_Click();
@@ -293,9 +293,9 @@ private slots:
         QVERIFY(w->runSave());
         w->mnuFileCheckImage_Click();
         QVERIFY(!fx.dialogs->texts.back().second.contains("Not saved yet"));
-        const int32_t placed = w->pb.plays[0].seqAddress(1);
+        const SeqKey placed = w->pb.plays[0].seqAddress(1);
         QCOMPARE(w->pb.sequences.at(placed).command(0), int16_t(0xD7));
-        QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA010);
+        QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA010_seq);
     }
 
     // Export Patch writes BPS for a .bps name, IPS otherwise; each turns the image as opened into the saved one.
@@ -368,7 +368,7 @@ private slots:
         fx.dialogs->answers = {MsgAnswer::Cancel};
         QVERIFY(!w->close());
         QCOMPARE(fx.dialogs->boxes.back().text, QString("Save changes to image.nes before closing?"));
-        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x7C));  // Cancel keeps the edit
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).data(0, 1), int16_t(0x7C));  // Cancel keeps the edit
         fx.dialogs->answers = {MsgAnswer::Save};
         QVERIFY(w->close());
         const auto after = fx.image->read();
@@ -419,24 +419,24 @@ private slots:
 
         // Add, then Apply; undo both.
         w->selectTab(4);
-        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010));
-        const clsSequence stored = w->pb.sequences.at(0xA010);
-        const QString cell = w->sequences().lvSequences->topLevelItem(w->sequences().sequenceRow(0xA010))->text(1);
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010_seq));
+        const clsSequence stored = w->pb.sequences.at(0xA010_seq);
+        const QString cell = w->sequences().lvSequences->topLevelItem(w->sequences().sequenceRow(0xA010_seq))->text(1);
         w->sequences().cmbNewSeqCmd->setCurrentIndex(1);  // 00: a two-byte command
         w->sequences().cmdSeqAddCmd_Click();
         QCOMPARE(w->doc_.workingCopy.commandCount(), 3);
         w->sequences().cmdSeqApply_Click();
-        QCOMPARE(w->pb.sequences.at(0xA010).byteSize(), stored.byteSize() + 2);
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).byteSize(), stored.byteSize() + 2);
         QCOMPARE(w->mnuEditUndo->text(), QString("&Undo Apply Sequence Edit"));
         w->doc_.undo();
-        QCOMPARE(w->pb.sequences.at(0xA010).commands(), stored.commands());
-        QCOMPARE(w->pb.sequences.at(0xA010).byteSize(), stored.byteSize());
-        QCOMPARE(w->sequences().lvSequences->topLevelItem(w->sequences().sequenceRow(0xA010))->text(1), cell);
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).commands(), stored.commands());
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).byteSize(), stored.byteSize());
+        QCOMPARE(w->sequences().lvSequences->topLevelItem(w->sequences().sequenceRow(0xA010_seq))->text(1), cell);
         w->doc_.undo();
         QCOMPARE(w->doc_.workingCopy.commandCount(), 2);  // the Add is undone in the working copy
         w->doc_.redo();
         w->doc_.redo();
-        QCOMPARE(w->pb.sequences.at(0xA010).commandCount(), 3);
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).commandCount(), 3);
         // Safe Save writes the slots only: the sequence edit stays marked until Save writes it.
         w->mnuFileSafeSave_Click();
         QVERIFY(w->isWindowModified());
@@ -449,7 +449,7 @@ private slots:
     void everyPanelEditIsAnUndoStep() {
         open();
         w->selectTab(4);
-        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010));  // D7 00 20, E4
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010_seq));  // D7 00 20, E4
         QLineEdit* box = w->sequences().txtSeqData[1];
         box->setText("7");
         box->setText("7C");
@@ -469,7 +469,7 @@ private slots:
         QCOMPARE(w->doc_.workingCopy.command(0), int16_t(0xD7));
         w->doc_.undo();
         w->doc_.undo();
-        QCOMPARE(w->doc_.workingCopy.commands(), w->pb.sequences.at(0xA010).commands());
+        QCOMPARE(w->doc_.workingCopy.commands(), w->pb.sequences.at(0xA010_seq).commands());
         QVERIFY(!w->isWindowModified());
 
         // A save keeps the history while every command is read where it was;
@@ -482,7 +482,7 @@ private slots:
         w->sequences().cmdSeqDelCmd_Click();  // E4 alone, at A010
         QVERIFY(w->runSave());
         QVERIFY(!w->mnuEditUndo->isEnabled());
-        QCOMPARE(w->pb.sequences.at(0xA010).commandCount(), 1);
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).commandCount(), 1);
     }
 
     // Save keeps the selection, following a moved sequence; with nothing to write it leaves the file alone.
@@ -491,15 +491,15 @@ private slots:
         QVERIFY(w->runSave());
         QVERIFY(w->StatusBar1->text().startsWith("Nothing to save"));
         w->selectTab(4);
-        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010));
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010_seq));
         w->sequences().cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xF3));
         w->sequences().lstSeqCommands->setCurrentRow(0);
         w->sequences().cmdSeqAddCmd_Click();  // grows past its bytes: it moves
         QVERIFY(w->runSave());    // applies the pending Add first
         const auto moved = w->sequences().selectedSequenceAddress();
-        QVERIFY(moved && *moved != 0xA010);
+        QVERIFY(moved && *moved != 0xA010_seq);
         QCOMPARE(w->pb.plays[0].seqAddress(0), *moved);
-        QCOMPARE(w->doc_.workingCopy.address(), *moved);
+        QCOMPARE(w->doc_.workingCopy.key(), *moved);
         QCOMPARE(w->sequences().lstSeqCommands->currentRow(), 1);
         QCOMPARE(w->selectedTab(), 4);
     }
@@ -520,7 +520,7 @@ private slots:
         QVERIFY(fx.dialogs->boxes.back().text.contains("(Save As)"));
         QCOMPARE(QString::fromStdString(w->pb.romPath), copy + ".nes");
         QCOMPARE(fx.image->read(), changed);
-        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x7C));
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).data(0, 1), int16_t(0x7C));
         QVERIFY(w->windowTitle().contains("copy.nes"));
         QVERIFY(!w->isWindowModified());
         // The edit was written where it stood: it can still be undone, against the new file.
@@ -575,7 +575,7 @@ private slots:
         QCOMPARE(w->playSlots().picPlay->image(), drawn(2, 0, pending));
         QVERIFY(w->playSlots().picPlay->image() != before);
         fx.dialogs->answers = {MsgAnswer::Discard};
-        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA000));
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA000_seq));
         w->sequences().lvSequences_Click();  // leaving them: the picture draws the model again
         QCOMPARE(w->playSlots().picPlay->image(), before);
         w->playSlots().cmbPlay->setCurrentIndex(4);
@@ -654,7 +654,7 @@ private slots:
     void dataBoxesTakeOnlyHex() {
         open();
         w->selectTab(4);
-        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010));
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA010_seq));
         QLineEdit* box = w->sequences().txtSeqData[1];
         box->clear();
         QTest::keyClicks(box, "ZZ");
@@ -673,7 +673,7 @@ private slots:
         QTest::keyClick(w->sequences().lvSequences, Qt::Key_Down);
         const int row = selectedRow(w->sequences().lvSequences);
         QCOMPARE(row, 1);
-        QCOMPARE(w->doc_.workingCopy.address(), w->sequences().lvSequences->topLevelItem(row)->data(0, Qt::UserRole).toInt());
+        QCOMPARE(std::optional<SeqKey>(w->doc_.workingCopy.key()), rowKey(w->sequences().lvSequences->topLevelItem(row)));
     }
 
     void bigDiagramDrawsTheChosenPlayAndSavesAtItsSize() {
@@ -765,7 +765,7 @@ private slots:
         const auto points = playPoints(w->pb, 0, 0)[0];  // the QB: A000's placement, A010's move
         QCOMPARE(points.size(), size_t(2));
         const DiagramPoint move = points[1];
-        QCOMPARE(move.sequence, 0xA010);
+        QCOMPARE(move.sequence, 0xA010_seq);
         QTest::mousePress(view, Qt::LeftButton, {}, at(move.x, move.y));
         QCOMPARE(w->sequences().lstSeqCommands->currentRow(), 0);  // the picked point's command, in the panel
         QCOMPARE(w->doc_.workingCopy.address(), 0xA010);
@@ -773,16 +773,16 @@ private slots:
         QTest::mouseMove(view, at(move.x + 8, move.y - 8));
         QTest::mouseRelease(view, Qt::LeftButton, {}, at(move.x + 8, move.y - 8));
         QCOMPARE(fx.dialogs->boxes.back().text, QString("Used by 1 play and 1 pointer."));
-        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 0), int16_t(0xF8));  // 8 up
-        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x28));  // 0x20 + 8 forward
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).data(0, 0), int16_t(0xF8));  // 8 up
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).data(0, 1), int16_t(0x28));  // 0x20 + 8 forward
         QCOMPARE(w->doc_.workingCopy.data(0, 1), int16_t(0x28));  // the panel shows it as stored
         QVERIFY(w->isWindowModified());
         w->doc_.undo();
-        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x20));
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).data(0, 1), int16_t(0x20));
         QVERIFY(!w->isWindowModified());
         fx.dialogs->answers = {MsgAnswer::All};
         QTest::keyClick(view, Qt::Key_Right);
-        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x21));
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).data(0, 1), int16_t(0x21));
         // Play: the slider walks the segments; its tooltip says it is not the game's timing.
         auto* slider = w->diagram_->findChild<QSlider*>();
         QVERIFY(slider->toolTip().contains("not the game's timing"));
@@ -815,16 +815,16 @@ private slots:
         QVERIFY(fx.dialogs->offered.back().back().startsWith("The first play no slot uses: play 2 (2)"));
         fx.dialogs->choices.push_back(0);
         QVERIFY(w->importCarriedFile(file, std::nullopt));
-        QCOMPARE(w->pb.plays[2].seqAddress(0), 0xA020);
+        QCOMPARE(w->pb.plays[2].seqAddress(0), 0xA020_seq);
         QVERIFY(w->isWindowModified());
         QCOMPARE(fx.image->read(), before);
         QVERIFY(w->mnuEditUndo->text().contains("Import play one.json into play 2 (2)"));
         w->mnuEditUndo->trigger();
-        QCOMPARE(w->pb.plays[2].seqAddress(0), kNoSequence);
+        QCOMPARE(w->pb.plays[2].seqAddress(0), SeqKey::none());
         QVERIFY(!w->isWindowModified());
         w->mnuEditRedo->trigger();
         QVERIFY(w->runSave());
-        QCOMPARE(openRom(fx.imagePath().toStdString(), fx.data.path()).plays[2].seqAddress(0), 0xA020);
+        QCOMPARE(openRom(fx.imagePath().toStdString(), fx.data.path()).plays[2].seqAddress(0), 0xA020_seq);
 
         // The library, its folder chosen with "Folder...".
         fx.dialogs->files.push_back(QString::fromStdString(fx.cwd.path()));
@@ -848,7 +848,7 @@ private slots:
         QVERIFY(enter.isAccepted());
         QDropEvent drop(QPointF(at), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
         QApplication::sendEvent(plays->viewport(), &drop);
-        QCOMPARE(w->pb.plays[5].seqAddress(0), 0xA020);
+        QCOMPARE(w->pb.plays[5].seqAddress(0), 0xA020_seq);
         QVERIFY(w->isWindowModified());
 
         // A slot file dropped on a row of Plays is not taken for a play.

@@ -71,7 +71,7 @@ private slots:
         QCOMPARE(w->sequences().lstSeqCommands->currentRow(), 0);
         QVERIFY(!w->sequences().cmdSeqApply->isEnabled());
         QCOMPARE(w->doc_.workingCopy.address(), 0xA000);
-        QCOMPARE(w->doc_.workingCopy.commands(), w->pb.sequences.at(0xA000).commands());
+        QCOMPARE(w->doc_.workingCopy.commands(), w->pb.sequences.at(0xA000_seq).commands());
     }
 
     void sheetsShapeTheSlots() {
@@ -116,7 +116,7 @@ private slots:
         QCOMPARE(rows().at(1), QString("A001: Move Relative (D-1F,L-03)"));
         w->sequences().txtSeqData[0]->clear();
         QCOMPARE(w->doc_.workingCopy.data(1, 0), int16_t(0));
-        QCOMPARE(w->pb.sequences.at(0xA000).data(1, 0), int16_t(5));  // the stored sequence waits for Apply
+        QCOMPARE(w->pb.sequences.at(0xA000_seq).data(1, 0), int16_t(5));  // the stored sequence waits for Apply
     }
 
     void comPassSequenceSaysTheGameReadsItDifferently() {
@@ -135,7 +135,7 @@ private slots:
         w->sequences().txtSeqData[1]->setText("F8");
         QCOMPARE(w->sequences().lblCmdMeaning[1]->text(), QString("= -8"));
         QTest::keyClick(w->sequences().txtSeqData[1], Qt::Key_Return);
-        QCOMPARE(w->pb.sequences.at(0xA000).data(1, 1), int16_t(0xF8));
+        QCOMPARE(w->pb.sequences.at(0xA000_seq).data(1, 1), int16_t(0xF8));
         QCOMPARE(w->sequences().lstSeqCommands->currentRow(), 1);  // the edited command stays selected
         w->sequences().txtSeqData[0]->setText("06");
         w->sequences().cmdSeqApply_Click();
@@ -169,15 +169,15 @@ private slots:
         selectRow(w->sequences().lvSequences, 2);  // as the keyboard moves it
         QCOMPARE(dialogs->boxes.back().buttons, MsgButtons::ApplyDiscardCancel);
         QCOMPARE(w->doc_.workingCopy.address(), 0xA000);
-        QCOMPARE(w->sequences().selectedSequenceAddress(), std::optional<int32_t>(0xA000));
+        QCOMPARE(w->sequences().selectedSequenceAddress(), std::optional<SeqKey>(0xA000_seq));
         QCOMPARE(w->doc_.workingCopy.commandCount(), 3);  // Cancel keeps the edit
         w->sequences().lvSequences_Click();  // a click on its own row again
         QCOMPARE(w->doc_.workingCopy.commandCount(), 3);  // keeps it too
         dialogs->answers.push_back(MsgAnswer::Apply);
         selectRow(w->sequences().lvSequences, 2);
         w->sequences().cmdSeqApply_Click();
-        QCOMPARE(w->pb.sequences.at(0xA020).commandCount(), 2);
-        QCOMPARE(w->pb.sequences.at(0xA000).commandCount(), 3);
+        QCOMPARE(w->pb.sequences.at(0xA020_seq).commandCount(), 2);
+        QCOMPARE(w->pb.sequences.at(0xA000_seq).commandCount(), 3);
         QVERIFY(w->isWindowModified());
         // A typed value not applied: Exit asks about it too.
         w->sequences().txtSeqData[1]->setText("7");
@@ -207,7 +207,7 @@ private slots:
         QVERIFY(w->StatusBar1->text().startsWith("Full Save: 4 sequences laid out anew from A000"));
         // Reopen: the sequence now lies after A000's (10 bytes) and A010's (6).
         QVERIFY(w->openImage(QString::fromStdString(image->path())));
-        QCOMPARE(w->pb.sequences.at(0xA010).data(0, 1), int16_t(0x7C));
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).data(0, 1), int16_t(0x7C));
         const auto bytes = image->read();
         QCOMPARE(int(bytes[static_cast<size_t>(offsetOfAddress(0xA010) + 2)]), 0x7C);
     }
@@ -222,9 +222,9 @@ private slots:
         w->sequences().cmdSeqApply_Click();
         dialogs->answers.push_back(MsgAnswer::Yes);
         w->mnuFileSave_Click();
-        const int32_t relaid = w->pb.seqPointers[2];
-        QVERIFY(relaid != 0xA030);
-        pickSequence(QString::fromStdString(hex4(relaid)));
+        const SeqKey relaid = w->pb.seqPointers[2];
+        QVERIFY(relaid != 0xA030_seq);
+        pickSequence(QString::fromStdString(hex4(relaid.address())));
         w->sequences().lstSeqCommands->setCurrentRow(0);
         w->sequences().cmdSeqAddCmd_Click();
         w->sequences().cmdSeqApply_Click();
