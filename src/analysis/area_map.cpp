@@ -176,6 +176,7 @@ std::vector<AddressField> AreaMap::staleFields() const {
 
 std::vector<AreaEntry> playbookEntries(const Playbook& pb) {
     std::vector<AreaEntry> entries;
+    entries.reserve(static_cast<size_t>(kPointerCount) + (static_cast<size_t>(kPlayCount) + pb.formations.size()) * kPlayersPerRecord);
     for (int i = 0; i < kPointerCount; ++i)
         entries.push_back({AreaEntry::Table::Pointer, i, 0, pb.seqPointers[static_cast<size_t>(i)]});
     for (int p = 0; p < kPlayCount; ++p)

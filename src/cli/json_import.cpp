@@ -313,12 +313,12 @@ void requireSameImage(const json& doc, std::span<const uint8_t> image, const std
         throw ImportError("/fingerprint", jsonName + " was written from another state of " + imageName + "; export again");
 }
 
-int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
+Playbook importedPlaybook(const Playbook& pb, const json& doc, const CmdNames& names, int* changeCount) {
     const Reader r;
     const std::string root;  // the document itself, as a place
     const std::string fingerprintWhere = "/fingerprint";
     if (!doc.is_object()) throw ImportError("/", "not a playbook object");
-    Playbook out = pb;  // every change goes here first; `pb` changes only when all are good
+    Playbook out = pb;  // every change goes here; `pb` stays the image as read
     int changes = 0;
     // Sequences the file makes (listed with "new" and a label instead of an
     // address) get their keys first, so that entries can name them.
@@ -620,7 +620,13 @@ int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
         }
         if (seq.commands() != before.commands() || seq.byteSize() != before.byteSize()) ++changes;
     }
-    pb = std::move(out);
+    if (changeCount) *changeCount = changes;
+    return out;
+}
+
+int applyPlaybookJson(Playbook& pb, const json& doc, const CmdNames& names) {
+    int changes = 0;
+    pb = importedPlaybook(pb, doc, names, &changes);
     return changes;
 }
 

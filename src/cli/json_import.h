@@ -45,4 +45,9 @@ void requireSameImage(const nlohmann::json& doc, std::span<const uint8_t> image,
 // refused value. Returns the number of records changed.
 int applyPlaybookJson(Playbook& pb, const nlohmann::json& doc, const CmdNames& names);
 
+// The same, leaving `pb` as it is: returns the playbook with the file's
+// changes applied (their number in `changes`, when given), so a caller keeps
+// both the image as read and the edit to save.
+[[nodiscard]] Playbook importedPlaybook(const Playbook& pb, const nlohmann::json& doc, const CmdNames& names, int* changes = nullptr);
+
 }  // namespace zpe

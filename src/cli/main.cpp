@@ -418,20 +418,25 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
                       " is beyond any range a value here takes; nothing was written"};
     }
     const zpe::FileLock lock(imagePath);
-    zpe::Playbook pb = openOrFail(imagePath, ctx);
+    // The image as read stays beside the edited copy: Save's plan takes it
+    // as the image's reading instead of reading the bytes once more.
+    const zpe::Playbook opened = openOrFail(imagePath, ctx);
+    zpe::Playbook pb;
     try {
-        if (!force) zpe::requireSameImage(doc, zpe::fileSpan(pb), baseName(jsonPath), baseName(imagePath));
-        zpe::applyPlaybookJson(pb, doc, ctx.names);
+        if (!force) zpe::requireSameImage(doc, zpe::fileSpan(opened), baseName(jsonPath), baseName(imagePath));
+        pb = zpe::importedPlaybook(opened, doc, ctx.names);
     } catch (const zpe::ImportError& e) {
         throw Failure{jsonPath + ": " + e.what() + "; nothing was written"};
     } catch (const nlohmann::json::exception& e) {
         throw Failure{jsonPath + ": " + e.what() + "; nothing was written"};
     }
+    doc = nullptr;  // its memory serves the plan
     if (dryRun) {
-        std::cout << zpe::planSave(pb, zpe::readUnchangedImage(pb)).summary.text() << '\n';
+        zpe::requireUnchangedImage(pb);
+        std::cout << zpe::planSave(pb, pb.openedBytes, &opened).summary.text() << '\n';
         return 0;
     }
-    (void)zpe::saveChanges(pb, [&](const zpe::SaveSummary& summary) { ctx.confirm(summary.text()); });
+    (void)zpe::saveChanges(pb, [&](const zpe::SaveSummary& summary) { ctx.confirm(summary.text()); }, nullptr, &opened);
     return 0;
 }
 

@@ -82,16 +82,22 @@ void removeStaleTemporaries(const std::string& folder) {
     ::closedir(dir);
 }
 
-}  // namespace
-
-std::vector<uint8_t> readWholeFile(const std::string& path, int64_t maxSize) {
-    Fd in;
+// Opens a regular file for reading without blocking; its size in `size`. Throws RomError naming it.
+void openForReading(const std::string& path, Fd& in, int64_t& size) {
     in.fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
     if (in.fd < 0) throw RomError(path + ": cannot open the file: " + reason());
     struct stat st {};
     if (::fstat(in.fd, &st) != 0) throw RomError(path + ": cannot read the file: " + reason());
     if (!S_ISREG(st.st_mode)) throw RomError(path + ": " + kindOf(st.st_mode) + ", not a file the editor can read");
-    const auto size = static_cast<int64_t>(st.st_size);
+    size = static_cast<int64_t>(st.st_size);
+}
+
+}  // namespace
+
+std::vector<uint8_t> readWholeFile(const std::string& path, int64_t maxSize) {
+    Fd in;
+    int64_t size = 0;
+    openForReading(path, in, size);
     if (size > maxSize)
         throw RomError(path + ": " + std::to_string(size) + " bytes, larger than the " + std::to_string(maxSize) +
                        " bytes of any file the editor reads");
@@ -118,6 +124,26 @@ std::vector<uint8_t> readWholeFile(const std::string& path, int64_t maxSize) {
     return bytes;
 }
 
+bool fileHoldsExactly(const std::string& path, std::span<const uint8_t> expected) {
+    Fd in;
+    int64_t size = 0;
+    openForReading(path, in, size);
+    if (size != static_cast<int64_t>(expected.size())) return false;
+    uint8_t piece[64 * 1024];
+    size_t got = 0;
+    for (;;) {
+        const ssize_t n = ::read(in.fd, piece, sizeof piece);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            throw RomError(path + ": cannot read the file: " + reason());
+        }
+        if (n == 0) return got == expected.size();
+        const auto count = static_cast<size_t>(n);
+        if (count > expected.size() - got || std::memcmp(piece, expected.data() + got, count) != 0) return false;  // grew, or differs
+        got += count;
+    }
+}
+
 void refuseSameFile(const std::string& output, const std::string& input, const std::string& what) {
     struct stat out {}, in {};
     if (::stat(output.c_str(), &out) != 0 || ::stat(input.c_str(), &in) != 0) return;
@@ -125,7 +151,7 @@ void refuseSameFile(const std::string& output, const std::string& input, const s
         throw RomError(output + ": this is " + what + " (" + input + "); writing it would replace it");
 }
 
-void replaceFileContents(const std::string& path, const std::vector<uint8_t>& bytes, const std::function<void()>& beforeRename) {
+void replaceFileContents(const std::string& path, std::span<const uint8_t> bytes, const std::function<void()>& beforeRename) {
     // Through a symbolic link, the file it names is replaced, not the link.
     std::string target = path;
     struct stat link {};

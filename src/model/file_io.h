@@ -4,6 +4,7 @@
 // image. Every file the editor writes goes through replaceFileContents.
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,12 @@ constexpr int64_t kMaxFileSize = 4 * 1024 * 1024;
 // file when it cannot be read.
 [[nodiscard]] std::vector<uint8_t> readWholeFile(const std::string& path, int64_t maxSize = kMaxFileSize);
 
+// True when the file at `path` holds exactly `expected`, compared as it is
+// read in pieces (no copy of the whole file is made). Opened and refused as
+// readWholeFile opens and refuses (RomError); a file of another size is
+// simply not the same.
+[[nodiscard]] bool fileHoldsExactly(const std::string& path, std::span<const uint8_t> expected);
+
 // Replaces the contents of `path` with `bytes` so that a crash, a kill or a full
 // disk leaves either the old file or the new one, never a mix, and no
 // temporary file: the bytes go to an unnamed file in the same folder, are
@@ -32,8 +39,12 @@ constexpr int64_t kMaxFileSize = 4 * 1024 * 1024;
 // `beforeRename`, when given, runs once the new contents are on disk and
 // before they take the file's name (a command line's confirmation); when it
 // throws, the file is left as it was and the exception goes on.
-void replaceFileContents(const std::string& path, const std::vector<uint8_t>& bytes,
+void replaceFileContents(const std::string& path, std::span<const uint8_t> bytes,
                          const std::function<void()>& beforeRename = nullptr);
+inline void replaceFileContents(const std::string& path, const std::vector<uint8_t>& bytes,
+                                const std::function<void()>& beforeRename = nullptr) {
+    replaceFileContents(path, std::span<const uint8_t>(bytes), beforeRename);
+}
 
 // Writes a text file the same all-or-nothing way.
 void replaceFileText(const std::string& path, const std::string& text);

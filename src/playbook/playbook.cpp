@@ -12,8 +12,10 @@ std::vector<uint8_t> fileBytes(const Playbook& pb, const std::vector<uint8_t>& h
     return pb.headerless ? withoutHeader(headed) : headed;
 }
 
-std::span<const uint8_t> fileSpan(const Playbook& pb) {
-    const std::span<const uint8_t> all(pb.openedBytes);
+std::span<const uint8_t> fileSpan(const Playbook& pb) { return fileSpan(pb, pb.openedBytes); }
+
+std::span<const uint8_t> fileSpan(const Playbook& pb, const std::vector<uint8_t>& headed) {
+    const std::span<const uint8_t> all(headed);
     if (!pb.headerless) return all;
     return all.size() < static_cast<size_t>(kHeaderSize) ? std::span<const uint8_t>() : all.subspan(static_cast<size_t>(kHeaderSize));
 }

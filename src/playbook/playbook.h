@@ -40,6 +40,8 @@ struct Playbook {
 [[nodiscard]] std::vector<uint8_t> fileBytes(const Playbook& pb, const std::vector<uint8_t>& headed);
 // The bytes of the file as it was opened (openedBytes without the header the open added), not copied.
 [[nodiscard]] std::span<const uint8_t> fileSpan(const Playbook& pb);
+// The same for `headed`: fileBytes without the copy.
+[[nodiscard]] std::span<const uint8_t> fileSpan(const Playbook& pb, const std::vector<uint8_t>& headed);
 
 // True when `a` and `b` hold the same slots, table entries and sequences
 // (every command, its origin and what it names): nothing of one is unsaved

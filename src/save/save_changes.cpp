@@ -79,6 +79,22 @@ void refuseRewrittenReadings(const Playbook& pb, const Playbook& old, const Area
             refuse(e.name() + " reads its commands from " + hex4(e.target.address()) + " on, bytes this save rewrites (at " + hex4(at) + ")");
 }
 
+// The image as the editor reads `image`: `asOpened` when that is the open's
+// own reading of these very bytes (the same bytes, formation names and a
+// complete open), otherwise the bytes read again into `read`.
+const Playbook& imageAsRead(const Playbook& pb, const std::vector<uint8_t>& image, const Playbook* asOpened, Playbook& read) {
+    if (asOpened && asOpened->openComplete && asOpened->romPath == pb.romPath && asOpened->headerless == pb.headerless &&
+        asOpened->openedBytes == image && formationNames(*asOpened) == formationNames(pb))
+        return *asOpened;
+    try {
+        read = readBytesAs(pb, image);
+    } catch (const RomError& e) {
+        throw SaveError(pb.romPath + ": the image cannot be read as it was opened (" + e.what() + "); nothing was saved",
+                        Refusal::WouldNotReopen);
+    }
+    return read;
+}
+
 }  // namespace
 
 std::string SaveSummary::text() const {
@@ -102,16 +118,11 @@ std::string SaveSummary::text() const {
     return out;
 }
 
-SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
+SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image, const Playbook* asOpened) {
     requireCompleteOpen(pb);
     // The image as the editor reads it now: the old sequences, their bytes, the game's reading.
-    Playbook old;
-    try {
-        old = readBytesAs(pb, image);
-    } catch (const RomError& e) {
-        throw SaveError(pb.romPath + ": the image cannot be read as it was opened (" + e.what() + "); nothing was saved",
-                        Refusal::WouldNotReopen);
-    }
+    Playbook read;
+    const Playbook& old = imageAsRead(pb, image, asOpened, read);
     // An entry changed to another sequence must read it the same way (a kick
     // formation's position reads its stances as going on).
     refuseMisreadEntries(old, pb);
@@ -159,14 +170,13 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     plan.summary.freeBytesLeft = laid.freeBytesLeft;
     plan.bytes = out.takeBytes();
     refuseRewrittenReadings(pb, old, map, laid, image, plan.bytes);
-    plan.written = verifyWrite(pb, old, plan.bytes, layout);
-    const Playbook& written = plan.written;
+    AreaMap after;  // the game's reading of the bytes written, as the check made it
+    plan.written = verifyWrite(pb, old, plan.bytes, layout, &map, &after);
     plan.layout = std::move(layout);
 
     // References the save does not follow (the game's branches, the
     // computer's logic): what the game still reaches that leads to a moved
     // sequence's old start.
-    const AreaMap after = buildAreaMap(written);
     for (const GameCommand& g : after.program) {
         if (g.target < 0) continue;
         const auto m = laid.moves.find(SeqKey::at(g.target));
@@ -177,15 +187,16 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image) {
     return plan;
 }
 
-SaveSummary saveChanges(Playbook& pb, const std::function<void(const SaveSummary&)>& confirm, const std::vector<uint8_t>* fileHolds) {
-    const std::vector<uint8_t> image = readUnchangedImage(pb, fileHolds);
-    SavePlan plan = planSave(pb, pb.openedBytes);
-    if (plan.bytes == image) {
+SaveSummary saveChanges(Playbook& pb, const std::function<void(const SaveSummary&)>& confirm, const std::vector<uint8_t>* fileHolds,
+                        const Playbook* asOpened) {
+    requireUnchangedImage(pb, fileHolds);
+    SavePlan plan = planSave(pb, pb.openedBytes, asOpened);
+    if (plan.bytes == (fileHolds ? *fileHolds : pb.openedBytes)) {
         plan.summary.nothingToWrite = true;  // a rewrite would only change the file's time and inode
         if (confirm) confirm(plan.summary);
         return plan.summary;
     }
-    replaceFileContents(pb.romPath, fileBytes(pb, plan.bytes), confirm ? std::function<void()>([&] { confirm(plan.summary); }) : nullptr);
+    replaceFileContents(pb.romPath, fileSpan(pb, plan.bytes), confirm ? std::function<void()>([&] { confirm(plan.summary); }) : nullptr);
     pb = std::move(plan.written);  // what the file now holds, as the check read it: no second read of the disk
     return plan.summary;
 }

@@ -45,7 +45,11 @@ struct SavePlan {
 // COM pass whose commands would shift, a field leading where the game runs
 // nothing, an entry or jump read the other way, ...); VerifyError when the
 // check before the write finds the bytes saying anything else than the model.
-[[nodiscard]] SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image);
+// `asOpened`, when given, is the image as an open read it, left unedited (a
+// command line keeps it beside the copy it edits): when it was read from
+// `image` itself, the plan takes it instead of reading those bytes once more.
+// The check before the write reads the new bytes back in full all the same.
+[[nodiscard]] SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image, const Playbook* asOpened = nullptr);
 
 // Save: plans against the file named by romPath, replaces it in one step,
 // and puts into `pb` the image as it now reads (the check before the write
@@ -56,8 +60,9 @@ struct SavePlan {
 // `fileHolds`, when given, is what the file holds while `pb` stands on
 // other bytes (pb.openedBytes: an imported play not written yet): the disk
 // is checked against it, and the plan is made over pb.openedBytes.
+// `asOpened` as for planSave.
 SaveSummary saveChanges(Playbook& pb, const std::function<void(const SaveSummary&)>& confirm = nullptr,
-                        const std::vector<uint8_t>* fileHolds = nullptr);
+                        const std::vector<uint8_t>* fileHolds = nullptr, const Playbook* asOpened = nullptr);
 
 // Save As: the edited image (the bytes `pb` was opened from, with every edit
 // saved into them as Save would) written to `newPath`, which `pb` then names,

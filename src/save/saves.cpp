@@ -10,6 +10,7 @@
 #include "sequence/command_codes.h"
 #include "sequence/command_format.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <unordered_map>
 #include <unordered_set>
@@ -38,17 +39,35 @@ void requireCompleteOpen(const Playbook& pb) {
         throw SaveError(pb.romPath + ": the image did not open completely; open an image again before saving", Refusal::NotOpen);
 }
 
+namespace {
+
+[[noreturn]] void refuseChangedOnDisk(const Playbook& pb) {
+    const auto slash = pb.romPath.find_last_of('/');
+    throw SaveError((slash == std::string::npos ? pb.romPath : pb.romPath.substr(slash + 1)) +
+                        " changed on disk since it was opened (another program wrote it); nothing was written",
+                    Refusal::ChangedOnDisk);
+}
+
+}  // namespace
+
 std::vector<uint8_t> readUnchangedImage(const Playbook& pb, const std::vector<uint8_t>* fileHolds) {
     requireCompleteOpen(pb);
     std::vector<uint8_t> bytes = readWholeFile(pb.romPath);
     if (pb.headerless) bytes = withHeader(bytes);  // the editor's form, as openedBytes holds it
-    if (bytes != (fileHolds ? *fileHolds : pb.openedBytes)) {
-        const auto slash = pb.romPath.find_last_of('/');
-        throw SaveError((slash == std::string::npos ? pb.romPath : pb.romPath.substr(slash + 1)) +
-                            " changed on disk since it was opened (another program wrote it); nothing was written",
-                        Refusal::ChangedOnDisk);
-    }
+    if (bytes != (fileHolds ? *fileHolds : pb.openedBytes)) refuseChangedOnDisk(pb);
     return bytes;
+}
+
+void requireUnchangedImage(const Playbook& pb, const std::vector<uint8_t>* fileHolds) {
+    requireCompleteOpen(pb);
+    const std::span<const uint8_t> headed(fileHolds ? *fileHolds : pb.openedBytes);
+    const auto header = static_cast<size_t>(kHeaderSize);
+    // A headerless file is held with a blank header in front (withHeader): the file is what follows it.
+    const bool same = !pb.headerless ? fileHoldsExactly(pb.romPath, headed)
+                                     : headed.size() >= header &&
+                                           std::all_of(headed.begin(), headed.begin() + kHeaderSize, [](uint8_t b) { return b == 0; }) &&
+                                           fileHoldsExactly(pb.romPath, headed.subspan(header));
+    if (!same) refuseChangedOnDisk(pb);
 }
 
 namespace {

@@ -49,6 +49,10 @@ inline constexpr const char* kFullSaveQuestion =
 // `fileHolds`, when given, is what the file must hold instead of
 // pb.openedBytes (a document whose model stands on an image not written yet).
 [[nodiscard]] std::vector<uint8_t> readUnchangedImage(const Playbook& pb, const std::vector<uint8_t>* fileHolds = nullptr);
+// The same refusals without the bytes: the file is compared with what it
+// must hold as it is read, piece by piece (a save that works on bytes it
+// already holds needs no second copy of the image).
+void requireUnchangedImage(const Playbook& pb, const std::vector<uint8_t>* fileHolds = nullptr);
 
 // Writes the 64 playbook slots into the image named by romPath; nothing else
 // changes. `pb.openedBytes` becomes what was written.

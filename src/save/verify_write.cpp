@@ -7,6 +7,7 @@
 #include "playbook/open_rom.h"
 #include "sequence/command_codes.h"
 
+#include <optional>
 #include <unordered_set>
 
 namespace zpe {
@@ -89,14 +90,16 @@ namespace {
 // The check of one write: `again` is the image read back from the bytes.
 class WriteCheck {
 public:
-    WriteCheck(const Playbook& model, const Playbook& before, const std::vector<uint8_t>& bytes, const SaveLayout& layout)
-        : model(model), before(before), bytes(bytes), layout(layout) {}
+    WriteCheck(const Playbook& model, const Playbook& before, const std::vector<uint8_t>& bytes, const SaveLayout& layout,
+               const AreaMap* beforeMap)
+        : model(model), before(before), bytes(bytes), layout(layout), beforeMap(beforeMap) {}
 
-    Playbook run() {
+    Playbook run(AreaMap* afterMap) {
         open();
         tables();
         editorReading();
         if (layout.gameReading) gameReading();
+        if (afterMap) *afterMap = newMap ? std::move(*newMap) : buildAreaMap(again);
         return std::move(again);
     }
 
@@ -225,8 +228,10 @@ private:
 
     // The game's reading: it runs commands only where the layout put them or where it ran them before.
     void gameReading() {
-        const AreaMap oldMap = buildAreaMap(before);
-        const AreaMap newMap = buildAreaMap(again);
+        std::optional<AreaMap> ownOldMap;
+        if (!beforeMap) ownOldMap = buildAreaMap(before);
+        const AreaMap& oldMap = beforeMap ? *beforeMap : *ownOldMap;
+        newMap = buildAreaMap(again);
         const std::span<const uint8_t> newArea = areaBytes(bytes);
         std::vector<uint8_t> oldStart(kSequenceAreaSize, 0), expected(kSequenceAreaSize, 0);
         std::vector<int32_t> owner(kSequenceAreaSize, -1);
@@ -263,7 +268,7 @@ private:
             if (laid.written && inArea(laid.place)) edited.push_back(laid.place);
         for (const GameCommand& g : traceFrom(bytes, edited))
             if (owner[areaIndex(g.address)] < 0) oldStart[areaIndex(g.address)] = 1;
-        for (int32_t a : newMap.commands) {
+        for (int32_t a : newMap->commands) {
             const int32_t s = owner[areaIndex(a)];
             if (s >= 0) {
                 if (!expected[areaIndex(a)] && !models[static_cast<size_t>(s)]->readsDifferentlyByGame())
@@ -275,7 +280,7 @@ private:
         }
 
         sequencesRun(newArea);
-        leadsIntoRewritten(newMap, owner, newArea);
+        leadsIntoRewritten(*newMap, owner, newArea);
     }
 
     // Each written sequence runs its commands in order and goes on where it went on before.
@@ -336,7 +341,9 @@ private:
     const Playbook& before;
     const std::vector<uint8_t>& bytes;
     const SaveLayout& layout;
+    const AreaMap* beforeMap;
     Playbook again;
+    std::optional<AreaMap> newMap;  // the game's reading of `again`, once gameReading made it
     std::unordered_set<SeqKey> reachable;
     std::vector<const clsSequence*> models;
 };
@@ -344,8 +351,8 @@ private:
 }  // namespace
 
 Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::vector<uint8_t>& bytes,
-                     const SaveLayout& layout) {
-    return WriteCheck(model, before, bytes, layout).run();
+                     const SaveLayout& layout, const AreaMap* beforeMap, AreaMap* afterMap) {
+    return WriteCheck(model, before, bytes, layout, beforeMap).run(afterMap);
 }
 
 }  // namespace zpe

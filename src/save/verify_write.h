@@ -54,8 +54,11 @@ struct SaveLayout {
 // `before` is the image as it was opened (its playbook with openedBytes set).
 // Returns the playbook the bytes open as; throws VerifyError on the first
 // difference, naming it.
+// `beforeMap`, when given, is buildAreaMap(before), already made by the
+// caller; `afterMap`, when given, receives buildAreaMap of the playbook
+// returned. Neither changes what is checked: they spare building a map twice.
 Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::vector<uint8_t>& bytes,
-                     const SaveLayout& layout);
+                     const SaveLayout& layout, const AreaMap* beforeMap = nullptr, AreaMap* afterMap = nullptr);
 
 // The formation names a playbook was opened with (to read an image back the same way).
 [[nodiscard]] std::vector<std::string> formationNames(const Playbook& pb);

@@ -110,6 +110,29 @@ TEST(Save, GrownSequencesMoveToTheFirstFreeRunAndReferencesFollow) {
     EXPECT_EQ(o.file.read(), after) << "a second save writes the same file";
 }
 
+// zpe import keeps the image as it opened it beside the copy it edits and
+// hands that reading to Save instead of reading the bytes once more: the
+// same bytes are planned and written, and a reading of other bytes is not taken.
+TEST(Save, TheOpensReadingHandedOverPlansTheSameBytes) {
+    DataDir data;
+    auto o = test::openBuilt(saveImage(), data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    const Playbook opened = o.pb;
+    grow(o.pb, 0xA000);
+    o.pb.sequences.at(0xA0F0_seq).data(0, 0, 0x05);
+    const SavePlan read = planSave(o.pb, o.pb.openedBytes);
+    EXPECT_EQ(planSave(o.pb, o.pb.openedBytes, &opened).bytes, read.bytes);
+    const SaveSummary s = saveChanges(o.pb, nullptr, nullptr, &opened);
+    EXPECT_EQ(s.text(), read.summary.text());
+    EXPECT_EQ(o.file.read(), read.bytes);
+
+    // `opened` is now the image before that save: planned over the bytes written, it is passed over.
+    o.pb.sequences.at(0xA0F0_seq).data(0, 0, 0x06);
+    const SavePlan again = planSave(o.pb, o.pb.openedBytes);
+    EXPECT_EQ(planSave(o.pb, o.pb.openedBytes, &opened).bytes, again.bytes);
+    EXPECT_EQ(again.bytes[static_cast<size_t>(offsetOfAddress(0xA0F1))], 0x06);
+}
+
 TEST(Save, RefusalsWriteNothing) {
     DataDir data;
     struct Case {
