@@ -30,7 +30,7 @@ struct DiagramPoint {
 };
 
 struct DrawOptions {
-    // Drawn in place of the sequence with its address (the editor's working
+    // Drawn in place of the sequence with its key (the editor's working
     // copy, before Apply), its commands in kHighlightColor.
     const clsSequence* workingCopy = nullptr;
     // Receives each player's points (eleven lists) in drawing order.

@@ -276,7 +276,7 @@ void frmMain::mnuFileSaveChanges_Click() { (void)runSave(); }
 
 frmMain::KeptSelection frmMain::keptSelection() const {
     KeptSelection kept;
-    kept.sequence = sequences_->selectedSequenceAddress();
+    kept.sequence = sequences_->selectedSequenceKey();
     kept.command = sequences_->lstSeqCommands->currentRow();
     kept.formation = selectedRow(formations_->lvFormations);
     kept.slot = selectedRow(playSlots_->lvPlaySlots);

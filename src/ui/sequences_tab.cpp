@@ -54,7 +54,7 @@ void SequencesTab::fill(const std::vector<ListRow>& rows) {
 }
 
 void SequencesTab::rebuild(const std::vector<ListRow>& rows, bool keepSelection) {
-    const auto selected = keepSelection ? selectedSequenceAddress() : std::nullopt;
+    const auto selected = keepSelection ? selectedSequenceKey() : std::nullopt;
     const QSignalBlocker quiet(lvSequences);
     lvSequences->clear();
     addRows(lvSequences, rows);
@@ -154,17 +154,17 @@ void SequencesTab::cmdSeqDetails_Click() {
     ctx_.host.relayout();
 }
 
-std::optional<SeqKey> SequencesTab::selectedSequenceAddress() const {
+std::optional<SeqKey> SequencesTab::selectedSequenceKey() const {
     const auto selected = lvSequences->selectedItems();
     if (selected.isEmpty()) return std::nullopt;
     return rowKey(selected.first());
 }
 
 void SequencesTab::lvSequences_Click() {
-    const auto address = selectedSequenceAddress();
-    if (!address) return;
-    if (*address == curSeq.key() && workingCopyEdited()) return;  // its own row again: the edits stay
-    if (*address != curSeq.key() && workingCopyEdited()) {
+    const auto key = selectedSequenceKey();
+    if (!key) return;
+    if (*key == curSeq.key() && workingCopyEdited()) return;  // its own row again: the edits stay
+    if (*key != curSeq.key() && workingCopyEdited()) {
         const QString from = QString::fromStdString(sequenceKeyText(curSeq.key()));
         switch (ctx_.dialogs.message({"The edits of sequence " + from + " are not applied yet. Apply them before leaving it?",
                                   "Sequences", MsgIcon::Question, MsgButtons::ApplyDiscardCancel, MsgAnswer::Apply})) {
@@ -180,9 +180,9 @@ void SequencesTab::lvSequences_Click() {
         }
         }
     }
-    const clsSequence* stored = pb.sequences.find(*address);
+    const clsSequence* stored = pb.sequences.find(*key);
     if (!stored) return;
-    if (*address != curSeq.key()) {
+    if (*key != curSeq.key()) {
         reachedFrom_.reset();  // picked in the list: no play or formation it came from
         if (ctx_.status->text().startsWith("Editing the sequence ")) ctx_.say("");  // that line spoke of the sequence left
     }
@@ -234,7 +234,7 @@ void SequencesTab::lstSeqCommands_Click() {
     const bool command = lstSeqCommands->currentRow() >= 0 && lstSeqCommands->currentRow() < curSeq.commandCount();
     cmdSeqDelCmd->setEnabled(command);
     udSeqCommand->setEnabled(command);
-    if (!selectedSequenceAddress()) return;
+    if (!selectedSequenceKey()) return;
     const int p = lstSeqCommands->currentRow();
     if (p < 0 || p >= curSeq.commandCount()) return;
     if (DiagramWindow* diagram = ctx_.host.diagram()) diagram->highlightCommand(curSeq.key(), p);  // its point on the big diagram
@@ -330,10 +330,10 @@ void SequencesTab::udSeqCommand_DownClick() {
 }
 
 void SequencesTab::cmdSeqApply_Click() {
-    const auto address = selectedSequenceAddress();
+    const auto key = selectedSequenceKey();
     // Only into the sequence the working copy came from: a selection moved
     // without a click (the keyboard) must not receive another sequence's commands.
-    if (!address || !pb.sequences.contains(*address) || curSeq.key() != *address) return;
+    if (!key || !pb.sequences.contains(*key) || curSeq.key() != *key) return;
     if (commitWorkingCopy("Apply")) cmdSeqApply->setEnabled(workingCopyEdited());  // an Apply that changes nothing is no undo step
 }
 
@@ -376,8 +376,8 @@ void SequencesTab::showWorkingCopy() {
 }
 
 void SequencesTab::cmdSeqAddCmd_Click() {
-    const auto address = selectedSequenceAddress();
-    if (!address || curSeq.key() != *address) return;
+    const auto key = selectedSequenceKey();
+    if (!key || curSeq.key() != *key) return;
     const int code = newCommandCode(cmbNewSeqCmd->currentIndex());
     if (code < 0) {
         ctx_.say("Choose the command to add from the list.");

@@ -56,7 +56,7 @@ public:
     // Empties the panel and disables "Apply" (a new image, a relaid one).
     void clearSeqPanel();
     // The selected sequence's key, or none.
-    std::optional<SeqKey> selectedSequenceAddress() const;
+    std::optional<SeqKey> selectedSequenceKey() const;
     // The row of the Sequences list that shows `key`; -1 when none does.
     int sequenceRow(SeqKey key) const;
     // Selects sequence `key` with the editor panel shown (its unapplied edits kept when it is the panel's sequence

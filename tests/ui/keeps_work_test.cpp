@@ -496,7 +496,7 @@ private slots:
         w->sequences().lstSeqCommands->setCurrentRow(0);
         w->sequences().cmdSeqAddCmd_Click();  // grows past its bytes: it moves
         QVERIFY(w->runSave());    // applies the pending Add first
-        const auto moved = w->sequences().selectedSequenceAddress();
+        const auto moved = w->sequences().selectedSequenceKey();
         QVERIFY(moved && *moved != 0xA010_seq);
         QCOMPARE(w->pb.plays[0].seqAddress(0), *moved);
         QCOMPARE(w->doc_.workingCopy.key(), *moved);

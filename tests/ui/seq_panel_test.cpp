@@ -169,7 +169,7 @@ private slots:
         selectRow(w->sequences().lvSequences, 2);  // as the keyboard moves it
         QCOMPARE(dialogs->boxes.back().buttons, MsgButtons::ApplyDiscardCancel);
         QCOMPARE(w->doc_.workingCopy.address(), 0xA000);
-        QCOMPARE(w->sequences().selectedSequenceAddress(), std::optional<SeqKey>(0xA000_seq));
+        QCOMPARE(w->sequences().selectedSequenceKey(), std::optional<SeqKey>(0xA000_seq));
         QCOMPARE(w->doc_.workingCopy.commandCount(), 3);  // Cancel keeps the edit
         w->sequences().lvSequences_Click();  // a click on its own row again
         QCOMPARE(w->doc_.workingCopy.commandCount(), 3);  // keeps it too
