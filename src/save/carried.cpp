@@ -3,6 +3,7 @@
 #include "model/hex.h"
 #include "playbook/list_rows.h"
 #include "playbook/table_codec.h"
+#include "save/layout.h"
 #include "save/saves.h"
 #include "save/verify_write.h"
 #include "sequence/command_codes.h"
@@ -510,30 +511,9 @@ private:
             }
         }
     }
-    // Free bytes: inside the image, neither the game's nor any editor
-    // sequence's (a sequence the editor reads without an end included), and
-    // not the byte after a Long Snap that ends an editor sequence (an
-    // absolute jump written there would make the editor read on).
+    // Free bytes: those a save may write into (see writableRuns).
     void findFreeRuns() {
-        const auto size = static_cast<int32_t>(area_.size());
-        std::vector<bool> taken(static_cast<size_t>(size), false);
-        for (int32_t i = 0; i < size; ++i) taken[static_cast<size_t>(i)] = map_.use[static_cast<size_t>(i)] != 0;
-        auto take = [&](int32_t from, int32_t to) {  // addresses from..to-1
-            for (int32_t a = std::max(from, kSequenceAreaAddress); a < std::min(to, kSequenceAreaAddress + size); ++a)
-                taken[static_cast<size_t>(a - kSequenceAreaAddress)] = true;
-        };
-        for (const auto& [key, seq] : pb_.sequences) {
-            if (!seq.placed()) continue;
-            const int32_t at = key.address(), end = at + seq.byteSize();
-            take(at, end);
-            if (seq.commandCount() > 0 && seq.lastCommand() == cmd::kLongSnap) take(end, end + 1);
-        }
-        for (int32_t i = 0; i < size; ++i) {
-            if (taken[static_cast<size_t>(i)]) continue;
-            const int32_t a = kSequenceAreaAddress + i;
-            if (!freeRuns_.empty() && freeRuns_.back().end == a - 1) freeRuns_.back().end = a;
-            else freeRuns_.push_back({a, a});
-        }
+        freeRuns_ = writableRuns(pb_, map_, pb_.openedBytes, unendedReadings(pb_, pb_.openedBytes));
         for (const AreaRun& r : freeRuns_) freeBytes_ += r.size();
     }
     int32_t addressOf(const CarriedLead& l) const {

@@ -110,11 +110,11 @@ private:
     // there would make the snap no end (the editor would read on).
     std::unordered_set<int32_t> afterLongSnap_;
     std::unordered_set<int32_t> usedOutside_;  // every address the image as read leads to
-    // Area bytes no move may land on beyond those the map holds used: what an
-    // entry without a sequence reads, what the game now runs from an entry
-    // pointed at commands it never ran.
+    // Area bytes no move may land on beyond those writableRuns leaves alone:
+    // what the game now runs from an entry pointed at commands it never ran.
     std::vector<uint8_t> named_ = std::vector<uint8_t>(kSequenceAreaSize, 0);
     std::vector<std::pair<int32_t, int32_t>> unended_;  // the addresses those entries read, in and out of the area
+    std::vector<std::pair<AreaEntry, int32_t>> unendedFrom_;  // those entries, with how far each reads
 };
 
 // A sequence of the model as a chain to lay out: where it stood, where the game goes on after it.
@@ -220,10 +220,10 @@ void Engine::indexBackwards() {
 // An entry the open found no sequence at (its reading runs into free bytes
 // without an end) still names those bytes: writing there would give it one.
 void Engine::markNamedBytes() {
-    for (const auto& [e, size] : unendedReadings(old_, image_)) {
+    unendedFrom_ = unendedReadings(old_, image_);
+    for (const auto& [e, size] : unendedFrom_) {
         const int32_t t = e.target.address();
         unended_.emplace_back(t, t + size);
-        for (int32_t a = std::max(t, kSequenceAreaAddress); a < std::min(t + size, kAreaEnd); ++a) named_[areaIndex(a)] = 1;
     }
 }
 
@@ -512,16 +512,12 @@ void Engine::decideInPlace(Chain& c, bool& moreMoved) {
 // that holds it and that the relative jumps staying in place can reach, else
 // the first that holds it.
 void Engine::placeMoved() {
-    free_.clear();
-    for (AreaRun r : map_.freeRuns()) {
-        if (afterLongSnap_.count(r.start)) ++r.start;  // left as it is, so the snap stays an end
-        for (int32_t a = r.start; a <= r.end; ++a) {  // split around bytes an entry's reading covers
-            if (!named_[areaIndex(a)]) continue;
-            if (a > r.start) free_.push_back({r.start, a - 1});
-            r.start = a + 1;
-        }
-        if (r.start <= r.end) free_.push_back(r);
-    }
+    // Beyond what the image holds: what an entry now runs that the game never
+    // ran, and the byte after a sequence the edit ends with a Long Snap.
+    std::vector<uint8_t> leaveAlone = named_;
+    for (const int32_t a : afterLongSnap_)
+        if (inArea(a)) leaveAlone[areaIndex(a)] = 1;
+    free_ = writableRuns(old_, map_, image_, unendedFrom_, leaveAlone);
     moves_.clear();
     // The relative jumps staying where they are, by the key they lead to.
     std::unordered_map<SeqKey, std::vector<int32_t>> reachersOf;
@@ -712,6 +708,31 @@ std::vector<std::pair<AreaEntry, int32_t>> unendedReadings(const Playbook& old, 
         out.emplace_back(e, unended.byteSize());
     }
     return out;
+}
+
+std::vector<AreaRun> writableRuns(const Playbook& old, const AreaMap& map, const std::vector<uint8_t>& image,
+                                  const std::vector<std::pair<AreaEntry, int32_t>>& unended, const std::vector<uint8_t>& leaveAlone) {
+    const auto size = static_cast<int32_t>(std::min(areaBytes(image).size(), map.use.size()));
+    std::vector<uint8_t> keep(static_cast<size_t>(size), 0);
+    auto mark = [&](int32_t from, int32_t to) {  // addresses from..to-1
+        for (int32_t a = std::max(from, kSequenceAreaAddress); a < std::min(to, kSequenceAreaAddress + size); ++a) keep[areaIndex(a)] = 1;
+    };
+    for (size_t i = 0; i < keep.size(); ++i) keep[i] = map.use[i] != 0 || (i < leaveAlone.size() && leaveAlone[i]);
+    for (const auto& [key, seq] : old.sequences) {
+        if (key.isNew()) continue;  // in no image yet
+        const int32_t at = key.address(), end = at + seq.byteSize();
+        mark(at, end);
+        if (seq.commandCount() > 0 && seq.lastCommand() == kLongSnap) mark(end, end + 1);  // so the snap stays an end
+    }
+    for (const auto& [e, bytes] : unended) mark(e.target.address(), e.target.address() + bytes);
+    std::vector<AreaRun> runs;
+    for (int32_t i = 0; i < size; ++i) {
+        if (keep[static_cast<size_t>(i)]) continue;
+        const int32_t a = kSequenceAreaAddress + i;
+        if (!runs.empty() && runs.back().end == a - 1) runs.back().end = a;
+        else runs.push_back({a, a});
+    }
+    return runs;
 }
 
 LayoutResult layOut(const Playbook& pb, const Playbook& old, const AreaMap& map, const std::vector<uint8_t>& image) {

@@ -63,4 +63,15 @@ struct LayoutResult {
 // The game still runs those bytes from there: a save must not change them.
 [[nodiscard]] std::vector<std::pair<AreaEntry, int32_t>> unendedReadings(const Playbook& old, const std::vector<uint8_t>& image);
 
+// The runs of the sequence area that a write over `old`'s image (`image`, the
+// game's reading of it `map`) may put commands into: bytes neither the game
+// runs nor an editor sequence of `old` holds, less the byte right after an
+// editor sequence ending in a Long Snap (a jump written there would make the
+// editor read on) and the bytes an entry that starts no valid sequence reads
+// (`unended`, from unendedReadings: writing there would give it one).
+// `leaveAlone` (by area index; shorter: the rest free) marks more bytes to keep.
+[[nodiscard]] std::vector<AreaRun> writableRuns(const Playbook& old, const AreaMap& map, const std::vector<uint8_t>& image,
+                                                const std::vector<std::pair<AreaEntry, int32_t>>& unended,
+                                                const std::vector<uint8_t>& leaveAlone = {});
+
 }  // namespace zpe

@@ -174,6 +174,23 @@ TEST(PlayImport, TooLittleFreeSpaceIsRefusedInWords) {
     EXPECT_EQ(target.file.read(), was);
 }
 
+// An entry that starts no valid sequence still reads its bytes: a lock-up
+// (the game stops there) and then FF FF FF, which the editor reads on into
+// (a jump to FFFF, no sequence). The game uses one byte of them; none of the
+// four is free, and the play goes around them.
+TEST(PlayImport, BytesAnEntryReadsWithoutASequenceAreNotFree) {
+    Carried c;
+    const test::Opened target = test::openBuilt(targetImage().bytesAt(0xA003, {0xDE}).pointer(0, 0xA003), c.data);
+    ASSERT_TRUE(target.result.ok) << target.result.error;
+    ASSERT_FALSE(target.pb.sequences.contains(0xA003_seq));
+    const PlayImportPlan plan = planPlayImport(target.pb, c.play, 7);
+    const auto at = static_cast<size_t>(offsetOfAddress(0xA003));
+    EXPECT_EQ(std::vector<uint8_t>(plan.bytes.begin() + static_cast<std::ptrdiff_t>(at), plan.bytes.begin() + static_cast<std::ptrdiff_t>(at) + 4),
+              (std::vector<uint8_t>{0xDE, 0xFF, 0xFF, 0xFF}));
+    target.file.write(plan.bytes);
+    EXPECT_EQ(runs(carryPlay(openRom(target.file.path(), c.data.path()), 7)), runs(c.play));
+}
+
 // A play no free run holds whole is split across runs, joined by jumps, and
 // still runs what it ran; a relative loop back whose target ends up out of
 // reach is written as an absolute jump.
