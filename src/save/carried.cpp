@@ -332,6 +332,14 @@ Playbook checkCarried(const Playbook& pb, const std::vector<CarriedCommand>& com
         const clsSequence* was = pb.sequences.find(e.target);
         const clsSequence* now = reopened.sequences.find(e.target);
         if (was && (!now || was->encode() != now->encode())) refuse("would make the editor read " + e.name() + " otherwise");
+        // An entry the editor found no sequence at reads the same bytes as before.
+        if (!was && now && e.target.placed()) {
+            const int32_t from = offsetOfAddress(e.target.address());
+            const auto size = static_cast<size_t>(now->byteSize());
+            if (from < 0 || static_cast<size_t>(from) + size > std::min(bytes.size(), pb.openedBytes.size()) ||
+                !std::equal(bytes.begin() + from, bytes.begin() + from + static_cast<std::ptrdiff_t>(size), pb.openedBytes.begin() + from))
+                refuse("would make the editor read " + e.name() + " otherwise");
+        }
     }
     return reopened;
 }
