@@ -232,8 +232,9 @@ public:
     // byte size of the editor's length table. Refuses, changing nothing, a
     // command that ends a sequence (it would cut off the rest) and the lock-up
     // codes (the game hangs on them). The stances go on in a kick formation's
-    // sequence and may be added there.
-    enum class Insert { Done, EndsSequence, LockUp, NotACommand, Full };
+    // sequence and may be added there. Nothing goes after the end command
+    // (AfterEnd: the caller puts it in front of it).
+    enum class Insert { Done, EndsSequence, LockUp, NotACommand, Full, AfterEnd };
     [[nodiscard]] Insert insertCommand(int after, int16_t code);
     // Replaces every command with `commands` (identities and fields as given;
     // dataLen follows the command format). Throws std::invalid_argument,

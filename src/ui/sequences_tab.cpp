@@ -383,7 +383,10 @@ void SequencesTab::cmdSeqAddCmd_Click() {
         ctx_.say("Choose the command to add from the list.");
         return;
     }
-    const int p = lstSeqCommands->currentRow();  // the new command goes after it; -1: at the top
+    // The new command goes after the selected one (-1: at the top); nothing
+    // runs after the end command, so with that selected it goes in front of it.
+    int p = lstSeqCommands->currentRow();
+    if (p == curSeq.commandCount() - 1) --p;
     const QString name = QString::fromStdString(hex2(code));
     const clsSequence before = curSeq;
     switch (curSeq.insertCommand(p, static_cast<int16_t>(code))) {
@@ -399,7 +402,8 @@ void SequencesTab::cmdSeqAddCmd_Click() {
         ctx_.say(name + " locks the game up when it runs; it cannot be added.");
         return;
     case clsSequence::Insert::Full: ctx_.say("The sequence holds as many commands as it can."); return;
-    case clsSequence::Insert::NotACommand: return;
+    case clsSequence::Insert::NotACommand:
+    case clsSequence::Insert::AfterEnd: return;
     }
 }
 

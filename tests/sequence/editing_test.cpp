@@ -103,6 +103,9 @@ TEST(Editing, StancesGoOnOnlyInKickFormations) {
     EXPECT_EQ(kick.insertCommand(-1, 0xEA), clsSequence::Insert::Done);
     EXPECT_EQ(kick.encode(), (Bytes{0xEA, 0x30, 0xE4}));
     EXPECT_EQ(plain.insertCommand(0, 0xC2), clsSequence::Insert::LockUp);
+    // Nothing goes after the end command: said as such, the sequence unchanged.
+    EXPECT_EQ(plain.insertCommand(1, 0xD7), clsSequence::Insert::AfterEnd);
+    EXPECT_EQ(plain.encode(), (Bytes{0x30, 0xE4}));
 }
 
 TEST(ConvertRelJump, ClosingForwardJumpBecomesAbsolute) {

@@ -279,9 +279,13 @@ private slots:
         const SeqKey made = w->pb.plays[0].seqAddress(1);
         QVERIFY(made.isNew());
         QCOMPARE(w->doc_.workingCopy.key(), made);  // shown in the panel, to be filled with Add
-        w->sequences().lstSeqCommands->setCurrentRow(-1);
+        // Its end command selected, as the panel shows it: Add puts the command in front of it.
+        w->sequences().lstSeqCommands->setCurrentRow(0);
         w->sequences().cmbNewSeqCmd->setCurrentIndex(test::newCommandItemOf(0xD7));
         w->sequences().cmdSeqAddCmd_Click();
+        QCOMPARE(w->doc_.workingCopy.commandCount(), 2);
+        QCOMPARE(w->doc_.workingCopy.command(0), int16_t(0xD7));
+        QCOMPARE(w->sequences().lstSeqCommands->currentRow(), 0);  // the command added
         w->sequences().cmdSeqApply_Click();
         QCOMPARE(w->pb.sequences.at(made).commandCount(), 2);
         // Check Image counts the new sequence as unsaved, not as an entry leading out of the area.
