@@ -321,14 +321,18 @@ CompactSummary compactImage(Playbook& pb, const std::string& dataDir, const std:
     return plan.summary;
 }
 
+CompactSavePlan planCompactAndSave(const Playbook& pb) {
+    const CompactPlan compacted = planCompact(pb);
+    SavePlan saved = planSave(carryOver(pb, compacted), compacted.bytes);
+    return {std::move(saved.bytes), {compacted.summary, saved.summary}};
+}
+
 CompactSaveSummary compactAndSave(Playbook& pb, const std::string& dataDir) {
     (void)readUnchangedImage(pb);
-    const CompactPlan compacted = planCompact(pb);
-    const Playbook carried = carryOver(pb, compacted);
-    const SavePlan saved = planSave(carried, compacted.bytes);
-    replaceFileContents(pb.romPath, fileBytes(pb, saved.bytes));
+    const CompactSavePlan plan = planCompactAndSave(pb);
+    replaceFileContents(pb.romPath, fileBytes(pb, plan.bytes));
     pb = openRom(pb.romPath, dataDir);
-    return {compacted.summary, saved.summary};
+    return plan.summary;
 }
 
 }  // namespace zpe

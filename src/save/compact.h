@@ -68,8 +68,15 @@ CompactSummary compactImage(Playbook& pb, const std::string& dataDir,
 // free run large enough. Returns both summaries.
 struct CompactSaveSummary {
     CompactSummary compacted;
-    SaveSummary saved;
+    SaveSummary saved;  // its free bytes: what is left once the edits are in
 };
 CompactSaveSummary compactAndSave(Playbook& pb, const std::string& dataDir);
+
+// What compactAndSave would write, and both summaries; nothing is written.
+struct CompactSavePlan {
+    std::vector<uint8_t> bytes;  // the whole new image
+    CompactSaveSummary summary;
+};
+[[nodiscard]] CompactSavePlan planCompactAndSave(const Playbook& pb);
 
 }  // namespace zpe

@@ -382,8 +382,7 @@ bool frmMain::runCompactAndSave() {
         const FileLock lock(pb.romPath);
         const CompactSaveSummary summary = doc_.compactAndSave(dataDir_.toStdString());
         showPlaybook();
-        const bool saved = summary.saved.slotsWritten > 0 || summary.saved.inPlace > 0 || !summary.saved.moved.empty();
-        StatusBar1->setText(QString::fromStdString(summary.compacted.text() + (saved ? " " + summary.saved.text() : "")));
+        StatusBar1->setText(QString::fromStdString(summary.compacted.text() + " " + summary.saved.text()));
         return true;
     } catch (const std::exception& e) {
         // Compacting again would not make more room: no second offer of it.
@@ -398,18 +397,19 @@ bool frmMain::runCompactAndSave() {
 void frmMain::mnuFileCompact_Click() {
     // Edits not saved yet are saved into the compacted image in the same write.
     const bool edits = doc_.unsaved();
-    CompactSummary preview;
+    CompactSaveSummary preview;
     try {
         doc_.requireFileUnchanged();
         doc_.requireImportSaved("Compacting");
-        preview = planCompact(pb).summary;
+        preview = planCompactAndSave(pb).summary;
     } catch (const std::exception& e) {
         reportFailure("Compact Sequence Area", e);
         return;
     }
-    QString text = QString::fromStdString(preview.text()).replace("Compacted: ", "Compacting keeps ") +
+    QString text = QString::fromStdString(preview.compacted.text()).replace("Compacted: ", "Compacting keeps ") +
                    "\n\nThis writes the image at once and cannot be undone.";
-    if (edits) text += " Your unsaved edits are saved with it.";
+    // What the edits then take of the free run, so the bytes left are those the file will have.
+    if (edits) text += " Your unsaved edits are saved with it: " + QString::fromStdString(preview.saved.text()).replace("Saved: ", "");
     text += "\n\nCompact the sequence area?";
     if (dialogs_.message({text, "Compact Sequence Area", MsgIcon::Question, MsgButtons::YesNo, MsgAnswer::No}) != MsgAnswer::Yes)
         return;

@@ -164,21 +164,11 @@ void SequencesTab::lvSequences_Click() {
     const auto key = selectedSequenceKey();
     if (!key) return;
     if (*key == curSeq.key() && workingCopyEdited()) return;  // its own row again: the edits stay
-    if (*key != curSeq.key() && workingCopyEdited()) {
-        const QString from = QString::fromStdString(sequenceKeyText(curSeq.key()));
-        switch (ctx_.dialogs.message({"The edits of sequence " + from + " are not applied yet. Apply them before leaving it?",
-                                  "Sequences", MsgIcon::Question, MsgButtons::ApplyDiscardCancel, MsgAnswer::Apply})) {
-        case MsgAnswer::Discard: break;
-        case MsgAnswer::Apply:
-            if (commitWorkingCopy("Apply")) break;
-            [[fallthrough]];  // "Used by" cancelled: stay
-        default: {
-            // Stay on the edited sequence, its edits kept.
-            const QSignalBlocker quiet(lvSequences);
-            selectRow(lvSequences, sequenceRow(curSeq.key()));
-            return;
-        }
-        }
+    if (*key != curSeq.key() && !leaveWorkingCopy()) {
+        // Stay on the edited sequence, its edits kept.
+        const QSignalBlocker quiet(lvSequences);
+        selectRow(lvSequences, sequenceRow(curSeq.key()));
+        return;
     }
     const clsSequence* stored = pb.sequences.find(*key);
     if (!stored) return;
@@ -193,6 +183,22 @@ void SequencesTab::lvSequences_Click() {
     cmdSeqApply->setEnabled(false);
     ctx_.host.refreshModified();
     ctx_.host.refreshPictures();  // edits left behind are no longer drawn
+}
+
+bool SequencesTab::leaveWorkingCopy() {
+    if (!workingCopyEdited()) return true;
+    const QString from = QString::fromStdString(sequenceKeyText(curSeq.key()));
+    switch (ctx_.dialogs.message({"The edits of sequence " + from + " are not applied yet. Apply them before leaving it?", "Sequences",
+                                  MsgIcon::Question, MsgButtons::ApplyDiscardCancel, MsgAnswer::Apply})) {
+    case MsgAnswer::Discard:
+        curSeq.clone(pb.sequences.at(curSeq.key()));  // as stored: nothing pending is left behind
+        lstSeqCommands_update();
+        cmdSeqApply->setEnabled(false);
+        ctx_.host.refreshModified();
+        return true;
+    case MsgAnswer::Apply: return commitWorkingCopy("Apply");  // false: "Used by" cancelled
+    default: return false;
+    }
 }
 
 void SequencesTab::applyWorkingCopy() {

@@ -52,6 +52,11 @@ public:
     // entry alone, the default, or all of them). False when the user cancels:
     // the edits stay in the panel and whatever asked goes no further.
     bool commitWorkingCopy(const QString& title);
+    // Before the panel leaves its sequence, or an entry change may take that
+    // sequence away: edits not applied yet are applied or discarded as the user
+    // answers (Apply, the default, Discard or Cancel). False when the user
+    // cancels: the edits stay in the panel and whatever asked goes no further.
+    bool leaveWorkingCopy();
     bool workingCopyEdited() const { return ctx_.doc.workingCopyEdited(); }
     // Empties the panel and disables "Apply" (a new image, a relaid one).
     void clearSeqPanel();

@@ -116,6 +116,9 @@ void SequencesTab::pointEntryAt(const AreaEntry& e) {
     const auto choice = ctx_.dialogs.choose("Point at a Sequence", "The sequence " + who + " runs (now " +
                                         (canCopy ? keyText(current) : QString("none")) + "):", items, selected);
     if (!choice || *choice < 0 || *choice >= items.size()) return;
+    // The panel's sequence may be the one the entry lets go of (a copy no
+    // other entry names is dropped): its pending edits are settled first.
+    if (!leaveWorkingCopy()) return;
     const EntriesState before = entriesState(pb);
     if (*choice == 0) {
         if (canCopy) (void)giveOwnCopy(e, nullptr, "");
@@ -187,8 +190,12 @@ bool SequencesTab::commitWorkingCopy(const QString& title) {
             // the copy and nowhere else.
             const clsSequence edited = curSeq;
             const clsSequence shared = pb.sequences.at(edited.key());
+            const int row = lstSeqCommands->currentRow();
             curSeq.clone(shared);
-            if (giveOwnCopy(*reachedFrom_, &edited, " with the edits", std::make_pair(edited, shared))) return true;
+            if (giveOwnCopy(*reachedFrom_, &edited, " with the edits", std::make_pair(edited, shared))) {
+                if (row >= 0 && row < lstSeqCommands->count()) lstSeqCommands->setCurrentRow(row);  // the command being edited stays selected
+                return true;
+            }
             curSeq = edited;  // not copied: the edits stay in the panel
             return false;
         }

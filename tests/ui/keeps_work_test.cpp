@@ -97,9 +97,13 @@ private slots:
         applyAnEdit();
         fx.dialogs->answers.push_back(MsgAnswer::Yes);
         w->mnuFileCompact_Click();
-        QVERIFY(fx.dialogs->boxes.back().text.contains("Your unsaved edits are saved with it."));
+        // The question says what the edits leave free, as the status line says it afterwards.
+        const QString asked = fx.dialogs->boxes.back().text;
+        QVERIFY2(asked.contains("Your unsaved edits are saved with it: 1 sequence in place"), qPrintable(asked));
         QVERIFY(w->StatusBar1->text().startsWith("Compacted: "));
         QVERIFY(w->StatusBar1->text().contains("Saved: 1 sequence in place"));
+        const QString left = w->StatusBar1->text().section(", ", -1);  // "N free bytes left."
+        QVERIFY2(asked.contains(left), qPrintable(asked + " | " + left));
         // After A000 (four bytes) and the FF FF FF the game runs after its stance.
         QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA007_seq);
         QCOMPARE(w->pb.sequences.at(0xA007_seq).data(0, 1), int16_t(0x7C));
@@ -145,8 +149,12 @@ private slots:
         QCOMPARE(fx.dialogs->boxes.back().text, QString("Used by 2 plays and 1 pointer."));
         QCOMPARE(fx.dialogs->buttonTexts, QStringList({"Change all of them", "Only play 1 (1) QB (a copy)"}));
         QVERIFY(w->sequences().workingCopyEdited());  // Cancel keeps the edits in the panel
+        const int last = w->sequences().lstSeqCommands->count() - 1;
+        QVERIFY(last > 0);
+        w->sequences().lstSeqCommands->setCurrentRow(last);  // another command selected, the edit pending
         fx.dialogs->answers = {MsgAnswer::Copy};
         w->sequences().cmdSeqApply_Click();
+        QCOMPARE(w->sequences().lstSeqCommands->currentRow(), last);  // the copy shows with that command still selected
         const SeqKey copy = w->pb.plays[1].seqAddress(0);
         QVERIFY(copy.isNew());
         QCOMPARE(w->pb.sequences.at(copy).data(0, 1), int16_t(0x7C));
@@ -258,6 +266,36 @@ private slots:
                 QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA010_seq);
             }
         }
+    }
+
+    // Pointing a player elsewhere while the panel holds edits not applied to
+    // his sequence asks first: Cancel changes nothing, Apply stores them, so
+    // a copy of that sequence holds them too.
+    void pointingElsewhereAsksAboutEditsNotApplied() {
+        open();
+        const AreaEntry qb{AreaEntry::Table::Play, 0, 0, {}};
+        fx.dialogs->choices = {0};  // a new copy of the current one
+        w->sequences().pointEntryAt(qb);
+        const SeqKey first = w->pb.plays[0].seqAddress(0);
+        QVERIFY(first.isNew());
+        QCOMPARE(w->doc_.workingCopy.key(), first);
+        w->doc_.workingCopy.data(0, 1, 0x40);
+        QVERIFY(w->doc_.workingCopyEdited());
+
+        fx.dialogs->choices = {0};
+        fx.dialogs->answers = {MsgAnswer::Cancel};
+        w->sequences().pointEntryAt(qb);
+        QVERIFY(fx.dialogs->boxes.back().text.startsWith("The edits of sequence new 1 are not applied yet."));
+        QCOMPARE(w->pb.plays[0].seqAddress(0), first);
+        QVERIFY(w->doc_.workingCopyEdited());
+
+        fx.dialogs->choices = {0};
+        fx.dialogs->answers = {MsgAnswer::Apply};
+        w->sequences().pointEntryAt(qb);
+        const SeqKey second = w->pb.plays[0].seqAddress(0);
+        QVERIFY(second != first && second.isNew());
+        QCOMPARE(w->pb.sequences.at(second).data(0, 1), int16_t(0x40));
+        QVERIFY(!w->doc_.workingCopyEdited());
     }
 
     // The Plays tab's chooser: another sequence, then a new empty one filled with Add; both undoable.
