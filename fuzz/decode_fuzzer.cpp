@@ -21,7 +21,7 @@ void check(bool ok, int line = __builtin_LINE()) {
 void decodeAt(const std::vector<uint8_t>& bytes, int32_t offset, bool kr) {
     zpe::Image img("fuzz.nes", bytes);
     zpe::clsSequence seq;
-    seq.address(zpe::addressOfOffset(offset));
+    seq.reset(zpe::addressOfOffset(offset));
     img.seekOffset(offset);
     seq.load(img, kr);
     const std::vector<uint8_t> encoded = seq.encode();
