@@ -394,7 +394,7 @@ clsSequence::Insert clsSequence::insertCommand(int after, int16_t code) {
     const CommandFormat f = commandFormat(static_cast<uint8_t>(code), kick_, -1);
     // A long snap goes on only before an absolute jump, which ends the sequence: it is never added.
     if (f.editorEnds) return Insert::EndsSequence;
-    if (after == commandCount() - 1) return Insert::AfterEnd;
+    if (after >= 0 && after == commandCount() - 1 && formatAt(cmds_, static_cast<size_t>(after), kick_).editorEnds) return Insert::AfterEnd;
     if (commandCount() >= kMaxCommands) return Insert::Full;
     SeqCommand c;
     c.origin = nextNewOrigin();  // a new command has no place in the image yet

@@ -78,9 +78,10 @@ void frmMain::buildMenus() {
     mnuEditUndo->setShortcut(QKeySequence::Undo);
     mnuEditRedo = new QAction("&Redo", this);
     connect(mnuEditRedo, &QAction::triggered, this, [this] { doc_.redo(); });
-    // Ctrl+Shift+Z on every platform, beside the platform's own redo key (Ctrl+Y on some).
+    // Ctrl+Shift+Z and Ctrl+Y on every platform, beside the platform's own redo keys.
     QList<QKeySequence> redoKeys = QKeySequence::keyBindings(QKeySequence::Redo);
-    if (!redoKeys.contains(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z))) redoKeys.prepend(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
+    for (const QKeySequence& key : {QKeySequence(Qt::CTRL | Qt::Key_Y), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z)})
+        if (!redoKeys.contains(key)) redoKeys.prepend(key);
     mnuEditRedo->setShortcuts(redoKeys);
     edit->addAction(mnuEditUndo);
     edit->addAction(mnuEditRedo);

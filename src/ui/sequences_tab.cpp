@@ -392,10 +392,11 @@ void SequencesTab::cmdSeqAddCmd_Click() {
     // The new command goes after the selected one (-1: at the top); nothing
     // runs after the end command, so with that selected it goes in front of it.
     int p = lstSeqCommands->currentRow();
-    if (p == curSeq.commandCount() - 1) --p;
     const QString name = QString::fromStdString(hex2(code));
     const clsSequence before = curSeq;
-    switch (curSeq.insertCommand(p, static_cast<int16_t>(code))) {
+    clsSequence::Insert inserted = curSeq.insertCommand(p, static_cast<int16_t>(code));
+    if (inserted == clsSequence::Insert::AfterEnd) inserted = curSeq.insertCommand(--p, static_cast<int16_t>(code));
+    switch (inserted) {
     case clsSequence::Insert::Done:
         ctx_.doc.perform({"Add Command", {{EditState::ofWorkingCopy(before), EditState::ofWorkingCopy(curSeq)}}});
         lstSeqCommands->setCurrentRow(p + 1);

@@ -96,6 +96,10 @@ void SequencesTab::showEntrySequence(const AreaEntry& e) {
 
 void SequencesTab::pointEntryAt(const AreaEntry& e) {
     if (!pb.openComplete) return;
+    // The panel's sequence may be the one the entry lets go of (a copy no
+    // other entry names is dropped), and applying its edits may give the
+    // entry a copy of its own: they are settled before the choice is offered.
+    if (!leaveWorkingCopy()) return;
     const SeqKey current = entryTarget(pb, e);
     const bool kick = entryReadsKick(e);
     const QString who = QString::fromStdString(e.name());
@@ -116,9 +120,6 @@ void SequencesTab::pointEntryAt(const AreaEntry& e) {
     const auto choice = ctx_.dialogs.choose("Point at a Sequence", "The sequence " + who + " runs (now " +
                                         (canCopy ? keyText(current) : QString("none")) + "):", items, selected);
     if (!choice || *choice < 0 || *choice >= items.size()) return;
-    // The panel's sequence may be the one the entry lets go of (a copy no
-    // other entry names is dropped): its pending edits are settled first.
-    if (!leaveWorkingCopy()) return;
     const EntriesState before = entriesState(pb);
     if (*choice == 0) {
         if (canCopy) (void)giveOwnCopy(e, nullptr, "");

@@ -298,6 +298,27 @@ private slots:
         QVERIFY(!w->doc_.workingCopyEdited());
     }
 
+    // The same from a play whose sequence is shared: the edits applied as a
+    // copy for that play come first, and the choice is offered from there (a
+    // copy of the current one is a copy of that copy, edits and all).
+    void pointingElsewhereSettlesASharedSequenceFirst() {
+        fx.stop();
+        fx.start(workImage().playPlayer(1, 0, 0xA010));
+        open();
+        const AreaEntry qb{AreaEntry::Table::Play, 1, 0, {}};
+        w->sequences().showEntrySequence(qb);
+        w->sequences().txtSeqData[1]->setText("7C");
+        QVERIFY(w->doc_.workingCopyEdited());
+        fx.dialogs->answers = {MsgAnswer::Apply, MsgAnswer::Copy};
+        fx.dialogs->choices = {0};
+        w->sequences().pointEntryAt(qb);
+        const SeqKey now = w->pb.plays[1].seqAddress(0);
+        QVERIFY(now.isNew());
+        QCOMPARE(w->pb.sequences.at(now).data(0, 1), int16_t(0x7C));
+        QCOMPARE(w->pb.sequences.at(0xA010_seq).data(0, 1), int16_t(0x20));  // the shared one as it was
+        QCOMPARE(w->pb.plays[0].seqAddress(0), 0xA010_seq);
+    }
+
     // The Plays tab's chooser: another sequence, then a new empty one filled with Add; both undoable.
     void pointAPlayerAtAnotherSequenceOrANewOne() {
         open();
@@ -783,6 +804,9 @@ private slots:
         QVERIFY(!w->isWindowModified());
         QCOMPARE(w->StatusBar1->text(), QString("Undone: Swap slot 2 (R1) and slot 5 (R1)."));
         QTest::keyClick(view, Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
+        QVERIFY(w->isWindowModified());
+        QTest::keyClick(view, Qt::Key_Z, Qt::ControlModifier);
+        QTest::keyClick(view, Qt::Key_Y, Qt::ControlModifier);  // the other redo key
         QVERIFY(w->isWindowModified());
         QTest::keyClick(view, Qt::Key_S, Qt::ControlModifier);
         QVERIFY(!w->isWindowModified());
