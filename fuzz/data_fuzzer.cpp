@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     // One sequence holding a command of every length the panel shows.
     clsSequence seq;
-    seq.address(0xA000);
+    seq.key(SeqKey::at(0xA000));
     seq.setCommands({{0x30, {2}}, {0xD7, {1, 2}}, {0x90, {4, 1, 2, 3, 4}}, {0xC8, {0, 0xA0, 2}}, {0xE4, {}}});
     for (int i = 0; i < seq.commandCount(); ++i) {
         const CommandPanelView view = describeCommand(seq, i, &sheet);
