@@ -246,6 +246,11 @@ AreaMap buildAreaMap(const Playbook& pb) {
         if (c.target >= 0 && !inArea(c.target)) map.leaves.push_back({c.address, c.code, c.target});
         if (isLockUp(c.code)) map.lockUps.push_back(c.address);
     }
+    // A command the game runs just before the area may take its operands
+    // from the area's first bytes: those bytes are the game's too.
+    for (const GameCommand& c : map.outsideCommands)
+        for (int32_t a = std::max(c.address, kSequenceAreaAddress); a < std::min(c.address + c.length, kAreaEnd); ++a)
+            map.use[areaIndex(a)] |= kUseGame;
     return map;
 }
 

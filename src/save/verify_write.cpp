@@ -280,7 +280,18 @@ private:
         }
 
         sequencesRun(newArea);
+        operandsBeforeTheArea(oldMap, newArea);
         leadsIntoRewritten(*newMap, owner, newArea);
+    }
+
+    // A command the game runs just before the area that takes operands from
+    // its first bytes reads them as before.
+    void operandsBeforeTheArea(const AreaMap& oldMap, std::span<const uint8_t> newArea) const {
+        const std::span<const uint8_t> oldArea = areaBytes(before.openedBytes);
+        for (const GameCommand& g : oldMap.outsideCommands)
+            for (int32_t a = std::max(g.address, kSequenceAreaAddress); a < std::min(g.address + g.length, kAreaEnd); ++a)
+                if (areaIndex(a) >= oldArea.size() || areaIndex(a) >= newArea.size() || oldArea[areaIndex(a)] != newArea[areaIndex(a)])
+                    fail("the command the game runs at " + hex4(g.address) + " would read other operands at " + hex4(a));
     }
 
     // Each written sequence runs its commands in order and goes on where it went on before.

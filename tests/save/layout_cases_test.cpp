@@ -737,5 +737,27 @@ TEST(FullSaveExact, BytesAndEntriesAsComputedByHand) {
     EXPECT_EQ(o.file.read(), after) << "a second Full Save writes the same file";
 }
 
+// A command the game runs just before the area (here a jump at 9FFF, reached
+// by a branch) takes its operands from the area's first bytes: they are the
+// game's, not free, and a sequence that has to move goes elsewhere.
+TEST(SaveLayout, AreaBytesACommandBeforeTheAreaReadsAreNotFree) {
+    DataDir data;
+    auto o = test::openBuilt(ImageBuilder()
+                                 .bytesAt(0x9FFF, {0xFF, 0x20, 0xA1})
+                                 .bytesAt(0xA120, {0xC7, 0xFF, 0x9F, 0xC4, 0x00})
+                                 .bytesAt(0xA200, {0xD7, 0x01, 0x01, 0xC4, 0x00})
+                                 .pointer(0, 0xA120)
+                                 .pointer(1, 0xA200),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    ASSERT_FALSE(o.pb.sequences.contains(0x9FFF_seq)) << "only the game's branch goes there";
+    grow(o.pb, 0xA200_seq);
+    SaveSummary s;
+    ASSERT_EQ(trySave(o, &s), "");
+    ASSERT_EQ(s.moved.size(), 1u) << s.text();
+    EXPECT_NE(s.moved[0].second, 0xA000) << s.text();
+    EXPECT_EQ(at(o.file.read(), 0x9FFF, 3), (Bytes{0xFF, 0x20, 0xA1}));
+}
+
 }  // namespace
 }  // namespace zpe
