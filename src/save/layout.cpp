@@ -113,8 +113,8 @@ private:
     // Area bytes no move may land on beyond those writableRuns leaves alone:
     // what the game now runs from an entry pointed at commands it never ran.
     std::vector<uint8_t> named_ = std::vector<uint8_t>(kSequenceAreaSize, 0);
-    std::vector<std::pair<int32_t, int32_t>> unended_;  // the addresses those entries read, in and out of the area
-    std::vector<std::pair<AreaEntry, int32_t>> unendedFrom_;  // those entries, with how far each reads
+    // The entries the open found no sequence at, with how far each reads (in and out of the area).
+    std::vector<std::pair<AreaEntry, int32_t>> unended_;
 };
 
 // A sequence of the model as a chain to lay out: where it stood, where the game goes on after it.
@@ -219,17 +219,14 @@ void Engine::indexBackwards() {
 
 // An entry the open found no sequence at (its reading runs into free bytes
 // without an end) still names those bytes: writing there would give it one.
-void Engine::markNamedBytes() {
-    unendedFrom_ = unendedReadings(old_, image_);
-    for (const auto& [e, size] : unendedFrom_) {
-        const int32_t t = e.target.address();
-        unended_.emplace_back(t, t + size);
-    }
-}
+void Engine::markNamedBytes() { unended_ = unendedReadings(old_, image_); }
 
 // True when an entry that starts no valid sequence reads the byte at `address`.
 bool Engine::readWithoutEnd(int32_t address) const {
-    return std::any_of(unended_.begin(), unended_.end(), [&](const auto& r) { return address >= r.first && address < r.second; });
+    return std::any_of(unended_.begin(), unended_.end(), [&](const auto& r) {
+        const int32_t from = r.first.target.address();
+        return address >= from && address < from + r.second;
+    });
 }
 
 // True when the game reads a byte at one of `addresses` on a path that does
@@ -517,7 +514,7 @@ void Engine::placeMoved() {
     std::vector<uint8_t> leaveAlone = named_;
     for (const int32_t a : afterLongSnap_)
         if (inArea(a)) leaveAlone[areaIndex(a)] = 1;
-    free_ = writableRuns(old_, map_, image_, unendedFrom_, leaveAlone);
+    free_ = writableRuns(old_, map_, image_, unended_, leaveAlone);
     moves_.clear();
     // The relative jumps staying where they are, by the key they lead to.
     std::unordered_map<SeqKey, std::vector<int32_t>> reachersOf;
