@@ -90,16 +90,23 @@ namespace {
 
 // Where each carried formation or play goes: a record that runs the same
 // (kept as it is), else the first of `free` not taken; `what` names the
-// records in a refusal.
+// records in a refusal. Among the records that run the same, those in
+// `preferred[c]` come first (the ones the target slots name already), so a
+// slot brought back into the image it came from keeps naming its own
+// records instead of the first look-alike.
 std::vector<std::pair<int, bool>> assignRecords(const std::vector<CarriedRecord>& carried, int records,
                                                 const std::function<bool(const CarriedRecord&, int)>& runsSame,
-                                                const std::function<bool(int)>& reusable, const std::vector<int>& free,
+                                                const std::function<bool(int)>& reusable,
+                                                const std::vector<std::vector<int>>& preferred, const std::vector<int>& free,
                                                 const std::string& path, const std::string& what) {
     std::vector<std::pair<int, bool>> out(carried.size(), {-1, false});
     std::vector<bool> taken(static_cast<size_t>(records), false);
-    for (size_t c = 0; c < carried.size(); ++c)
+    for (size_t c = 0; c < carried.size(); ++c) {
+        for (const int r : preferred[c])
+            if (out[c].first < 0 && r >= 0 && r < records && reusable(r) && runsSame(carried[c], r)) out[c] = {r, true};
         for (int r = 0; r < records && out[c].first < 0; ++r)
             if (reusable(r) && runsSame(carried[c], r)) out[c] = {r, true};
+    }
     for (const auto& [r, reused] : out)
         if (r >= 0) taken[static_cast<size_t>(r)] = true;
     size_t next = 0;
@@ -125,17 +132,30 @@ struct Records {
     std::vector<CarriedEntry> entries;
 };
 
-Records placeRecords(const Playbook& pb, const CarriedBook& book, const std::vector<int>& freeFormations, const std::vector<int>& freePlays) {
+Records placeRecords(const Playbook& pb, const CarriedBook& book, const std::vector<int>& targets, const std::vector<int>& freeFormations,
+                     const std::vector<int>& freePlays) {
     const CarriedMatcher matcher(pb, book.commands);
+    // The records each book slot's target names now, per carried formation and play.
+    std::vector<std::vector<int>> formationsNamed(book.formations.size()), playsNamed(book.plays.size());
+    for (size_t i = 0; i < book.playSlots.size() && i < targets.size(); ++i) {
+        const CarriedSlot& from = book.playSlots[i];
+        const clsPlaySlot& now = pb.playSlots[static_cast<size_t>(targets[i])];
+        if (from.formation >= 0 && static_cast<size_t>(from.formation) < formationsNamed.size())
+            formationsNamed[static_cast<size_t>(from.formation)].push_back(now.formation());
+        for (int k = 0; k < kPlaysPerSlot; ++k) {
+            const int p = from.plays[static_cast<size_t>(k)];
+            if (p >= 0 && static_cast<size_t>(p) < playsNamed.size()) playsNamed[static_cast<size_t>(p)].push_back(now.oPlay(k));
+        }
+    }
     Records out;
     out.formations = assignRecords(
         book.formations, static_cast<int>(pb.formations.size()),
         [&](const CarriedRecord& c, int f) { return matcher.sameEntries(c.leads, [&](int j) { return pb.formations[static_cast<size_t>(f)].posAddress(j); }); },
-        [](int f) { return !isKickFormation(f); }, freeFormations, pb.romPath, "formation");
+        [](int f) { return !isKickFormation(f); }, formationsNamed, freeFormations, pb.romPath, "formation");
     out.plays = assignRecords(
         book.plays, kPlayCount,
         [&](const CarriedRecord& c, int p) { return matcher.sameEntries(c.leads, [&](int j) { return pb.plays[static_cast<size_t>(p)].seqAddress(j); }); },
-        [](int) { return true; }, freePlays, pb.romPath, "play");
+        [](int) { return true; }, playsNamed, freePlays, pb.romPath, "play");
     for (size_t f = 0; f < book.formations.size(); ++f)
         if (!out.formations[f].second)
             for (int j = 0; j < kPlayersPerRecord; ++j)
@@ -218,7 +238,7 @@ BookImportPlan planSlotImport(const Playbook& pb, const CarriedBook& book, int t
     for (int f = 0; f < formations; ++f) offer(freeFormations, f, formations, formationKept, isKickFormation(f));
     for (int k = 0; k < kPlaysPerSlot; ++k) offer(freePlays, own.oPlay(k), kPlayCount, playKept, false);
     for (int p = 0; p < kPlayCount; ++p) offer(freePlays, p, kPlayCount, playKept, false);
-    return layOutBook(pb, book, {target}, placeRecords(pb, book, freeFormations, freePlays));
+    return layOutBook(pb, book, {target}, placeRecords(pb, book, {target}, freeFormations, freePlays));
 }
 
 BookImportPlan planPlaybookImport(const Playbook& pb, const CarriedBook& book) {
@@ -244,7 +264,7 @@ BookImportPlan planPlaybookImport(const Playbook& pb, const CarriedBook& book) {
         if (!isKickFormation(f) && std::find(freeFormations.begin(), freeFormations.end(), f) == freeFormations.end()) freeFormations.push_back(f);
     for (int p = 0; p < kPlayCount; ++p)
         if (std::find(freePlays.begin(), freePlays.end(), p) == freePlays.end()) freePlays.push_back(p);
-    return layOutBook(pb, book, targets, placeRecords(pb, book, freeFormations, freePlays));
+    return layOutBook(pb, book, targets, placeRecords(pb, book, targets, freeFormations, freePlays));
 }
 
 BookImportSummary importBook(Playbook& pb, const BookImportPlan& plan, const std::string& dataDir,

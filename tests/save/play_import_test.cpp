@@ -328,6 +328,33 @@ TEST(SlotImport, TheSlotRunsWhatItRanAndOtherSlotsKeepTheirRecords) {
     }
 }
 
+// A slot or a playbook brought back into the image it came from changes
+// nothing: where several records run the same, each slot keeps the ones it
+// names (formation 5 and plays 9-15 run what formation 4 and play 0 run).
+TEST(SlotImport, BroughtBackASlotKeepsNamingItsOwnRecords) {
+    DataDir data;
+    ImageBuilder source = sourceImage();
+    for (int s = 0; s < kSlotCount; ++s)
+        source.slot(s, {"OWN", 5 + s % 3, {2, 9 + s % 7, 10, 11, 12, 13, 14, 15}, {}});
+    const test::Opened image = test::openBuilt(source, data);
+    ASSERT_TRUE(image.result.ok) << image.result.error;
+
+    const BookImportPlan slot = planSlotImport(image.pb, carrySlots(image.pb, {0}), 0);
+    EXPECT_EQ(slot.bytes, image.pb.openedBytes) << slot.summary.text();
+
+    std::vector<int> all(kSlotCount);
+    for (int s = 0; s < kSlotCount; ++s) all[static_cast<size_t>(s)] = s;
+    const BookImportPlan book = planPlaybookImport(image.pb, carrySlots(image.pb, all));
+    EXPECT_EQ(book.bytes, image.pb.openedBytes) << book.summary.text();
+
+    // Into another slot, the look-alike that slot names is kept too.
+    const BookImportPlan moved = planSlotImport(image.pb, carrySlots(image.pb, {0}), 1);
+    image.file.write(moved.bytes);
+    const Playbook after = openRom(image.file.path(), data.path());
+    EXPECT_EQ(after.playSlots[1].formation(), 6);
+    EXPECT_EQ(after.playSlots[1].oPlay(1), 10);
+}
+
 // A whole playbook carried into another image: every slot runs what the
 // source's slot of its number ran; formations and plays the image has
 // already are reused; the round trip (back into the source) changes nothing.
