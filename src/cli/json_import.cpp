@@ -568,16 +568,17 @@ Playbook importedPlaybook(const Playbook& pb, const json& doc, const CmdNames& n
         // Jumps and branches lead to a command: of this sequence, one the game
         // runs, or an address outside the area the image already uses. A jump
         // to itself is a loop the game never leaves, refused as a lock-up is.
+        // Both may stay where the image holds them already.
         for (size_t i = 0; i < cmds.size(); ++i) {
             const FieldRef& field = cmds[i].field;
+            const auto old = oldByOrigin.find(cmds[i].origin);
+            const bool asItWas = old != oldByOrigin.end() && before.commands()[static_cast<size_t>(old->second)].field == field;
             if ((cmds[i].command == cmd::kRelativeJump || cmds[i].command == cmd::kAbsoluteJump) && field.kind == FieldRef::Kind::Command &&
-                field.command == cmds[i].origin)
+                field.command == cmds[i].origin && !asItWas)
                 throw ImportError(where + "/commands/" + std::to_string(i) + "/data",
                                   "a jump to itself locks the game up (it never leaves it); it is refused as a lock-up is");
-            if (field.kind != FieldRef::Kind::Address) continue;
+            if (field.kind != FieldRef::Kind::Address || asItWas) continue;
             const int32_t t = field.address;
-            const auto old = oldByOrigin.find(cmds[i].origin);
-            if (old != oldByOrigin.end() && before.commands()[static_cast<size_t>(old->second)].field == field) continue;
             game();
             const bool fine = inArea(t) ? gameStarts.count(t) != 0 || pb.sequences.contains(SeqKey::at(t)) : usedOutside.count(t) != 0;
             if (!fine)

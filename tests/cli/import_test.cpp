@@ -6,6 +6,7 @@
 #include "support/process.h"
 
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -188,6 +189,27 @@ TEST(CliImport, BadInputNamesThePlaceAndWritesNothing) {
         EXPECT_NE(r.err.find(says), std::string::npos) << r.err;
         EXPECT_EQ(r.err.find("json.exception"), std::string::npos) << r.err;
     }
+}
+
+// A jump to itself that the image holds already (the game locks up there
+// now) stays, as a lock-up code does: the image's own export imports, and
+// other edits of the file go through; only a new one is refused.
+TEST(CliImport, AJumpToItselfTheImageHoldsAlreadyStays) {
+    Demo d;
+    auto bytes = test::readFileBytes(d.image);
+    const size_t at = 0x8010 + 0x500;  // A500, a free byte of the demo's area
+    bytes[at] = 0xFF, bytes[at + 1] = 0x00, bytes[at + 2] = 0xA5;
+    bytes[0x4410 + 6] = 0x00, bytes[0x4410 + 7] = 0xA5;  // play 0's WR1 runs it
+    std::ofstream(d.image, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    json doc = d.exported();
+    auto r = d.zpe({"import", d.image, d.write("same.json", doc.dump())});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out.find("Saved: 0 sequences in place, 0 moved"), 0u) << r.out;
+    doc["slots"][3]["name"] = "LOOPS";
+    r = d.zpe({"import", d.image, d.write("named.json", doc.dump())});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto after = test::readFileBytes(d.image);
+    EXPECT_EQ(std::vector<uint8_t>(after.begin() + at, after.begin() + at + 3), (std::vector<uint8_t>{0xFF, 0x00, 0xA5}));
 }
 
 // A whole number is that number however it is written: 10, 1e1, 10.0; -0.0 is 0.
