@@ -487,7 +487,9 @@ private:
         }
     }
     // A command that locks the game up is not written anew (the editor reads
-    // bytes after it the file does not carry, and the game hangs on it).
+    // bytes after it the file does not carry, and the game hangs on it); nor
+    // is a jump that leads back to itself through jumps alone, a loop the
+    // game never leaves.
     void refuseLockUps() const {
         for (size_t i = 0; i < n_; ++i) {
             const CarriedCommand& c = commands_[i];
@@ -495,7 +497,21 @@ private:
                 throw SaveError(pb_.romPath + ": " + what_ + " holds " + hex2(c.bytes[0]) +
                                     ", which locks the game up, where this image has no such command to reuse; nothing was written",
                                 Refusal::Other);
+            if (needed_[i] && jumpsBackToItself(i))
+                throw SaveError(pb_.romPath + ": " + what_ + " holds a jump that leads back to itself through jumps alone, which locks the " +
+                                    "game up, where this image has no such loop to reuse; nothing was written",
+                                Refusal::Other);
         }
+    }
+    bool jumpsBackToItself(size_t from) const {
+        size_t at = from;
+        for (size_t step = 0; step < n_; ++step) {
+            const CarriedCommand& c = commands_[at];
+            if (!isJump(c.bytes[0]) || c.field.kind != CarriedLead::Kind::Command || reusedAt(c.field) >= 0) return false;
+            at = static_cast<size_t>(c.field.command);
+            if (at == from) return true;
+        }
+        return false;
     }
     // Chains: a copied command and the copied ones it falls through to, in the file's order; a loop closes with a jump.
     void buildChains() {

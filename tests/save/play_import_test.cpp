@@ -241,6 +241,21 @@ TEST(PlayImport, ALongSnapKeepsWhatFollowsItAndALockUpIsRefused) {
     } catch (const SaveError& e) {
         EXPECT_NE(std::string(e.what()).find("locks the game up"), std::string::npos) << e.what();
     }
+
+    // A jump to itself, and two jumps leading to each other, are loops the game never leaves: refused as a lock-up is.
+    for (const bool pair : {false, true}) {
+        CarriedPlay loop;
+        loop.commands.push_back({0xA000, {0xFE, 0x00}, CarriedLead::none(), CarriedLead::to(pair ? 1 : 0)});
+        if (pair) loop.commands.push_back({0xA002, {0xFF, 0x00, 0xA0}, CarriedLead::none(), CarriedLead::to(0)});
+        loop.players[0] = CarriedLead::to(0);
+        ASSERT_EQ(carriedPlayFault(loop), "") << "the game can run it (and never leaves it)";
+        try {
+            (void)planPlayImport(target.pb, loop, 4);
+            FAIL() << "a loop of jumps written anew";
+        } catch (const SaveError& e) {
+            EXPECT_NE(std::string(e.what()).find("leads back to itself through jumps alone"), std::string::npos) << e.what();
+        }
+    }
 }
 
 // A file that is not a play the game could run is refused before anything is planned.
