@@ -759,5 +759,28 @@ TEST(SaveLayout, AreaBytesACommandBeforeTheAreaReadsAreNotFree) {
     EXPECT_EQ(at(o.file.read(), 0x9FFF, 3), (Bytes{0xFF, 0x20, 0xA1}));
 }
 
+// A sequence whose Human Control ends the area: the game ran off its end
+// after it before (a fault `zpe check` names), and a data value changed in it
+// changes nothing of that, so it is written in place, not refused as though
+// the game now went on somewhere new.
+TEST(SaveLayout, ADataChangeInASequenceTheGameRunsOffTheAreaFromStaysInPlace) {
+    DataDir data;
+    // Every other entry ends at A000 (none enters the bytes the builder's dead entry had).
+    ImageBuilder b;
+    b.bytesAt(0xA000, {0xC4, 0x00}).bytesAt(0xBFF9, {0xD7, 0x00, 0x10, 0xD7, 0x00, 0x10, 0xE4});
+    for (int f = 0; f < test::kDefaultFormationCount; ++f)
+        for (int j = 0; j < kPlayersPerRecord; ++j) b.formationPlayer(f, j, 0xA000);
+    for (int p = 0; p < kPlayCount; ++p)
+        for (int j = 0; j < kPlayersPerRecord; ++j) b.playPlayer(p, j, 0xA000);
+    for (int k = 1; k < kPointerCount; ++k) b.pointer(k, 0xA000);
+    auto o = test::openBuilt(b.pointer(0, 0xBFF9), data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    o.pb.sequences.at(0xBFF9_seq).data(0, 0, 1);
+    SaveSummary s;
+    ASSERT_EQ(trySave(o, &s), "");
+    EXPECT_TRUE(s.moved.empty()) << s.text();
+    EXPECT_EQ(at(o.file.read(), 0xBFF9, 7), (Bytes{0xD7, 0x01, 0x10, 0xD7, 0x00, 0x10, 0xE4}));
+}
+
 }  // namespace
 }  // namespace zpe
