@@ -175,15 +175,15 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image, const P
     plan.layout = std::move(layout);
 
     // References the save does not follow (the game's branches, the
-    // computer's logic): what the game still reaches that leads to a moved
-    // sequence's old start.
-    for (const GameCommand& g : after.program) {
-        if (g.target < 0) continue;
-        const auto m = laid.moves.find(SeqKey::at(g.target));
-        if (m == laid.moves.end()) continue;
-        const int32_t from = g.target, end = from + old.sequences.at(SeqKey::at(from)).byteSize();
-        if (g.address < from || g.address >= end) ++plan.summary.leftOnOldCopies;
-    }
+    // computer's logic, a command the game falls through from): what the
+    // game still reaches that leads to a moved sequence's old start.
+    for (const GameCommand& g : after.program)
+        for (const int32_t to : {g.target, g.fallsThrough ? g.address + g.length : -1}) {
+            if (to < 0 || !laid.moves.count(SeqKey::at(to))) continue;
+            const clsSequence* was = old.sequences.find(SeqKey::at(to));
+            if (!was) continue;
+            if (g.address < to || g.address >= to + was->byteSize()) ++plan.summary.leftOnOldCopies;
+        }
     return plan;
 }
 

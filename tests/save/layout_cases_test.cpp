@@ -782,5 +782,25 @@ TEST(SaveLayout, ADataChangeInASequenceTheGameRunsOffTheAreaFromStaysInPlace) {
     EXPECT_EQ(at(o.file.read(), 0xBFF9, 7), (Bytes{0xD7, 0x01, 0x10, 0xD7, 0x00, 0x10, 0xE4}));
 }
 
+// A moved sequence the game still falls into from the command before it
+// (the computer's logic after a Human Control) keeps a reference on its old
+// copy, and the summary counts it as it counts a branch.
+TEST(SaveLayout, AFallThroughIntoAMovedSequencesOldStartIsALeftReference) {
+    DataDir data;
+    auto o = test::openBuilt(ImageBuilder()
+                                 .bytesAt(0xA000, {0xD7, 0x01, 0x01, 0xE4})
+                                 .bytesAt(0xA004, {0xD7, 0x02, 0x02, 0xC4, 0x00})
+                                 .pointer(0, 0xA000)
+                                 .pointer(1, 0xA004),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    grow(o.pb, 0xA004_seq);
+    SaveSummary s;
+    ASSERT_EQ(trySave(o, &s), "");
+    ASSERT_EQ(s.moved.size(), 1u) << s.text();
+    EXPECT_EQ(s.leftOnOldCopies, 1) << s.text();
+    EXPECT_EQ(at(o.file.read(), 0xA004, 5), (Bytes{0xD7, 0x02, 0x02, 0xC4, 0x00})) << "the old copy the game falls into stays";
+}
+
 }  // namespace
 }  // namespace zpe
