@@ -589,10 +589,11 @@ int runMovePoint(const Context& ctx, const std::string& imagePath, const MoveReq
         throw Failure{imagePath + ": " + what + " cannot reach " + std::to_string(x) + "," + std::to_string(y) +
                       "; the nearest it can reach is " + std::to_string(nearest.x) + "," + std::to_string(nearest.y) +
                       ". Nothing was written"};
+    const bool moves = seq.data(at.command, 0) != data->first || seq.data(at.command, 1) != data->second;
     seq.data(at.command, 0, static_cast<int16_t>(data->first));
     seq.data(at.command, 1, static_cast<int16_t>(data->second));
     std::string line = what + " now at " + std::to_string(x) + "," + std::to_string(y) + ".";
-    if (const size_t users = zpe::entriesNaming(pb, at.sequence).size(); users > 1)
+    if (const size_t users = zpe::entriesNaming(pb, at.sequence).size(); users > 1 && moves)
         line += " " + zpe::sequenceKeyText(at.sequence) + " is run by " + std::to_string(users) +
                 " entries, which all change (zpe fork gives one its own copy first).";
     if (dryRun) {  // the whole write is planned and checked, as the real run would: only the file is left alone
@@ -600,7 +601,8 @@ int runMovePoint(const Context& ctx, const std::string& imagePath, const MoveReq
         std::cout << line << " " << plan.summary.text() << " (dry run: nothing written)\n";
         return 0;
     }
-    (void)zpe::saveChanges(pb, [&](const zpe::SaveSummary&) { ctx.confirm(line); });
+    // The real run says what the dry run said, the summary of what was written included.
+    (void)zpe::saveChanges(pb, [&](const zpe::SaveSummary& summary) { ctx.confirm(line + " " + summary.text()); });
     return 0;
 }
 
