@@ -156,6 +156,9 @@ std::vector<AreaRun> AreaMap::runs(uint8_t flags) const {
 
 bool AreaMap::runsAt(int32_t address) const {
     if (inArea(address)) return commandAt(address) != nullptr;
+    if (address == kAreaEnd)
+        for (const int32_t off : runsOff)
+            if (const GameCommand* g = commandAt(off); g && g->fallsThrough && off + g->length == kAreaEnd) return true;
     const auto it = std::lower_bound(outsideCommands.begin(), outsideCommands.end(), address,
                                      [](const GameCommand& g, int32_t a) { return g.address < a; });
     return it != outsideCommands.end() && it->address == address;
@@ -249,8 +252,7 @@ AreaMap buildAreaMap(const Playbook& pb) {
     // A command the game runs just before the area may take its operands
     // from the area's first bytes: those bytes are the game's too.
     for (const GameCommand& c : map.outsideCommands)
-        for (int32_t a = std::max(c.address, kSequenceAreaAddress); a < std::min(c.address + c.length, kAreaEnd); ++a)
-            map.use[areaIndex(a)] |= kUseGame;
+        for (auto [a, end] = areaSpan(c); a < end; ++a) map.use[areaIndex(a)] |= kUseGame;
     return map;
 }
 

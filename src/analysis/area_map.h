@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace zpe {
@@ -87,9 +88,20 @@ struct AreaMap {
     std::vector<AddressField> staleFields() const;
     // The command the game runs at `address`; nullptr when it runs none there.
     const GameCommand* commandAt(int32_t address) const;
-    // True when the game runs a command starting at `address`, in the area or outside it.
+    // True when the game runs a command starting at `address`, in the area or
+    // outside it; the first address after the area counts when a path runs
+    // off the area's end into it (the walk stops at the end, the game does not).
     bool runsAt(int32_t address) const;
 };
+
+// The addresses of the area `g`'s bytes cover, [first, second): empty for a
+// command wholly outside it. A command just before the area may take its
+// operands from the area's first bytes.
+[[nodiscard]] constexpr std::pair<int32_t, int32_t> areaSpan(const GameCommand& g) {
+    const int32_t from = g.address > kSequenceAreaAddress ? g.address : kSequenceAreaAddress;
+    const int32_t to = g.address + g.length < kAreaEnd ? g.address + g.length : kAreaEnd;
+    return {from, to > from ? to : from};
+}
 
 // Every table entry of the playbook, in table order: pointers, plays (players
 // without a sequence left out), formations.

@@ -597,9 +597,6 @@ std::vector<uint8_t> Engine::gameRuns(const Chain& c) const {
 // game runs on past Human Control).
 void Engine::checkContinuation(const Chain& c, const std::vector<uint8_t>& runs) const {
     if (c.continuation < 0 || map_.runsAt(c.continuation) || !runs.back()) return;
-    // The game ran off the area's end into it before (the map stops at the end).
-    for (const int32_t off : map_.runsOff)
-        if (const GameCommand* g = map_.commandAt(off); g && g->fallsThrough && off + g->length == c.continuation) return;
     refuse(sequenceName(c.key) + " ends with " + hex2(c.seq->commands().back().command) + ", after which the game goes on at " +
                hex4(c.continuation) + ", where it ran nothing before (a lock-up kept it from getting there); end it with a jump",
            Refusal::BadField);

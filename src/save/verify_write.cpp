@@ -289,7 +289,7 @@ private:
     void operandsBeforeTheArea(const AreaMap& oldMap, std::span<const uint8_t> newArea) const {
         const std::span<const uint8_t> oldArea = areaBytes(before.openedBytes);
         for (const GameCommand& g : oldMap.outsideCommands)
-            for (int32_t a = std::max(g.address, kSequenceAreaAddress); a < std::min(g.address + g.length, kAreaEnd); ++a)
+            for (auto [a, end] = areaSpan(g); a < end; ++a)
                 if (areaIndex(a) >= oldArea.size() || areaIndex(a) >= newArea.size() || oldArea[areaIndex(a)] != newArea[areaIndex(a)])
                     fail("the command the game runs at " + hex4(g.address) + " would read other operands at " + hex4(a));
     }
