@@ -122,7 +122,7 @@ BENCHMARK(BM_FullSaveLayout)->Arg(800)->Arg(8000)->Unit(benchmark::kMillisecond)
 void BM_AreaMap(benchmark::State& state) {
     const auto size = static_cast<int32_t>(state.range(0));
     Playbook pb;
-    pb.openedBytes.assign(0x40010, 0xFF);
+    pb.openedBytes = std::vector<uint8_t>(0x40010, 0xFF);
     Image img("bench.nes", pb.openedBytes);
     for (int32_t a = kSequenceAreaAddress; a + 4 <= kSequenceAreaAddress + size; a += 4) {
         img.seekOffset(offsetOfAddress(a));

@@ -36,6 +36,20 @@ std::vector<uint8_t> withoutHeader(const std::vector<uint8_t>& headed) {
 
 Image::Image(std::string path, std::vector<uint8_t> bytes) : path_(std::move(path)), bytes_(std::move(bytes)) {}
 
+Image::Image(std::string path, ImageBytes bytes) : path_(std::move(path)), shared_(std::move(bytes)), sharing_(true) {}
+
+std::vector<uint8_t> Image::takeBytes() {
+    std::vector<uint8_t> out = sharing_ ? shared_.vector() : std::move(bytes_);
+    *this = Image(path_, std::vector<uint8_t>{});
+    return out;
+}
+
+ImageBytes Image::takeShared() {
+    ImageBytes out = sharing_ ? std::move(shared_) : ImageBytes(std::move(bytes_));
+    *this = Image(path_, std::vector<uint8_t>{});
+    return out;
+}
+
 Image Image::open(const std::string& path) { return Image(path, readWholeFile(path)); }
 
 void Image::fail(const std::string& what, int64_t offset) const {
@@ -50,13 +64,14 @@ void Image::seekOffset(int32_t offset) {
 
 int16_t Image::readByte() {
     if (pos_ >= size()) fail("read past the end of the file", pos_);
-    return bytes_[static_cast<size_t>(pos_++)];
+    return bytes()[static_cast<size_t>(pos_++)];
 }
 
 int32_t Image::readWord() {
     if (remaining() < 2) fail("read past the end of the file", pos_);
-    const int32_t lo = bytes_[static_cast<size_t>(pos_)];
-    const int32_t hi = bytes_[static_cast<size_t>(pos_) + 1];
+    const std::vector<uint8_t>& b = bytes();
+    const int32_t lo = b[static_cast<size_t>(pos_)];
+    const int32_t hi = b[static_cast<size_t>(pos_) + 1];
     pos_ += 2;
     return lo + 256 * hi;
 }
@@ -64,6 +79,11 @@ int32_t Image::readWord() {
 void Image::writeByte(int32_t value) {
     const uint8_t byte = value < 0 ? 0 : value > 255 ? 255 : static_cast<uint8_t>(value);
     if (pos_ == INT32_MAX) fail("write beyond any image", pos_);
+    if (sharing_) {  // the shared bytes stay as they are for everyone else who holds them
+        bytes_ = shared_.vector();
+        shared_ = ImageBytes();
+        sharing_ = false;
+    }
     if (pos_ >= size()) bytes_.resize(static_cast<size_t>(pos_) + 1, 0);
     bytes_[static_cast<size_t>(pos_++)] = byte;
 }

@@ -3,6 +3,8 @@
 // the six primitives. An Image holds the whole file in memory with one current
 // position shared by reads and writes; operations that change the file build
 // the new bytes in an Image and then replace the file in one step (file_io.h).
+#include "model/image_bytes.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -64,15 +66,19 @@ class Image {
 public:
     Image() = default;
     Image(std::string path, std::vector<uint8_t> bytes);
+    // Reads `bytes` where they are; the first write makes the image its own copy.
+    Image(std::string path, ImageBytes bytes);
 
     // Reads the whole file. Throws RomError when it cannot be opened or read.
     static Image open(const std::string& path);
 
     const std::string& path() const { return path_; }
-    const std::vector<uint8_t>& bytes() const { return bytes_; }
-    // Hands the bytes over (the image is left empty).
-    std::vector<uint8_t> takeBytes() { return std::move(bytes_); }
-    int32_t size() const { return static_cast<int32_t>(bytes_.size()); }
+    const std::vector<uint8_t>& bytes() const { return sharing_ ? shared_.vector() : bytes_; }
+    // Hands the bytes over (the image is left empty); shared bytes not written to are copied.
+    std::vector<uint8_t> takeBytes();
+    // Hands the bytes over as shared bytes, without a copy (the image is left empty).
+    ImageBytes takeShared();
+    int32_t size() const { return static_cast<int32_t>(bytes().size()); }
     int32_t position() const { return pos_; }
     // Bytes from the current position to the end of the image (0 when beyond).
     int32_t remaining() const { return pos_ >= size() ? 0 : size() - pos_; }
@@ -93,7 +99,9 @@ private:
     [[noreturn]] void fail(const std::string& what, int64_t offset) const;
 
     std::string path_;
-    std::vector<uint8_t> bytes_;
+    std::vector<uint8_t> bytes_;  // the image's own bytes
+    ImageBytes shared_;           // or the bytes it was made from, until the first write
+    bool sharing_ = false;
     int32_t pos_ = 0;
 };
 

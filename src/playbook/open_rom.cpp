@@ -164,7 +164,7 @@ Playbook openImage(Image file, const std::string& dataDir) {
             throw RomError(path + ": slot " + std::to_string(s) + " uses formation " + std::to_string(f) + ", but " +
                            formsPath + " names only " + std::to_string(pb.formations.size()) + " formations");
     }
-    pb.openedBytes = image.takeBytes();
+    pb.openedBytes = image.takeShared();
     pb.headerless = headerless;
     pb.openComplete = true;
     return pb;

@@ -27,7 +27,8 @@ struct Playbook {
     // The image's bytes as the editor last read or wrote them: what the gap
     // listing and the area map read, and what a save expects to find on disk
     // (anything else means another program changed the image meanwhile).
-    std::vector<uint8_t> openedBytes;
+    // Shared with every copy of the playbook: copies of a model cost no copy of the image.
+    ImageBytes openedBytes;
 
     std::vector<clsFormation> formations;  // one per line of forms.txt
     std::array<clsPlaySlot, kSlotCount> playSlots{};

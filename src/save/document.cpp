@@ -54,7 +54,7 @@ BookImportSummary Document::importPlaybook(const CarriedBook& carried, const std
 
 SaveSummary Document::save() {
     const Playbook shown = pb;
-    const SaveSummary summary = saveChanges(pb, nullptr, &inFile.openedBytes);
+    const SaveSummary summary = saveChanges(pb, nullptr, &inFile.openedBytes.vector());
     if (!summary.nothingToWrite) saved(sameContent(shown, pb));
     return summary;
 }

@@ -168,7 +168,7 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image, const P
         ++plan.summary.slotsWritten;
     }
     plan.summary.freeBytesLeft = laid.freeBytesLeft;
-    plan.bytes = out.takeBytes();
+    plan.bytes = out.takeShared();
     refuseRewrittenReadings(pb, old, map, laid, image, plan.bytes);
     AreaMap after;  // the game's reading of the bytes written, as the check made it
     plan.written = verifyWrite(pb, old, plan.bytes, layout, &map, &after);
@@ -191,7 +191,7 @@ SaveSummary saveChanges(Playbook& pb, const std::function<void(const SaveSummary
                         const Playbook* asOpened) {
     requireUnchangedImage(pb, fileHolds);
     SavePlan plan = planSave(pb, pb.openedBytes, asOpened);
-    if (plan.bytes == (fileHolds ? *fileHolds : pb.openedBytes)) {
+    if (fileHolds ? plan.bytes == *fileHolds : plan.bytes == pb.openedBytes) {
         plan.summary.nothingToWrite = true;  // a rewrite would only change the file's time and inode
         if (confirm) confirm(plan.summary);
         return plan.summary;

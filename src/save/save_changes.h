@@ -33,7 +33,7 @@ struct SaveSummary {
 };
 
 struct SavePlan {
-    std::vector<uint8_t> bytes;  // the whole new image
+    ImageBytes bytes;            // the whole new image
     SaveSummary summary;
     SaveLayout layout;           // where each sequence went, as the check before the write read it back
     Playbook written;            // the image as it will open once written (the check's reading of `bytes`)

@@ -54,13 +54,13 @@ std::vector<uint8_t> readUnchangedImage(const Playbook& pb, const std::vector<ui
     requireCompleteOpen(pb);
     std::vector<uint8_t> bytes = readWholeFile(pb.romPath);
     if (pb.headerless) bytes = withHeader(bytes);  // the editor's form, as openedBytes holds it
-    if (bytes != (fileHolds ? *fileHolds : pb.openedBytes)) refuseChangedOnDisk(pb);
+    if (bytes != (fileHolds ? *fileHolds : pb.openedBytes.vector())) refuseChangedOnDisk(pb);
     return bytes;
 }
 
 void requireUnchangedImage(const Playbook& pb, const std::vector<uint8_t>* fileHolds) {
     requireCompleteOpen(pb);
-    const std::span<const uint8_t> headed(fileHolds ? *fileHolds : pb.openedBytes);
+    const std::span<const uint8_t> headed(fileHolds ? *fileHolds : pb.openedBytes.vector());
     const auto header = static_cast<size_t>(kHeaderSize);
     // A headerless file is held with a blank header in front (withHeader): the file is what follows it.
     const bool same = !pb.headerless ? fileHoldsExactly(pb.romPath, headed)

@@ -66,10 +66,10 @@ LaidSequence laidAt(SeqKey key, const clsSequence& seq, int32_t place, bool writ
     return laid;
 }
 
-Playbook readBytesAs(const Playbook& like, const std::vector<uint8_t>& bytes) {
-    Image image(like.romPath, bytes);
+Playbook readBytesAs(const Playbook& like, ImageBytes bytes) {
+    Image image(like.romPath, std::move(bytes));
     Playbook pb = loadPlaybook(image, formationNames(like));
-    pb.openedBytes = image.takeBytes();
+    pb.openedBytes = image.takeShared();
     pb.headerless = like.headerless;
     pb.openComplete = true;
     return pb;
@@ -90,7 +90,7 @@ namespace {
 // The check of one write: `again` is the image read back from the bytes.
 class WriteCheck {
 public:
-    WriteCheck(const Playbook& model, const Playbook& before, const std::vector<uint8_t>& bytes, const SaveLayout& layout,
+    WriteCheck(const Playbook& model, const Playbook& before, const ImageBytes& bytes, const SaveLayout& layout,
                const AreaMap* beforeMap)
         : model(model), before(before), bytes(bytes), layout(layout), beforeMap(beforeMap) {}
 
@@ -350,7 +350,7 @@ private:
 
     const Playbook& model;
     const Playbook& before;
-    const std::vector<uint8_t>& bytes;
+    const ImageBytes& bytes;
     const SaveLayout& layout;
     const AreaMap* beforeMap;
     Playbook again;
@@ -361,7 +361,7 @@ private:
 
 }  // namespace
 
-Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::vector<uint8_t>& bytes,
+Playbook verifyWrite(const Playbook& model, const Playbook& before, const ImageBytes& bytes,
                      const SaveLayout& layout, const AreaMap* beforeMap, AreaMap* afterMap) {
     return WriteCheck(model, before, bytes, layout, beforeMap).run(afterMap);
 }

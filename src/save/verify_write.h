@@ -57,7 +57,7 @@ struct SaveLayout {
 // `beforeMap`, when given, is buildAreaMap(before), already made by the
 // caller; `afterMap`, when given, receives buildAreaMap of the playbook
 // returned. Neither changes what is checked: they spare building a map twice.
-Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::vector<uint8_t>& bytes,
+Playbook verifyWrite(const Playbook& model, const Playbook& before, const ImageBytes& bytes,
                      const SaveLayout& layout, const AreaMap* beforeMap = nullptr, AreaMap* afterMap = nullptr);
 
 // The formation names a playbook was opened with (to read an image back the same way).
@@ -65,7 +65,7 @@ Playbook verifyWrite(const Playbook& model, const Playbook& before, const std::v
 
 // `bytes` read the way `like` was opened (its path in messages, its formation
 // names), openedBytes and openComplete set. Throws RomError when they do not open.
-[[nodiscard]] Playbook readBytesAs(const Playbook& like, const std::vector<uint8_t>& bytes);
+[[nodiscard]] Playbook readBytesAs(const Playbook& like, ImageBytes bytes);
 
 // The first table entry of `after` that does not name `expected(the entry of
 // `before`)`, as words ("play 3 player 1 would name A123, not A200"); "" when every one does.

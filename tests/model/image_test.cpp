@@ -50,6 +50,37 @@ TEST(ImagePrimitives, FailuresAreRomErrorsNamingFileAndOffset) {
     EXPECT_EQ(img.position(), 2) << "a failed read must not move the position";
 }
 
+
+// An image built from shared bytes (a model's image as opened, shared by the
+// model's copies and the undo steps) reads them where they are; its writes
+// make bytes of its own, and whoever else holds the shared ones still reads
+// them unchanged.
+TEST(ImagePrimitives, WritingOverSharedBytesLeavesThemAsTheyWere) {
+    const ImageBytes opened(std::vector<uint8_t>{1, 2, 3, 4});
+    const ImageBytes heldByACopy = opened;
+    Image img("mem.nes", opened);
+    img.seekOffset(2);
+    EXPECT_EQ(img.readByte(), 3);
+    img.seekOffset(1);
+    img.writeWord(0xBEEF);
+    img.writeByte(9);  // past the end: the image grows, the shared bytes do not
+    EXPECT_EQ(img.bytes(), (std::vector<uint8_t>{1, 0xEF, 0xBE, 9}));
+    img.writeByte(7);
+    EXPECT_EQ(img.bytes(), (std::vector<uint8_t>{1, 0xEF, 0xBE, 9, 7}));
+    EXPECT_EQ(opened.vector(), (std::vector<uint8_t>{1, 2, 3, 4}));
+    EXPECT_EQ(heldByACopy, opened);
+
+    // Handed over as shared bytes, an image read but never written gives the same bytes back, not a copy.
+    Image readOnly("mem.nes", opened);
+    const ImageBytes back = readOnly.takeShared();
+    EXPECT_EQ(back.data(), opened.data());
+    EXPECT_EQ(readOnly.size(), 0);
+    // Handed over as a vector, it is a copy the caller may change.
+    Image again("mem.nes", opened);
+    std::vector<uint8_t> mine = again.takeBytes();
+    mine[0] = 0x55;
+    EXPECT_EQ(opened[0], 1);
+}
 TEST(FileReplacement, ReplacesContentsKeepingPermissions) {
     test::TempFile file;
     file.write({1, 2, 3});

@@ -91,7 +91,7 @@ TEST(PlaySlotRecord, RecordsLoadAndSaveAtTheirOffsets) {
     s.loadGFX(img);
     EXPECT_EQ(s.GFX(41), 0x33);
 
-    Image out("mem", {});
+    Image out("mem", std::vector<uint8_t>{});
     s.saveOff(out);
     s.saveDef(out);
     s.saveGFX(out);
