@@ -109,7 +109,7 @@ private:
     // The bytes right after an editor sequence ending in a Long Snap: an FF
     // there would make the snap no end (the editor would read on).
     std::unordered_set<int32_t> afterLongSnap_;
-    std::unordered_set<int32_t> usedOutside_;  // every address the image as read leads to
+    std::unordered_set<int32_t> usedOutside_;  // every address outside the area the image as read leads to
     // Area bytes no move may land on beyond those writableRuns leaves alone:
     // what the game now runs from an entry pointed at commands it never ran.
     std::vector<uint8_t> named_ = std::vector<uint8_t>(kSequenceAreaSize, 0);
@@ -147,9 +147,11 @@ void Engine::addChain(SeqKey key, const clsSequence& seq) {
 }
 
 void Engine::collect() {
-    const std::unordered_set<SeqKey> reachable = reachableKeys(pb_);
+    // A sequence made in the editor that nothing runs is not written (only such a one can be left out).
+    const bool anyMade = std::any_of(pb_.sequences.begin(), pb_.sequences.end(), [](const auto& s) { return s.first.isNew(); });
+    const std::unordered_set<SeqKey> reachable = anyMade ? reachableKeys(pb_) : std::unordered_set<SeqKey>{};
     for (const auto& [key, seq] : pb_.sequences)
-        if (key.placed() || reachable.count(key)) addChain(key, seq);  // a new one nothing runs is not written
+        if (key.placed() || reachable.count(key)) addChain(key, seq);
     for (size_t k = 0; k < map_.program.size(); ++k) node_[areaIndex(map_.program[k].address)] = static_cast<int32_t>(k);
     for (const GameCommand& g : map_.program) {
         if (g.target >= 0) references_.push_back({g.address, g.target});
@@ -168,8 +170,10 @@ void Engine::collect() {
         if (!seq.commands().empty() && seq.commands().back().command == kLongSnap) afterLongSnap_.insert(start + seq.byteSize());
     }
     // Where the image as read leads outside the area: a field may be set to lead there too.
-    for (const Reference& r : references_) usedOutside_.insert(r.to);
-    for (const AreaEntry& e : playbookEntries(old_)) usedOutside_.insert(e.target.address());
+    for (const Reference& r : references_)
+        if (!inArea(r.to)) usedOutside_.insert(r.to);
+    for (const AreaEntry& e : playbookEntries(old_))
+        if (!inArea(e.target.address())) usedOutside_.insert(e.target.address());
     roots_.insert(roots_.end(), map_.comesBackAt.begin(), map_.comesBackAt.end());  // paths from outside the area
     // The fields as edited lead somewhere too (a branch set to the middle of
     // another sequence), and so does where a new sequence goes on.
