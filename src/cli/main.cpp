@@ -770,6 +770,269 @@ int runRender(const Context& ctx, const std::string& imagePath, const RenderRequ
     return 0;
 }
 
+// What a command line names: the verb's action and every value it takes.
+struct Args {
+    std::string dataDir;
+    bool quiet = false;
+    std::string image, arg1, arg2, arg3;
+    bool kr = false, all = false, numbered = false, asJson = false, dryRun = false, force = false, resize = false;
+    RenderRequest render;
+    std::string cpuOut = "cpu.txt";
+    ExportPlayRequest exportPlay;
+    std::string importPlayNumber, slotNumber, slotOut, bookOut, ipsFor;
+    ForkRequest forkRequest;
+    MoveRequest moveRequest;
+    std::function<int(const Context&)> action;
+};
+
+// The command line's grammar, its values going into `a`: every verb, or the
+// verb named `only` alone (empty: every verb). Setting up the options of
+// every verb costs about as much as a small verb's whole work, so a command
+// line that names its verb plainly sets up that one (verbNamed).
+void configure(CLI::App& app, Args& a, const std::string& only) {
+    app.require_subcommand(0, 1);
+    app.fallthrough();  // the options below are also accepted after the verb
+    app.set_version_flag("--version", std::string("zpe ") + ZPE_VERSION);
+    app.add_option("--data", a.dataDir, "Folder holding forms.txt, cmd.txt and cmdinfo/ (default: beside the executable)");
+    app.add_flag("-q,--quiet", a.quiet, "Verbs that write say nothing on success");
+
+    std::string &image = a.image, &arg1 = a.arg1, &arg2 = a.arg2, &arg3 = a.arg3;
+    bool &kr = a.kr, &all = a.all, &numbered = a.numbered, &asJson = a.asJson, &dryRun = a.dryRun, &force = a.force,
+         &resize = a.resize;
+    RenderRequest& render = a.render;
+    std::string &cpuOut = a.cpuOut, &importPlayNumber = a.importPlayNumber, &slotNumber = a.slotNumber, &slotOut = a.slotOut,
+                &bookOut = a.bookOut, &ipsFor = a.ipsFor;
+    ExportPlayRequest& exportPlay = a.exportPlay;
+    ForkRequest& forkRequest = a.forkRequest;
+    MoveRequest& moveRequest = a.moveRequest;
+    std::function<int(const Context&)>& action = a.action;
+    auto verb = [&](const char* name, const char* help, const std::function<void(CLI::App*)>& setup) {
+        if (only.empty() || only == name) setup(app.add_subcommand(name, help));
+    };
+    // An output named by an empty string would fall back on the image itself: refused.
+    const CLI::Validator aFile(
+        [](std::string& name) { return name.empty() ? std::string("an empty name names no file (- is standard output)") : std::string(); },
+        "FILE");
+    auto imageOption = [&](CLI::App* sub) { sub->add_option("IMAGE", image, "Cartridge image (*.nes)")->required(); };
+    auto then = [&](CLI::App* sub, std::function<int(const Context&)> run) {
+        sub->callback([&action, run = std::move(run)] { action = run; });
+    };
+
+    verb("decode", "Decode the sequence at a game address", [&](CLI::App* decode) {
+        imageOption(decode);
+        decode->add_option("ADDRESS", arg1, "Game address in hexadecimal (A000 or 0xA000)")->required();
+        decode->add_flag("--kr", kr, "Decode 0xEA and 0xEC as commands that go on (kick formations)");
+        decode->add_flag("--all", all, "List every command (by default the first 4096)");
+        then(decode, [&](const Context& c) { return runDecode(c, image, arg1, kr, all); });
+    });
+
+    verb("lists", "Print the four lists as the window shows them after opening IMAGE", [&](CLI::App* lists) {
+        imageOption(lists);
+        lists->add_flag("--numbered", numbered, "Put each row's index (the slot number for Play Slots) in front");
+        then(lists, [&](const Context& c) { return runLists(c, image, numbered); });
+    });
+
+    verb("cpu", "Write the gap listing of IMAGE to OUT (default: cpu.txt in the working directory; - for stdout)", [&](CLI::App* cpu) {
+        imageOption(cpu);
+        cpu->add_option("OUT", cpuOut, "Output file")->check(aFile);
+        then(cpu, [&](const Context& c) { return runCpu(c, image, cpuOut); });
+    });
+
+    verb("copy-slot", "Copy slot FROM over slot TO (0-63 or 0x00-0x3F), then Safe Save", [&](CLI::App* copy) {
+        imageOption(copy);
+        copy->add_option("FROM", arg1, "Source slot")->required();
+        copy->add_option("TO", arg2, "Target slot")->required();
+        then(copy, [&](const Context& c) { return runSlotAction(c, image, arg1, arg2, false); });
+    });
+
+    verb("swap-slot", "Swap slots A and B (0-63 or 0x00-0x3F), then Safe Save", [&](CLI::App* swap) {
+        imageOption(swap);
+        swap->add_option("A", arg1, "First slot")->required();
+        swap->add_option("B", arg2, "Second slot")->required();
+        then(swap, [&](const Context& c) { return runSlotAction(c, image, arg1, arg2, true); });
+    });
+
+    verb("full-save", "Full Save: lay every sequence out anew from 0xA000 and rewrite all tables", [&](CLI::App* full) {
+        imageOption(full);
+        then(full, [&](const Context& c) { return runFullSave(c, image); });
+    });
+
+    verb("export-mask", "Export Mask ROM: 0xFF runs at the sequences' game addresses into OUT (- for stdout)", [&](CLI::App* mask) {
+        imageOption(mask);
+        mask->add_option("OUT", arg1, "Mask file to write")->required()->check(aFile);
+        then(mask, [&](const Context& c) { return runExportMask(c, image, arg1); });
+    });
+
+    verb("export-play", "Write what the game runs from one play's entries into a play file (JSON) another image can take", [&](CLI::App* playOut) {
+        imageOption(playOut);
+        playOut->add_option("--play", exportPlay.play, "Play 0-115");
+        playOut->add_option("--slot", exportPlay.slot, "Slot 0-63: its play (--slot-play, 1-8, default 1) with the slot's formation");
+        playOut->add_option("--slot-play", exportPlay.slotPlay, "Which of the slot's eight plays (1-8)");
+        playOut->add_option("--out", exportPlay.out, "Play file to write (- for standard output)")->required()->check(aFile);
+        then(playOut, [&](const Context& c) { return runExportPlay(c, image, exportPlay); });
+    });
+
+    verb("import-play", "Make play Q run what a play file's play ran: copied into free bytes, fields relinked, shared logic reused", [&](CLI::App* playIn) {
+        imageOption(playIn);
+        playIn->add_option("FILE", arg1, "The play file (zpe export-play writes one)")->required();
+        playIn->add_option("--play", importPlayNumber, "Play 0-115 that is to run it");
+        playIn->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
+        then(playIn, [&](const Context& c) { return runImportPlay(c, image, arg1, importPlayNumber, dryRun); });
+    });
+
+    verb("export-slot", "Write a slot (its record, formation and plays, with what the game runs from them) into a slot file", [&](CLI::App* slotOutVerb) {
+        imageOption(slotOutVerb);
+        slotOutVerb->add_option("--slot", slotNumber, "Slot 0-63");
+        slotOutVerb->add_option("--out", slotOut, "Slot file to write (- for standard output)")->required()->check(aFile);
+        then(slotOutVerb, [&](const Context& c) { return runExportSlot(c, image, slotNumber, slotOut); });
+    });
+
+    verb("import-slot", "Make slot T hold a slot file's slot: formation and plays into free records (or reused), fields relinked", [&](CLI::App* slotIn) {
+        imageOption(slotIn);
+        slotIn->add_option("FILE", arg1, "The slot file (zpe export-slot writes one)")->required();
+        slotIn->add_option("--slot", slotNumber, "Slot 0-63 that is to hold it");
+        slotIn->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
+        then(slotIn, [&](const Context& c) { return runImportSlot(c, image, arg1, slotNumber, dryRun); });
+    });
+
+    verb("export-playbook", "Write all 64 slots (records, formations, plays, what the game runs from them) into a playbook file", [&](CLI::App* bookOutVerb) {
+        imageOption(bookOutVerb);
+        bookOutVerb->add_option("--out", bookOut, "Playbook file to write (- for standard output)")->required()->check(aFile);
+        then(bookOutVerb, [&](const Context& c) { return runExportPlaybook(c, image, bookOut); });
+    });
+
+    verb("import-playbook", "Make every slot hold the playbook file's slot of its number: formations and plays reused or copied", [&](CLI::App* bookIn) {
+        imageOption(bookIn);
+        bookIn->add_option("FILE", arg1, "The playbook file (zpe export-playbook writes one)")->required();
+        bookIn->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
+        then(bookIn, [&](const Context& c) { return runImportPlaybook(c, image, arg1, dryRun); });
+    });
+
+    verb("json", "Print the whole playbook as JSON", [&](CLI::App* json) {
+        imageOption(json);
+        then(json, [&](const Context& c) { return runJson(c, image); });
+    });
+
+    verb("import", "Apply a playbook file in the shape zpe json writes, then Save (only what changed)", [&](CLI::App* import) {
+        imageOption(import);
+        import->add_option("FILE", arg1, "The playbook as JSON")->required();
+        import->add_flag("--dry-run", dryRun, "Print what Save would do; write nothing");
+        import->add_flag("--force", force, "Import a file written from another state of IMAGE (its fingerprint differs)");
+        then(import, [&](const Context& c) { return runImport(c, image, arg1, dryRun, force); });
+    });
+
+    verb("compact", "Lay the sequence area out anew as the game reads it: every command kept, free space in one run", [&](CLI::App* compact) {
+        imageOption(compact);
+        compact->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
+        then(compact, [&](const Context& c) { return runCompact(c, image, dryRun); });
+    });
+
+    verb("refs", "List every table entry and every command the game runs that leads to ADDRESS", [&](CLI::App* refs) {
+        imageOption(refs);
+        refs->add_option("ADDRESS", arg1, "Game address in hexadecimal")->required();
+        refs->add_flag("--json", asJson, "Print them as JSON");
+        then(refs, [&](const Context& c) { return runRefs(c, image, arg1, asJson); });
+    });
+
+    verb("fork", "Give one table entry its own copy of what the game runs from it", [&](CLI::App* fork) {
+        imageOption(fork);
+        fork->add_option("--play", forkRequest.play, "Play 0-115 (with --player)");
+        fork->add_option("--player", forkRequest.player, "Player 0-10 of the play, or his position (QB, RB, FB, ... RT)");
+        fork->add_option("--formation", forkRequest.formation, "Formation (with --position)");
+        fork->add_option("--position", forkRequest.position, "Position 0-10 of the formation, or its name (QB, RB, FB, ... RT)");
+        fork->add_option("--pointer", forkRequest.pointer, "Pointer 0-191");
+        fork->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
+        then(fork, [&](const Context& c) { return runFork(c, image, forkRequest, dryRun); });
+    });
+
+    verb("points", "List every point the play diagram of a slot's play computes, per player", [&](CLI::App* pointsVerb) {
+        imageOption(pointsVerb);
+        pointsVerb->add_option("--slot", moveRequest.slot, "Play slot 0-63")->required();
+        pointsVerb->add_option("--play", moveRequest.play, "Which of the slot's eight plays, 1-8 (default 1)");
+        pointsVerb->add_flag("--json", asJson, "Print {\"players\": [[{\"x\", \"y\", \"sequence\", \"command\"}, ...], ...]}");
+        then(pointsVerb, [&](const Context& c) { return runPoints(c, image, moveRequest.slot, moveRequest.play, asJson); });
+    });
+
+    verb("move-point", "Move one point of a play's diagram: that command's data changes, then Save", [&](CLI::App* movePoint) {
+        imageOption(movePoint);
+        movePoint->add_option("--slot", moveRequest.slot, "Play slot 0-63")->required();
+        movePoint->add_option("--play", moveRequest.play, "Which of the slot's eight plays, 1-8 (default 1)");
+        movePoint->add_option("--player", moveRequest.player, "Player 0-10 or his position (QB, RB, FB, ... RT)")->required();
+        movePoint->add_option("--point", moveRequest.point, "His point, from 1, in drawing order (as zpe points lists them)")->required();
+        movePoint->add_option("--to", moveRequest.to, "X,Y in pixels of the picture's default size (329 x 217)")->required();
+        movePoint->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
+        then(movePoint, [&](const Context& c) { return runMovePoint(c, image, moveRequest, dryRun); });
+    });
+
+    verb("check", "Map the sequence area as the game reads it and report what Full Save would break", [&](CLI::App* check) {
+        imageOption(check);
+        check->add_flag("--json", asJson, "Print the map as JSON");
+        then(check, [&](const Context& c) { return runCheck(c, image, asJson); });
+    });
+
+    verb("trace", "List every command the game can reach from a game address, in address order", [&](CLI::App* trace) {
+        imageOption(trace);
+        trace->add_option("ADDRESS", arg1, "Game address in the sequence area (A000-BFFF)")->required();
+        then(trace, [&](const Context& c) { return runTrace(c, image, arg1); });
+    });
+
+    verb("diff", "List what differs between two images in playbook terms", [&](CLI::App* diff) {
+        diff->add_option("ORIGINAL", image, "The image before")->required();
+        diff->add_option("EDITED", arg1, "The image after")->required();
+        diff->add_option("--ips", arg2, "Also write the byte differences as an IPS patch (- for stdout)")->check(aFile);
+        diff->add_option("--bps", arg3, "Also write them as a BPS patch, which carries both images' CRC-32 (- for stdout)")->check(aFile);
+        then(diff, [&](const Context& c) { return runDiff(c, image, arg1, arg2, arg3); });
+    });
+
+    verb("patch", "Apply an IPS or BPS patch to IMAGE (or write the result to --out)", [&](CLI::App* patch) {
+        imageOption(patch);
+        patch->add_option("PATCH", arg1, "The patch (IPS or BPS, told apart by its header)")->required();
+        patch->add_option("--out", arg2, "Write the patched image here instead of over IMAGE (- for stdout)")->check(aFile);
+        patch->add_option("--ips-for", ipsFor, "headed or headerless: the form of image an IPS patch was made for (needed on a headerless image)");
+        patch->add_flag("--force", force, "Write a result that no longer opens as an image of the game");
+        patch->add_flag("--resize", resize, "Let the patch change the image's size (cut it, or write past its end)");
+        then(patch, [&](const Context& c) { return runPatch(c, image, arg1, arg2, ipsFor, force, resize); });
+    });
+
+    verb("render", "Draw a slot's play or a formation into a PNG picture", [&](CLI::App* draw) {
+        imageOption(draw);
+        draw->add_option("--slot", render.slot, "Play slot 0-63: its formation and one of its offensive plays");
+        draw->add_option("--play", render.play, "Which of the slot's eight plays, 1-8 (default 1)");
+        draw->add_option("--formation", render.formation, "Formation number (a line of forms.txt, from 0)");
+        draw->add_option("--out", render.out, "PNG file to write (- for stdout)")->required()->check(aFile);
+        draw->add_option("--size", render.size, "Picture size in pixels, WxH (default: the window's picture size)");
+        draw->add_option("--scale", render.scale, "Draw K times larger: every coordinate and square (default 1)");
+        then(draw, [&](const Context& c) { return runRender(c, image, render); });
+    });
+}
+
+// The verb a command line names plainly: the first word after the global
+// options (-q, --quiet, --data DIR). Empty when there is none or something
+// else comes first (--help, --version): then every verb is set up. A word
+// that names no verb is set up as none, so the parse fails and is done again
+// with every verb, which says what is wrong.
+std::string verbNamed(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        if (word == "-q" || word == "--quiet" || word.rfind("--data=", 0) == 0) continue;
+        if (word == "--data") {
+            ++i;
+            continue;
+        }
+        return word.empty() || word[0] == '-' ? std::string() : word;
+    }
+    return {};
+}
+
+// A fresh grammar over fresh values (`only` as for configure).
+std::unique_ptr<CLI::App> grammar(Args& args, const std::string& only) {
+    args = Args{};
+    args.dataDir = zpe::dataFolderFor(executableFolder());
+    auto app = std::make_unique<CLI::App>("zpe - Zentrel Playbook Editor, command line. Reads and edits the playbook of a cartridge image.");
+    configure(*app, args, only);
+    return app;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -787,225 +1050,57 @@ int main(int argc, char** argv) {
     mallopt(M_TOP_PAD, 4 << 20);
 #endif
 
-    CLI::App app{"zpe - Zentrel Playbook Editor, command line. Reads and edits the playbook of a cartridge image."};
-    app.require_subcommand(0, 1);
-    app.fallthrough();  // the options below are also accepted after the verb
-    app.set_version_flag("--version", std::string("zpe ") + ZPE_VERSION);
-    std::string dataDir = zpe::dataFolderFor(executableFolder());
-    bool quiet = false;
-    app.add_option("--data", dataDir, "Folder holding forms.txt, cmd.txt and cmdinfo/ (default: beside the executable)");
-    app.add_flag("-q,--quiet", quiet, "Verbs that write say nothing on success");
-
-    std::string image, arg1, arg2, arg3;
-    bool kr = false, all = false, numbered = false, asJson = false, dryRun = false, force = false, resize = false;
-    RenderRequest render;
-    std::function<int(const Context&)> action;
-    auto verb = [&](const char* name, const char* help) { return app.add_subcommand(name, help); };
-    // An output named by an empty string would fall back on the image itself: refused.
-    const CLI::Validator aFile(
-        [](std::string& name) { return name.empty() ? std::string("an empty name names no file (- is standard output)") : std::string(); },
-        "FILE");
-    auto imageOption = [&](CLI::App* sub) { sub->add_option("IMAGE", image, "Cartridge image (*.nes)")->required(); };
-    auto then = [&](CLI::App* sub, std::function<int(const Context&)> run) {
-        sub->callback([&action, run = std::move(run)] { action = run; });
-    };
-
-    auto* decode = verb("decode", "Decode the sequence at a game address");
-    imageOption(decode);
-    decode->add_option("ADDRESS", arg1, "Game address in hexadecimal (A000 or 0xA000)")->required();
-    decode->add_flag("--kr", kr, "Decode 0xEA and 0xEC as commands that go on (kick formations)");
-    decode->add_flag("--all", all, "List every command (by default the first 4096)");
-    then(decode, [&](const Context& c) { return runDecode(c, image, arg1, kr, all); });
-
-    auto* lists = verb("lists", "Print the four lists as the window shows them after opening IMAGE");
-    imageOption(lists);
-    lists->add_flag("--numbered", numbered, "Put each row's index (the slot number for Play Slots) in front");
-    then(lists, [&](const Context& c) { return runLists(c, image, numbered); });
-
-    auto* cpu = verb("cpu", "Write the gap listing of IMAGE to OUT (default: cpu.txt in the working directory; - for stdout)");
-    imageOption(cpu);
-    std::string cpuOut = "cpu.txt";
-    cpu->add_option("OUT", cpuOut, "Output file")->check(aFile);
-    then(cpu, [&](const Context& c) { return runCpu(c, image, cpuOut); });
-
-    auto* copy = verb("copy-slot", "Copy slot FROM over slot TO (0-63 or 0x00-0x3F), then Safe Save");
-    imageOption(copy);
-    copy->add_option("FROM", arg1, "Source slot")->required();
-    copy->add_option("TO", arg2, "Target slot")->required();
-    then(copy, [&](const Context& c) { return runSlotAction(c, image, arg1, arg2, false); });
-
-    auto* swap = verb("swap-slot", "Swap slots A and B (0-63 or 0x00-0x3F), then Safe Save");
-    imageOption(swap);
-    swap->add_option("A", arg1, "First slot")->required();
-    swap->add_option("B", arg2, "Second slot")->required();
-    then(swap, [&](const Context& c) { return runSlotAction(c, image, arg1, arg2, true); });
-
-    auto* full = verb("full-save", "Full Save: lay every sequence out anew from 0xA000 and rewrite all tables");
-    imageOption(full);
-    then(full, [&](const Context& c) { return runFullSave(c, image); });
-
-    auto* mask = verb("export-mask", "Export Mask ROM: 0xFF runs at the sequences' game addresses into OUT (- for stdout)");
-    imageOption(mask);
-    mask->add_option("OUT", arg1, "Mask file to write")->required()->check(aFile);
-    then(mask, [&](const Context& c) { return runExportMask(c, image, arg1); });
-
-    ExportPlayRequest exportPlay;
-    auto* playOut = verb("export-play", "Write what the game runs from one play's entries into a play file (JSON) another image can take");
-    imageOption(playOut);
-    playOut->add_option("--play", exportPlay.play, "Play 0-115");
-    playOut->add_option("--slot", exportPlay.slot, "Slot 0-63: its play (--slot-play, 1-8, default 1) with the slot's formation");
-    playOut->add_option("--slot-play", exportPlay.slotPlay, "Which of the slot's eight plays (1-8)");
-    playOut->add_option("--out", exportPlay.out, "Play file to write (- for standard output)")->required()->check(aFile);
-    then(playOut, [&](const Context& c) { return runExportPlay(c, image, exportPlay); });
-
-    std::string importPlayNumber;
-    auto* playIn = verb("import-play", "Make play Q run what a play file's play ran: copied into free bytes, fields relinked, shared logic reused");
-    imageOption(playIn);
-    playIn->add_option("FILE", arg1, "The play file (zpe export-play writes one)")->required();
-    playIn->add_option("--play", importPlayNumber, "Play 0-115 that is to run it");
-    playIn->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
-    then(playIn, [&](const Context& c) { return runImportPlay(c, image, arg1, importPlayNumber, dryRun); });
-
-    std::string slotNumber, slotOut;
-    auto* slotOutVerb = verb("export-slot", "Write a slot (its record, formation and plays, with what the game runs from them) into a slot file");
-    imageOption(slotOutVerb);
-    slotOutVerb->add_option("--slot", slotNumber, "Slot 0-63");
-    slotOutVerb->add_option("--out", slotOut, "Slot file to write (- for standard output)")->required()->check(aFile);
-    then(slotOutVerb, [&](const Context& c) { return runExportSlot(c, image, slotNumber, slotOut); });
-
-    auto* slotIn = verb("import-slot", "Make slot T hold a slot file's slot: formation and plays into free records (or reused), fields relinked");
-    imageOption(slotIn);
-    slotIn->add_option("FILE", arg1, "The slot file (zpe export-slot writes one)")->required();
-    slotIn->add_option("--slot", slotNumber, "Slot 0-63 that is to hold it");
-    slotIn->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
-    then(slotIn, [&](const Context& c) { return runImportSlot(c, image, arg1, slotNumber, dryRun); });
-
-    std::string bookOut;
-    auto* bookOutVerb = verb("export-playbook", "Write all 64 slots (records, formations, plays, what the game runs from them) into a playbook file");
-    imageOption(bookOutVerb);
-    bookOutVerb->add_option("--out", bookOut, "Playbook file to write (- for standard output)")->required()->check(aFile);
-    then(bookOutVerb, [&](const Context& c) { return runExportPlaybook(c, image, bookOut); });
-
-    auto* bookIn = verb("import-playbook", "Make every slot hold the playbook file's slot of its number: formations and plays reused or copied");
-    imageOption(bookIn);
-    bookIn->add_option("FILE", arg1, "The playbook file (zpe export-playbook writes one)")->required();
-    bookIn->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
-    then(bookIn, [&](const Context& c) { return runImportPlaybook(c, image, arg1, dryRun); });
-
-    auto* json = verb("json", "Print the whole playbook as JSON");
-    imageOption(json);
-    then(json, [&](const Context& c) { return runJson(c, image); });
-
-    auto* import = verb("import", "Apply a playbook file in the shape zpe json writes, then Save (only what changed)");
-    imageOption(import);
-    import->add_option("FILE", arg1, "The playbook as JSON")->required();
-    import->add_flag("--dry-run", dryRun, "Print what Save would do; write nothing");
-    import->add_flag("--force", force, "Import a file written from another state of IMAGE (its fingerprint differs)");
-    then(import, [&](const Context& c) { return runImport(c, image, arg1, dryRun, force); });
-
-    auto* compact = verb("compact", "Lay the sequence area out anew as the game reads it: every command kept, free space in one run");
-    imageOption(compact);
-    compact->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
-    then(compact, [&](const Context& c) { return runCompact(c, image, dryRun); });
-
-    auto* refs = verb("refs", "List every table entry and every command the game runs that leads to ADDRESS");
-    imageOption(refs);
-    refs->add_option("ADDRESS", arg1, "Game address in hexadecimal")->required();
-    refs->add_flag("--json", asJson, "Print them as JSON");
-    then(refs, [&](const Context& c) { return runRefs(c, image, arg1, asJson); });
-
-    ForkRequest forkRequest;
-    MoveRequest moveRequest;
-    auto* fork = verb("fork", "Give one table entry its own copy of what the game runs from it");
-    imageOption(fork);
-    fork->add_option("--play", forkRequest.play, "Play 0-115 (with --player)");
-    fork->add_option("--player", forkRequest.player, "Player 0-10 of the play, or his position (QB, RB, FB, ... RT)");
-    fork->add_option("--formation", forkRequest.formation, "Formation (with --position)");
-    fork->add_option("--position", forkRequest.position, "Position 0-10 of the formation, or its name (QB, RB, FB, ... RT)");
-    fork->add_option("--pointer", forkRequest.pointer, "Pointer 0-191");
-    fork->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
-    then(fork, [&](const Context& c) { return runFork(c, image, forkRequest, dryRun); });
-
-    auto* pointsVerb = verb("points", "List every point the play diagram of a slot's play computes, per player");
-    imageOption(pointsVerb);
-    pointsVerb->add_option("--slot", moveRequest.slot, "Play slot 0-63")->required();
-    pointsVerb->add_option("--play", moveRequest.play, "Which of the slot's eight plays, 1-8 (default 1)");
-    pointsVerb->add_flag("--json", asJson, "Print {\"players\": [[{\"x\", \"y\", \"sequence\", \"command\"}, ...], ...]}");
-    then(pointsVerb, [&](const Context& c) { return runPoints(c, image, moveRequest.slot, moveRequest.play, asJson); });
-
-    auto* movePoint = verb("move-point", "Move one point of a play's diagram: that command's data changes, then Save");
-    imageOption(movePoint);
-    movePoint->add_option("--slot", moveRequest.slot, "Play slot 0-63")->required();
-    movePoint->add_option("--play", moveRequest.play, "Which of the slot's eight plays, 1-8 (default 1)");
-    movePoint->add_option("--player", moveRequest.player, "Player 0-10 or his position (QB, RB, FB, ... RT)")->required();
-    movePoint->add_option("--point", moveRequest.point, "His point, from 1, in drawing order (as zpe points lists them)")->required();
-    movePoint->add_option("--to", moveRequest.to, "X,Y in pixels of the picture's default size (329 x 217)")->required();
-    movePoint->add_flag("--dry-run", dryRun, "Print what it would do; write nothing");
-    then(movePoint, [&](const Context& c) { return runMovePoint(c, image, moveRequest, dryRun); });
-
-    auto* check = verb("check", "Map the sequence area as the game reads it and report what Full Save would break");
-    imageOption(check);
-    check->add_flag("--json", asJson, "Print the map as JSON");
-    then(check, [&](const Context& c) { return runCheck(c, image, asJson); });
-
-    auto* trace = verb("trace", "List every command the game can reach from a game address, in address order");
-    imageOption(trace);
-    trace->add_option("ADDRESS", arg1, "Game address in the sequence area (A000-BFFF)")->required();
-    then(trace, [&](const Context& c) { return runTrace(c, image, arg1); });
-
-    auto* diff = verb("diff", "List what differs between two images in playbook terms");
-    diff->add_option("ORIGINAL", image, "The image before")->required();
-    diff->add_option("EDITED", arg1, "The image after")->required();
-    diff->add_option("--ips", arg2, "Also write the byte differences as an IPS patch (- for stdout)")->check(aFile);
-    diff->add_option("--bps", arg3, "Also write them as a BPS patch, which carries both images' CRC-32 (- for stdout)")->check(aFile);
-    then(diff, [&](const Context& c) { return runDiff(c, image, arg1, arg2, arg3); });
-
-    auto* patch = verb("patch", "Apply an IPS or BPS patch to IMAGE (or write the result to --out)");
-    imageOption(patch);
-    patch->add_option("PATCH", arg1, "The patch (IPS or BPS, told apart by its header)")->required();
-    patch->add_option("--out", arg2, "Write the patched image here instead of over IMAGE (- for stdout)")->check(aFile);
-    std::string ipsFor;
-    patch->add_option("--ips-for", ipsFor, "headed or headerless: the form of image an IPS patch was made for (needed on a headerless image)");
-    patch->add_flag("--force", force, "Write a result that no longer opens as an image of the game");
-    patch->add_flag("--resize", resize, "Let the patch change the image's size (cut it, or write past its end)");
-    then(patch, [&](const Context& c) { return runPatch(c, image, arg1, arg2, ipsFor, force, resize); });
-
-    auto* draw = verb("render", "Draw a slot's play or a formation into a PNG picture");
-    imageOption(draw);
-    draw->add_option("--slot", render.slot, "Play slot 0-63: its formation and one of its offensive plays");
-    draw->add_option("--play", render.play, "Which of the slot's eight plays, 1-8 (default 1)");
-    draw->add_option("--formation", render.formation, "Formation number (a line of forms.txt, from 0)");
-    draw->add_option("--out", render.out, "PNG file to write (- for stdout)")->required()->check(aFile);
-    draw->add_option("--size", render.size, "Picture size in pixels, WxH (default: the window's picture size)");
-    draw->add_option("--scale", render.scale, "Draw K times larger: every coordinate and square (default 1)");
-    then(draw, [&](const Context& c) { return runRender(c, image, render); });
-
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp&) {
-        std::cout << app.help();
-        return flushedOutput();
-    } catch (const CLI::CallForAllHelp&) {
-        std::cout << app.help("", CLI::AppFormatMode::All);
-        return flushedOutput();
-    } catch (const CLI::CallForVersion&) {
-        std::cout << app.version() << '\n';
-        return flushedOutput();
-    } catch (const CLI::ParseError& e) {
-        std::cerr << "zpe: " << e.what() << "\n\n" << app.help();
-        return kExitUsage;
+    Args args;
+    const std::string named = verbNamed(argc, argv);
+    bool whole = named.empty();
+    std::unique_ptr<CLI::App> app = grammar(args, named);
+    // A command line the one verb's grammar does not take, or one that asks
+    // for help, is parsed again by the whole grammar: what is said then reads
+    // exactly as it would with every verb set up.
+    for (;;) {
+        try {
+            app->parse(argc, argv);
+            if (args.action || whole) break;
+        } catch (const CLI::CallForHelp&) {
+            if (whole) {
+                std::cout << app->help();
+                return flushedOutput();
+            }
+        } catch (const CLI::CallForAllHelp&) {
+            if (whole) {
+                std::cout << app->help("", CLI::AppFormatMode::All);
+                return flushedOutput();
+            }
+        } catch (const CLI::CallForVersion&) {
+            std::cout << app->version() << '\n';
+            return flushedOutput();
+        } catch (const CLI::ParseError& e) {
+            if (whole) {
+                std::cerr << "zpe: " << e.what() << "\n\n" << app->help();
+                return kExitUsage;
+            }
+        }
+        app = grammar(args, "");
+        whole = true;
     }
-    if (!action) {
-        std::cerr << "zpe: a verb is required\n\n" << app.help();
+    if (!args.action) {
+        std::cerr << "zpe: a verb is required\n\n" << app->help();
         return kExitUsage;
     }
 
     int code = kExitFailed;
     try {
-        const Context ctx{dataDir, zpe::loadCmdNames(dataDir), quiet};
-        code = action(ctx);
+        const Context ctx{args.dataDir, zpe::loadCmdNames(args.dataDir), args.quiet};
+        code = args.action(ctx);
     } catch (const UsageError& e) {
-        std::cerr << "zpe: " << e.message << "\n\n" << app.help();
+        if (!whole) {  // the help that follows is the whole grammar's, for the same command line
+            app = grammar(args, "");
+            try {
+                app->parse(argc, argv);
+            } catch (const CLI::ParseError&) {
+            }
+        }
+        std::cerr << "zpe: " << e.message << "\n\n" << app->help();
         return kExitUsage;
     } catch (const Failure& e) {
         std::cerr << "zpe: " << e.message << '\n';

@@ -105,8 +105,11 @@ namespace {
 // new sequence, the entry's way. Where that reading fails, the save refuses.
 void refuseUnreadableChains(const Playbook& before, const Playbook& now) {
     std::unordered_set<int64_t> checked;
+    std::unordered_map<SeqKey, SeqKey> walked;  // where the chain from a key runs off: many entries name the same one
     for (const AreaEntry& e : playbookEntries(now)) {
-        const SeqKey reached = walkChain(now, e.target, [](SeqKey) { return false; });
+        auto [it, fresh] = walked.try_emplace(e.target);
+        if (fresh) it->second = walkChain(now, e.target, [](SeqKey) { return false; });
+        const SeqKey reached = it->second;
         if (reached == e.target || reached.isNone() || now.sequences.contains(reached)) continue;
         // Below the image a field check names it better (nothing in the image leads there).
         const int32_t key = reached.address();

@@ -41,6 +41,39 @@ struct Fixture {
     }
 };
 
+// A command line that names its verb is read by that verb's grammar alone;
+// whatever it says (help, errors, the usage after a refusal) is what the
+// whole grammar says, also where a word before the verb is a verb's name.
+TEST(CliVerbs, OneVerbsGrammarReadsACommandLineAsTheWholeOneDoes) {
+    Fixture f;
+    TempDir cwd;
+    std::filesystem::create_directory(cwd.file("json"));
+    std::filesystem::copy_file(f.data.file("forms.txt"), cwd.file("json/forms.txt"));
+    const std::string lists = f.zpe({"lists", f.image.path()}).out;
+    ASSERT_FALSE(lists.empty());
+    auto r = runProcess(ZPE_BIN, {"--data", "json", "lists", f.image.path()}, cwd.path());
+    EXPECT_EQ(r.out, lists) << r.err;  // "json" there is the folder, not the verb
+    r = runProcess(ZPE_BIN, {"-q", "--data=json", "lists", f.image.path()}, cwd.path());
+    EXPECT_EQ(r.out, lists) << r.err;
+
+    r = f.zpe({"import", "--help"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_NE(r.out.find("--dry-run"), std::string::npos) << r.out;
+    EXPECT_EQ(r.out.find("render"), std::string::npos) << "the verb's help, not the list of verbs";
+    for (const std::vector<std::string>& wrong : std::vector<std::vector<std::string>>{
+             {"lists", f.image.path(), "json"}, {"lists", f.image.path(), "--frob"}, {"json", "--dry-run", f.image.path()}}) {
+        r = f.zpe(wrong);
+        EXPECT_EQ(r.exitCode, 2) << wrong.back();
+        EXPECT_NE(r.err.find("Usage:"), std::string::npos) << r.err;
+    }
+    r = f.zpe({"--help"});
+    for (const char* verb : {"decode", "import", "render", "move-point"}) EXPECT_NE(r.out.find(verb), std::string::npos) << verb;
+    // A refusal of the verb's own (no entry named) is followed by the verb's usage, as before.
+    r = f.zpe({"fork", f.image.path()});
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_NE(r.err.find("--pointer"), std::string::npos) << r.err;
+}
+
 TEST(CliVerbs, OptionsAnywhereStandardOutputHexSlotsAndPatches) {
     Fixture f;
     TempDir out;
