@@ -593,9 +593,25 @@ private:
             plan.bytes[static_cast<size_t>(e.offset)] = static_cast<uint8_t>(entry & 0xFF);
             plan.bytes[static_cast<size_t>(e.offset) + 1] = static_cast<uint8_t>(entry >> 8);
         }
+        // Reused: what an entry runs, through every lead, at the image's own copy.
+        std::vector<bool> runs(n_, false);
+        std::vector<int> work;
+        auto reach = [&](const CarriedLead& l) {
+            if (l.kind == CarriedLead::Kind::Command && !runs[static_cast<size_t>(l.command)]) {
+                runs[static_cast<size_t>(l.command)] = true;
+                work.push_back(l.command);
+            }
+        };
+        for (const CarriedEntry& e : entries_) reach(e.lead);
+        while (!work.empty()) {
+            const CarriedCommand& c = commands_[static_cast<size_t>(work.back())];
+            work.pop_back();
+            reach(c.next);
+            reach(c.field);
+        }
         for (size_t i = 0; i < n_; ++i) {
             plan.copied += placed_.place[i] >= 0;
-            plan.reused += reuse_[i] >= 0 && !needed_[i] && !isJump(commands_[i].bytes[0]);
+            plan.reused += runs[i] && reuse_[i] >= 0 && !needed_[i] && !isJump(commands_[i].bytes[0]);
         }
         plan.bytesWritten = placed_.bytes;
         plan.runs = placed_.runs;

@@ -123,6 +123,12 @@ TEST(PlayImport, TheImportedPlayRunsWhatItRanAndEverythingElseAsBefore) {
     // area; reused: Human Control, the COM pass and its receiver script's two commands.
     EXPECT_EQ(plan.summary.laid.copied, 4) << plan.summary.text();
     EXPECT_EQ(plan.summary.laid.reused, 4) << plan.summary.text();
+    // A play file whose players all run nothing reuses nothing, whatever commands it carries.
+    CarriedPlay idle = c.play;
+    idle.players.fill(CarriedLead::none());
+    const PlayImportPlan none = planPlayImport(target.pb, idle, 7);
+    EXPECT_EQ(none.summary.laid.reused, 0) << none.summary.text();
+    EXPECT_EQ(none.summary.laid.copied, 0) << none.summary.text();
     // Only free bytes and play 7's record changed.
     const AreaMap before = buildAreaMap(target.pb);
     const auto record = static_cast<size_t>(playEntryOffset(7, 0));
