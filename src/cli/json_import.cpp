@@ -313,7 +313,8 @@ void requireSameImage(const json& doc, std::span<const uint8_t> image, const std
         throw ImportError("/fingerprint", jsonName + " was written from another state of " + imageName + "; export again");
 }
 
-Playbook importedPlaybook(const Playbook& pb, const json& doc, const CmdNames& names, int* changeCount) {
+Playbook importedPlaybook(const Playbook& pb, const json& doc, const CmdNames& names, int* changeCount,
+                          std::vector<std::pair<SeqKey, std::string>>* labels) {
     const Reader r;
     const std::string root;  // the document itself, as a place
     const std::string fingerprintWhere = "/fingerprint";
@@ -622,6 +623,8 @@ Playbook importedPlaybook(const Playbook& pb, const json& doc, const CmdNames& n
         if (seq.commands() != before.commands() || seq.byteSize() != before.byteSize()) ++changes;
     }
     if (changeCount) *changeCount = changes;
+    if (labels)
+        for (const auto& [label, key] : made) labels->emplace_back(key, label);
     return out;
 }
 

@@ -48,6 +48,8 @@ int applyPlaybookJson(Playbook& pb, const nlohmann::json& doc, const CmdNames& n
 // The same, leaving `pb` as it is: returns the playbook with the file's
 // changes applied (their number in `changes`, when given), so a caller keeps
 // both the image as read and the edit to save.
-[[nodiscard]] Playbook importedPlaybook(const Playbook& pb, const nlohmann::json& doc, const CmdNames& names, int* changes = nullptr);
+// `labels`, when given, gets each sequence the file makes with the label the file calls it by.
+[[nodiscard]] Playbook importedPlaybook(const Playbook& pb, const nlohmann::json& doc, const CmdNames& names, int* changes = nullptr,
+                                        std::vector<std::pair<SeqKey, std::string>>* labels = nullptr);
 
 }  // namespace zpe

@@ -364,6 +364,24 @@ std::string baseName(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
+// A save names a sequence the file makes by the key the import gave it
+// ("new sequence 2", "new 2"); the user knows it by the file's label:
+// " (new 2: \"wr-post\" in the file)" for each one `what` names, "" when it names none.
+std::string labelsNamed(const std::string& what, const std::vector<std::pair<zpe::SeqKey, std::string>>& labels) {
+    auto names = [&](const std::string& name) {
+        for (size_t at = what.find(name); at != std::string::npos; at = what.find(name, at + 1)) {
+            const size_t after = at + name.size();
+            if (after >= what.size() || !std::isdigit(static_cast<unsigned char>(what[after]))) return true;  // not "new 1" of "new 12"
+        }
+        return false;
+    };
+    std::string legend;
+    for (const auto& [key, label] : labels)
+        if (names(zpe::sequenceKeyText(key)) || names(zpe::sequenceName(key)))
+            legend += (legend.empty() ? "" : ", ") + zpe::sequenceKeyText(key) + ": \"" + label + "\" in the file";
+    return legend.empty() ? "" : " (" + legend + ")";
+}
+
 int runImport(const Context& ctx, const std::string& imagePath, const std::string& jsonPath, bool dryRun, bool force) {
     const std::vector<uint8_t> bytes = zpe::readWholeFile(jsonPath);
     nlohmann::json doc;
@@ -424,21 +442,26 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
     // as the image's reading instead of reading the bytes once more.
     const zpe::Playbook opened = openOrFail(imagePath, ctx);
     zpe::Playbook pb;
+    std::vector<std::pair<zpe::SeqKey, std::string>> labels;
     try {
         if (!force) zpe::requireSameImage(doc, zpe::fileSpan(opened), baseName(jsonPath), baseName(imagePath));
-        pb = zpe::importedPlaybook(opened, doc, ctx.names);
+        pb = zpe::importedPlaybook(opened, doc, ctx.names, nullptr, &labels);
     } catch (const zpe::ImportError& e) {
         throw Failure{jsonPath + ": " + e.what() + "; nothing was written"};
     } catch (const nlohmann::json::exception& e) {
         throw Failure{jsonPath + ": " + e.what() + "; nothing was written"};
     }
     doc = nullptr;  // its memory serves the plan
-    if (dryRun) {
-        zpe::requireUnchangedImage(pb);
-        std::cout << zpe::planSave(pb, pb.openedBytes, &opened).summary.text() << '\n';
-        return 0;
+    try {
+        if (dryRun) {
+            zpe::requireUnchangedImage(pb);
+            std::cout << zpe::planSave(pb, pb.openedBytes, &opened).summary.text() << '\n';
+            return 0;
+        }
+        (void)zpe::saveChanges(pb, [&](const zpe::SaveSummary& summary) { ctx.confirm(summary.text()); }, nullptr, &opened);
+    } catch (const std::runtime_error& e) {
+        throw Failure{std::string(e.what()) + labelsNamed(e.what(), labels)};
     }
-    (void)zpe::saveChanges(pb, [&](const zpe::SaveSummary& summary) { ctx.confirm(summary.text()); }, nullptr, &opened);
     return 0;
 }
 

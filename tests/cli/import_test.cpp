@@ -259,6 +259,19 @@ TEST(CliImport, NewSequencesAreMadeFromTheFileAndNamedByEntries) {
     doc["sequences"].back()["commands"] = {{{"code", "FE"}, {"data", {5}}}};  // out of a sequence that has no place yet
     r = d.zpe({"import", d.image, d.write("spare.json", doc.dump())});
     EXPECT_NE(r.err.find("its relative jumps can only lead to its own commands"), std::string::npos) << r.err;
+    // Refused by Save (far too long for any free run): the refusal also gives the file's label of the sequence it names.
+    doc = d.exported();
+    json steps = json::array();
+    for (int i = 0; i < 3000; ++i) steps.push_back({{"code", "D7"}, {"data", {0, 0xF0}}});
+    steps.push_back({{"code", "E4"}, {"data", json::array()}});
+    doc["sequences"].push_back({{"new", "marathon"}, {"continuesAt", "A10A"}, {"commands", steps}});
+    doc["plays"][0]["players"][3] = {{"new", "marathon"}};
+    for (const char* dry : {"--dry-run", "-q"}) {
+        r = d.zpe({"import", d.image, d.write("long.json", doc.dump()), dry});
+        EXPECT_EQ(r.exitCode, 1) << r.err;
+        EXPECT_NE(r.err.find("needs 9"), std::string::npos) << r.err;
+        EXPECT_NE(r.err.find("(new 1: \"marathon\" in the file)"), std::string::npos) << r.err;
+    }
     EXPECT_EQ(test::readFileBytes(d.image), bytes);
 }
 
