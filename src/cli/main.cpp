@@ -45,6 +45,7 @@
 #include <unistd.h>
 #if defined(__GLIBC__)
 #include <malloc.h>
+#include <sys/mman.h>
 #endif
 
 namespace {
@@ -1056,6 +1057,28 @@ std::unique_ptr<CLI::App> grammar(Args& args, const std::string& only) {
     return app;
 }
 
+#if defined(__GLIBC__)
+// A verb touches some 2 MB of heap (the image as read and as planned, the
+// model's sequences), page by page: 300 to 500 first touches, each a fault
+// of some 3 microseconds in a virtual machine, a third of an import's time.
+// Where the system hands out 2 MiB pages to the programs that ask
+// (transparent huge pages "madvise", Debian's default), the heap from the
+// next 2 MiB boundary on asks for them; the bytes below that boundary are
+// set aside untouched, so that what the verb allocates lies above it.
+// Elsewhere (or under a sanitizer's allocator, which does not use the
+// program break) nothing changes.
+void heapOnHugePages() {
+    constexpr uintptr_t kHugePage = uintptr_t{2} << 20;
+    const auto before = reinterpret_cast<uintptr_t>(sbrk(0));
+    const uintptr_t from = (before + (uintptr_t{64} << 10) + kHugePage - 1) & ~(kHugePage - 1);
+    static void* volatile setAside = malloc(from - before - 4096);  // never touched: no memory of its own
+    void* volatile reach = malloc(6 << 20);  // grows the heap past what a verb uses
+    free(reach);
+    const auto end = reinterpret_cast<uintptr_t>(sbrk(0));
+    if (setAside && end > from + kHugePage) (void)madvise(reinterpret_cast<void*>(from), end - from, MADV_HUGEPAGE);
+}
+#endif
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -1071,6 +1094,7 @@ int main(int argc, char** argv) {
     mallopt(M_MMAP_THRESHOLD, 32 << 20);
     mallopt(M_TRIM_THRESHOLD, 64 << 20);
     mallopt(M_TOP_PAD, 4 << 20);
+    heapOnHugePages();
 #endif
 
     Args args;
