@@ -1119,8 +1119,10 @@ int main(int argc, char** argv) {
                 return flushedOutput();
             }
         } catch (const CLI::CallForVersion&) {
-            std::cout << app->version() << '\n';
-            return flushedOutput();
+            if (whole) {
+                std::cout << app->version() << '\n';
+                return flushedOutput();
+            }
         } catch (const CLI::ParseError& e) {
             if (whole) {
                 std::cerr << "zpe: " << e.what() << "\n\n" << app->help();

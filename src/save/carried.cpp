@@ -424,9 +424,10 @@ namespace {
 // One laying out of carried commands, step by step.
 class Layouter {
 public:
-    Layouter(const Playbook& pb, const std::vector<CarriedCommand>& commands, const std::vector<CarriedEntry>& entries, const std::string& what)
-        : pb_(pb), commands_(commands), entries_(entries), what_(what), map_(buildAreaMap(pb)), area_(areaBytes(pb.openedBytes)),
-          matcher_(commands, map_, area_), n_(commands.size()) {}
+    Layouter(const Playbook& pb, const std::vector<CarriedCommand>& commands, const std::vector<CarriedEntry>& entries, const std::string& what,
+             const std::vector<CarriedLead>& runAlready)
+        : pb_(pb), commands_(commands), entries_(entries), what_(what), runAlready_(runAlready), map_(buildAreaMap(pb)),
+          area_(areaBytes(pb.openedBytes)), matcher_(commands, map_, area_), n_(commands.size()) {}
 
     CarriedLayout run(const std::function<void(std::vector<uint8_t>&)>& records) {
         chooseReuse();
@@ -593,7 +594,7 @@ private:
             plan.bytes[static_cast<size_t>(e.offset)] = static_cast<uint8_t>(entry & 0xFF);
             plan.bytes[static_cast<size_t>(e.offset) + 1] = static_cast<uint8_t>(entry >> 8);
         }
-        // Reused: what an entry runs, through every lead, at the image's own copy.
+        // Reused: what an entry written or a record kept runs, through every lead, at the image's own copy.
         std::vector<bool> runs(n_, false);
         std::vector<int> work;
         auto reach = [&](const CarriedLead& l) {
@@ -603,6 +604,7 @@ private:
             }
         };
         for (const CarriedEntry& e : entries_) reach(e.lead);
+        for (const CarriedLead& l : runAlready_) reach(l);
         while (!work.empty()) {
             const CarriedCommand& c = commands_[static_cast<size_t>(work.back())];
             work.pop_back();
@@ -623,6 +625,7 @@ private:
     const std::vector<CarriedCommand>& commands_;
     const std::vector<CarriedEntry>& entries_;
     const std::string& what_;
+    const std::vector<CarriedLead>& runAlready_;
     const AreaMap map_;
     const std::span<const uint8_t> area_;
     const Matcher matcher_;
@@ -638,8 +641,9 @@ private:
 }  // namespace
 
 CarriedLayout layOutCarried(const Playbook& pb, const std::vector<CarriedCommand>& commands, const std::vector<CarriedEntry>& entries,
-                            const std::function<void(std::vector<uint8_t>&)>& records, const std::string& what) {
-    return Layouter(pb, commands, entries, what).run(records);
+                            const std::function<void(std::vector<uint8_t>&)>& records, const std::string& what,
+                            const std::vector<CarriedLead>& runAlready) {
+    return Layouter(pb, commands, entries, what, runAlready).run(records);
 }
 
 }  // namespace zpe

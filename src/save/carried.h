@@ -104,9 +104,12 @@ struct CarriedLayout {
 // sequence as before. Throws SaveError, nothing planned: too little free
 // space (NoFreeRun, with what it needs and what is free), or a result read
 // otherwise than planned (WouldNotReopen, in words). `what` names what is
-// imported in the refusals ("the imported play").
+// imported in the refusals ("the imported play"). The count of commands
+// reused is of those the entries run, and `runAlready` (the leads of records
+// the image holds already, which are not written), at the image's own copies.
 [[nodiscard]] CarriedLayout layOutCarried(const Playbook& pb, const std::vector<CarriedCommand>& commands,
                                           const std::vector<CarriedEntry>& entries,
-                                          const std::function<void(std::vector<uint8_t>&)>& records, const std::string& what);
+                                          const std::function<void(std::vector<uint8_t>&)>& records, const std::string& what,
+                                          const std::vector<CarriedLead>& runAlready = {});
 
 }  // namespace zpe

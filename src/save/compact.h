@@ -74,7 +74,7 @@ CompactSaveSummary compactAndSave(Playbook& pb, const std::string& dataDir);
 
 // What compactAndSave would write, and both summaries; nothing is written.
 struct CompactSavePlan {
-    std::vector<uint8_t> bytes;  // the whole new image
+    ImageBytes bytes;            // the whole new image
     CompactSaveSummary summary;
 };
 [[nodiscard]] CompactSavePlan planCompactAndSave(const Playbook& pb);

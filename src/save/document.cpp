@@ -87,7 +87,7 @@ CompactSaveSummary Document::compactAndSave(const std::string& dataDir) {
     return summary;
 }
 
-std::vector<uint8_t> Document::imageAsShown(bool withWorkingCopy) const {
+ImageBytes Document::imageAsShown(bool withWorkingCopy) const {
     if (!(withWorkingCopy && workingCopyEdited())) return sameContent(pb, inFile) ? pb.openedBytes : planSave(pb, pb.openedBytes).bytes;
     Playbook shown = pb;
     shown.sequences.at(workingCopy.key()) = workingCopy;

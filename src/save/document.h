@@ -111,7 +111,7 @@ public:
     // was last opened or saved, with every edit since laid out as Save would;
     // with `withWorkingCopy`, the working copy's edits as if applied. Throws
     // SaveError when Save would refuse them.
-    [[nodiscard]] std::vector<uint8_t> imageAsShown(bool withWorkingCopy) const;
+    [[nodiscard]] ImageBytes imageAsShown(bool withWorkingCopy) const;
     // The saves, each writing the playbook as shown (the working copy is
     // committed by the caller first) and recording what the file now holds.
     // A refusal throws and leaves the document as it was.

@@ -23,7 +23,7 @@ struct ForkSummary {
 };
 
 struct ForkPlan {
-    std::vector<uint8_t> bytes;  // the whole new image
+    ImageBytes bytes;            // the whole new image
     ForkSummary summary;
 };
 

@@ -130,6 +130,7 @@ std::vector<std::pair<int, bool>> assignRecords(const std::vector<CarriedRecord>
 struct Records {
     std::vector<std::pair<int, bool>> formations, plays;
     std::vector<CarriedEntry> entries;
+    std::vector<CarriedLead> kept;  // the leads of records the image holds already: they run the file's commands too
 };
 
 Records placeRecords(const Playbook& pb, const CarriedBook& book, const std::vector<int>& targets, const std::vector<int>& freeFormations,
@@ -156,6 +157,10 @@ Records placeRecords(const Playbook& pb, const CarriedBook& book, const std::vec
         book.plays, kPlayCount,
         [&](const CarriedRecord& c, int p) { return matcher.sameEntries(c.leads, [&](int j) { return pb.plays[static_cast<size_t>(p)].seqAddress(j); }); },
         [](int) { return true; }, playsNamed, freePlays, pb.romPath, "play");
+    for (size_t f = 0; f < book.formations.size(); ++f)
+        if (out.formations[f].second) out.kept.insert(out.kept.end(), book.formations[f].leads.begin(), book.formations[f].leads.end());
+    for (size_t p = 0; p < book.plays.size(); ++p)
+        if (out.plays[p].second) out.kept.insert(out.kept.end(), book.plays[p].leads.begin(), book.plays[p].leads.end());
     for (size_t f = 0; f < book.formations.size(); ++f)
         if (!out.formations[f].second)
             for (int j = 0; j < kPlayersPerRecord; ++j)
@@ -189,7 +194,7 @@ BookImportPlan layOutBook(const Playbook& pb, const CarriedBook& book, const std
         for (const int t : targets) writeSlot(edited, image, t);
         bytes = image.takeBytes();
     };
-    CarriedLayout laid = layOutCarried(pb, book.commands, records.entries, writeSlots, "the import");
+    CarriedLayout laid = layOutCarried(pb, book.commands, records.entries, writeSlots, "the import", records.kept);
     for (const int t : targets)
         if (!(laid.reopened.playSlots[static_cast<size_t>(t)] == edited.playSlots[static_cast<size_t>(t)]))
             throw SaveError(pb.romPath + ": the import would leave " + slotName(t) + " otherwise than planned; nothing was written", Refusal::WouldNotReopen);

@@ -497,7 +497,7 @@ void frmMain::mnuFileExportPatch_Click() {
     const bool bps = QFileInfo(path).suffix().compare("bps", Qt::CaseInsensitive) == 0;
     try {
         refuseSameFile(path.toStdString(), pb.romPath);
-        const std::vector<uint8_t> now = doc_.imageAsShown(withWorkingCopy);
+        const ImageBytes now = doc_.imageAsShown(withWorkingCopy);
         const std::vector<uint8_t> from = fileBytes(pb, openedImage_), to = fileBytes(pb, now);  // patches are made on the file as it is
         if (from == to) {
             StatusBar1->setText("Nothing to export: the image holds no change since it was opened; no patch was written.");

@@ -61,9 +61,10 @@ TEST(CliVerbs, OneVerbsGrammarReadsACommandLineAsTheWholeOneDoes) {
     EXPECT_NE(r.out.find("--dry-run"), std::string::npos) << r.out;
     EXPECT_EQ(r.out.find("render"), std::string::npos) << "the verb's help, not the list of verbs";
     for (const std::vector<std::string>& wrong : std::vector<std::vector<std::string>>{
-             {"lists", f.image.path(), "json"}, {"lists", f.image.path(), "--frob"}, {"json", "--dry-run", f.image.path()}}) {
+             {"lists", f.image.path(), "json"}, {"lists", f.image.path(), "--frob"}, {"json", "--dry-run", f.image.path()},
+             {"nosuch", "--version", "render", f.image.path(), "--out"}, {f.image.path(), "render", "--version", "--out"}}) {
         r = f.zpe(wrong);
-        EXPECT_EQ(r.exitCode, 2) << wrong.back();
+        EXPECT_EQ(r.exitCode, 2) << wrong.front() << " ... " << wrong.back() << "\n" << r.out;
         EXPECT_NE(r.err.find("Usage:"), std::string::npos) << r.err;
     }
     r = f.zpe({"--help"});

@@ -360,8 +360,15 @@ TEST(SlotImport, BroughtBackASlotKeepsNamingItsOwnRecords) {
     const test::Opened image = test::openBuilt(source, data);
     ASSERT_TRUE(image.result.ok) << image.result.error;
 
-    const BookImportPlan slot = planSlotImport(image.pb, carrySlots(image.pb, {0}), 0);
+    const CarriedBook own = carrySlots(image.pb, {0});
+    const BookImportPlan slot = planSlotImport(image.pb, own, 0);
     EXPECT_EQ(slot.bytes, image.pb.openedBytes) << slot.summary.text();
+    // Every command the slot's records run is there already: all reused, none copied.
+    const auto commands = std::count_if(own.commands.begin(), own.commands.end(),
+                                        [](const CarriedCommand& c) { return c.bytes[0] != 0xFE && c.bytes[0] != 0xFF; });
+    EXPECT_GT(commands, 0);
+    EXPECT_EQ(slot.summary.laid.reused, commands) << slot.summary.text();
+    EXPECT_EQ(slot.summary.laid.copied, 0) << slot.summary.text();
 
     std::vector<int> all(kSlotCount);
     for (int s = 0; s < kSlotCount; ++s) all[static_cast<size_t>(s)] = s;
