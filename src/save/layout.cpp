@@ -358,28 +358,46 @@ void Engine::copyTail(Chain& c, int32_t from) const {
         refuse(sequenceName(c.key) + " ends with a Long Snap, and what the game ran after it at " + hex4(c.continuation) +
                    " cannot be carried along (a jump it never leaves, or no command the game runs)",
                Refusal::WouldNotReopen);
-    const int32_t start = run.front()->address, stop = run.back()->address + run.back()->length;
-    int32_t q = c.linkAt;
-    for (const GameCommand* g : run) {
-        std::vector<uint8_t> bytes = bytesAt(image_, g->address, g->length);
-        const CommandFormat f = commandFormat(g->code, false, bytes.size() > 1 ? bytes[1] : -1);
-        const int32_t t = g->target >= start && g->target < stop ? c.linkAt + (g->target - start) : g->target;
+    // Places to a fixed point: a relative jump whose target is out of reach
+    // from its copy is written absolute, one byte longer, which moves the
+    // copies after it.
+    const CommandFormat jump = commandFormat(kAbsoluteJump, false, -1);
+    std::vector<bool> absolute(run.size(), false);
+    for (bool settled = false; !settled;) {
+        settled = true;
+        c.tail.clear();
+        int32_t q = c.linkAt;
+        for (size_t k = 0; k < run.size(); ++k) {
+            c.tail.emplace_back(q, run[k]->address);
+            q += absolute[k] ? jump.gameLength : run[k]->length;
+        }
+        for (size_t k = 0; k < run.size(); ++k) {
+            const GameCommand& g = *run[k];
+            if (absolute[k] || commandFormat(g.code, false, -1).field != FieldKind::Relative) continue;
+            if (!relativeReaches(c.tail[k].first, copiedLead(c.tail, g.target), g.target < g.address)) {
+                absolute[k] = true;
+                settled = false;
+            }
+        }
+    }
+    for (size_t k = 0; k < run.size(); ++k) {
+        const GameCommand& g = *run[k];
+        const int32_t q = c.tail[k].first;
+        std::vector<uint8_t> bytes = bytesAt(image_, g.address, g.length);
+        const CommandFormat f = commandFormat(g.code, false, bytes.size() > 1 ? bytes[1] : -1);
         FieldKind kind = f.field;
         int32_t fieldAt = f.fieldAt;
-        if (kind == FieldKind::Relative && !relativeReaches(q, t, g->target < g->address)) {  // out of reach: absolute
-            const CommandFormat jump = commandFormat(kAbsoluteJump, false, -1);
+        if (absolute[k]) {
             bytes.assign(static_cast<size_t>(jump.gameLength), 0);
             bytes[0] = kAbsoluteJump;
             kind = jump.field;
             fieldAt = jump.fieldAt;
         }
         if (kind != FieldKind::None) {
-            const FieldBytes field = fieldBytes(kind, q, t);
-            for (int k = 0; k < field.count; ++k) bytes[static_cast<size_t>(fieldAt + k)] = field.bytes[static_cast<size_t>(k)];
+            const FieldBytes field = fieldBytes(kind, q, copiedLead(c.tail, g.target));
+            for (int i = 0; i < field.count; ++i) bytes[static_cast<size_t>(fieldAt + i)] = field.bytes[static_cast<size_t>(i)];
         }
-        c.tail.emplace_back(q, g->address);
         c.bytes.insert(c.bytes.end(), bytes.begin(), bytes.end());
-        q += static_cast<int32_t>(bytes.size());
     }
 }
 
@@ -692,6 +710,12 @@ LayoutResult Engine::run() {
 }
 
 }  // namespace
+
+int32_t copiedLead(const std::vector<std::pair<int32_t, int32_t>>& tail, int32_t target) {
+    for (const auto& [place, was] : tail)
+        if (was == target) return place;
+    return target;
+}
 
 std::vector<std::pair<AreaEntry, int32_t>> unendedReadings(const Playbook& old, const std::vector<uint8_t>& image) {
     std::vector<std::pair<AreaEntry, int32_t>> out;

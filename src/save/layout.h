@@ -58,6 +58,13 @@ struct LayoutResult {
 [[nodiscard]] LayoutResult layOut(const Playbook& pb, const Playbook& old, const AreaMap& map,
                                   const std::vector<uint8_t>& image);
 
+// Where a field of a command copied after a Long Snap leads (`tail`: each
+// copied command's new place and where the game ran it): to the copy of the
+// command it led to, when that one was copied too; else where it led. A
+// branch into the middle of a copied command (the game read those bytes as
+// another command too) still leads to the original, which stays.
+[[nodiscard]] int32_t copiedLead(const std::vector<std::pair<int32_t, int32_t>>& tail, int32_t target);
+
 // The entries of `old` that start no valid sequence (the open read on without
 // an end), each target once, with the bytes the open read from it in `image`.
 // The game still runs those bytes from there: a save must not change them.

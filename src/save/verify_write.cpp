@@ -1,5 +1,7 @@
 #include "save/verify_write.h"
 
+#include "save/layout.h"
+
 #include "analysis/area_map.h"
 #include "analysis/entries.h"
 #include "model/hex.h"
@@ -18,22 +20,18 @@ size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequen
 
 // The commands copied after a Long Snap run, one by one, what the game ran
 // where they came from: the same code, length and way on, fields leading to
-// the same command (inside the copy: its copy).
+// the same command (a copied one: its copy; see copiedLead).
 template <typename Fail>
 void checkTail(const LaidSequence& laid, int32_t first, std::span<const uint8_t> oldArea, std::span<const uint8_t> newArea,
                const Fail& fail) {
     if (first != laid.tail.front().first) fail("the game would not go on after the long snap of " + sequenceName(laid.key));
-    const int32_t from = laid.tail.front().second;
-    GameCommand lastWas;
-    (void)readGameCommand(oldArea, laid.tail.back().second, lastWas);
-    const int32_t to = lastWas.address + lastWas.length;
     for (size_t k = 0; k < laid.tail.size(); ++k) {
         const auto [place, was] = laid.tail[k];
         GameCommand a, b;
         if (!readGameCommand(oldArea, was, a) || !readGameCommand(newArea, place, b))
             fail("the commands copied after the long snap of " + sequenceName(laid.key) + " would not read back");
         const bool madeAbsolute = a.code == cmd::kRelativeJump && b.code == cmd::kAbsoluteJump;
-        const int32_t want = a.target >= from && a.target < to ? laid.tail.front().first + (a.target - from) : a.target;
+        const int32_t want = copiedLead(laid.tail, a.target);
         if ((b.code != a.code && !madeAbsolute) || b.fallsThrough != a.fallsThrough || (a.target >= 0 && b.target != want) ||
             (b.fallsThrough && k + 1 < laid.tail.size() && place + b.length != laid.tail[k + 1].first))
             fail("the commands copied after the long snap of " + sequenceName(laid.key) + " would run differently at " + hex4(place));
@@ -246,14 +244,10 @@ private:
             for (int32_t p : laid.places)
                 if (inArea(p)) expected[areaIndex(p)] = 1;
             if (inArea(laid.continuationAt)) expected[areaIndex(laid.continuationAt)] = 1;
-            // Commands copied after a Long Snap keep their bytes: the game runs
-            // in the copy every command it ran in the original's bytes.
-            if (!laid.tail.empty()) {
-                const int32_t from = laid.tail.front().second, at = laid.tail.front().first;
-                const int32_t to = from + (laid.end - at);
-                for (int32_t a : oldMap.commands)
-                    if (a >= from && a < to && inArea(at + (a - from))) expected[areaIndex(at + (a - from))] = 1;
-            }
+            // The commands copied after a Long Snap: the game runs each copy
+            // (what led into the middle of one still leads to the original).
+            for (const auto& [place, was] : laid.tail)
+                if (inArea(place)) expected[areaIndex(place)] = 1;
         }
 
         // Where the edit leads the game (an entry pointed at a sequence it never

@@ -236,6 +236,38 @@ TEST(LayoutCases, LongSnapEndKeepsItsCommandsAndWhatTheGameRanAfterIt) {
     });
 }
 
+// After the long snap at A003 the game runs C7 (a branch into A008, the
+// middle of the jump FF D7 A0 after it) and that jump to A0D7; from A008 it
+// reads D7 A0 00, which runs past the jump's bytes, then C4 00. Moved, the
+// sequence takes C7 and the jump along; the branch still leads to A008 (its
+// copy would read the bytes after the copy as D7's values). Found by the save
+// fuzzer, with a new sequence laid right after the copy.
+TEST(LayoutCases, ABranchIntoTheMiddleOfACommandCopiedAfterALongSnapStillLeadsToTheOriginal) {
+    DataDir data;
+    Bytes blocks(0xA0D5 - 0xA00D, 0x30);  // up to A0D8 all is used: a moved copy stands out of a relative jump's reach of A004
+    blocks.insert(blocks.end(), {0xC4, 0x00});
+    auto o = test::openBuilt(image({{0xA000, {0xD7, 1, 2, 0xD3, 0xC7, 0x08, 0xA0, 0xFF, 0xD7, 0xA0, 0x00, 0xC4, 0x00}},
+                                    {0xA00D, blocks},
+                                    {0xA0D7, {0xC4, 0x00}}},
+                                   {0xA000, 0xA00D}),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    grow(o.pb, 0xA000_seq);
+    // A new sequence wants the bytes right after wherever the copy ends.
+    const SeqKey made = addEmptySequence(o.pb, 0xC4, false);
+    o.pb.sequences.at(made).setCommands({{0xD7, {9, 9}}, {0xC4, {0}}});
+    setEntryTarget(o.pb, pointerEntry(2), made);
+    SaveSummary summary;
+    ASSERT_EQ(trySave(o, &summary), "");
+    const int32_t moved = targetOf(o.pb, pointerEntry(0)).address();
+    ASSERT_NE(moved, 0xA000) << summary.text();
+    const Bytes& bytes = o.pb.openedBytes;
+    const int32_t snap = moved + static_cast<int32_t>(o.pb.sequences.at(SeqKey::at(moved)).byteSize()) - 1;
+    ASSERT_EQ(at(bytes, snap, 1), (Bytes{0xD3}));
+    EXPECT_EQ(at(bytes, snap + 1, 6), (Bytes{0xC7, 0x08, 0xA0, 0xFF, 0xD7, 0xA0})) << "the branch leads to the original A008";
+    EXPECT_EQ(at(bytes, 0xA004, 9), (Bytes{0xC7, 0x08, 0xA0, 0xFF, 0xD7, 0xA0, 0x00, 0xC4, 0x00})) << "the original stays";
+}
+
 TEST(LayoutCases, ClosingJumpIntoItsOwnMiddleStillLeadsThere) {
     struct Case {
         const char* what;
