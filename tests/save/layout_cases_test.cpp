@@ -268,6 +268,36 @@ TEST(LayoutCases, ABranchIntoTheMiddleOfACommandCopiedAfterALongSnapStillLeadsTo
     EXPECT_EQ(at(bytes, 0xA004, 9), (Bytes{0xC7, 0x08, 0xA0, 0xFF, 0xD7, 0xA0, 0x00, 0xC4, 0x00})) << "the original stays";
 }
 
+// A020 branches out of the area to the game's own code at 9000, which no
+// editor sequence holds and which branches back into the middle of A000's
+// D7 30 C4: from A007 the game runs 30 and C4 C4. Changing where A000's
+// branch leads leaves those bytes as they were, so A000 is rewritten in
+// place and the game still runs them from A007 (found by the save fuzzer:
+// run seed 0xfbfcf7c506d6f292, an internal error).
+TEST(LayoutCases, AWayInFromOutsideTheAreaToTheMiddleOfACommandRunsAsBefore) {
+    DataDir data;
+    auto o = test::openBuilt(ImageBuilder()
+                                 .bytesAt(0xA000, {0xD7, 1, 2, 0xCA, 0x25, 0xA0, 0xD7, 0x30, 0xC4, 0xC4, 0x00})
+                                 .bytesAt(0xA020, {0xC7, 0x00, 0x90, 0xC4, 0x00, 0xC4, 0x00, 0xC4, 0x00})
+                                 .bytesAt(0x9000, {0xC7, 0x07, 0xA0, 0xC4, 0x00})
+                                 .pointer(0, 0xA000)
+                                 .pointer(1, 0xA020)
+                                 .pointer(2, 0xA027),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    ASSERT_FALSE(o.pb.sequences.contains(SeqKey::at(0x9000))) << "the game's own code, no sequence of the editor's";
+    const Bytes before = o.file.read();
+    o.pb.sequences.at(0xA000_seq).data(1, 0, 0x27);  // the branch now leads to A027
+    SaveSummary summary;
+    ASSERT_EQ(trySave(o, &summary), "");
+    EXPECT_EQ(summary.inPlace, 1) << summary.text();
+    EXPECT_TRUE(summary.moved.empty()) << summary.text();
+    const Bytes& after = o.pb.openedBytes;
+    EXPECT_EQ(at(after, 0xA003, 3), (Bytes{0xCA, 0x27, 0xA0}));
+    EXPECT_EQ(at(after, 0xA006, 5), at(before, 0xA006, 5));
+    EXPECT_EQ(gamePath(after, 0xA007).codes, gamePath(before, 0xA007).codes);
+}
+
 TEST(LayoutCases, ClosingJumpIntoItsOwnMiddleStillLeadsThere) {
     struct Case {
         const char* what;
