@@ -2,6 +2,7 @@
 
 #include "analysis/entries.h"
 #include "model/hex.h"
+#include "playbook/open_rom.h"
 #include "sequence/command_codes.h"
 #include "sequence/command_format.h"
 
@@ -31,6 +32,21 @@ int32_t closingName(const SeqCommand& c) {
     // A loop back is no way on to another sequence: the editor does not follow it.
     if (c.command == kRelativeJump && c.field.backward) return -1;
     return c.field.address;
+}
+
+// Where a sequence's closing loop back leads when that is no command of its
+// own (the middle of another sequence, say); kNoField for none.
+int32_t outsideLoopBack(const clsSequence& seq) {
+    const SeqCommand& end = seq.commands().back();
+    if (end.command != kRelativeJump || end.field.kind != FieldRef::Kind::Address || !end.field.backward) return clsSequence::kNoField;
+    return end.field.address;
+}
+
+// True when a chain encoded its closing relative jump as one (not made absolute).
+bool keepsRelative(const Chain& c) {
+    if (c.seq->commands().back().command != kRelativeJump) return true;
+    const auto at = static_cast<size_t>(c.places.back() - c.place);
+    return at < c.bytes.size() && c.bytes[at] == kRelativeJump;
 }
 
 std::vector<uint8_t> bytesAt(const std::vector<uint8_t>& image, int32_t address, int32_t size) {
@@ -84,6 +100,7 @@ private:
     void checkFields(const Chain& c, const std::vector<uint8_t>& runs) const;
     void checkContinuation(const Chain& c, const std::vector<uint8_t>& runs) const;
     void checkGameFields(const Chain& c) const;
+    void checkLoopBack(const Chain& c) const;
     [[noreturn]] void refuse(const std::string& what, Refusal kind) const {
         throw SaveError(pb_.romPath + ": " + what + "; nothing was saved", kind);
     }
@@ -553,17 +570,33 @@ void Engine::placeMoved() {
             refuse(sequenceName(c.key) + " holds a COM pass or 0xF1, which the game reads with other lengths, and would have to move; "
                    "it can only be changed within its " + std::to_string(c.oldSize) + " bytes",
                    Refusal::CannotMove);
-        const std::vector<int32_t>& reachers = reachersOf[c.key];
-        std::optional<size_t> chosen, fallback;
+        // Where it may start so that no relative jump must be made absolute:
+        // the jumps staying in place that lead to its start reach it, and its
+        // own loop back to a command before it still reaches that command
+        // (made absolute, the editor would follow it as a way on).
+        int32_t lo = kSequenceAreaAddress, hi = kAreaEnd;
+        for (const int32_t p : reachersOf[c.key]) {
+            lo = std::max(lo, p);
+            hi = std::min(hi, p + 127);
+        }
+        const int32_t back = outsideLoopBack(*c.seq);
+        if (back != clsSequence::kNoField) {
+            const int32_t jumpAt = c.seq->place(c.seq->commandCount() - 1) - c.seq->address();
+            lo = std::max(lo, back + 1 - jumpAt);
+            hi = std::min(hi, back + 128 - jumpAt);
+        }
+        std::optional<std::pair<size_t, int32_t>> chosen, fallback;
         // No place makes it shorter than its commands with a closing relative jump.
         const int32_t least = c.seq->byteSize() - 1;
         for (size_t k = 0; k < free_.size() && !chosen; ++k) {
             if (free_[k].size() < least) continue;
-            encode(c, free_[k].start, true);
-            if (static_cast<int32_t>(c.bytes.size()) > free_[k].size()) continue;
-            if (!fallback) fallback = k;
-            if (std::all_of(reachers.begin(), reachers.end(), [&](int32_t p) { return relativeReaches(p, free_[k].start, false); }))
-                chosen = k;
+            for (const int32_t at : {free_[k].start, std::max(free_[k].start, lo)}) {
+                if (at > free_[k].end || chosen) continue;
+                encode(c, at, true);
+                if (at + static_cast<int32_t>(c.bytes.size()) > free_[k].end + 1) continue;
+                if (!fallback) fallback = {k, at};
+                if (at >= lo && at <= hi && (back == clsSequence::kNoField || keepsRelative(c))) chosen = {k, at};
+            }
         }
         if (!chosen) chosen = fallback;
         if (!chosen) {
@@ -574,11 +607,15 @@ void Engine::placeMoved() {
                        " bytes, but the largest free run of the sequence area holds " + std::to_string(largest),
                    Refusal::NoFreeRun);
         }
-        AreaRun& run = free_[*chosen];
-        encode(c, run.start, true);
-        moves_[c.key] = run.start;
-        run.start += static_cast<int32_t>(c.bytes.size());
-        if (run.start > run.end) free_.erase(free_.begin() + static_cast<std::ptrdiff_t>(*chosen));
+        const auto [k, at] = *chosen;
+        encode(c, at, true);
+        moves_[c.key] = at;
+        // What is left of the run: before the place, and after the bytes.
+        const AreaRun run = free_[k];
+        free_.erase(free_.begin() + static_cast<std::ptrdiff_t>(k));
+        const int32_t after = at + static_cast<int32_t>(c.bytes.size());
+        if (after <= run.end) free_.insert(free_.begin() + static_cast<std::ptrdiff_t>(k), AreaRun{after, run.end});
+        if (at > run.start) free_.insert(free_.begin() + static_cast<std::ptrdiff_t>(k), AreaRun{run.start, at - 1});
     }
     // Now that every moved chain has its place, closing jumps lead to theirs
     // (never longer than what was set aside: an unplaced target was counted absolute).
@@ -683,6 +720,32 @@ void Engine::checkGameFields(const Chain& c) const {
     }
 }
 
+// A loop back to a command before its sequence that can no longer reach it
+// is written absolute, and an absolute closing jump is a way on for the
+// editor: the open after the save reads a sequence where it leads, the way
+// the jumping sequence is read. Refuses where that reading differs from the
+// one the model has there or would not open.
+void Engine::checkLoopBack(const Chain& c) const {
+    const int32_t t = c.targets.back();
+    if (outsideLoopBack(*c.seq) == clsSequence::kNoField || keepsRelative(c) ||
+        std::find(c.places.begin(), c.places.end(), t) != c.places.end())
+        return;
+    const std::string what = sequenceName(c.key) + " must move where its loop back cannot reach " + hex4(t) +
+                             "; made an absolute jump, the editor would go on reading at " + hex4(t);
+    if (const clsSequence* there = pb_.sequences.find(SeqKey::at(t))) {
+        if (there->kick() != c.seq->kick())
+            refuse(what + ", which is read " + (there->kick() ? "the kick formations' way" : "the plain way") + ", but " +
+                       sequenceName(c.key) + " the other way",
+                   Refusal::MisreadEntry);
+        return;
+    }
+    for (const Chain& other : chains_)
+        if ((other.written || other.moved) && t >= other.place && t < other.place + static_cast<int32_t>(other.bytes.size()))
+            refuse(what + ", in the middle of " + sequenceName(other.key) + ", which this save rewrites", Refusal::WouldNotReopen);
+    if (const std::string fault = chainFault(pb_, t, c.seq->kick()); !fault.empty())
+        refuse(what + ", where the image would not open (" + fault + ")", Refusal::WouldNotReopen);
+}
+
 LayoutResult Engine::run() {
     collect();
     for (size_t round = 0; round <= chains_.size() + 1; ++round) {
@@ -699,8 +762,9 @@ LayoutResult Engine::run() {
             const std::vector<uint8_t> runs = gameRuns(c);
             checkFields(c, runs);
             checkContinuation(c, runs);
+            checkGameFields(c);
+            checkLoopBack(c);
         }
-        if (c.written) checkGameFields(c);
         if (c.bytes.empty()) encode(c, c.key.address(), true, false);  // unchanged: what the check before the write reads back
     }
     out.moves = moves_;

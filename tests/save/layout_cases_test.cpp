@@ -452,6 +452,67 @@ TEST(LayoutCases, AChainRunningOnToBytesTheOpenCannotReadIsRefusedInWords) {
     EXPECT_EQ(o.file.read(), before);
 }
 
+// A210 (D7, FE F0) loops back to A203, the second command of the plain
+// sequence A200, whose stance the game goes on past into FF 00 05. A210
+// grows and must move. Where a free run within the loop back's reach exists
+// it goes there and its loop back stays one. Where none does, the loop back
+// is made absolute, a way on for the editor: the open after the save reads a
+// sequence at A203, the way A210 is read. Read the plain way that is the
+// stance's end; read the kick formations' way it runs on below the image,
+// which is refused in words.
+TEST(LayoutCases, ALoopBackIntoAnotherSequenceStaysOneOrIsRefusedInWords) {
+    struct Case {
+        const char* what;
+        bool kick;      // A210 is named by a kick formation (else by a pointer)
+        bool crowded;   // a sequence fills the bytes after A210 that the loop back reaches
+        bool saves;
+    };
+    const std::vector<Case> cases{
+        {"kick, a free run within reach", true, false, true},
+        {"plain, a free run within reach", false, false, true},
+        {"plain, none within reach", false, true, true},
+        {"kick, none within reach", true, true, false},
+    };
+    eachCase(cases, [](const Case& c) {
+        ImageBuilder b = image({{0xA200, {0xD7, 1, 2, 0xD7, 3, 4, 0xEA, 0xFF, 0x00, 0x05}}, {0xA210, {0xD7, 5, 6, 0xFE, 0xF0}}}, {0xA200});
+        if (c.kick) b.formation(0, {0xA210});
+        else b.pointer(2, 0xA210);
+        if (c.crowded) {
+            Bytes blocks(0x8B, 0x30);
+            blocks.insert(blocks.end(), {0xC4, 0x00});
+            b.bytesAt(0xA215, blocks).pointer(1, 0xA215);
+        }
+        DataDir data;
+        auto o = test::openBuilt(b, data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        ASSERT_FALSE(o.pb.sequences.contains(0xA203_seq));
+        const Bytes before = o.file.read();
+        grow(o.pb, 0xA210_seq);
+        const AreaEntry entry = c.kick ? formationEntry(0, 0) : pointerEntry(2);
+        if (!c.saves) {
+            try {
+                (void)saveChanges(o.pb);
+                ADD_FAILURE() << "saved";
+            } catch (const VerifyError& e) {
+                ADD_FAILURE() << "the save's own check fired: " << e.what();
+            } catch (const SaveError& e) {
+                EXPECT_EQ(e.kind(), Refusal::WouldNotReopen) << e.what();
+                EXPECT_NE(std::string(e.what()).find("A210 must move where its loop back cannot reach A203"), std::string::npos) << e.what();
+            }
+            EXPECT_EQ(o.file.read(), before);
+            return;
+        }
+        ASSERT_EQ(trySave(o), "");
+        const clsSequence& moved = seqOf(o.pb, entry);
+        ASSERT_EQ(moved.commandCount(), 3);
+        EXPECT_EQ(moved.fieldTarget(2), 0xA203);
+        EXPECT_EQ(moved.command(2), c.crowded ? 0xFF : 0xFE);
+        EXPECT_EQ(o.pb.sequences.contains(0xA203_seq), c.crowded) << "the open reads on at A203 only after an absolute jump";
+        const GamePath path = gamePath(o.pb.openedBytes, moved.address());
+        EXPECT_EQ(path.codes, (Codes{0xD7, 0xD7, 0xD7, 0xEA}));
+    });
+}
+
 // A data edit that fits is written where the sequence stands: one byte
 // changes, no entry, nothing moves.
 TEST(LayoutCases, DataEditIsWrittenInPlace) {
