@@ -555,10 +555,9 @@ private:
             for (size_t i = 0; i < n_; ++i) {
                 if (placed_.place[i] < 0 || absolute_[i]) continue;
                 if (commandFormat(commands_[i].bytes[0], false, -1).field != FieldKind::Relative) continue;
-                const int32_t offset = addressOf(commands_[i].field) - placed_.place[i];
                 const bool back = static_cast<int8_t>(commands_[i].bytes[1]) < 0;
                 // Kept in the direction it was read (a loop back stays a loop back), and within a signed byte.
-                if (offset < -128 || offset > 127 || (offset < 0) != back) {
+                if (!relativeReaches(placed_.place[i], addressOf(commands_[i].field), back)) {
                     absolute_[i] = true;
                     settled = false;
                 }
@@ -572,23 +571,11 @@ private:
         auto put = [&](int32_t address, std::span<const uint8_t> bytes) {
             std::copy(bytes.begin(), bytes.end(), plan.bytes.begin() + offsetOfAddress(address));
         };
-        auto jumpTo = [](int32_t place, int32_t target) {
-            const FieldBytes f = fieldBytes(FieldKind::Word, place, target);
-            return std::vector<uint8_t>{static_cast<uint8_t>(cmd::kAbsoluteJump), f.bytes[0], f.bytes[1]};
-        };
         for (size_t i = 0; i < n_; ++i) {
             const int32_t at = placed_.place[i];
-            if (at < 0) continue;
-            const int32_t target = addressOf(commands_[i].field);
-            std::vector<uint8_t> bytes = absolute_[i] ? jumpTo(at, target) : commands_[i].bytes;
-            const CommandFormat f = commandFormat(bytes[0], false, bytes.size() > 1 ? bytes[1] : -1);
-            if (!absolute_[i] && f.field != FieldKind::None) {
-                const FieldBytes fb = fieldBytes(f.field, at, target);
-                std::copy_n(fb.bytes.begin(), fb.count, bytes.begin() + f.fieldAt);
-            }
-            put(at, bytes);
+            if (at >= 0) put(at, encodeGameCommand(commands_[i].bytes, at, addressOf(commands_[i].field), absolute_[i]));
         }
-        for (const auto& [at, on] : placed_.joins) put(at, jumpTo(at, addressOf(on)));
+        for (const auto& [at, on] : placed_.joins) put(at, encodeGameCommand({}, at, addressOf(on), true));
         for (const CarriedEntry& e : entries_) {
             const int32_t entry = addressOf(e.lead);
             plan.bytes[static_cast<size_t>(e.offset)] = static_cast<uint8_t>(entry & 0xFF);

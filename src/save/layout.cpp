@@ -399,21 +399,8 @@ void Engine::copyTail(Chain& c, int32_t from) const {
     }
     for (size_t k = 0; k < run.size(); ++k) {
         const GameCommand& g = *run[k];
-        const int32_t q = c.tail[k].first;
-        std::vector<uint8_t> bytes = bytesAt(image_, g.address, g.length);
-        const CommandFormat f = commandFormat(g.code, false, bytes.size() > 1 ? bytes[1] : -1);
-        FieldKind kind = f.field;
-        int32_t fieldAt = f.fieldAt;
-        if (absolute[k]) {
-            bytes.assign(static_cast<size_t>(jump.gameLength), 0);
-            bytes[0] = kAbsoluteJump;
-            kind = jump.field;
-            fieldAt = jump.fieldAt;
-        }
-        if (kind != FieldKind::None) {
-            const FieldBytes field = fieldBytes(kind, q, copiedLead(c.tail, g.target));
-            for (int i = 0; i < field.count; ++i) bytes[static_cast<size_t>(fieldAt + i)] = field.bytes[static_cast<size_t>(i)];
-        }
+        const std::vector<uint8_t> bytes =
+            encodeGameCommand(bytesAt(image_, g.address, g.length), c.tail[k].first, copiedLead(c.tail, g.target), absolute[k]);
         c.bytes.insert(c.bytes.end(), bytes.begin(), bytes.end());
     }
 }

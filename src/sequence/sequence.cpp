@@ -107,6 +107,18 @@ void encodeCommand(const SeqCommand& c, int32_t place, int32_t target, std::vect
     for (int j = first; j < c.dataLen; ++j) out.push_back(clampByte(data[static_cast<size_t>(j)]));
 }
 
+std::vector<uint8_t> encodeGameCommand(std::span<const uint8_t> bytes, int32_t place, int32_t target, bool absolute) {
+    std::vector<uint8_t> out(bytes.begin(), bytes.end());
+    if (absolute) out = {static_cast<uint8_t>(kAbsoluteJump), 0, 0};
+    if (out.empty()) return out;
+    const CommandFormat f = commandFormat(out[0], false, out.size() > 1 ? out[1] : -1);
+    if (f.field == FieldKind::None) return out;
+    const FieldBytes field = fieldBytes(f.field, place, target);
+    for (int k = 0; k < field.count && static_cast<size_t>(f.fieldAt + k) < out.size(); ++k)
+        out[static_cast<size_t>(f.fieldAt + k)] = field.bytes[static_cast<size_t>(k)];
+    return out;
+}
+
 const SeqCommand& clsSequence::at(int pos) const {
     if (pos < 0 || pos >= commandCount())
         throw std::out_of_range("command index " + std::to_string(pos) + " outside the sequence");

@@ -12,6 +12,7 @@
 #include <string>
 #include <unordered_map>
 #include <utility>
+#include <span>
 #include <vector>
 
 namespace zpe {
@@ -111,6 +112,11 @@ struct FieldView {
 // field becomes bytes: a relative offset (the caller checks its reach, see
 // relativeReaches) or a little-endian word.
 void encodeCommand(const SeqCommand& c, int32_t place, int32_t target, std::vector<uint8_t>& out);
+// The same for a command as the game reads it (`bytes`, with the lengths the
+// game gives it), copied to `place` with its field leading to `target`;
+// `absolute`: written as an absolute jump instead (a relative jump that
+// cannot reach from there). Commands without a field keep their bytes.
+[[nodiscard]] std::vector<uint8_t> encodeGameCommand(std::span<const uint8_t> bytes, int32_t place, int32_t target, bool absolute);
 // True when a relative jump at `place` can lead to `target` in the direction
 // it is read (backward: a loop back, else forward or onto itself).
 [[nodiscard]] bool relativeReaches(int32_t place, int32_t target, bool backward);
