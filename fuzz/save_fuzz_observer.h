@@ -21,7 +21,7 @@ public:
     // or, with `which` "Edit", an edit left a sequence the editor cannot
     // write. True: the runner counted it, go on with the next input; false: abort.
     virtual bool checkFired(const char* which, const std::string& message) = 0;
-    // False: the fuzzer skips Full Save's layout and its check (Save only).
+    // False: the fuzzer skips Full Save and Compact and Save (Save only).
     virtual bool wantsFullSave() const { return true; }
     // True when the fuzzer should describe each edit through note().
     virtual bool wantsNotes() const { return false; }

@@ -9,7 +9,7 @@
 //       with a few changed). Stops at the first check before the write that
 //       fires, printing the run seed that makes it again; --keep-going counts
 //       every one by its words instead and goes on. --save-only leaves out
-//       Full Save (its layout and its check).
+//       Full Save (its layout and its check) and Compact and Save.
 //   save_fuzz_runner --replay RUNSEED [--save-only] [--raw PERCENT] [--write-input FILE] [--write-image FILE]
 //       The one input of RUNSEED, describing each edit; --write-input's FILE
 //       receives the input, which the libFuzzer target save_fuzzer reads the
@@ -167,6 +167,13 @@ struct Group {
     std::string example;
 };
 
+// What one of the fuzzer's writes (Save, Full Save, Compact and Save) did.
+struct Stage {
+    long saved = 0, refused = 0, fired = 0;
+    std::map<std::string, Group> refusals;
+};
+constexpr const char* kStages[] = {"Save", "Full Save", "Compact and Save"};
+
 class Counter : public zpe::fuzz::SaveFuzzObserver {
 public:
     bool keepGoing = false;
@@ -175,8 +182,9 @@ public:
     uint64_t runSeed = 0;
     int rawPercent = 5;
     long runs = 0, structuredRuns = 0, openedCount = 0, rejected = 0, structuredOpened = 0;
-    long savedCount = 0, refusedCount = 0, fullSaved = 0, fullRefused = 0, fired = 0, firedSave = 0, firedFull = 0;
-    std::map<std::string, Group> refusals, fullRefusals, checks;
+    long fired = 0;
+    std::map<std::string, Stage> stages;
+    std::map<std::string, Group> checks;
 
     void opened(bool structured, bool ok) override {
         ++(ok ? openedCount : rejected);
@@ -187,19 +195,18 @@ public:
         if (verbose) std::printf("%s image %s\n", structured ? "structured" : "raw", ok ? "opened" : "did not open");
     }
     void saved(const char* which) override {
-        ++(std::strcmp(which, "Save") == 0 ? savedCount : fullSaved);
+        ++stages[which].saved;
         if (verbose) std::printf("%s: planned, its check passed\n", which);
     }
     void refused(const char* which, const std::string& message) override {
-        const bool save = std::strcmp(which, "Save") == 0;
-        ++(save ? refusedCount : fullRefused);
-        add(save ? refusals : fullRefusals, firstWords(shape(message), 8), message);
+        Stage& stage = stages[which];
+        ++stage.refused;
+        add(stage.refusals, firstWords(shape(message), 8), message);
         if (verbose) std::printf("%s refused: %s\n", which, message.c_str());
     }
     bool checkFired(const char* which, const std::string& message) override {
         ++fired;
-        if (std::strcmp(which, "Save") == 0) ++firedSave;
-        if (std::strcmp(which, "Full Save") == 0) ++firedFull;
+        ++stages[which].fired;
         add(checks, std::string(which) + ": " + shape(message), message);
         if (verbose || !keepGoing) {
             if (std::strcmp(which, "Edit") == 0) std::printf("on run seed %s %s\n", hexSeed(runSeed).c_str(), message.c_str());
@@ -281,13 +288,14 @@ int runMany(long n, uint64_t seed, bool keepGoing, bool fullSave, int rawPercent
                 pct(counter.openedCount, counter.runs), counter.rejected, counter.structuredOpened, counter.structuredRuns,
                 pct(counter.structuredOpened, counter.structuredRuns));
     std::printf("edit sequences run: %ld\n", counter.openedCount);
-    std::printf("Save: %ld saved, %ld refused, %ld checks fired\n", counter.savedCount, counter.refusedCount, counter.firedSave);
-    printTop("Save's refusals, by their first words", counter.refusals, 10, true);
-    std::printf("Full Save: %ld saved, %ld refused, %ld checks fired\n", counter.fullSaved, counter.fullRefused,
-                counter.firedFull);
-    if (counter.fired - counter.firedSave - counter.firedFull > 0)
-        std::printf("edits that left a sequence the editor cannot write: %ld\n", counter.fired - counter.firedSave - counter.firedFull);
-    printTop("Full Save's refusals, by their first words", counter.fullRefusals, 10, true);
+    for (const char* which : kStages) {
+        if (std::strcmp(which, "Save") != 0 && !fullSave) continue;
+        Stage& stage = counter.stages[which];
+        std::printf("%s: %ld saved, %ld refused, %ld checks fired\n", which, stage.saved, stage.refused, stage.fired);
+        printTop((std::string(which) + "'s refusals, by their first words").c_str(), stage.refusals, 10, true);
+    }
+    if (const long broken = counter.stages["Edit"].fired; broken > 0)
+        std::printf("edits that left a sequence the editor cannot write: %ld\n", broken);
     if (counter.fired > 0) {
         printTop("checks before the write that fired (and edits that broke a sequence)", counter.checks, 50, true);
         return 1;

@@ -1,7 +1,7 @@
-// Random edits on the sequences and entries of an image, then Save's plan
-// and Full Save's layout. Either may refuse; neither may ever have its own
-// check before the write fire: that would mean the planner wrote something
-// other than the edit.
+// Random edits on the sequences and entries of an image, then Save's plan,
+// Full Save's layout and Compact and Save's plan. Each may refuse; none may
+// ever have its own check before the write fire: that would mean the planner
+// wrote something other than the edit.
 //
 // The first byte of the input chooses how the image is made:
 //  - even: raw, the rest of the input is the image's tables, sequence area
@@ -17,6 +17,7 @@
 #include "analysis/entries.h"
 #include "fuzz_image.h"
 #include "playbook/open_rom.h"
+#include "save/compact.h"
 #include "save/save_changes.h"
 #include "save/saves.h"
 #include "save/verify_write.h"
@@ -442,6 +443,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } catch (const SaveError& e) {
         // a layout larger than the area
         refusal("Full Save", e);
+    }
+    try {
+        // The image compacted, the edits carried over and saved into it.
+        (void)planCompactAndSave(pb);
+        passed("Compact and Save");
+    } catch (const VerifyError& e) {
+        if (planningBug("Compact and Save", e)) return 0;
+    } catch (const SaveError& e) {
+        // the game runs off the area's end, commands sharing an address's bytes, or Save's own refusals
+        refusal("Compact and Save", e);
     }
     return 0;
 }

@@ -156,19 +156,9 @@ struct Reader {
     // UTF-8 text whose characters are all Latin-1, as 8-bit bytes.
     std::string latin1(const json& v, const Where& where) const {
         if (!v.is_string()) throw ImportError(where.str(), "not text");
-        const std::string& utf8 = v.get_ref<const std::string&>();
-        std::string out;
-        for (size_t i = 0; i < utf8.size(); ++i) {
-            const auto c = static_cast<unsigned char>(utf8[i]);
-            if (c < 0x80) {
-                out.push_back(static_cast<char>(c));
-            } else if ((c == 0xC2 || c == 0xC3) && i + 1 < utf8.size()) {
-                out.push_back(static_cast<char>(((c & 0x03) << 6) | (static_cast<unsigned char>(utf8[++i]) & 0x3F)));
-            } else {
-                throw ImportError(where.str(), "holds a character a slot name cannot store");
-            }
-        }
-        return out;
+        std::optional<std::string> out = utf8ToLatin1(v.get_ref<const std::string&>());
+        if (!out) throw ImportError(where.str(), "holds a character a slot name cannot store");
+        return *out;
     }
 };
 
@@ -372,9 +362,10 @@ Playbook importedPlaybook(const Playbook& pb, const json& doc, const CmdNames& n
         for (int k = 0; k < kGfxRecordSize; ++k)
             slot.GFX(k, r.integer(gfx[static_cast<size_t>(k)], Where(gfxWhere, static_cast<size_t>(k)), 0, 255));
         const std::string name = r.latin1(r.at(j, where, "name"), Where(where, "name"));
-        if (name.size() > static_cast<size_t>(kSlotNameLength))
-            throw ImportError(where + "/name", "longer than the " + std::to_string(kSlotNameLength) + " bytes a slot name holds");
-        if (name != slot.name()) slot.name(name);
+        if (name != slot.name()) {
+            if (const std::string problem = typedSlotNameProblem(name); !problem.empty()) throw ImportError(where + "/name", problem);
+            slot.name(name);
+        }
         slot.formation(r.integer(r.at(j, where, "formation"), Where(where, "formation"), 0,
                                  static_cast<int>(pb.formations.size()) - 1));
         const json& off = r.array(j, where, "offensivePlays", kPlaysPerSlot);

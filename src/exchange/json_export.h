@@ -11,6 +11,8 @@ namespace zpe {
 
 // 8-bit text as UTF-8: each byte becomes the Latin-1 code point of the same value.
 [[nodiscard]] std::string latin1ToUtf8(const std::string& bytes);
+// UTF-8 text as Latin-1 bytes; nothing when it holds a character beyond Latin-1.
+[[nodiscard]] std::optional<std::string> utf8ToLatin1(const std::string& utf8);
 
 // What binds a playbook file to one state of one image: its size and the
 // CRC-32 of its bytes, {"size": 262160, "crc32": "1A2B3C4D"}.

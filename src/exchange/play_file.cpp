@@ -186,15 +186,9 @@ public:
     // Text whose characters are all Latin-1, as the image's 8-bit bytes.
     std::string latin1(const json* v, const std::string& where) const {
         if (!v || !v->is_string()) fail(where, "not text");
-        std::string out;
-        const std::string& utf8 = v->get_ref<const std::string&>();
-        for (size_t i = 0; i < utf8.size(); ++i) {
-            const auto c = static_cast<unsigned char>(utf8[i]);
-            const bool pair = (c == 0xC2 || c == 0xC3) && i + 1 < utf8.size();
-            if (c >= 0x80 && !pair) fail(where, "holds a character the image cannot store");
-            out.push_back(static_cast<char>(c < 0x80 ? c : ((c & 0x03) << 6) | (static_cast<unsigned char>(utf8[++i]) & 0x3F)));
-        }
-        return out;
+        std::optional<std::string> out = utf8ToLatin1(v->get_ref<const std::string&>());
+        if (!out) fail(where, "holds a character the image cannot store");
+        return *out;
     }
     static const json* member(const json& object, const char* name) {
         if (!object.is_object()) return nullptr;
@@ -336,7 +330,9 @@ public:
     void slot(const json* record, const std::string& where, int formation) {
         if (!record || !record->is_object()) r_.fail(where, "missing (a slot's record)");
         CarriedSlot slot;
-        slot.record.name(r_.latin1(CarriedReader::member(*record, "name"), where + "/name"));
+        const std::string name = r_.latin1(CarriedReader::member(*record, "name"), where + "/name");
+        if (const std::string problem = slotNameLengthProblem(name); !problem.empty()) r_.fail(where + "/name", problem);
+        slot.record.name(name);
         const json* kind = CarriedReader::member(*record, "kind");
         if (!kind || (*kind != "running" && *kind != "passing")) r_.fail(where + "/kind", "neither \"running\" nor \"passing\"");
         slot.running = *kind == "running";

@@ -21,6 +21,20 @@ size_t checkedIndex(int slot) {
 
 void clsPlaySlot::clone(const clsPlaySlot& victim) { *this = victim; }
 
+std::string slotNameLengthProblem(const std::string& bytes) {
+    if (bytes.size() <= static_cast<size_t>(kSlotNameLength)) return "";
+    return "longer than the " + std::to_string(kSlotNameLength) + " bytes a slot name holds";
+}
+
+std::string typedSlotNameProblem(const std::string& bytes) {
+    if (std::string problem = slotNameLengthProblem(bytes); !problem.empty()) return problem;
+    for (const char c : bytes) {
+        const auto b = static_cast<unsigned char>(c);
+        if (b < 0x20 || b == 0x7F || (b >= 0x80 && b < 0xA0)) return "holds a control character (a tab or a line break, say), which a slot name cannot store";
+    }
+    return "";
+}
+
 void clsPlaySlot::name(const std::string& value) {
     const auto first = value.find_first_not_of(' ');
     if (first == std::string::npos) {

@@ -10,6 +10,14 @@
 
 namespace zpe {
 
+// Why a slot record cannot store the name `bytes` (Latin-1) as given: longer
+// than its 15 bytes; "" when it can.
+[[nodiscard]] std::string slotNameLengthProblem(const std::string& bytes);
+// The same, and for a name a user types anew also a control character (a tab,
+// a line break), which would break the lists' rows and cells. (An image's
+// own names may hold any byte: carried as they are, they stay so.)
+[[nodiscard]] std::string typedSlotNameProblem(const std::string& bytes);
+
 class clsPlaySlot {
 public:
     // Makes this slot a copy of `victim`, every field, stored as it stands.

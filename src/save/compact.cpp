@@ -27,31 +27,26 @@ struct Field {
     int32_t owner = 0;
     bool relative = false;
     int32_t target = 0;
+    int32_t size() const { return relative ? 1 : 2; }
 };
 
-// The fields the game reads, then those of editor commands the game never runs.
+// Every address field of the area: those the game reads, then those of the
+// editor's commands (the same bytes again where the game runs that command).
 std::vector<Field> fieldsOf(const Playbook& old, const AreaMap& map, std::span<const uint8_t> area) {
     std::vector<Field> fields;
-    std::vector<uint8_t> gameStart(kSequenceAreaSize, 0);
     for (const GameCommand& g : map.program) {
-        const int32_t a = g.address;
-        gameStart[areaIndex(a)] = 1;
         if (g.target < 0) continue;
-        const size_t i = areaIndex(a);
+        const size_t i = areaIndex(g.address);
         const CommandFormat f = commandFormat(g.code, false, i + 1 < area.size() ? area[i + 1] : -1);
-        fields.push_back({a + f.fieldAt, a, f.field == FieldKind::Relative, g.target});
+        fields.push_back({g.address + f.fieldAt, g.address, f.field == FieldKind::Relative, g.target});
     }
     for (const auto& [key, seq] : old.sequences) {
         int32_t at = key.address();
         const std::vector<int32_t> targets = seq.fieldTargets();
-        int i = 0;
-        for (const SeqCommand& c : seq.commands()) {
+        for (size_t i = 0; i < targets.size(); ++i) {
+            const SeqCommand& c = seq.commands()[i];
             const auto [lo, hi] = addressFieldData(c);
-            bool gameBytes = false;
-            for (int32_t b = at; b < at + c.encodedSize(); ++b) gameBytes |= inArea(b) && (map.use[areaIndex(b)] & kUseGame);
-            if (lo >= 0 && inArea(at) && !gameBytes && !gameStart[areaIndex(at)])
-                fields.push_back({at + byteOfData(c.command, lo), at, hi < 0, targets[static_cast<size_t>(i)]});
-            ++i;
+            if (lo >= 0 && inArea(at)) fields.push_back({at + byteOfData(c.command, lo), at, hi < 0, targets[i]});
             at += c.encodedSize();
         }
     }
@@ -116,38 +111,58 @@ void verifyCompaction(const Playbook& old, const AreaMap& map, const CompactPlan
     }
 }
 
-// Every address field the game reads, and those of editor commands it
-// never runs, relinked in `packed` to where its target now stands. Refuses
-// (SaveError) a field leading to a dropped byte, and one whose bytes another
-// command shares or the editor reads as a code, where relinking would change that.
-void relinkFields(const Playbook& old, const AreaMap& map, std::span<const uint8_t> area, CompactPlan& plan,
-                  std::vector<uint8_t>& packed) {
-    const std::string& path = old.romPath;
-    // Which command the game runs each byte as part of (two: shared).
-    std::vector<int32_t> cover(kSequenceAreaSize, -1);
-    std::vector<uint8_t> shared(kSequenceAreaSize, 0);
+// Who reads each byte of the area other than as an address field: the game
+// (a code or an operand of the command at that address) and the editor (a
+// code, or a value of its command at that address). -1: nobody.
+struct Readers {
+    std::vector<int32_t> game = std::vector<int32_t>(kSequenceAreaSize, -1);
+    std::vector<int32_t> editorValue = std::vector<int32_t>(kSequenceAreaSize, -1);
+    std::vector<uint8_t> editorCode = std::vector<uint8_t>(kSequenceAreaSize, 0);
+};
+
+Readers readersOf(const Playbook& old, const AreaMap& map, std::span<const uint8_t> area) {
+    Readers r;
     for (const GameCommand& g : map.program) {
-        const int32_t a = g.address;
-        for (int32_t b = a; b < a + g.length; ++b) {
-            if (cover[areaIndex(b)] >= 0 && cover[areaIndex(b)] != a) shared[areaIndex(b)] = 1;
-            else cover[areaIndex(b)] = a;
-        }
+        const size_t i = areaIndex(g.address);
+        const CommandFormat f = commandFormat(g.code, false, i + 1 < area.size() ? area[i + 1] : -1);
+        const int32_t from = g.target >= 0 ? g.address + f.fieldAt : -1, to = from + (f.field == FieldKind::Word ? 2 : 1);
+        for (int32_t b = g.address; b < g.address + g.length && inArea(b); ++b)
+            if (b < from || b >= to) r.game[areaIndex(b)] = g.address;
     }
-    // Where the editor reads a command's code byte: a relinked address must not change what it reads there.
-    std::vector<uint8_t> editorCode(kSequenceAreaSize, 0);
     for (const auto& [key, seq] : old.sequences) {
+        // In a sequence holding a COM pass the editor's values may hold the
+        // receiver address the game reads: they change with it.
+        const bool valuesMayChange = seq.readsDifferentlyByGame();
         int32_t at = key.address();
         for (const SeqCommand& c : seq.commands()) {
-            if (inArea(at)) editorCode[areaIndex(at)] = 1;
+            const auto [lo, hi] = addressFieldData(c);
+            const int32_t from = lo >= 0 ? at + byteOfData(c.command, lo) : -1, to = from + (hi >= 0 ? 2 : 1);
+            if (inArea(at)) r.editorCode[areaIndex(at)] = 1;
+            for (int32_t b = at + 1; b < at + c.encodedSize(); ++b)
+                if (inArea(b) && (b < from || b >= to) && !valuesMayChange) r.editorValue[areaIndex(b)] = at;
             at += c.encodedSize();
         }
     }
-    auto sharer = [&](int32_t byte, int32_t owner) {
-        for (const GameCommand& g : map.program)
-            if (g.address != owner && byte >= g.address && byte < g.address + g.length) return g.address;
-        return owner;
+    return r;
+}
+
+// Every address field of the area relinked in `packed` to where its target
+// now stands. Refuses (SaveError) a field leading to a dropped byte, two
+// fields over one byte that would need other values, and a changed byte that
+// the game or the editor also reads otherwise (a command's code or operand,
+// a value), where relinking would change what that reader reads.
+void relinkFields(const Playbook& old, const AreaMap& map, std::span<const uint8_t> area, CompactPlan& plan,
+                  std::vector<uint8_t>& packed) {
+    const std::string& path = old.romPath;
+    const std::vector<Field> fields = fieldsOf(old, map, area);
+    const Readers readers = readersOf(old, map, area);
+    std::vector<int32_t> writer(kSequenceAreaSize, -1);  // the field (index) that set each byte's new value
+    auto refuseShared = [&](int32_t owner, int32_t other) {
+        throw SaveError(path + ": the commands at " + hex4(owner) + " and " + hex4(other) +
+                        " share the bytes of an address that moves; relinking one would change the other. Nothing was written");
     };
-    for (const Field& f : fieldsOf(old, map, area)) {
+    for (size_t n = 0; n < fields.size(); ++n) {
+        const Field& f = fields[n];
         if (inArea(f.target) && plan.moved(f.target) < 0)
             throw SaveError(path + ": the field of the command at " + hex4(f.owner) + " leads to " + hex4(f.target) +
                             ", where nothing is kept; nothing was written");
@@ -162,12 +177,17 @@ void relinkFields(const Playbook& old, const AreaMap& map, std::span<const uint8
         const FieldBytes value = fieldBytes(f.relative ? FieldKind::Relative : FieldKind::Word, owner, target);
         bool changed = false;
         for (size_t k = 0; k < static_cast<size_t>(value.count); ++k) {
-            if (packed[at + k] == value.bytes[k]) continue;
             const int32_t byte = f.at + static_cast<int32_t>(k);
-            if (shared[areaIndex(byte)])
-                throw SaveError(path + ": the commands at " + hex4(f.owner) + " and " + hex4(sharer(byte, f.owner)) +
-                                " share the bytes of an address that moves; relinking one would change the other. Nothing was written");
-            if (editorCode[areaIndex(byte)]) {
+            const size_t i = areaIndex(byte);
+            if (writer[i] >= 0) {  // another field over this byte: it must need the same value
+                if (packed[at + k] != value.bytes[k]) refuseShared(fields[static_cast<size_t>(writer[i])].owner, f.owner);
+                continue;
+            }
+            writer[i] = static_cast<int32_t>(n);
+            if (packed[at + k] == value.bytes[k]) continue;
+            if (readers.game[i] >= 0 && readers.game[i] != f.owner) refuseShared(f.owner, readers.game[i]);
+            if (readers.editorValue[i] >= 0 && readers.editorValue[i] != f.owner) refuseShared(f.owner, readers.editorValue[i]);
+            if (readers.editorCode[i]) {
                 const CommandFormat was = commandFormat(packed[at + k], false, -1), now = commandFormat(value.bytes[k], false, -1);
                 if (was.command != now.command || was.editorLength != now.editorLength)
                     throw SaveError(path + ": the address the command at " + hex4(f.owner) + " holds at " + hex4(byte) +
@@ -180,10 +200,22 @@ void relinkFields(const Playbook& old, const AreaMap& map, std::span<const uint8
     }
 }
 
-// Sequences outside the area keep their bytes, so they can neither lead
-// into it (their addresses would go stale) nor lie in the tables rewritten here.
-void refuseOutsideSequences(const Playbook& old, const CompactPlan& plan) {
+// Bytes outside the area are not rewritten: sequences there can neither lead
+// into it (their addresses would go stale) nor lie in the tables rewritten
+// here, and the game's own code there may not come back into it where a
+// command moves.
+void refuseOutsideLeads(const Playbook& old, const AreaMap& map, const CompactPlan& plan) {
     const std::string& path = old.romPath;
+    for (const int32_t back : map.comesBackAt) {
+        if (plan.moved(back) == back) continue;
+        int32_t from = -1;
+        for (const GameCommand& g : map.outsideCommands)
+            if (g.target == back || (g.fallsThrough && g.address + g.length == back)) from = g.address;
+        throw SaveError(path + ": the game comes back into the sequence area at " + hex4(back) + " from its own code outside it" +
+                            (from >= 0 ? " (the command at " + hex4(from) + ")" : std::string()) +
+                            ", which compaction does not rewrite, and " + hex4(back) + " would move; nothing was written",
+                        Refusal::CannotMove);
+    }
     for (const auto& [key, seq] : old.sequences) {
         const int32_t start = key.address();
         if (inArea(start) && inArea(start + seq.byteSize() - 1)) continue;
@@ -243,8 +275,14 @@ CompactPlan planCompact(const Playbook& pb) {
     plan.newAddress.assign(kSequenceAreaSize, -1);
     std::vector<uint8_t> packed;
     packed.reserve(kSequenceAreaSize);
-    for (size_t i = 0; i < map.use.size(); ++i) {
-        if (map.use[i] == 0) continue;
+    // Kept: every byte the game or the editor uses, and the byte after a
+    // sequence ending in a long snap, which the editor reads to know it ends
+    // there (packed up against an absolute jump, it would read on).
+    std::vector<uint8_t> kept(map.use.begin(), map.use.end());
+    for (const auto& [key, seq] : old.sequences)
+        if (const int32_t peek = seq.readsPastEnd(); inArea(peek)) kept[areaIndex(peek)] = 1;
+    for (size_t i = 0; i < kept.size(); ++i) {
+        if (kept[i] == 0) continue;
         plan.newAddress[i] = kSequenceAreaAddress + static_cast<int32_t>(packed.size());
         packed.push_back(area[i]);
     }
@@ -268,7 +306,7 @@ CompactPlan planCompact(const Playbook& pb) {
     writeTables(relinked, out, kFormationTable | kPlayTable | kPointerTable);
     plan.bytes = out.bytes();
 
-    refuseOutsideSequences(old, plan);
+    refuseOutsideLeads(old, map, plan);
 
     const std::vector<AreaRun> runs = map.freeRuns();
     plan.summary.runsBefore = static_cast<int>(runs.size());

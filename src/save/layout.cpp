@@ -159,7 +159,7 @@ void Engine::addChain(SeqKey key, const clsSequence& seq) {
                    (made ? "it names no command to go on at" : "the game did not go on after it before") + "; end it with a jump",
                Refusal::Other);
     if (!seq.gameGoesOnAfterEnd()) c.continuation = -1;
-    if (seq.commands().back().command == kLongSnap && seq.placed()) afterLongSnap_.insert(key.address() + seq.byteSize());
+    if (const int32_t peek = seq.readsPastEnd(); peek >= 0) afterLongSnap_.insert(peek);
     chains_.push_back(std::move(c));
 }
 
@@ -184,7 +184,7 @@ void Engine::collect() {
             at += seq.commands()[i].encodedSize();
         }
         for (int32_t a = std::max(start, kSequenceAreaAddress); a < std::min(start + seq.byteSize(), kAreaEnd); ++a) ++coverage_[areaIndex(a)];
-        if (!seq.commands().empty() && seq.commands().back().command == kLongSnap) afterLongSnap_.insert(start + seq.byteSize());
+        if (const int32_t peek = seq.readsPastEnd(); peek >= 0) afterLongSnap_.insert(peek);
     }
     // Where the image as read leads outside the area: a field may be set to lead there too.
     for (const Reference& r : references_)
@@ -798,7 +798,7 @@ std::vector<AreaRun> writableRuns(const Playbook& old, const AreaMap& map, const
         if (key.isNew()) continue;  // in no image yet
         const int32_t at = key.address(), end = at + seq.byteSize();
         mark(at, end);
-        if (seq.commandCount() > 0 && seq.lastCommand() == kLongSnap) mark(end, end + 1);  // so the snap stays an end
+        if (const int32_t peek = seq.readsPastEnd(); peek >= 0) mark(peek, peek + 1);  // so the snap stays an end
     }
     for (const auto& [e, bytes] : unended) mark(e.target.address(), e.target.address() + bytes);
     std::vector<AreaRun> runs;

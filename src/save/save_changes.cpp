@@ -118,6 +118,29 @@ std::string SaveSummary::text() const {
     return out;
 }
 
+namespace {
+
+// References the save does not follow (the game's branches, the computer's
+// logic, a command the game falls through from): what the game still reaches
+// in `after` that leads, from outside them, into a moved sequence's old bytes.
+int referencesLeftOnOldCopies(const Playbook& old, const LayoutResult& laid, const AreaMap& after) {
+    std::vector<std::pair<int32_t, int32_t>> spans;  // the old bytes of each moved sequence
+    for (const auto& [key, place] : laid.moves)
+        if (const clsSequence* was = key.placed() ? old.sequences.find(key) : nullptr) spans.emplace_back(key.address(), key.address() + was->byteSize());
+    if (spans.empty()) return 0;
+    int count = 0;
+    for (const GameCommand& g : after.program)
+        for (const int32_t to : {g.target, g.fallsThrough ? g.address + g.length : -1}) {
+            const bool left = std::any_of(spans.begin(), spans.end(), [&](const auto& s) {
+                return to >= s.first && to < s.second && (g.address < s.first || g.address >= s.second);
+            });
+            count += left ? 1 : 0;
+        }
+    return count;
+}
+
+}  // namespace
+
 SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image, const Playbook* asOpened) {
     requireCompleteOpen(pb);
     // The image as the editor reads it now: the old sequences, their bytes, the game's reading.
@@ -174,16 +197,7 @@ SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image, const P
     plan.written = verifyWrite(pb, old, plan.bytes, layout, &map, &after);
     plan.layout = std::move(layout);
 
-    // References the save does not follow (the game's branches, the
-    // computer's logic, a command the game falls through from): what the
-    // game still reaches that leads to a moved sequence's old start.
-    for (const GameCommand& g : after.program)
-        for (const int32_t to : {g.target, g.fallsThrough ? g.address + g.length : -1}) {
-            if (to < 0 || !laid.moves.count(SeqKey::at(to))) continue;
-            const clsSequence* was = old.sequences.find(SeqKey::at(to));
-            if (!was) continue;
-            if (g.address < to || g.address >= to + was->byteSize()) ++plan.summary.leftOnOldCopies;
-        }
+    plan.summary.leftOnOldCopies = referencesLeftOnOldCopies(old, laid, after);
     return plan;
 }
 

@@ -57,6 +57,7 @@ CommandFormat commandFormat(uint8_t code, bool kick, int next) {
     case kLongSnap:  // the game goes on after the snap; the editor only before an absolute jump
         f.editorLength = f.gameLength = 1;
         f.editorEnds = next != kAbsoluteJump;
+        f.endsByNext = true;
         break;
     case kThreePointStance: case kTwoPointStance:
         f.editorLength = f.gameLength = 1;

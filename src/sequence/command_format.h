@@ -26,6 +26,7 @@ struct CommandFormat {
     int32_t fieldAt = -1;       // byte offset of the field from the code byte (-1: none)
     bool gameFieldOnly = false; // the field lies beyond the editor's bytes (a COM pass's receiver address)
     bool lockUp = false;        // the game hangs when it runs it
+    bool endsByNext = false;    // whether the editor ends here depends on the byte after it (a long snap)
 };
 
 // The format of the command whose code byte is `code`. `kick`: read as a kick

@@ -195,6 +195,11 @@ int32_t clsSequence::nextSequence() const {
     return 0;
 }
 
+int32_t clsSequence::readsPastEnd() const {
+    if (cmds_.empty() || !key_.placed() || !commandFormat(codeByte(cmds_.back()), kick_, -1).endsByNext) return -1;
+    return key_.address() + sizeBytes_;
+}
+
 void clsSequence::key(SeqKey value) {
     key_ = value;
     settle();

@@ -164,6 +164,11 @@ public:
     // of a closing absolute jump or forward relative jump; 0 for none.
     // Derived from the commands on every call.
     int32_t nextSequence() const;
+    // The address of the byte after its last command that the editor reads to
+    // know the sequence ends there (after a long snap: an absolute jump there
+    // would make it read on); -1 when it reads none, or for a sequence made in
+    // the editor (no address yet).
+    int32_t readsPastEnd() const;
 
     // Which sequence this is: its game address, or for a sequence made in the
     // editor a number of its own (it has no place until a save gives it one).

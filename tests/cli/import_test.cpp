@@ -137,6 +137,8 @@ TEST(CliImport, BadInputNamesThePlaceAndWritesNothing) {
     const std::vector<Case> cases{
         {[](json& j) { j["slots"].erase(63); }, "/slots: holds 63 entries, not 64"},
         {[](json& j) { j["slots"][3]["name"] = "A NAME MUCH TOO LONG"; }, "/slots/3/name: longer than the 15 bytes"},
+        {[](json& j) { j["slots"][3]["name"] = "HB\nDIVE"; }, "/slots/3/name: holds a control character"},
+        {[](json& j) { j["slots"][4]["name"] = "A\tB"; }, "/slots/4/name: holds a control character"},
         {[](json& j) { j["slots"][40]["offensivePlays"][2] = 256; }, "/slots/40/offensivePlays/2: 256 is outside 0 to 255"},
         {[](json& j) { j["slots"][40]["offensivePlays"][2] = 18446744073709551615ULL; }, "18446744073709551615 is outside 0 to 255"},
         {[](json& j) { j["slots"][2]["gfx"][5] = 300; }, "/slots/2/gfx/5: 300 is outside"},

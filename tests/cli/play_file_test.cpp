@@ -209,6 +209,14 @@ TEST(SlotFile, ImportSlotCarriesASlotIntoAnotherImage) {
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_NE(r.err.find("/slot/offensivePlays/3"), std::string::npos) << r.err;
     EXPECT_EQ(target.read(), before);
+    // A name longer than a slot holds is refused, not cut.
+    json named = slot;
+    named["slot"]["name"] = "A NAME MUCH TOO LONG";
+    out.writeText("named.json", named.dump());
+    r = t.zpe({"import-slot", target.path(), out.file("named.json"), "--slot", "9"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("/slot/name: longer than the 15 bytes a slot name holds"), std::string::npos) << r.err;
+    EXPECT_EQ(target.read(), before);
 }
 
 // The whole playbook exported and imported into another image: every slot

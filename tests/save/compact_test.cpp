@@ -91,6 +91,17 @@ TEST(Compact, RefusesWhatALayoutCannotKeep) {
         // A relative jump out of the area (BFF3 -> C072): its target stays, the jump moves down and loses it.
         {"a relative jump out of the area", ImageBuilder().bytesAt(0xBFF0, {0xD7, 0x01, 0x01, 0xFE, 0x7F}).pointer(0, 0xBFF0),
          "the relative jump at BFF3 leads out of the area to C072, which stays where it is"},
+        // The branch at A010 leads to A0F3, which moves; the editor reads its
+        // address bytes as values of A00B's D7 at A00F (behind a lock-up the game stops at).
+        {"an address the editor reads as values",
+         ImageBuilder().bytesAt(0xA00B, {0xD7, 0x01, 0x02, 0xDE, 0xD7, 0xC7, 0xF3, 0xA0, 0xC4, 0x00})
+             .bytesAt(0xA0F3, {0xD7, 0x03, 0x04, 0xC4, 0x00}).pointer(0, 0xA00B).pointer(1, 0xA010),
+         "the commands at A010 and A00F share the bytes"},
+        // A branch to the game's own code at 8100, outside the area, which jumps back to A040: A040 would move.
+        {"the game coming back from outside the area",
+         ImageBuilder().bytesAt(0xA000, {0xC7, 0x00, 0x81, 0xC4, 0x00}).bytesAt(0x8100, {0xD7, 0x03, 0x04, 0xFF, 0x40, 0xA0})
+             .bytesAt(0xA040, {0xD7, 0x05, 0x06, 0xC4, 0x00}).pointer(0, 0xA000),
+         "the game comes back into the sequence area at A040 from its own code outside it (the command at 8103)"},
     };
     for (const Case& c : cases) {
         auto o = test::openBuilt(c.image, data);
@@ -104,6 +115,27 @@ TEST(Compact, RefusesWhatALayoutCannotKeep) {
         }
         EXPECT_EQ(o.file.read(), before) << c.what;
     }
+}
+
+// A000 ends in a long snap behind a lock-up (the game never gets there); the
+// editor reads the byte after it, 00, to know it ends. Packed up against the
+// absolute jump of A010 it would read on: that byte is kept.
+TEST(Compact, KeepsTheByteAfterALongSnapTheEditorReads) {
+    DataDir data;
+    auto o = test::openBuilt(ImageBuilder()
+                                 .bytesAt(0xA000, {0xD7, 0x01, 0x02, 0xDE, 0xD3, 0x00})
+                                 .bytesAt(0xA010, {0xFF, 0x20, 0xA0})
+                                 .bytesAt(0xA020, {0xD7, 0x03, 0x04, 0xC4, 0x00})
+                                 .pointer(0, 0xA000).pointer(1, 0xA010),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    ASSERT_EQ(o.pb.sequences.at(0xA000_seq).commandCount(), 3);
+    const std::vector<uint8_t> runs = gameCodes(o.pb, 0xA010);
+    (void)compactImage(o.pb, data.path());
+    const clsSequence& snap = o.pb.sequences.at(o.pb.seqPointers[0]);
+    EXPECT_EQ(snap.commandCount(), 3) << "still ends at the long snap";
+    EXPECT_EQ(o.pb.seqPointers[1].address(), 0xA006) << "after the long snap and the byte after it";
+    EXPECT_EQ(gameCodes(o.pb, o.pb.seqPointers[1]), runs);
 }
 
 // An edit not yet saved is carried to the compacted image and then saved there.

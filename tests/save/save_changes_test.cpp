@@ -110,6 +110,27 @@ TEST(Save, GrownSequencesMoveToTheFirstFreeRunAndReferencesFollow) {
     EXPECT_EQ(o.file.read(), after) << "a second save writes the same file";
 }
 
+// The game's branches that still lead into a moved sequence's old bytes are
+// counted, into its middle as into its start: A000 branches to A013, the
+// second command of A010, which grows and moves.
+TEST(Save, ABranchIntoTheMiddleOfAMovedSequenceIsALeftReference) {
+    for (const int32_t branchTo : {0xA010, 0xA013}) {
+        SCOPED_TRACE(branchTo);
+        DataDir data;
+        auto o = test::openBuilt(ImageBuilder()
+                                     .bytesAt(0xA000, {0xC7, static_cast<uint8_t>(branchTo & 0xFF), 0xA0, 0xC4, 0x00})
+                                     .bytesAt(0xA010, {0xD7, 0x01, 0x02, 0xD7, 0x03, 0x04, 0xC4, 0x00})
+                                     .pointer(0, 0xA000).pointer(1, 0xA010),
+                                 data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        grow(o.pb, 0xA010);
+        const SaveSummary s = saveChanges(o.pb);
+        ASSERT_EQ(s.moved.size(), 1u);
+        EXPECT_EQ(s.leftOnOldCopies, 1) << s.text();
+        EXPECT_EQ(at(o.file.read(), 0xA000, 3), (Bytes{0xC7, static_cast<uint8_t>(branchTo & 0xFF), 0xA0})) << "the branch keeps its target";
+    }
+}
+
 // zpe import keeps the image as it opened it beside the copy it edits and
 // hands that reading to Save instead of reading the bytes once more: the
 // same bytes are planned and written, and a reading of other bytes is not taken.
