@@ -274,4 +274,19 @@ std::vector<GameCommand> traceFrom(const std::vector<uint8_t>& image, const std:
     return std::move(walk.commands);
 }
 
+int32_t firstRewritten(int32_t address, int32_t size, std::span<const uint8_t> was, std::span<const uint8_t> now,
+                       const std::function<bool(int32_t)>& skip) {
+    for (int32_t o = std::max(offsetOfAddress(address), 0); o < offsetOfAddress(address) + size && static_cast<size_t>(o) < was.size(); ++o)
+        if (static_cast<size_t>(o) < now.size() && now[static_cast<size_t>(o)] != was[static_cast<size_t>(o)] && !(skip && skip(addressOfOffset(o))))
+            return addressOfOffset(o);
+    return -1;
+}
+
+std::pair<int32_t, int32_t> rewrittenOutsideCommand(const AreaMap& map, std::span<const uint8_t> was, std::span<const uint8_t> now,
+                                                    const std::function<bool(int32_t)>& skip) {
+    for (const GameCommand& g : map.outsideCommands)
+        if (const int32_t at = firstRewritten(g.address, g.length, was, now, skip); at >= 0) return {g.address, at};
+    return {-1, -1};
+}
+
 }  // namespace zpe

@@ -13,6 +13,7 @@
 #include <span>
 #include <string>
 #include <utility>
+#include <functional>
 #include <vector>
 
 namespace zpe {
@@ -102,6 +103,16 @@ struct AreaMap {
     const int32_t to = g.address + g.length < kAreaEnd ? g.address + g.length : kAreaEnd;
     return {from, to > from ? to : from};
 }
+
+// The first address in [address, address + size) whose byte `now` changes
+// from `was`, skipping those `skip` accepts; -1 when none.
+[[nodiscard]] int32_t firstRewritten(int32_t address, int32_t size, std::span<const uint8_t> was, std::span<const uint8_t> now,
+                                     const std::function<bool(int32_t)>& skip = nullptr);
+// A command the game runs outside the area (on a path that leaves it) whose
+// bytes `now` changes from `was` (`map`: the game's reading of `was`), but
+// where `skip` accepts it: {its address, the first byte changed}; {-1, -1}: none.
+[[nodiscard]] std::pair<int32_t, int32_t> rewrittenOutsideCommand(const AreaMap& map, std::span<const uint8_t> was, std::span<const uint8_t> now,
+                                                                  const std::function<bool(int32_t)>& skip = nullptr);
 
 // Every table entry of the playbook, in table order: pointers, plays (players
 // without a sequence left out), formations.

@@ -206,6 +206,13 @@ void relinkFields(const Playbook& old, const AreaMap& map, std::span<const uint8
 // command moves.
 void refuseOutsideLeads(const Playbook& old, const AreaMap& map, const CompactPlan& plan) {
     const std::string& path = old.romPath;
+    // Outside the area compaction changes only the table entries (and a
+    // command just before the area may read its operands from the area's first
+    // bytes); the game may run those bytes too.
+    if (const auto [g, at] = rewrittenOutsideCommand(map, old.openedBytes.vector(), plan.bytes); g >= 0)
+        throw SaveError(path + ": the game runs the bytes at " + hex4(g) + " as a command (a path that leaves the sequence area), and compaction rewrites them (at " +
+                            hex4(at) + "), so the game would run other commands there; nothing was written",
+                        Refusal::WouldNotReopen);
     for (const int32_t back : map.comesBackAt) {
         if (plan.moved(back) == back) continue;
         int32_t from = -1;

@@ -40,15 +40,6 @@ LaidSequence laidOf(const Chain& c) {
     return laid;
 }
 
-// The first address in [address, address + size) whose byte `now` changes
-// from `was`, skipping those `skip` accepts; -1 when none.
-int32_t firstRewritten(int32_t address, int32_t size, const std::vector<uint8_t>& was, const std::vector<uint8_t>& now,
-                       const std::function<bool(int32_t)>& skip = nullptr) {
-    for (int32_t o = std::max(offsetOfAddress(address), 0); o < offsetOfAddress(address) + size && static_cast<size_t>(o) < was.size(); ++o)
-        if (now[static_cast<size_t>(o)] != was[static_cast<size_t>(o)] && !(skip && skip(addressOfOffset(o)))) return addressOfOffset(o);
-    return -1;
-}
-
 // Refuses a write that changes bytes the game or the editor reads where the
 // save does not mean to: a sequence lying in the tables it rewrites, what an
 // entry that starts no valid sequence reads, and bytes outside the area the
@@ -70,10 +61,9 @@ void refuseRewrittenReadings(const Playbook& pb, const Playbook& old, const Area
             return c.written && a >= c.place && a < c.place + static_cast<int32_t>(c.bytes.size());
         });
     };
-    for (const GameCommand& g : map.outsideCommands)
-        if (const int32_t at = firstRewritten(g.address, g.length, image, bytes, writtenHere); at >= 0)
-            refuse("the game runs the bytes at " + hex4(g.address) + " as a command (a path that leaves the sequence area), and this save rewrites them (at " +
-                   hex4(at) + ")");
+    if (const auto [g, at] = rewrittenOutsideCommand(map, image, bytes, writtenHere); g >= 0)
+        refuse("the game runs the bytes at " + hex4(g) + " as a command (a path that leaves the sequence area), and this save rewrites them (at " +
+               hex4(at) + ")");
     for (const auto& [e, size] : unendedReadings(old, image))
         if (const int32_t at = firstRewritten(e.target.address(), size, image, bytes); at >= 0)
             refuse(e.name() + " reads its commands from " + hex4(e.target.address()) + " on, bytes this save rewrites (at " + hex4(at) + ")");

@@ -1,7 +1,10 @@
 // Compact: the area packed as the game reads it, one free run, nothing the
 // game runs lost or changed, refused where a layout cannot keep it.
 #include "analysis/area_map.h"
+#include "model/hex.h"
+#include "playbook/table_codec.h"
 #include "save/compact.h"
+#include "save/verify_write.h"
 #include "save/saves.h"
 #include "support/game_trace.h"
 #include "support/playbook_fixture.h"
@@ -136,6 +139,30 @@ TEST(Compact, KeepsTheByteAfterALongSnapTheEditorReads) {
     EXPECT_EQ(snap.commandCount(), 3) << "still ends at the long snap";
     EXPECT_EQ(o.pb.seqPointers[1].address(), 0xA006) << "after the long snap and the byte after it";
     EXPECT_EQ(gameCodes(o.pb, o.pb.seqPointers[1]), runs);
+}
+
+// A000 branches to the bytes of pointer 2's entry, outside the area: the game
+// runs them as commands. Compaction moves A0F3, which pointer 2 names, so it
+// would rewrite that entry, and with it what the game runs there: refused.
+TEST(Compact, RefusesToRewriteTableBytesTheGameRuns) {
+    DataDir data;
+    const int32_t entry = addressOfOffset(pointerEntryOffset(2));
+    auto o = test::openBuilt(ImageBuilder()
+                                 .bytesAt(0xA000, {0xC7, static_cast<uint8_t>(entry & 0xFF), static_cast<uint8_t>(entry >> 8), 0xC4, 0x00})
+                                 .bytesAt(0xA0F3, {0xD7, 0x03, 0x04, 0xC4, 0x00})
+                                 .pointer(0, 0xA000).pointer(2, 0xA0F3),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    const Bytes before = o.file.read();
+    try {
+        (void)compactImage(o.pb, data.path());
+        ADD_FAILURE() << "compacted";
+    } catch (const VerifyError& e) {
+        ADD_FAILURE() << "the check fired: " << e.what();
+    } catch (const SaveError& e) {
+        EXPECT_NE(std::string(e.what()).find("the game runs the bytes at " + hex4(entry) + " as a command"), std::string::npos) << e.what();
+    }
+    EXPECT_EQ(o.file.read(), before);
 }
 
 // An edit not yet saved is carried to the compacted image and then saved there.
