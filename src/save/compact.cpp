@@ -11,6 +11,7 @@
 #include "sequence/command_format.h"
 
 #include <algorithm>
+#include <functional>
 
 namespace zpe {
 
@@ -241,6 +242,40 @@ void refuseOutsideLeads(const Playbook& old, const AreaMap& map, const CompactPl
 
 }
 
+// In a sequence holding a COM pass, the address of the receiver's script lies
+// in bytes the editor reads as values of the commands after the pass (or as
+// the nibble of a low code). Compaction relinked it in the image; the carried
+// values follow, so that the carried sequence is what the compacted image holds.
+void carryReceiverAddresses(const clsSequence& seq, std::vector<SeqCommand>& cmds, const std::function<int32_t(int32_t)>& moved) {
+    if (!seq.readsDifferentlyByGame() || !seq.placed()) return;
+    const std::vector<uint8_t> bytes = seq.encode();
+    std::vector<int32_t> offsets;  // each command's offset from the sequence's start
+    for (int32_t at = 0; const SeqCommand& c : seq.commands()) {
+        offsets.push_back(at);
+        at += c.encodedSize();
+    }
+    auto setByte = [&](int32_t q, uint8_t value) {
+        for (size_t j = 0; j < cmds.size(); ++j) {
+            if (q < offsets[j] || q >= offsets[j] + cmds[j].encodedSize()) continue;
+            const int d = dataOfByte(cmds[j].command, q - offsets[j]);
+            const auto [lo, hi] = addressFieldData(cmds[j]);
+            if (d < 0 || d >= cmds[j].dataLen || d == lo || d == hi) return;
+            const bool nibble = q == offsets[j];  // a low code's value in its code byte
+            cmds[j].data[static_cast<size_t>(d)] = static_cast<int16_t>(nibble ? (value & 0x0F) : value);
+            return;
+        }
+    };
+    for (size_t i = 0; i < cmds.size(); ++i) {
+        const CommandFormat f = commandFormat(codeByte(seq.commands()[i]), seq.kick(), -1);
+        const int32_t at = offsets[i] + f.fieldAt;
+        if (!f.gameFieldOnly || at + 1 >= static_cast<int32_t>(bytes.size())) continue;  // beyond the sequence: not its values
+        const int32_t target = bytes[static_cast<size_t>(at)] + 256 * bytes[static_cast<size_t>(at) + 1], now = moved(target);
+        if (now == target) continue;
+        setByte(at, static_cast<uint8_t>(now & 0xFF));
+        setByte(at + 1, static_cast<uint8_t>(now >> 8));
+    }
+}
+
 }  // namespace
 
 int32_t CompactPlan::moved(int32_t address) const {
@@ -341,6 +376,7 @@ Playbook carryOver(const Playbook& pb, const CompactPlan& plan) {
             if (c.field.kind == FieldRef::Kind::Command) c.field.command = carried(c.field.command);
             if (c.field.kind == FieldRef::Kind::Address) c.field.address = moved(c.field.address);
         }
+        carryReceiverAddresses(seq, cmds, moved);
         clsSequence carried = seq;
         carried.key(plan.moved(key));
         carried.assign(std::move(cmds));

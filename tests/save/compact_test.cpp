@@ -4,6 +4,7 @@
 #include "model/hex.h"
 #include "playbook/table_codec.h"
 #include "save/compact.h"
+#include "save/save_changes.h"
 #include "save/verify_write.h"
 #include "save/saves.h"
 #include "support/game_trace.h"
@@ -176,6 +177,17 @@ TEST(Compact, CarriesUnsavedEditsOverForSave) {
     const clsSequence& seq = carried.sequences.at(plan.moved(0xA040_seq));
     EXPECT_EQ(seq.commandName(seq.commandCount() - 1, defaultCmdNames()), "Loop Back 7 bytes");
     EXPECT_EQ(seq.commandAddress(0), CmdId::readAt(plan.moved(0xA040)));
+    // A060's COM pass hands its receiver A070, in bytes the editor reads as a
+    // value of the command after it: carried, that value is where A070 now
+    // stands, as in the compacted image, and a save there writes nothing of it.
+    const Playbook compacted = readBytesAs(o.pb, plan.bytes);
+    EXPECT_EQ(carried.sequences.at(plan.moved(0xA060_seq)).commands(), compacted.sequences.at(plan.moved(0xA060_seq)).commands());
+    const SavePlan saved = planSave(carried, plan.bytes);
+    for (const LaidSequence& laid : saved.layout.sequences) {
+        if (laid.key == plan.moved(0xA060_seq)) {
+            EXPECT_FALSE(laid.written) << saved.summary.text();
+        }
+    }
 }
 
 // A grown sequence that fits no free run: Save refuses, Compact and Save makes the room.
