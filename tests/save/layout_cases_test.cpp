@@ -126,6 +126,21 @@ std::string trySave(test::Opened& o, SaveSummary* summary = nullptr) {
     return "";
 }
 
+// Saves expecting a refusal in words of `kind` that says `says`; the file stays as it was.
+void expectRefused(test::Opened& o, Refusal kind, const std::string& says) {
+    const Bytes before = o.file.read();
+    try {
+        (void)saveChanges(o.pb);
+        ADD_FAILURE() << "saved";
+    } catch (const VerifyError& e) {
+        ADD_FAILURE() << "the save's own check fired: " << e.what();
+    } catch (const SaveError& e) {
+        EXPECT_EQ(e.kind(), kind) << e.what();
+        EXPECT_NE(std::string(e.what()).find(says), std::string::npos) << e.what();
+    }
+    EXPECT_EQ(o.file.read(), before);
+}
+
 // Runs `check` on each case by itself: a failed assertion ends only its case.
 template <class Case, class Check>
 void eachCase(const std::vector<Case>& cases, Check check) {
@@ -407,7 +422,6 @@ TEST(LayoutCases, KickFormationNamingAPlainSequenceWithAStanceIsRefusedInWords) 
         DataDir data;
         auto o = test::openBuilt(stanceImage(), data);
         ASSERT_TRUE(o.result.ok) << o.result.error;
-        const Bytes before = o.file.read();
         SeqKey named = SeqKey::at(key);
         if (throughNew) {
             named = addEmptySequence(o.pb, 0xC4, true);
@@ -415,16 +429,7 @@ TEST(LayoutCases, KickFormationNamingAPlainSequenceWithAStanceIsRefusedInWords) 
             ASSERT_EQ(o.pb.sequences.at(named).nextSequence(), key);
         }
         setEntryTarget(o.pb, formationEntry(formation, 0), named);
-        try {
-            (void)saveChanges(o.pb);
-            ADD_FAILURE() << "saved";
-        } catch (const VerifyError& e) {
-            ADD_FAILURE() << "the save's own check fired: " << e.what();
-        } catch (const SaveError& e) {
-            EXPECT_EQ(e.kind(), Refusal::MisreadEntry) << e.what();
-            EXPECT_NE(std::string(e.what()).find(sequenceName(SeqKey::at(key)) + " is read the other way"), std::string::npos) << e.what();
-        }
-        EXPECT_EQ(o.file.read(), before);
+        expectRefused(o, Refusal::MisreadEntry, sequenceName(SeqKey::at(key)) + " is read the other way");
     }
 }
 
@@ -436,20 +441,10 @@ TEST(LayoutCases, AChainRunningOnToBytesTheOpenCannotReadIsRefusedInWords) {
     auto o = test::openBuilt(stanceImage().bytesAt(0xA020, {0xEC, 0xFF, 0x00, 0x05}), data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
     ASSERT_FALSE(o.pb.sequences.contains(0xA020_seq));
-    const Bytes before = o.file.read();
     const SeqKey made = addEmptySequence(o.pb, 0xC4, true);
     o.pb.sequences.at(made).setCommands({{0xD7, {1, 2}}, {0xFF, {0x20, 0xA0}}});
     setEntryTarget(o.pb, formationEntry(1, 0), made);
-    try {
-        (void)saveChanges(o.pb);
-        ADD_FAILURE() << "saved";
-    } catch (const VerifyError& e) {
-        ADD_FAILURE() << "the save's own check fired: " << e.what();
-    } catch (const SaveError& e) {
-        EXPECT_EQ(e.kind(), Refusal::WouldNotReopen);
-        EXPECT_NE(std::string(e.what()).find("formation 1 QB would run on to A020, which no sequence starts"), std::string::npos) << e.what();
-    }
-    EXPECT_EQ(o.file.read(), before);
+    expectRefused(o, Refusal::WouldNotReopen, "formation 1 QB would run on to A020, which no sequence starts");
 }
 
 // A210 (D7, FE F0) loops back to A203, the second command of the plain
@@ -486,20 +481,10 @@ TEST(LayoutCases, ALoopBackIntoAnotherSequenceStaysOneOrIsRefusedInWords) {
         auto o = test::openBuilt(b, data);
         ASSERT_TRUE(o.result.ok) << o.result.error;
         ASSERT_FALSE(o.pb.sequences.contains(0xA203_seq));
-        const Bytes before = o.file.read();
         grow(o.pb, 0xA210_seq);
         const AreaEntry entry = c.kick ? formationEntry(0, 0) : pointerEntry(2);
         if (!c.saves) {
-            try {
-                (void)saveChanges(o.pb);
-                ADD_FAILURE() << "saved";
-            } catch (const VerifyError& e) {
-                ADD_FAILURE() << "the save's own check fired: " << e.what();
-            } catch (const SaveError& e) {
-                EXPECT_EQ(e.kind(), Refusal::WouldNotReopen) << e.what();
-                EXPECT_NE(std::string(e.what()).find("A210 must move where its loop back cannot reach A203"), std::string::npos) << e.what();
-            }
-            EXPECT_EQ(o.file.read(), before);
+            expectRefused(o, Refusal::WouldNotReopen, "A210 must move where its loop back cannot reach A203");
             return;
         }
         ASSERT_EQ(trySave(o), "");
