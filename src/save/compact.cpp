@@ -118,8 +118,25 @@ void verifyCompaction(const Playbook& old, const AreaMap& map, const CompactPlan
 struct Readers {
     std::vector<int32_t> game = std::vector<int32_t>(kSequenceAreaSize, -1);
     std::vector<int32_t> editorValue = std::vector<int32_t>(kSequenceAreaSize, -1);
+    // The editor reads a command's code there: kFixedCode, or kReceiverCode
+    // where the byte also holds a COM pass's receiver address (its value, a
+    // low code's nibble, follows the address; the command must stay).
     std::vector<uint8_t> editorCode = std::vector<uint8_t>(kSequenceAreaSize, 0);
+    static constexpr uint8_t kFixedCode = 1, kReceiverCode = 2;
 };
+
+// The bytes of a sequence holding a COM pass that hold the address of the
+// receiver's script, which the editor reads as values of the commands after
+// the pass: they follow that address wherever it moves.
+std::vector<int32_t> receiverAddressBytes(const clsSequence& seq) {
+    std::vector<int32_t> out;
+    if (!seq.readsDifferentlyByGame() || !seq.placed()) return out;
+    for (int i = 0; i < seq.commandCount(); ++i) {
+        const CommandFormat f = commandFormat(codeByte(seq.commands()[static_cast<size_t>(i)]), seq.kick(), -1);
+        if (f.gameFieldOnly) out.insert(out.end(), {seq.place(i) + f.fieldAt, seq.place(i) + f.fieldAt + 1});
+    }
+    return out;
+}
 
 Readers readersOf(const Playbook& old, const AreaMap& map, std::span<const uint8_t> area) {
     Readers r;
@@ -131,16 +148,15 @@ Readers readersOf(const Playbook& old, const AreaMap& map, std::span<const uint8
             if (b < from || b >= to) r.game[areaIndex(b)] = g.address;
     }
     for (const auto& [key, seq] : old.sequences) {
-        // In a sequence holding a COM pass the editor's values may hold the
-        // receiver address the game reads: they change with it.
-        const bool valuesMayChange = seq.readsDifferentlyByGame();
+        const std::vector<int32_t> receiver = receiverAddressBytes(seq);
+        auto follows = [&](int32_t b) { return std::find(receiver.begin(), receiver.end(), b) != receiver.end(); };
         int32_t at = key.address();
         for (const SeqCommand& c : seq.commands()) {
             const auto [lo, hi] = addressFieldData(c);
             const int32_t from = lo >= 0 ? at + byteOfData(c.command, lo) : -1, to = from + (hi >= 0 ? 2 : 1);
-            if (inArea(at)) r.editorCode[areaIndex(at)] = 1;
+            if (inArea(at)) r.editorCode[areaIndex(at)] = follows(at) ? Readers::kReceiverCode : Readers::kFixedCode;
             for (int32_t b = at + 1; b < at + c.encodedSize(); ++b)
-                if (inArea(b) && (b < from || b >= to) && !valuesMayChange) r.editorValue[areaIndex(b)] = at;
+                if (inArea(b) && (b < from || b >= to) && !follows(b)) r.editorValue[areaIndex(b)] = at;
             at += c.encodedSize();
         }
     }
@@ -190,7 +206,7 @@ void relinkFields(const Playbook& old, const AreaMap& map, std::span<const uint8
             if (readers.editorValue[i] >= 0 && readers.editorValue[i] != f.owner) refuseShared(f.owner, readers.editorValue[i]);
             if (readers.editorCode[i]) {
                 const CommandFormat was = commandFormat(packed[at + k], false, -1), now = commandFormat(value.bytes[k], false, -1);
-                if (was.command != now.command || was.editorLength != now.editorLength)
+                if (readers.editorCode[i] == Readers::kFixedCode || was.command != now.command || was.editorLength != now.editorLength)
                     throw SaveError(path + ": the address the command at " + hex4(f.owner) + " holds at " + hex4(byte) +
                                     " is a command for the editor, which relinking would change; nothing was written");
             }
@@ -207,6 +223,21 @@ void relinkFields(const Playbook& old, const AreaMap& map, std::span<const uint8
 // command moves.
 void refuseOutsideLeads(const Playbook& old, const AreaMap& map, const CompactPlan& plan) {
     const std::string& path = old.romPath;
+    for (const auto& [key, seq] : old.sequences) {
+        const int32_t start = key.address();
+        if (inArea(start) && inArea(start + seq.byteSize() - 1)) continue;
+        const int32_t from = offsetOfAddress(start);
+        for (int32_t o = std::max(from, 0); o < from + seq.byteSize() && o < static_cast<int32_t>(plan.bytes.size()); ++o)
+            if (!inArea(addressOfOffset(o)) && plan.bytes[static_cast<size_t>(o)] != old.openedBytes[static_cast<size_t>(o)])
+                throw SaveError(path + ": sequence " + hex4(start) + " lies in the tables compaction rewrites; nothing was written");
+        const std::vector<int32_t> targets = seq.fieldTargets();
+        for (int i = 0; i < seq.commandCount(); ++i) {
+            const int32_t t = targets[static_cast<size_t>(i)];
+            if (t != clsSequence::kNoField && inArea(t) && plan.moved(t) != t)
+                throw SaveError(path + ": sequence " + hex4(start) + ", outside the sequence area, leads into it at " + hex4(t) +
+                                ", which moves; nothing was written");
+        }
+    }
     // Outside the area compaction changes only the table entries (and a
     // command just before the area may read its operands from the area's first
     // bytes); the game may run those bytes too.
@@ -224,37 +255,31 @@ void refuseOutsideLeads(const Playbook& old, const AreaMap& map, const CompactPl
                             ", which compaction does not rewrite, and " + hex4(back) + " would move; nothing was written",
                         Refusal::CannotMove);
     }
-    for (const auto& [key, seq] : old.sequences) {
-        const int32_t start = key.address();
-        if (inArea(start) && inArea(start + seq.byteSize() - 1)) continue;
-        const int32_t from = offsetOfAddress(start);
-        for (int32_t o = std::max(from, 0); o < from + seq.byteSize() && o < static_cast<int32_t>(plan.bytes.size()); ++o)
-            if (!inArea(addressOfOffset(o)) && plan.bytes[static_cast<size_t>(o)] != old.openedBytes[static_cast<size_t>(o)])
-                throw SaveError(path + ": sequence " + hex4(start) + " lies in the tables compaction rewrites; nothing was written");
-        const std::vector<int32_t> targets = seq.fieldTargets();
-        for (int i = 0; i < seq.commandCount(); ++i) {
-            const int32_t t = targets[static_cast<size_t>(i)];
-            if (t != clsSequence::kNoField && inArea(t) && plan.moved(t) != t)
-                throw SaveError(path + ": sequence " + hex4(start) + ", outside the sequence area, leads into it at " + hex4(t) +
-                                ", which moves; nothing was written");
-        }
-    }
-
 }
 
 // In a sequence holding a COM pass, the address of the receiver's script lies
 // in bytes the editor reads as values of the commands after the pass (or as
-// the nibble of a low code). Compaction relinked it in the image; the carried
-// values follow, so that the carried sequence is what the compacted image holds.
-void carryReceiverAddresses(const clsSequence& seq, std::vector<SeqCommand>& cmds, const std::function<int32_t(int32_t)>& moved) {
-    if (!seq.readsDifferentlyByGame() || !seq.placed()) return;
+// the nibble of a low code); its high byte may lie past the sequence's end
+// (`image`: the bytes there). Compaction relinked the address in the image;
+// the carried values follow, so the carried sequence is what the compacted
+// image holds.
+void carryReceiverAddresses(const clsSequence& seq, std::vector<SeqCommand>& cmds, std::span<const uint8_t> image,
+                            const std::function<int32_t(int32_t)>& moved) {
+    const std::vector<int32_t> receiver = receiverAddressBytes(seq);
+    if (receiver.empty()) return;
     const std::vector<uint8_t> bytes = seq.encode();
+    const int32_t start = seq.address();
+    auto byteAt = [&](int32_t a) -> int32_t {  // the model's byte, else the image's
+        if (a >= start && a < start + static_cast<int32_t>(bytes.size())) return bytes[static_cast<size_t>(a - start)];
+        const int32_t o = offsetOfAddress(a);
+        return o >= 0 && static_cast<size_t>(o) < image.size() ? image[static_cast<size_t>(o)] : -1;
+    };
     std::vector<int32_t> offsets;  // each command's offset from the sequence's start
     for (int32_t at = 0; const SeqCommand& c : seq.commands()) {
         offsets.push_back(at);
         at += c.encodedSize();
     }
-    auto setByte = [&](int32_t q, uint8_t value) {
+    auto setByte = [&](int32_t q, uint8_t value) {  // a byte past the sequence belongs to none of its commands
         for (size_t j = 0; j < cmds.size(); ++j) {
             if (q < offsets[j] || q >= offsets[j] + cmds[j].encodedSize()) continue;
             const int d = dataOfByte(cmds[j].command, q - offsets[j]);
@@ -265,14 +290,13 @@ void carryReceiverAddresses(const clsSequence& seq, std::vector<SeqCommand>& cmd
             return;
         }
     };
-    for (size_t i = 0; i < cmds.size(); ++i) {
-        const CommandFormat f = commandFormat(codeByte(seq.commands()[i]), seq.kick(), -1);
-        const int32_t at = offsets[i] + f.fieldAt;
-        if (!f.gameFieldOnly || at + 1 >= static_cast<int32_t>(bytes.size())) continue;  // beyond the sequence: not its values
-        const int32_t target = bytes[static_cast<size_t>(at)] + 256 * bytes[static_cast<size_t>(at) + 1], now = moved(target);
+    for (size_t r = 0; r + 1 < receiver.size(); r += 2) {
+        const int32_t at = receiver[r], lo = byteAt(at), hi = byteAt(at + 1);
+        if (lo < 0 || hi < 0) continue;
+        const int32_t target = lo + 256 * hi, now = moved(target);
         if (now == target) continue;
-        setByte(at, static_cast<uint8_t>(now & 0xFF));
-        setByte(at + 1, static_cast<uint8_t>(now >> 8));
+        setByte(at - start, static_cast<uint8_t>(now & 0xFF));
+        setByte(at + 1 - start, static_cast<uint8_t>(now >> 8));
     }
 }
 
@@ -321,8 +345,14 @@ CompactPlan planCompact(const Playbook& pb) {
     // sequence ending in a long snap, which the editor reads to know it ends
     // there (packed up against an absolute jump, it would read on).
     std::vector<uint8_t> kept(map.use.begin(), map.use.end());
-    for (const auto& [key, seq] : old.sequences)
-        if (const int32_t peek = seq.readsPastEnd(); inArea(peek)) kept[areaIndex(peek)] = 1;
+    for (const auto& [key, seq] : old.sequences) {
+        const int32_t peek = seq.readsPastEnd();
+        if (inArea(peek)) kept[areaIndex(peek)] = 1;
+        else if (peek == kAreaEnd)  // that byte lies past the area: packed, the sequence would be followed by another
+            throw SaveError(path + ": sequence " + hex4(key.address()) + " ends in a Long Snap on the area's last byte; the editor reads the byte "
+                                "after the area to know it ends there, which a new layout cannot keep; nothing was written",
+                            Refusal::CannotMove);
+    }
     for (size_t i = 0; i < kept.size(); ++i) {
         if (kept[i] == 0) continue;
         plan.newAddress[i] = kSequenceAreaAddress + static_cast<int32_t>(packed.size());
@@ -376,7 +406,7 @@ Playbook carryOver(const Playbook& pb, const CompactPlan& plan) {
             if (c.field.kind == FieldRef::Kind::Command) c.field.command = carried(c.field.command);
             if (c.field.kind == FieldRef::Kind::Address) c.field.address = moved(c.field.address);
         }
-        carryReceiverAddresses(seq, cmds, moved);
+        carryReceiverAddresses(seq, cmds, pb.openedBytes.vector(), moved);
         clsSequence carried = seq;
         carried.key(plan.moved(key));
         carried.assign(std::move(cmds));

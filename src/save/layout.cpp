@@ -569,21 +569,19 @@ void Engine::placeMoved() {
         const int32_t back = outsideLoopBack(*c.seq);
         if (back != clsSequence::kNoField) {
             const int32_t jumpAt = c.seq->place(c.seq->commandCount() - 1) - c.seq->address();
-            lo = std::max(lo, back + 1 - jumpAt);
+            lo = std::max({lo, back + 1 - jumpAt, back + 1});  // and the command stays before it, outside the copy
             hi = std::min(hi, back + 128 - jumpAt);
         }
-        std::optional<std::pair<size_t, int32_t>> chosen, fallback;
+        std::optional<size_t> chosen, fallback;
         // No place makes it shorter than its commands with a closing relative jump.
         const int32_t least = c.seq->byteSize() - 1;
         for (size_t k = 0; k < free_.size() && !chosen; ++k) {
+            const int32_t at = free_[k].start;
             if (free_[k].size() < least) continue;
-            for (const int32_t at : {free_[k].start, std::max(free_[k].start, lo)}) {
-                if (at > free_[k].end || chosen) continue;
-                encode(c, at, true);
-                if (at + static_cast<int32_t>(c.bytes.size()) > free_[k].end + 1) continue;
-                if (!fallback) fallback = {k, at};
-                if (at >= lo && at <= hi && (back == clsSequence::kNoField || keepsRelative(c))) chosen = {k, at};
-            }
+            encode(c, at, true);
+            if (static_cast<int32_t>(c.bytes.size()) > free_[k].size()) continue;
+            if (!fallback) fallback = k;
+            if (at >= lo && at <= hi && (back == clsSequence::kNoField || keepsRelative(c))) chosen = k;
         }
         if (!chosen) chosen = fallback;
         if (!chosen) {
@@ -594,15 +592,11 @@ void Engine::placeMoved() {
                        " bytes, but the largest free run of the sequence area holds " + std::to_string(largest),
                    Refusal::NoFreeRun);
         }
-        const auto [k, at] = *chosen;
-        encode(c, at, true);
-        moves_[c.key] = at;
-        // What is left of the run: before the place, and after the bytes.
-        const AreaRun run = free_[k];
-        free_.erase(free_.begin() + static_cast<std::ptrdiff_t>(k));
-        const int32_t after = at + static_cast<int32_t>(c.bytes.size());
-        if (after <= run.end) free_.insert(free_.begin() + static_cast<std::ptrdiff_t>(k), AreaRun{after, run.end});
-        if (at > run.start) free_.insert(free_.begin() + static_cast<std::ptrdiff_t>(k), AreaRun{run.start, at - 1});
+        AreaRun& run = free_[*chosen];
+        encode(c, run.start, true);
+        moves_[c.key] = run.start;
+        run.start += static_cast<int32_t>(c.bytes.size());
+        if (run.start > run.end) free_.erase(free_.begin() + static_cast<std::ptrdiff_t>(*chosen));
     }
     // Now that every moved chain has its place, closing jumps lead to theirs
     // (never longer than what was set aside: an unplaced target was counted absolute).

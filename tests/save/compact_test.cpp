@@ -101,6 +101,11 @@ TEST(Compact, RefusesWhatALayoutCannotKeep) {
          ImageBuilder().bytesAt(0xA00B, {0xD7, 0x01, 0x02, 0xDE, 0xD7, 0xC7, 0xF3, 0xA0, 0xC4, 0x00})
              .bytesAt(0xA0F3, {0xD7, 0x03, 0x04, 0xC4, 0x00}).pointer(0, 0xA00B).pointer(1, 0xA010),
          "the commands at A010 and A00F share the bytes"},
+        // BFF8 ends in a long snap on the area's last byte (the game hangs at DE
+        // before it; the unused entries' BFFD now holds FE 00, a jump to itself).
+        {"a long snap at the area's end",
+         ImageBuilder().bytesAt(0xBFF8, {0xD7, 0x01, 0x02, 0xDE, 0xD7, 0xFE, 0x00, 0xD3}).bytesAt(0xC000, {0x00}).pointer(0, 0xBFF8),
+         "sequence BFF8 ends in a Long Snap on the area's last byte"},
         // A branch to the game's own code at 8100, outside the area, which jumps back to A040: A040 would move.
         {"the game coming back from outside the area",
          ImageBuilder().bytesAt(0xA000, {0xC7, 0x00, 0x81, 0xC4, 0x00}).bytesAt(0x8100, {0xD7, 0x03, 0x04, 0xFF, 0x40, 0xA0})
@@ -164,6 +169,60 @@ TEST(Compact, RefusesToRewriteTableBytesTheGameRuns) {
         EXPECT_NE(std::string(e.what()).find("the game runs the bytes at " + hex4(entry) + " as a command"), std::string::npos) << e.what();
     }
     EXPECT_EQ(o.file.read(), before);
+}
+
+// A000 jumps to A03F; the editor also reads a sequence at A001 (A02D's
+// closing jump, behind a lock-up, leads there), whose first command is the
+// jump's low byte: Block with value F. Packed, A03F becomes A034 and the
+// editor would read Block with value 4: refused.
+TEST(Compact, RefusesToChangeAValueTheEditorReadsInACodeByte) {
+    DataDir data;
+    Bytes filler;
+    for (int i = 0; i < 12; ++i) filler.insert(filler.end(), {0xD7, 0x01, 0x01});
+    filler.insert(filler.end(), {0xF3, 0x01, 0xF3, 0x01, 0xC4, 0x00});
+    auto o = test::openBuilt(ImageBuilder()
+                                 .bytesAt(0xA000, {0xFF, 0x3F, 0xA0})
+                                 .bytesAt(0xA003, filler)
+                                 .bytesAt(0xA02D, {0xD7, 0x01, 0x02, 0xDE, 0xFF, 0x01, 0xA0})
+                                 .bytesAt(0xA03F, {0xD7, 0x03, 0x04, 0xC4, 0x00})
+                                 .pointer(0, 0xA000).pointer(1, 0xA02D),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    ASSERT_TRUE(o.pb.sequences.contains(0xA001_seq));
+    const Bytes before = o.file.read();
+    try {
+        (void)compactImage(o.pb, data.path());
+        ADD_FAILURE() << "compacted";
+    } catch (const VerifyError& e) {
+        ADD_FAILURE() << "the check fired: " << e.what();
+    } catch (const SaveError& e) {
+        EXPECT_NE(std::string(e.what()).find("holds at A001 is a command for the editor"), std::string::npos) << e.what();
+    }
+    EXPECT_EQ(o.file.read(), before);
+}
+
+// A000's COM pass hands its receiver A020; the editor reads the address's low
+// byte as Celebrate's value, its high byte lies past the sequence. Carried to
+// the compacted image with an edit elsewhere in the sequence, the value
+// follows the address, so Compact and Save hands the receiver where A020 went.
+TEST(Compact, CarriesAComPassAddressThatEndsPastItsSequence) {
+    DataDir data;
+    auto o = test::openBuilt(ImageBuilder()
+                                 .bytesAt(0xA000, {0xD7, 0x01, 0x02, 0x90, 0xC4, 0x20, 0xA0})
+                                 .bytesAt(0xA020, {0xD7, 0x03, 0x04, 0xD7, 0x05, 0x06, 0xC4, 0x00})
+                                 .pointer(0, 0xA000),
+                             data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    ASSERT_EQ(o.pb.sequences.at(0xA000_seq).commandCount(), 3);
+    o.pb.sequences.at(0xA000_seq).data(0, 0, 0x09);
+    const CompactPlan plan = planCompact(o.pb);
+    const Playbook carried = carryOver(o.pb, plan);
+    const int32_t receiver = plan.moved(0xA020);
+    EXPECT_EQ(carried.sequences.at(0xA000_seq).data(2, 0), receiver & 0xFF);
+    const SavePlan saved = planSave(carried, plan.bytes);
+    GameCommand pass;
+    ASSERT_TRUE(readGameCommand(areaBytes(saved.bytes), 0xA003, pass));
+    EXPECT_EQ(pass.target, receiver);
 }
 
 // An edit not yet saved is carried to the compacted image and then saved there.

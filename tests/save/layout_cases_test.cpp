@@ -498,6 +498,22 @@ TEST(LayoutCases, ALoopBackIntoAnotherSequenceStaysOneOrIsRefusedInWords) {
     });
 }
 
+// A100 (D7, DE, FE EC) loops back to A0F0, a free byte (the game hangs at DE
+// first). Grown, it moves where the loop back still reaches A0F0 from after
+// it: never over A0F0 itself, which would make it loop into its own copy.
+TEST(LayoutCases, AMovedSequenceIsNotPlacedOverItsOwnLoopBacksTarget) {
+    DataDir data;
+    auto o = test::openBuilt(image({{0xA100, {0xD7, 1, 2, 0xDE, 0xFE, 0xEC}}, {0xA106, {0xD7, 3, 4, 0xC4, 0}}}, {0xA100, 0xA106}), data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    ASSERT_EQ(o.pb.sequences.at(0xA100_seq).fieldTarget(2), 0xA0F0);
+    grow(o.pb, 0xA100_seq);
+    ASSERT_EQ(trySave(o), "");
+    const clsSequence& moved = seqOf(o.pb, pointerEntry(0));
+    EXPECT_GT(moved.address(), 0xA0F0);
+    EXPECT_EQ(moved.command(moved.commandCount() - 1), 0xFE);
+    EXPECT_EQ(moved.fieldTarget(moved.commandCount() - 1), 0xA0F0);
+}
+
 // A data edit that fits is written where the sequence stands: one byte
 // changes, no entry, nothing moves.
 TEST(LayoutCases, DataEditIsWrittenInPlace) {
