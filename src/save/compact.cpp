@@ -11,6 +11,7 @@
 #include "sequence/command_format.h"
 
 #include <algorithm>
+#include <optional>
 #include <functional>
 
 namespace zpe {
@@ -29,25 +30,37 @@ struct Field {
     bool relative = false;
     int32_t target = 0;
     int32_t size() const { return relative ? 1 : 2; }
+    bool holds(int32_t byte) const { return byte >= at && byte < at + size(); }
 };
+
+// The address field of a command the game runs (`area`: the area's bytes, for
+// a COM pass's length); nothing when it has none.
+std::optional<Field> gameField(const GameCommand& g, std::span<const uint8_t> area) {
+    if (g.target < 0) return std::nullopt;
+    const size_t i = areaIndex(g.address);
+    const CommandFormat f = commandFormat(g.code, false, i + 1 < area.size() ? area[i + 1] : -1);
+    return Field{g.address + f.fieldAt, g.address, f.field == FieldKind::Relative, g.target};
+}
+
+// The address field of an editor command standing at `at` and leading to `target`; nothing when it has none.
+std::optional<Field> editorField(const SeqCommand& c, int32_t at, int32_t target) {
+    const auto [lo, hi] = addressFieldData(c);
+    if (lo < 0) return std::nullopt;
+    return Field{at + byteOfData(c.command, lo), at, hi < 0, target};
+}
 
 // Every address field of the area: those the game reads, then those of the
 // editor's commands (the same bytes again where the game runs that command).
 std::vector<Field> fieldsOf(const Playbook& old, const AreaMap& map, std::span<const uint8_t> area) {
     std::vector<Field> fields;
-    for (const GameCommand& g : map.program) {
-        if (g.target < 0) continue;
-        const size_t i = areaIndex(g.address);
-        const CommandFormat f = commandFormat(g.code, false, i + 1 < area.size() ? area[i + 1] : -1);
-        fields.push_back({g.address + f.fieldAt, g.address, f.field == FieldKind::Relative, g.target});
-    }
+    for (const GameCommand& g : map.program)
+        if (const auto f = gameField(g, area)) fields.push_back(*f);
     for (const auto& [key, seq] : old.sequences) {
         int32_t at = key.address();
         const std::vector<int32_t> targets = seq.fieldTargets();
         for (size_t i = 0; i < targets.size(); ++i) {
             const SeqCommand& c = seq.commands()[i];
-            const auto [lo, hi] = addressFieldData(c);
-            if (lo >= 0 && inArea(at)) fields.push_back({at + byteOfData(c.command, lo), at, hi < 0, targets[i]});
+            if (const auto f = editorField(c, at, targets[i]); f && inArea(at)) fields.push_back(*f);
             at += c.encodedSize();
         }
     }
@@ -141,22 +154,19 @@ std::vector<int32_t> receiverAddressBytes(const clsSequence& seq) {
 Readers readersOf(const Playbook& old, const AreaMap& map, std::span<const uint8_t> area) {
     Readers r;
     for (const GameCommand& g : map.program) {
-        const size_t i = areaIndex(g.address);
-        const CommandFormat f = commandFormat(g.code, false, i + 1 < area.size() ? area[i + 1] : -1);
-        const int32_t from = g.target >= 0 ? g.address + f.fieldAt : -1, to = from + (f.field == FieldKind::Word ? 2 : 1);
+        const std::optional<Field> own = gameField(g, area);
         for (int32_t b = g.address; b < g.address + g.length && inArea(b); ++b)
-            if (b < from || b >= to) r.game[areaIndex(b)] = g.address;
+            if (!own || !own->holds(b)) r.game[areaIndex(b)] = g.address;
     }
     for (const auto& [key, seq] : old.sequences) {
         const std::vector<int32_t> receiver = receiverAddressBytes(seq);
         auto follows = [&](int32_t b) { return std::find(receiver.begin(), receiver.end(), b) != receiver.end(); };
         int32_t at = key.address();
         for (const SeqCommand& c : seq.commands()) {
-            const auto [lo, hi] = addressFieldData(c);
-            const int32_t from = lo >= 0 ? at + byteOfData(c.command, lo) : -1, to = from + (hi >= 0 ? 2 : 1);
+            const std::optional<Field> own = editorField(c, at, 0);
             if (inArea(at)) r.editorCode[areaIndex(at)] = follows(at) ? Readers::kReceiverCode : Readers::kFixedCode;
             for (int32_t b = at + 1; b < at + c.encodedSize(); ++b)
-                if (inArea(b) && (b < from || b >= to) && !follows(b)) r.editorValue[areaIndex(b)] = at;
+                if (inArea(b) && (!own || !own->holds(b)) && !follows(b)) r.editorValue[areaIndex(b)] = at;
             at += c.encodedSize();
         }
     }
