@@ -310,6 +310,17 @@ void carryReceiverAddresses(const clsSequence& seq, std::vector<SeqCommand>& cmd
     }
 }
 
+// Every table entry into the area (pointers, formation positions, play
+// players; a play's empty player stays empty) names where its target now stands.
+void moveEntries(Playbook& pb, const CompactPlan& plan) {
+    for (auto& pointer : pb.seqPointers) pointer = plan.moved(pointer);
+    for (auto& form : pb.formations)
+        for (int j = 0; j < kPlayersPerRecord; ++j) form.posAddress(j, plan.moved(form.posAddress(j)));
+    for (auto& play : pb.plays)
+        for (int j = 0; j < kPlayersPerRecord; ++j)
+            if (!play.seqAddress(j).isNone()) play.seqAddress(j, plan.moved(play.seqAddress(j)));
+}
+
 }  // namespace
 
 int32_t CompactPlan::moved(int32_t address) const {
@@ -372,12 +383,7 @@ CompactPlan planCompact(const Playbook& pb) {
     relinkFields(old, map, area, plan, packed);
 
     Playbook relinked = old;
-    for (auto& pointer : relinked.seqPointers) pointer = plan.moved(pointer);
-    for (auto& form : relinked.formations)
-        for (int j = 0; j < kPlayersPerRecord; ++j) form.posAddress(j, plan.moved(form.posAddress(j)));
-    for (auto& play : relinked.plays)
-        for (int j = 0; j < kPlayersPerRecord; ++j)
-            if (!play.seqAddress(j).isNone()) play.seqAddress(j, plan.moved(play.seqAddress(j)));
+    moveEntries(relinked, plan);
     const std::vector<AreaEntry> was = playbookEntries(old), now = playbookEntries(relinked);
     for (size_t e = 0; e < was.size() && e < now.size(); ++e) plan.summary.fieldsRelinked += was[e].target != now[e].target;
 
@@ -424,12 +430,7 @@ Playbook carryOver(const Playbook& pb, const CompactPlan& plan) {
         sequences.insert(plan.moved(key), std::move(carried));
     }
     out.sequences = std::move(sequences);
-    for (auto& pointer : out.seqPointers) pointer = plan.moved(pointer);
-    for (auto& form : out.formations)
-        for (int j = 0; j < kPlayersPerRecord; ++j) form.posAddress(j, plan.moved(form.posAddress(j)));
-    for (auto& play : out.plays)
-        for (int j = 0; j < kPlayersPerRecord; ++j)
-            if (!play.seqAddress(j).isNone()) play.seqAddress(j, plan.moved(play.seqAddress(j)));
+    moveEntries(out, plan);
     out.openedBytes = plan.bytes;
     return out;
 }
