@@ -199,11 +199,13 @@ int runDecode(const Context& ctx, const std::string& imagePath, const std::strin
     return 0;
 }
 
+// The rows as UTF-8 text, as `zpe json` writes names: an image's 8-bit
+// names (formations, slots) are Latin-1.
 void printRows(const char* title, const std::vector<zpe::ListRow>& rows, bool numbered) {
     std::cout << "## " << title << '\n';
     for (size_t r = 0; r < rows.size(); ++r) {
         if (numbered) std::cout << r << '\t';
-        for (size_t i = 0; i < rows[r].cells.size(); ++i) std::cout << (i ? "\t" : "") << rows[r].cells[i];
+        for (size_t i = 0; i < rows[r].cells.size(); ++i) std::cout << (i ? "\t" : "") << zpe::latin1ToUtf8(rows[r].cells[i]);
         std::cout << '\n';
     }
 }
@@ -617,6 +619,17 @@ int runMovePoint(const Context& ctx, const std::string& imagePath, const MoveReq
     seq.data(at.command, 0, static_cast<int16_t>(data->first));
     seq.data(at.command, 1, static_cast<int16_t>(data->second));
     std::string line = what + " now at " + std::to_string(x) + "," + std::to_string(y) + ".";
+    // Another sequence showing the same command of the image (overlapping, or
+    // a loop read again from where it goes back to) shows the change too: the
+    // game runs that command once for all of them (see withSharedValueEdits).
+    if (const zpe::CmdId id = seq.commands()[static_cast<size_t>(at.command)].origin; moves && !id.isNew()) {
+        std::vector<std::string> also;
+        for (const auto& [key, other] : pb.sequences)
+            for (size_t i = 0; key != at.sequence && i < other.commands().size(); ++i)
+                if (other.commands()[i].origin == id) also.push_back(zpe::sequenceKeyText(key) + " command " + std::to_string(i));
+        for (size_t i = 0; i < also.size(); ++i)
+            line += (i ? ", " : " It is also ") + also[i] + (i + 1 < also.size() ? "" : also.size() > 1 ? ", which change with it." : ", which changes with it.");
+    }
     if (const size_t users = zpe::entriesNaming(pb, at.sequence).size(); users > 1 && moves)
         line += " " + zpe::sequenceKeyText(at.sequence) + " is run by " + std::to_string(users) +
                 " entries, which all change (zpe fork gives one its own copy first).";

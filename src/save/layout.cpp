@@ -91,10 +91,12 @@ private:
     void appendLink(Chain& c) const;
     void copyTail(Chain& c, int32_t continuation) const;
     bool fitsInPlace(const Chain& c) const;
-    bool readElsewhere(int32_t start, const std::vector<int32_t>& addresses) const;
+    bool readElsewhere(int32_t start, const std::vector<int32_t>& addresses, const std::vector<int32_t>& alsoStarts = {}) const;
     bool gameReadsAsOther(int32_t address, int32_t start) const;
     bool readWithoutEnd(int32_t address) const;
     bool enteredInside(const Chain& c) const;
+    bool othersWriteTheSame(const Chain& c, const std::vector<int32_t>& changed, const std::vector<uint8_t>& bytes,
+                            std::vector<int32_t>& starts) const;
     std::vector<int32_t> commandsHolding(int32_t address) const;
     std::vector<uint8_t> gameRuns(const Chain& c) const;
     void checkFields(const Chain& c, const std::vector<uint8_t>& runs) const;
@@ -251,12 +253,15 @@ bool Engine::readWithoutEnd(int32_t address) const {
 }
 
 // True when the game reads a byte at one of `addresses` on a path that does
-// not enter at `start`: whoever runs it there runs something else than the
+// not enter at `start` (nor at one of `alsoStarts`, sequences that want the
+// same bytes there): whoever runs it there runs something else than the
 // sequence at `start`. Searched backwards from the commands holding those
-// bytes, never through the command at `start`, until a place the game starts.
-bool Engine::readElsewhere(int32_t start, const std::vector<int32_t>& addresses) const {
+// bytes, never through the command at such a start, until a place the game starts.
+bool Engine::readElsewhere(int32_t start, const std::vector<int32_t>& addresses, const std::vector<int32_t>& alsoStarts) const {
     const int32_t keyNode = inArea(start) ? node_[areaIndex(start)] : -1;
     ++search_;
+    for (const int32_t s : alsoStarts)  // searched already: never entered
+        if (inArea(s) && node_[areaIndex(s)] >= 0) seen_[static_cast<size_t>(node_[areaIndex(s)])] = search_;
     std::vector<int32_t> work;
     for (int32_t a : addresses)
         for (int32_t n : commandsHolding(a)) {
@@ -442,9 +447,9 @@ bool Engine::fitsInPlace(const Chain& c) const {
     if (!changed.empty()) {
         if (std::any_of(changed.begin(), changed.end(), [&](int32_t a) { return readWithoutEnd(a); })) return false;
         if (inArea(key)) {
-            for (int32_t a : changed)
-                if (inArea(a) && coverage_[areaIndex(a)] > 1) return false;
-            if (readElsewhere(key, changed)) return false;
+            std::vector<int32_t> sharing;  // the starts of other sequences writing the same bytes
+            if (!othersWriteTheSame(c, changed, plain.bytes, sharing)) return false;
+            if (readElsewhere(key, changed, sharing)) return false;
         } else {
             for (const auto& [k, seq] : old_.sequences)
                 if (k != c.key && k.address() < key + c.oldSize && k.address() + seq.byteSize() > key) return false;
@@ -474,6 +479,41 @@ bool Engine::fitsInPlace(const Chain& c) const {
         bool found = false;
         for (size_t i = 0; i < c.places.size() && !found; ++i) found = c.places[i] == r.to && c.seq->commands()[i].origin == CmdId::readAt(r.to);
         if (!found) return false;
+    }
+    return true;
+}
+
+// True when every other editor sequence whose old bytes hold a byte of
+// `changed` (addresses in the area) is to hold there what `c` writes
+// (`bytes`, from its key): it changed the command it shows there the same way
+// (a command shared by overlapping sequences, see withSharedValueEdits), so
+// writing it in place serves every reading. One that did not change it, or
+// that the model no longer holds, reads it otherwise. `starts` gets theirs.
+bool Engine::othersWriteTheSame(const Chain& c, const std::vector<int32_t>& changed, const std::vector<uint8_t>& bytes,
+                                std::vector<int32_t>& starts) const {
+    const int32_t key = c.key.address();
+    std::vector<const Chain*> others;
+    for (const int32_t a : changed) {
+        if (!inArea(a) || coverage_[areaIndex(a)] <= 1) continue;
+        int readers = 0;
+        for (const Chain& d : chains_) {
+            if (&d == &c || d.key.isNew() || a < d.key.address() || a >= d.key.address() + d.oldSize) continue;
+            if (!d.edited) return false;
+            ++readers;
+            if (std::find(others.begin(), others.end(), &d) == others.end()) others.push_back(&d);
+        }
+        if (readers != coverage_[areaIndex(a)] - 1) return false;
+    }
+    for (const Chain* d : others) {
+        Chain plain = *d;
+        encode(plain, d->key.address(), false);
+        for (const int32_t a : changed) {
+            const int32_t i = a - d->key.address();
+            if (i < 0 || i >= d->oldSize) continue;
+            if (i >= static_cast<int32_t>(plain.bytes.size()) || plain.bytes[static_cast<size_t>(i)] != bytes[static_cast<size_t>(a - key)])
+                return false;
+        }
+        starts.push_back(d->key.address());
     }
     return true;
 }

@@ -131,11 +131,14 @@ int referencesLeftOnOldCopies(const Playbook& old, const LayoutResult& laid, con
 
 }  // namespace
 
-SavePlan planSave(const Playbook& pb, const std::vector<uint8_t>& image, const Playbook* asOpened) {
-    requireCompleteOpen(pb);
+SavePlan planSave(const Playbook& edited, const std::vector<uint8_t>& image, const Playbook* asOpened) {
+    requireCompleteOpen(edited);
     // The image as the editor reads it now: the old sequences, their bytes, the game's reading.
     Playbook read;
-    const Playbook& old = imageAsRead(pb, image, asOpened, read);
+    const Playbook& old = imageAsRead(edited, image, asOpened, read);
+    // A changed command shows changed in every sequence that shows it.
+    const std::optional<Playbook> shared = withSharedValueEdits(edited, old);
+    const Playbook& pb = shared ? *shared : edited;
     // An entry changed to another sequence must read it the same way (a kick
     // formation's position reads its stances as going on).
     refuseMisreadEntries(old, pb);

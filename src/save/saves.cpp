@@ -197,9 +197,55 @@ void refuseUnlessItReopens(const Playbook& relaid) {
 
 }  // namespace
 
+std::optional<Playbook> withSharedValueEdits(const Playbook& pb, const Playbook& old) {
+    // The commands whose values a sequence changed, by where they were read: as read, and as changed.
+    struct Edit {
+        SeqCommand was, now;
+        bool clash = false;  // another sequence changed it otherwise
+    };
+    std::unordered_map<int32_t, Edit> edits;
+    for (const auto& [key, seq] : pb.sequences) {
+        const clsSequence* before = key.placed() ? old.sequences.find(key) : nullptr;
+        if (!before || before->commands() == seq.commands()) continue;
+        std::unordered_map<int32_t, const SeqCommand*> asRead;
+        for (const SeqCommand& c : before->commands()) asRead.emplace(c.origin.readAddress(), &c);
+        for (const SeqCommand& c : seq.commands()) {
+            if (c.origin.isNew()) continue;
+            const auto was = asRead.find(c.origin.readAddress());
+            if (was == asRead.end()) continue;
+            const SeqCommand& w = *was->second;
+            if (c == w || c.command != w.command || c.dataLen != w.dataLen || c.field.kind != FieldRef::Kind::None ||
+                w.field.kind != FieldRef::Kind::None)
+                continue;
+            const auto [it, fresh] = edits.try_emplace(c.origin.readAddress(), Edit{w, c});
+            if (!fresh && (it->second.was != w || it->second.now != c)) it->second.clash = true;
+        }
+    }
+    if (edits.empty()) return std::nullopt;
+    // Every other sequence still showing such a command as read.
+    std::vector<std::pair<SeqKey, size_t>> shown;
+    for (const auto& [key, seq] : pb.sequences)
+        for (size_t i = 0; i < seq.commands().size(); ++i) {
+            const SeqCommand& c = seq.commands()[i];
+            if (c.origin.isNew()) continue;
+            const auto e = edits.find(c.origin.readAddress());
+            if (e != edits.end() && !e->second.clash && c == e->second.was) shown.emplace_back(key, i);
+        }
+    if (shown.empty()) return std::nullopt;
+    Playbook out = pb;
+    for (size_t k = 0; k < shown.size();) {  // a sequence's commands stand together in `shown`
+        clsSequence& seq = out.sequences.at(shown[k].first);
+        std::vector<SeqCommand> cmds = seq.commands();
+        for (const SeqKey key = shown[k].first; k < shown.size() && shown[k].first == key; ++k)
+            cmds[shown[k].second] = edits.at(cmds[shown[k].second].origin.readAddress()).now;
+        seq.assign(std::move(cmds));
+    }
+    return out;
+}
+
 Playbook relayout(const Playbook& pb) {
+    Playbook before;
     if (pb.openComplete) {
-        Playbook before;
         try {
             before = readBytesAs(pb, pb.openedBytes);
         } catch (const RomError&) {
@@ -209,6 +255,8 @@ Playbook relayout(const Playbook& pb) {
     }
     // The copy takes every change; `pb` stays as it is, also when the layout is refused.
     Playbook out = pb;
+    if (pb.openComplete)
+        if (std::optional<Playbook> shared = withSharedValueEdits(pb, before)) out = std::move(*shared);
     dropUnusedNewSequences(out);
 
     // New starts in dictionary order, each sequence as long as it is once its

@@ -7,6 +7,7 @@
 
 #include <stdexcept>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -60,6 +61,16 @@ void requireUnchangedImage(const Playbook& pb, const std::vector<uint8_t>* fileH
 // file; when it throws, nothing is written.
 // False, the file left alone, when the slot tables already hold what the model holds.
 bool safeSave(Playbook& pb, const std::function<void(const std::vector<uint8_t>&)>& confirm = nullptr);
+
+// A command the image holds is one command of the game's program, however
+// many sequences show it (overlapping sequences, a loop read again as a
+// sequence of its own). When one of them changes its values (same code, same
+// length, no address field), every other that still shows it as read shows
+// the change too, so a save writes it once, where the game runs it, instead
+// of moving a copy only one of them runs. Two different changes of one
+// command are left as they are. Returns the model so changed; nothing when
+// no other sequence shows a changed command.
+[[nodiscard]] std::optional<Playbook> withSharedValueEdits(const Playbook& pb, const Playbook& old);
 
 // Lays every sequence out anew from 0xA000 in dictionary order on a copy of
 // the model: closing forward relative jumps become absolute ones, a closing

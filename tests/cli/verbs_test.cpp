@@ -133,6 +133,37 @@ TEST(CliHeaderless, ListsEqualTheHeadedOnesAndSavesKeepTheForm) {
 }
 
 // The diagram as data: the points of slot 0's play, and one moved by changing only its command's data bytes.
+// WR1 runs A010 and loops back into it at A013: the command there draws a
+// point on the way and again on every turn of the loop, and the editor reads
+// the loop as a sequence of its own. Moving the loop's point changes that one
+// command where the game runs it (both sequences show it) and says so.
+TEST(CliPoints, AMovedCommandTheLoopRunsAgainChangesWhereTheGameRunsIt) {
+    const test::TempFile image = ImageBuilder()
+                                     .bytesAt(0xA000, {0xD0, 0xF0, 0x12, 0xEE})
+                                     .bytesAt(0xA010, {0xD7, 0x01, 0x02, 0xD7, 0x03, 0x04, 0xFF, 0x13, 0xA0})
+                                     .formation(4, {0xA000})
+                                     .play(0, {0xA010})
+                                     .slot(0, {"RUN", 4})
+                                     .write();
+    auto zpe = [&](std::vector<std::string> args) { return runProcess(ZPE_BIN, args); };
+    auto r = zpe({"points", image.path(), "--slot", "0", "--json"});
+    const nlohmann::json qb = nlohmann::json::parse(r.out)["players"][0];
+    ASSERT_GE(qb.size(), 4u) << r.out;
+    ASSERT_EQ(qb[3]["sequence"], "A013") << r.out;
+    const std::string to = std::to_string(qb[3]["x"].get<int>() + 4) + "," + std::to_string(qb[3]["y"].get<int>());
+    const auto before = image.read();
+    r = zpe({"move-point", image.path(), "--slot", "0", "--player", "QB", "--point", "4", "--to", to});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_NE(r.out.find("It is also A010 command 1, which changes with it. Saved: 2 sequences in place, 0 moved, 0 references"),
+              std::string::npos)
+        << r.out;
+    const auto after = image.read();
+    std::vector<size_t> changed;
+    for (size_t i = 0; i < after.size(); ++i)
+        if (after[i] != before[i]) changed.push_back(i);
+    EXPECT_EQ(changed, std::vector<size_t>{static_cast<size_t>(offsetOfAddress(0xA015))}) << "the one byte the game runs there";
+}
+
 TEST(CliPoints, ListedAsJsonAndMovedByTheirDataBytesAlone) {
     // QB: placed by A000, then A010 moves him (Human Control, then the computer's end at A014).
     const test::TempFile image = ImageBuilder()
@@ -232,6 +263,8 @@ TEST(CliJson, WholePlaybook) {
     EXPECT_EQ(j["formations"][4]["positions"][0], "A000");
     EXPECT_TRUE(j["plays"][0]["players"][1].is_null());
     EXPECT_EQ(j["slots"][63]["name"], "\xC3\x89LAN") << "8-bit names map to Latin-1 code points";
+    const std::string lists = f.zpe({"lists", f.image.path(), "--numbered"}).out;
+    EXPECT_NE(lists.find("\n63\t\xC3\x89LAN"), std::string::npos) << "zpe lists writes the same UTF-8 text";
     EXPECT_EQ(j["slots"][0]["defensivePlays"][7], 8);
     EXPECT_TRUE(j["slots"][40]["rusher"].is_null());
     ASSERT_EQ(j["sequences"].size(), 3u);

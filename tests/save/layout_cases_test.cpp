@@ -515,7 +515,10 @@ TEST(LayoutCases, AMovedSequenceIsNotPlacedOverItsOwnLoopBacksTarget) {
 }
 
 // A data edit that fits is written where the sequence stands: one byte
-// changes, no entry, nothing moves.
+// changes, no entry, nothing moves. A command two overlapping sequences both
+// show is one command: changed in either, it is changed where the game runs
+// it, and both show the change (a moved copy of one would run nowhere: the
+// game reaches that command only through the other).
 TEST(LayoutCases, DataEditIsWrittenInPlace) {
     struct Case {
         const char* what;
@@ -523,11 +526,16 @@ TEST(LayoutCases, DataEditIsWrittenInPlace) {
         int32_t key;
         int pos, index;     // the data value changed
         int32_t changedAt;  // the one byte that changes
+        int inPlace;        // sequences written in place: those showing the changed command
     };
     const std::vector<Case> cases{
-        {"another entry names its second command", overlapImage(), 0xA000, 0, 1, 0xA002},
-        {"its closing jump names its second command", ownMiddleImage(), 0xA000, 0, 0, 0xA001},
-        {"it lies outside the area", outsideImage(), 0x8100, 0, 0, 0x8101},
+        {"another entry names its second command", overlapImage(), 0xA000, 0, 1, 0xA002, 1},
+        {"the command another entry names, changed there", overlapImage(), 0xA003, 0, 0, 0xA004, 2},
+        {"the same command, changed in the sequence around it", overlapImage(), 0xA000, 1, 1, 0xA005, 2},
+        {"its closing jump names its second command", ownMiddleImage(), 0xA000, 0, 0, 0xA001, 1},
+        {"the command its closing jump names, changed in the sequence read from there", ownMiddleImage(), 0xA003, 0, 0, 0xA004, 2},
+        {"the command its closing jump names, changed in the sequence around it", ownMiddleImage(), 0xA000, 1, 1, 0xA005, 2},
+        {"it lies outside the area", outsideImage(), 0x8100, 0, 0, 0x8101, 1},
     };
     eachCase(cases, [](const Case& c) {
         DataDir data;
@@ -542,8 +550,42 @@ TEST(LayoutCases, DataEditIsWrittenInPlace) {
         EXPECT_EQ(differences(before, o.file.read()), std::vector<int32_t>{offsetOfAddress(c.changedAt)});
         EXPECT_EQ(at(o.file.read(), c.changedAt, 1), Bytes{9});
         EXPECT_TRUE(s.moved.empty());
-        EXPECT_NE(s.text().find("1 sequence in place, 0 moved"), std::string::npos) << s.text();
+        EXPECT_EQ(s.inPlace, c.inPlace) << s.text();
+        EXPECT_EQ(s.leftOnOldCopies, 0) << s.text();
+        // Every sequence holding the byte reads the new value there.
+        for (const auto& [key, seq] : o.pb.sequences) {
+            if (c.changedAt < key.address() || c.changedAt >= key.address() + seq.byteSize()) continue;
+            EXPECT_EQ(seq.encode()[static_cast<size_t>(c.changedAt - key.address())], 9) << hex4(key.address());
+        }
     });
+}
+
+// A command two sequences show, changed in both: the same way, it is one
+// change (also for Full Save, which writes each sequence apart); two
+// different ways, each sequence keeps its own, in copies of their own.
+TEST(LayoutCases, ACommandTwoSequencesShowIsOneCommand) {
+    {
+        DataDir data;
+        auto o = test::openBuilt(ownMiddleImage(), data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        o.pb.sequences.at(0xA003_seq).data(0, 0, 9);
+        fullSave(o.pb);
+        const clsSequence& first = seqOf(o.pb, pointerEntry(0));
+        ASSERT_EQ(first.commandCount(), 3);
+        EXPECT_EQ(first.commands()[1].data[0], 9) << "the sequence around it shows the change";
+        const clsSequence& loop = o.pb.sequences.at(SeqKey::at(first.nextSequence()));
+        EXPECT_EQ(loop.commands()[0].data[0], 9);
+    }
+    DataDir data;
+    auto o = test::openBuilt(overlapImage(), data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    o.pb.sequences.at(0xA000_seq).data(1, 0, 9);
+    o.pb.sequences.at(0xA003_seq).data(0, 0, 7);
+    SaveSummary s;
+    ASSERT_EQ(trySave(o, &s), "");
+    EXPECT_EQ(s.moved.size(), 2u) << s.text();
+    EXPECT_EQ(seqOf(o.pb, pointerEntry(0)).commands()[1].data[0], 9);
+    EXPECT_EQ(seqOf(o.pb, pointerEntry(1)).commands()[0].data[0], 7);
 }
 
 // A091's Random Pause holds, in its bytes A093-A094, the address the COM
