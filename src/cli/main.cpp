@@ -606,6 +606,7 @@ int runMovePoint(const Context& ctx, const std::string& imagePath, const MoveReq
     else
         for (int j = 0; j < player; ++j)
             if (!points[static_cast<size_t>(j)].empty()) pen = points[static_cast<size_t>(j)].back();
+    const zpe::Playbook opened = pb;  // as read: what a change of a command shown by other sequences is measured against
     zpe::clsSequence& seq = pb.sequences.at(at.sequence);
     const std::string what = who + " point " + std::to_string(point) + " (" + pointSource(pb, at, ctx) + ")";
     zpe::DiagramPoint nearest;
@@ -622,11 +623,12 @@ int runMovePoint(const Context& ctx, const std::string& imagePath, const MoveReq
     // Another sequence showing the same command of the image (overlapping, or
     // a loop read again from where it goes back to) shows the change too: the
     // game runs that command once for all of them (see withSharedValueEdits).
-    if (const zpe::CmdId id = seq.commands()[static_cast<size_t>(at.command)].origin; moves && !id.isNew()) {
+    if (const std::optional<zpe::Playbook> shared = zpe::withSharedValueEdits(pb, opened)) {
         std::vector<std::string> also;
-        for (const auto& [key, other] : pb.sequences)
+        for (const auto& [key, other] : shared->sequences)
             for (size_t i = 0; key != at.sequence && i < other.commands().size(); ++i)
-                if (other.commands()[i].origin == id) also.push_back(zpe::sequenceKeyText(key) + " command " + std::to_string(i));
+                if (other.commands()[i] != pb.sequences.at(key).commands()[i])
+                    also.push_back(zpe::sequenceKeyText(key) + " command " + std::to_string(i));
         for (size_t i = 0; i < also.size(); ++i)
             line += (i ? ", " : " It is also ") + also[i] + (i + 1 < also.size() ? "" : also.size() > 1 ? ", which change with it." : ", which changes with it.");
     }

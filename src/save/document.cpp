@@ -11,6 +11,21 @@ bool Document::workingCopyEdited() const {
     return stored && (stored->commands() != workingCopy.commands() || stored->byteSize() != workingCopy.byteSize());
 }
 
+Edit Document::sequenceEdit(std::string text, const clsSequence& before, const clsSequence& after, bool follows) const {
+    Edit edit{std::move(text), {{EditState::ofSequence(before, follows), EditState::ofSequence(after, follows)}}};
+    // Commands "as the file holds them" only while the playbook stands on the file's bytes (no import pending).
+    if (!after.placed() || !pb.sequences.contains(after.key()) || importPending()) return edit;
+    Playbook edited = pb;
+    edited.sequences.at(after.key()) = after;
+    if (const std::optional<Playbook> shared = withSharedValueEdits(edited, inFile))
+        for (const auto& [key, seq] : shared->sequences) {
+            const clsSequence* now = pb.sequences.find(key);
+            if (key != after.key() && now && now->commands() != seq.commands())
+                edit.changes.push_back({EditState::ofSequence(*now, true), EditState::ofSequence(seq, true)});
+        }
+    return edit;
+}
+
 bool Document::unsaved() const { return pb.openComplete && (workingCopyEdited() || importPending() || !sameContent(pb, inFile)); }
 
 void Document::requireFileUnchanged() const { (void)readUnchangedImage(inFile); }

@@ -73,6 +73,12 @@ public:
     void record(Edit edit);
     // Makes the edit (puts every after state, telling onPut) and records it.
     void perform(Edit edit);
+    // The edit of the stored sequence `before` (as it stands under its key)
+    // into `after`, and of every other sequence showing a command whose value
+    // it changes as the file holds it: one command of the image, changed for
+    // every sequence showing it, as Save writes it (see withSharedValueEdits).
+    // `follows` as for EditState::ofSequence; the other sequences' states always follow.
+    [[nodiscard]] Edit sequenceEdit(std::string text, const clsSequence& before, const clsSequence& after, bool follows) const;
 
     [[nodiscard]] bool canUndo() const { return !done_.empty(); }
     [[nodiscard]] bool canRedo() const { return !undone_.empty(); }

@@ -498,7 +498,7 @@ bool Engine::othersWriteTheSame(const Chain& c, const std::vector<int32_t>& chan
         int readers = 0;
         for (const Chain& d : chains_) {
             if (&d == &c || d.key.isNew() || a < d.key.address() || a >= d.key.address() + d.oldSize) continue;
-            if (!d.edited) return false;
+            if (!d.edited || d.moved) return false;  // a moved one's bytes stay as they were (its old copy)
             ++readers;
             if (std::find(others.begin(), others.end(), &d) == others.end()) others.push_back(&d);
         }

@@ -1,5 +1,6 @@
 #include "save/saves.h"
 
+#include "analysis/area_map.h"
 #include "analysis/entries.h"
 #include "model/file_io.h"
 #include "model/hex.h"
@@ -197,40 +198,62 @@ void refuseUnlessItReopens(const Playbook& relaid) {
 
 }  // namespace
 
+namespace {
+
+// True when `now` differs from `was` (the same sequence as read) only in
+// values: the same commands with the same codes and lengths, a command with
+// an address field unchanged. Such an edit fits where the sequence stands.
+bool valuesOnly(const std::vector<SeqCommand>& was, const std::vector<SeqCommand>& now) {
+    if (was.size() != now.size()) return false;
+    for (size_t i = 0; i < was.size(); ++i) {
+        const SeqCommand &w = was[i], &c = now[i];
+        if (c.origin != w.origin || c.command != w.command || c.dataLen != w.dataLen || c.field != w.field) return false;
+        if (c != w && c.field.kind != FieldRef::Kind::None) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
 std::optional<Playbook> withSharedValueEdits(const Playbook& pb, const Playbook& old) {
     // The commands whose values a sequence changed, by where they were read: as read, and as changed.
     struct Edit {
         SeqCommand was, now;
-        bool clash = false;  // another sequence changed it otherwise
+        bool clash = false;  // another sequence changed it otherwise, or one showing it is read otherwise by the game
     };
     std::unordered_map<int32_t, Edit> edits;
     for (const auto& [key, seq] : pb.sequences) {
         const clsSequence* before = key.placed() ? old.sequences.find(key) : nullptr;
-        if (!before || before->commands() == seq.commands()) continue;
-        std::unordered_map<int32_t, const SeqCommand*> asRead;
-        for (const SeqCommand& c : before->commands()) asRead.emplace(c.origin.readAddress(), &c);
-        for (const SeqCommand& c : seq.commands()) {
-            if (c.origin.isNew()) continue;
-            const auto was = asRead.find(c.origin.readAddress());
-            if (was == asRead.end()) continue;
-            const SeqCommand& w = *was->second;
-            if (c == w || c.command != w.command || c.dataLen != w.dataLen || c.field.kind != FieldRef::Kind::None ||
-                w.field.kind != FieldRef::Kind::None)
-                continue;
+        // Only an edit of values alone in the area: a sequence that grows or
+        // changes its commands moves, and its old bytes stay what they were.
+        if (!before || !inArea(key.address()) || before->commands() == seq.commands() || !valuesOnly(before->commands(), seq.commands()))
+            continue;
+        for (size_t i = 0; i < seq.commands().size(); ++i) {
+            const SeqCommand &w = before->commands()[i], &c = seq.commands()[i];
+            if (c == w) continue;
             const auto [it, fresh] = edits.try_emplace(c.origin.readAddress(), Edit{w, c});
             if (!fresh && (it->second.was != w || it->second.now != c)) it->second.clash = true;
+            // The game reads a COM pass's receiver address in bytes the editor reads as values.
+            if (before->readsDifferentlyByGame()) it->second.clash = true;
         }
     }
     if (edits.empty()) return std::nullopt;
     // Every other sequence still showing such a command as read.
     std::vector<std::pair<SeqKey, size_t>> shown;
-    for (const auto& [key, seq] : pb.sequences)
-        for (size_t i = 0; i < seq.commands().size(); ++i) {
+    for (const auto& [key, seq] : pb.sequences) {
+        const clsSequence* before = key.placed() ? old.sequences.find(key) : nullptr;
+        for (size_t i = 0; before && inArea(key.address()) && i < seq.commands().size(); ++i) {
             const SeqCommand& c = seq.commands()[i];
             if (c.origin.isNew()) continue;
             const auto e = edits.find(c.origin.readAddress());
-            if (e != edits.end() && !e->second.clash && c == e->second.was) shown.emplace_back(key, i);
+            if (e == edits.end() || c != e->second.was) continue;
+            if (before->readsDifferentlyByGame()) e->second.clash = true;
+            shown.emplace_back(key, i);
         }
+    }
+    std::erase_if(shown, [&](const auto& s) {
+        return edits.at(pb.sequences.at(s.first).commands()[s.second].origin.readAddress()).clash;
+    });
     if (shown.empty()) return std::nullopt;
     Playbook out = pb;
     for (size_t k = 0; k < shown.size();) {  // a sequence's commands stand together in `shown`

@@ -204,7 +204,7 @@ bool SequencesTab::leaveWorkingCopy() {
 void SequencesTab::applyWorkingCopy() {
     if (!workingCopyEdited()) return;
     const clsSequence before = pb.sequences.at(curSeq.key());
-    ctx_.doc.perform({"Apply Sequence Edit", {{EditState::ofSequence(before), EditState::ofSequence(curSeq)}}});
+    ctx_.doc.perform(ctx_.doc.sequenceEdit("Apply Sequence Edit", before, curSeq, false));
     cmdSeqApply->setEnabled(false);
 }
 

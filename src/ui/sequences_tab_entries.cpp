@@ -279,7 +279,7 @@ void SequencesTab::diagramMove(int player, const DiagramPoint& point, int a, int
             return;
         }
     }
-    ctx_.doc.perform({"Move Point", {{EditState::ofSequence(*stored, true), EditState::ofSequence(after, true)}}});
+    ctx_.doc.perform(ctx_.doc.sequenceEdit("Move Point", *stored, after, true));
     ctx_.say(QString("Moved the point of %1 command %2.").arg(keyText(key)).arg(point.command));
 }
 

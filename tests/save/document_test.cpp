@@ -133,6 +133,38 @@ TEST(Document, TheWorkingCopyFollowsOnlyWhereItShowedTheSequenceUnedited) {
     EXPECT_EQ(doc.workingCopy.address(), 0xA000);
 }
 
+// A loop read again as a sequence of its own (A003, after A000's closing
+// jump back to it) shows the same command as A000: a point moved on either
+// is one step that changes both, undone as one, and Save writes the one byte.
+TEST(Document, AMovedPointChangesEverySequenceShowingItsCommand) {
+    DataDir data;
+    test::Opened o = test::openBuilt(ImageBuilder().bytesAt(0xA000, {0xD7, 1, 2, 0xD7, 3, 4, 0xFF, 0x03, 0xA0}).play(0, {0xA000}), data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    Document doc;
+    doc.pb = o.pb;
+    doc.saved(false);
+    const clsSequence loop = doc.pb.sequences.at(0xA003_seq), outer = doc.pb.sequences.at(0xA000_seq);
+    clsSequence moved = loop;
+    moved.data(0, 1, 9);
+    doc.workingCopy = outer;
+    doc.perform(doc.sequenceEdit("Move Point", loop, moved, true));
+    EXPECT_EQ(doc.pb.sequences.at(0xA003_seq).data(0, 1), 9);
+    EXPECT_EQ(doc.pb.sequences.at(0xA000_seq).data(1, 1), 9) << "the sequence around the loop shows it";
+    EXPECT_EQ(doc.workingCopy.data(1, 1), 9) << "a working copy showing it unedited follows";
+    doc.undo();
+    EXPECT_EQ(doc.pb.sequences.at(0xA000_seq).commands(), outer.commands());
+    EXPECT_EQ(doc.pb.sequences.at(0xA003_seq).commands(), loop.commands());
+    doc.redo();
+    const std::vector<uint8_t> before = o.file.read();
+    (void)doc.save();
+    const std::vector<uint8_t> after = o.file.read();
+    std::vector<size_t> changed;
+    for (size_t i = 0; i < after.size(); ++i)
+        if (after[i] != before[i]) changed.push_back(i);
+    EXPECT_EQ(changed, std::vector<size_t>{static_cast<size_t>(offsetOfAddress(0xA005))});
+    EXPECT_FALSE(doc.unsaved());
+}
+
 // The document's saves decide what the history keeps: a Save that wrote
 // every sequence where it was keeps it (undo then marks the image modified);
 // one that moved a grown sequence, Safe Save's slots-only write and Full

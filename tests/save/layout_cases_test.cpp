@@ -194,6 +194,10 @@ ImageBuilder loopImage() { return image({{0xA000, {0xD7, 1, 2, 0xFC, 0xFF, 0xE0,
 ImageBuilder outsideImage() {
     return image({{0xA000, {0xC4, 0}}, {0x8100, {0xD7, 1, 2, 0xC4, 0}}}, {0xA000, test::kDeadAddress, 0x8100});
 }
+// 8103 lies inside 8100, both outside the area (pointers 2 and 3).
+ImageBuilder outsideOverlapImage() {
+    return image({{0xA000, {0xC4, 0}}, {0x8100, {0xD7, 1, 2, 0xD7, 3, 4, 0xC4, 0}}}, {0xA000, test::kDeadAddress, 0x8100, 0x8103});
+}
 // Plain sequences ending in the stances.
 ImageBuilder stanceImage() { return image({{0xA000, {0xD7, 1, 2, 0xEA}}, {0xA010, {0xD7, 1, 2, 0xEC}}}, {0xA000, 0xA010}); }
 // A003 (pointer 1) lies inside A000 (pointer 0).
@@ -586,6 +590,46 @@ TEST(LayoutCases, ACommandTwoSequencesShowIsOneCommand) {
     EXPECT_EQ(s.moved.size(), 2u) << s.text();
     EXPECT_EQ(seqOf(o.pb, pointerEntry(0)).commands()[1].data[0], 9);
     EXPECT_EQ(seqOf(o.pb, pointerEntry(1)).commands()[0].data[0], 7);
+}
+
+// Where one command's new value cannot be written once for every sequence
+// showing it, each keeps what it reads: the old bytes stay, the changed
+// sequence moves. A COM pass at B000 reads its receiver's address in the
+// bytes B003's Random Pause shows as values; outside the area overlapping
+// sequences are not written in place; a sequence that grows moves, and a
+// branch into its old copy (from B020) runs the old bytes, not half an edit.
+TEST(LayoutCases, ACommandOnlySomeReadersCanTakeKeepsItsOldBytes) {
+    struct Case {
+        const char* what;
+        ImageBuilder image;
+        std::function<void(Playbook&)> edit;
+        int32_t keptFrom, keptCount;  // bytes the save leaves as they were
+        size_t moved;
+    };
+    const std::vector<Case> cases{
+        {"a COM pass reads the value as its receiver's address",
+         image({{0xB000, {0x92, 0x43, 0x64, 0xF5, 0x06, 0xA1, 0xE4}}, {0xA106, {0xD7, 1, 2, 0xC4, 0}}}, {0xB000, 0xB003}),
+         [](Playbook& pb) { pb.sequences.at(0xB003_seq).data(0, 0, 13); }, 0xB000, 7, 1},
+        {"outside the area", outsideOverlapImage(), [](Playbook& pb) { pb.sequences.at(0x8103_seq).data(0, 0, 9); }, 0x8100, 8, 1},
+        {"the other sequence grows",
+         image({{0xB000, {0xD7, 1, 2, 0xD7, 3, 4, 0xE4}}, {0xB020, {0xC7, 0x03, 0xB0, 0xD7, 1, 1, 0xE4}}}, {0xB020, 0xB000, 0xB003}),
+         [](Playbook& pb) {
+             pb.sequences.at(0xB000_seq).data(1, 0, 5);
+             grow(pb, 0xB003_seq);
+         },
+         0xB000, 7, 2},
+    };
+    eachCase(cases, [](const Case& c) {
+        DataDir data;
+        auto o = test::openBuilt(c.image, data);
+        ASSERT_TRUE(o.result.ok) << o.result.error;
+        const Bytes before = o.file.read();
+        c.edit(o.pb);
+        SaveSummary s;
+        ASSERT_EQ(trySave(o, &s), "");
+        EXPECT_EQ(at(o.file.read(), c.keptFrom, c.keptCount), at(before, c.keptFrom, c.keptCount));
+        EXPECT_EQ(s.moved.size(), c.moved) << s.text();
+    });
 }
 
 // A091's Random Pause holds, in its bytes A093-A094, the address the COM
