@@ -458,7 +458,7 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
     try {
         if (dryRun) {
             zpe::requireUnchangedImage(pb);
-            std::cout << zpe::planSave(pb, pb.openedBytes, &opened).summary.text() << '\n';
+            std::cout << zpe::planSave(pb, pb.openedBytes, &opened).summary.text() << " (dry run: nothing written)\n";
             return 0;
         }
         (void)zpe::saveChanges(pb, [&](const zpe::SaveSummary& summary) { ctx.confirm(summary.text()); }, nullptr, &opened);

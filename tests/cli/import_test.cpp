@@ -45,8 +45,11 @@ TEST(CliImport, RoundTripChangesExactlyWhatTheFileSaysAndKeepsTheGamesBytes) {
     auto r = d.zpe({"import", d.image, file, "--dry-run"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(test::readFileBytes(d.image), before.openedBytes) << "a dry run writes nothing";
+    const std::string dry = r.out;
     r = d.zpe({"import", d.image, file});
     ASSERT_EQ(r.exitCode, 0) << r.err;
+    ASSERT_FALSE(r.out.empty());
+    EXPECT_EQ(r.out.substr(0, r.out.size() - 1) + " (dry run: nothing written)\n", dry) << "the dry run plans the same write and says so";
     // The grown sequence moved: the four entries naming it are rewritten with it.
     EXPECT_EQ(r.out.find("Saved: 4 table entries, 1 sequence in place, 1 moved ("), 0u) << r.out;
 
