@@ -492,18 +492,25 @@ bool Engine::fitsInPlace(const Chain& c) const {
 bool Engine::othersWriteTheSame(const Chain& c, const std::vector<int32_t>& changed, const std::vector<uint8_t>& bytes,
                                 std::vector<int32_t>& starts) const {
     const int32_t key = c.key.address();
+    // `changed` ascends: each other sequence's old bytes are one range of it.
+    std::vector<int> readers(changed.size(), 0);
     std::vector<const Chain*> others;
-    for (const int32_t a : changed) {
-        if (!inArea(a) || coverage_[areaIndex(a)] <= 1) continue;
-        int readers = 0;
-        for (const Chain& d : chains_) {
-            if (&d == &c || d.key.isNew() || a < d.key.address() || a >= d.key.address() + d.oldSize) continue;
-            if (!d.edited || d.moved) return false;  // a moved one's bytes stay as they were (its old copy)
-            ++readers;
-            if (std::find(others.begin(), others.end(), &d) == others.end()) others.push_back(&d);
-        }
-        if (readers != coverage_[areaIndex(a)] - 1) return false;
+    for (const Chain& d : chains_) {
+        if (&d == &c || d.key.isNew()) continue;
+        const auto from = std::lower_bound(changed.begin(), changed.end(), d.key.address());
+        const auto to = std::lower_bound(from, changed.end(), d.key.address() + d.oldSize);
+        bool reads = false;
+        for (auto a = from; a != to; ++a)
+            if (inArea(*a) && coverage_[areaIndex(*a)] > 1) {
+                ++readers[static_cast<size_t>(a - changed.begin())];
+                reads = true;
+            }
+        if (!reads) continue;
+        if (!d.edited || d.moved) return false;  // a moved one's bytes stay as they were (its old copy)
+        others.push_back(&d);
     }
+    for (size_t k = 0; k < changed.size(); ++k)
+        if (inArea(changed[k]) && readers[k] != coverage_[areaIndex(changed[k])] - 1 && coverage_[areaIndex(changed[k])] > 1) return false;
     for (const Chain* d : others) {
         Chain plain = *d;
         encode(plain, d->key.address(), false);
