@@ -199,13 +199,32 @@ int runDecode(const Context& ctx, const std::string& imagePath, const std::strin
     return 0;
 }
 
+// A cell as one field of a row: a name the image holds may contain a TAB, a
+// line break or another control character, which would split the row, so
+// each is written \xHH (and a backslash \\, so the text reads back unambiguously).
+std::string listCell(const std::string& cell) {
+    std::string out;
+    for (const char ch : cell) {
+        const auto c = static_cast<unsigned char>(ch);
+        if (c == '\\') {
+            out += "\\\\";
+        } else if (c < 0x20 || c == 0x7F) {
+            out += "\\x";
+            out += zpe::hex2(c);
+        } else {
+            out.push_back(ch);
+        }
+    }
+    return zpe::latin1ToUtf8(out);
+}
+
 // The rows as UTF-8 text, as `zpe json` writes names: an image's 8-bit
 // names (formations, slots) are Latin-1.
 void printRows(const char* title, const std::vector<zpe::ListRow>& rows, bool numbered) {
     std::cout << "## " << title << '\n';
     for (size_t r = 0; r < rows.size(); ++r) {
         if (numbered) std::cout << r << '\t';
-        for (size_t i = 0; i < rows[r].cells.size(); ++i) std::cout << (i ? "\t" : "") << zpe::latin1ToUtf8(rows[r].cells[i]);
+        for (size_t i = 0; i < rows[r].cells.size(); ++i) std::cout << (i ? "\t" : "") << listCell(rows[r].cells[i]);
         std::cout << '\n';
     }
 }

@@ -30,6 +30,7 @@ struct Fixture {
                     .play(0, {0xA007})
                     .slot(0, {"RUN ZERO", 4, {0, 0, 0, 0, 0, 0, 0, 0}, {1, 2, 3, 4, 5, 6, 7, 8}})
                     .slot(9, {"RUN NINE", 4})
+                    .slot(10, {"TAB\tLF\n\\", 4})
                     .slot(40, {"PASS", 4, {}, {}})
                     .slot(63, {"\xC9LAN", 4})
                     .write()) {
@@ -265,6 +266,8 @@ TEST(CliJson, WholePlaybook) {
     EXPECT_EQ(j["slots"][63]["name"], "\xC3\x89LAN") << "8-bit names map to Latin-1 code points";
     const std::string lists = f.zpe({"lists", f.image.path(), "--numbered"}).out;
     EXPECT_NE(lists.find("\n63\t\xC3\x89LAN"), std::string::npos) << "zpe lists writes the same UTF-8 text";
+    EXPECT_NE(lists.find("\n10\tTAB\\x09LF\\x0A\\\\\t"), std::string::npos)
+        << "a control character in a name the image holds is written \\xHH, never splitting the row";
     EXPECT_EQ(j["slots"][0]["defensivePlays"][7], 8);
     EXPECT_TRUE(j["slots"][40]["rusher"].is_null());
     ASSERT_EQ(j["sequences"].size(), 3u);
