@@ -42,6 +42,17 @@ int32_t outsideLoopBack(const clsSequence& seq) {
     return end.field.address;
 }
 
+// True when every command of a chain stands where it was read, as long as it
+// was: its commands changed their values alone.
+bool keepsItsCommandsInPlace(const Chain& c) {
+    if (static_cast<int32_t>(c.bytes.size()) != c.oldSize) return false;
+    for (size_t i = 0; i < c.places.size(); ++i) {
+        const CmdId id = c.seq->commands()[i].origin;
+        if (id.isNew() || id.readAddress() != c.places[i]) return false;
+    }
+    return true;
+}
+
 // True when a chain encoded its closing relative jump as one (not made absolute).
 bool keepsRelative(const Chain& c) {
     if (c.seq->commands().back().command != kRelativeJump) return true;
@@ -93,6 +104,7 @@ private:
     bool fitsInPlace(const Chain& c) const;
     bool readElsewhere(int32_t start, const std::vector<int32_t>& addresses, const std::vector<int32_t>& alsoStarts = {}) const;
     bool gameReadsAsOther(int32_t address, int32_t start) const;
+    bool gameStartsAt(int32_t address) const;
     bool readWithoutEnd(int32_t address) const;
     bool enteredInside(const Chain& c) const;
     bool othersWriteTheSame(const Chain& c, const std::vector<int32_t>& changed, const std::vector<uint8_t>& bytes,
@@ -281,6 +293,11 @@ bool Engine::readElsewhere(int32_t start, const std::vector<int32_t>& addresses,
         }
     }
     return false;
+}
+
+// True when the game starts at a command at `address`: an entry, or a way in from outside the area.
+bool Engine::gameStartsAt(int32_t address) const {
+    return inArea(address) && node_[areaIndex(address)] >= 0 && isRoot_[static_cast<size_t>(node_[areaIndex(address)])];
 }
 
 // True when the game runs a command holding the byte at `address` that does
@@ -472,9 +489,15 @@ bool Engine::fitsInPlace(const Chain& c) const {
     const int32_t from = key, to = key + c.oldSize, written = key + static_cast<int32_t>(c.bytes.size());
     // Old bytes left past the new ones still run when the new commands lead there.
     const bool leftRuns = std::any_of(c.targets.begin(), c.targets.end(), [&](int32_t t) { return t >= written && t < to; });
+    // A change of values alone leaves every byte but the changed ones as it
+    // was: a way in that the game's program holds (one of its own, or a place
+    // it starts) reads what it read, unless it comes to a changed byte, which
+    // readElsewhere has looked for on every such path.
+    const bool valuesOnly = inArea(key) && !changed.empty() && c.bytes == plain.bytes && keepsItsCommandsInPlace(c);
     for (const Reference& r : references_) {
         if (r.to <= from || r.to >= to) continue;
         if (r.from >= from && r.from < written) continue;  // its own commands, written anew
+        if (valuesOnly && (r.from >= 0 || gameStartsAt(r.to))) continue;
         if (r.from >= written && r.from < to && !leftRuns && !(inArea(key) && readElsewhere(key, {r.from}))) continue;
         bool found = false;
         for (size_t i = 0; i < c.places.size() && !found; ++i) found = c.places[i] == r.to && c.seq->commands()[i].origin == CmdId::readAt(r.to);

@@ -202,6 +202,8 @@ ImageBuilder outsideOverlapImage() {
 ImageBuilder stanceImage() { return image({{0xA000, {0xD7, 1, 2, 0xEA}}, {0xA010, {0xD7, 1, 2, 0xEC}}}, {0xA000, 0xA010}); }
 // A003 (pointer 1) lies inside A000 (pointer 0).
 ImageBuilder overlapImage() { return image({{0xA000, {0xD7, 1, 2, 0xD7, 3, 4, 0xC4, 0}}}, {0xA000, 0xA003}); }
+// Pointer 1 enters A000 at its first command's second value, read as a Block (30).
+ImageBuilder valueEnteredImage() { return image({{0xA000, {0xD7, 5, 0x30, 0xC4, 0}}}, {0xA000, 0xA002}); }
 // 30 FE 05 goes on at A006.
 ImageBuilder copyImage() { return image({{0xA000, {0x30, 0xFE, 0x05}}, {0xA006, {0xD7, 1, 2, 0xC4, 0}}}, {0xA000}); }
 // Five moves and a block, then FE F0 at A010 loops back to A000.
@@ -540,6 +542,7 @@ TEST(LayoutCases, DataEditIsWrittenInPlace) {
         {"the command its closing jump names, changed in the sequence read from there", ownMiddleImage(), 0xA003, 0, 0, 0xA004, 2},
         {"the command its closing jump names, changed in the sequence around it", ownMiddleImage(), 0xA000, 1, 1, 0xA005, 2},
         {"it lies outside the area", outsideImage(), 0x8100, 0, 0, 0x8101, 1},
+        {"another entry enters the middle of a command, reading none of the changed bytes", valueEnteredImage(), 0xA000, 0, 0, 0xA001, 1},
     };
     eachCase(cases, [](const Case& c) {
         DataDir data;
@@ -562,6 +565,21 @@ TEST(LayoutCases, DataEditIsWrittenInPlace) {
             EXPECT_EQ(seq.encode()[static_cast<size_t>(c.changedAt - key.address())], 9) << hex4(key.address());
         }
     });
+}
+
+// The same entry into the middle of a command, but the change is to the
+// byte it reads as a command of its own: that entry keeps what it ran (the
+// old bytes stay), and the changed sequence runs from a copy.
+TEST(LayoutCases, AChangedByteAnotherEntryReadsMovesTheSequence) {
+    DataDir data;
+    auto o = test::openBuilt(valueEnteredImage(), data);
+    ASSERT_TRUE(o.result.ok) << o.result.error;
+    o.pb.sequences.at(0xA000_seq).data(0, 1, 0x31);
+    SaveSummary s;
+    ASSERT_EQ(trySave(o, &s), "");
+    EXPECT_EQ(s.moved.size(), 1u) << s.text();
+    EXPECT_EQ(at(o.file.read(), 0xA002, 1), Bytes{0x30}) << "pointer 1 still runs its Block";
+    EXPECT_EQ(seqOf(o.pb, pointerEntry(0)).commands()[0].data[1], 0x31);
 }
 
 // A command two sequences show, changed in both: the same way, it is one
