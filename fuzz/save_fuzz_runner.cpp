@@ -13,7 +13,8 @@
 //   save_fuzz_runner --replay RUNSEED [--save-only] [--raw PERCENT] [--write-input FILE] [--write-image FILE]
 //       The one input of RUNSEED, describing each edit; --write-input's FILE
 //       receives the input, which the libFuzzer target save_fuzzer reads the
-//       same way; --write-image's the image it stands for, as a file to open.
+//       same way; --write-image's the image it stands for, as a file the
+//       editor opens as the fuzzer does (headed, padded to whole banks).
 //   save_fuzz_runner --check-images N [SEED]
 //       Lays out N structured images, opens each, and compares the sequences
 //       found with what the layout put there; counts the structures laid.
@@ -116,6 +117,19 @@ std::vector<uint8_t> imageOf(const std::vector<uint8_t>& input) {
         uint8_t& formation = image[static_cast<size_t>(zpe::kOffSlotTableOffset + zpe::kOffSlotRecordSize * s + zpe::kSlotNameLength)];
         formation = static_cast<uint8_t>(formation % names);
     }
+    return image;
+}
+
+// The bytes the fuzzer opens, as a file the editor opens the same way: its
+// first 16 bytes are the header (given the image's mark), the rest padded
+// with FF to whole 8 KiB banks, else the open would take it for a headerless image.
+std::vector<uint8_t> asImageFile(std::vector<uint8_t> image) {
+    constexpr size_t kHeader = 16, kBank = 8192;
+    if (image.size() < kHeader) return image;
+    const uint8_t mark[] = {'N', 'E', 'S', 0x1A};
+    std::copy(std::begin(mark), std::end(mark), image.begin());
+    const size_t rest = (image.size() - kHeader) % kBank;
+    if (rest != 0) image.resize(image.size() + kBank - rest, 0xFF);
     return image;
 }
 
@@ -320,7 +334,7 @@ int replay(uint64_t runSeed, bool fullSave, int rawPercent, const char* writeInp
     zpe::fuzz::saveFuzzObserver() = &counter;
     const std::vector<uint8_t> input = inputFor(runSeed, rawPercent);
     if (writeInput && !writeFile(writeInput, input)) return 1;
-    if (writeImage && !writeFile(writeImage, imageOf(input))) return 1;
+    if (writeImage && !writeFile(writeImage, asImageFile(imageOf(input)))) return 1;
     std::printf("run seed %s: %s input of %zu bytes\n", hexSeed(runSeed).c_str(), (input[0] & 1) ? "structured" : "raw", input.size());
     runOne(counter, runSeed, rawPercent);
     return counter.fired > 0 ? 1 : 0;
