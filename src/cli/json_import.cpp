@@ -425,12 +425,16 @@ Playbook importedPlaybook(const Playbook& pb, const json& doc, const CmdNames& n
     // A changed entry reads its sequence as the sequence is read: a kick
     // formation's position the kick way, everything else the plain way.
     if (const auto e = misreadEntry(pb, out)) {
+        // A sequence the file makes is known to the user by its label.
+        std::string target = sequenceKeyText(e->target);
+        for (const auto& [label, key] : made)
+            if (key == e->target) target += " (\"" + label + "\" in the file)";
         const std::string at = e->table == AreaEntry::Table::Pointer ? place("pointers", static_cast<size_t>(e->index))
                                : e->table == AreaEntry::Table::Play
                                    ? place("plays", static_cast<size_t>(e->index)) + "/players/" + std::to_string(e->player)
                                    : place("formations", static_cast<size_t>(e->index)) + "/positions/" + std::to_string(e->player);
         throw ImportError(at, std::string(entryReadsKick(*e) ? "a kick formation's position" : "this entry") + " reads its sequence " +
-                                  (entryReadsKick(*e) ? "the kick way" : "the plain way") + ", and " + sequenceKeyText(e->target) +
+                                  (entryReadsKick(*e) ? "the kick way" : "the plain way") + ", and " + target +
                                   " is read the other way");
     }
     // Where the image as opened runs commands and what outside the area it

@@ -312,6 +312,9 @@ int runExportPlay(const Context& ctx, const std::string& imagePath, const Export
 }
 
 // A play file brought into play Q: copied into free bytes, every field relinked, what the image runs already reused.
+// What a verb's dry run says: the real run's line, and that nothing was written.
+void sayDryRun(const std::string& line) { std::cout << line << " (dry run: nothing written)\n"; }
+
 int runImportPlay(const Context& ctx, const std::string& imagePath, const std::string& filePath, const std::string& play, bool dryRun) {
     if (play.empty()) throw UsageError{"import-play needs --play Q (the play 0-115 that is to run the file's play)"};
     const int q = parseNumber(play, 0, zpe::kPlayCount - 1, "--play");
@@ -319,7 +322,7 @@ int runImportPlay(const Context& ctx, const std::string& imagePath, const std::s
     const zpe::FileLock lock(imagePath);
     zpe::Playbook pb = openOrFail(imagePath, ctx);
     if (dryRun) {
-        std::cout << zpe::planPlayImport(pb, file.play, q).summary.text() << '\n';
+        sayDryRun(zpe::planPlayImport(pb, file.play, q).summary.text());
         return 0;
     }
     (void)zpe::importPlay(pb, file.play, q, ctx.dataDir, [&](const zpe::PlayImportSummary& s) { ctx.confirm(s.text()); });
@@ -346,7 +349,7 @@ int runImportSlot(const Context& ctx, const std::string& imagePath, const std::s
     zpe::Playbook pb = openOrFail(imagePath, ctx);
     const zpe::BookImportPlan plan = zpe::planSlotImport(pb, file.book, target);
     if (dryRun) {
-        std::cout << plan.summary.text() << '\n';
+        sayDryRun(plan.summary.text());
         return 0;
     }
     (void)zpe::importBook(pb, plan, ctx.dataDir, [&](const zpe::BookImportSummary& s) { ctx.confirm(s.text()); });
@@ -369,7 +372,7 @@ int runImportPlaybook(const Context& ctx, const std::string& imagePath, const st
     zpe::Playbook pb = openOrFail(imagePath, ctx);
     const zpe::BookImportPlan plan = zpe::planPlaybookImport(pb, file.book);
     if (dryRun) {
-        std::cout << plan.summary.text() << '\n';
+        sayDryRun(plan.summary.text());
         return 0;
     }
     (void)zpe::importBook(pb, plan, ctx.dataDir, [&](const zpe::BookImportSummary& s) { ctx.confirm(s.text()); });
@@ -477,7 +480,7 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
     try {
         if (dryRun) {
             zpe::requireUnchangedImage(pb);
-            std::cout << zpe::planSave(pb, pb.openedBytes, &opened).summary.text() << " (dry run: nothing written)\n";
+            sayDryRun(zpe::planSave(pb, pb.openedBytes, &opened).summary.text());
             return 0;
         }
         (void)zpe::saveChanges(pb, [&](const zpe::SaveSummary& summary) { ctx.confirm(summary.text()); }, nullptr, &opened);
@@ -491,7 +494,7 @@ int runCompact(const Context& ctx, const std::string& imagePath, bool dryRun) {
     const zpe::FileLock lock(imagePath);
     zpe::Playbook pb = openOrFail(imagePath, ctx);
     if (dryRun) {
-        std::cout << zpe::planCompact(pb).summary.text() << '\n';
+        sayDryRun(zpe::planCompact(pb).summary.text());
         return 0;
     }
     (void)zpe::compactImage(pb, ctx.dataDir, [&](const zpe::CompactSummary& s) { ctx.confirm(s.text()); });
@@ -549,7 +552,7 @@ int runFork(const Context& ctx, const std::string& imagePath, const ForkRequest&
         entry.target = pb.seqPointers[static_cast<size_t>(entry.index)];
     }
     if (dryRun) {
-        std::cout << zpe::planFork(pb, entry).summary.text() << '\n';
+        sayDryRun(zpe::planFork(pb, entry).summary.text());
         return 0;
     }
     (void)zpe::forkEntry(pb, entry, ctx.dataDir, [&](const zpe::ForkSummary& s) { ctx.confirm(s.text()); });
@@ -604,7 +607,11 @@ int runMovePoint(const Context& ctx, const std::string& imagePath, const MoveReq
         const auto comma = r.to.find(',');
         auto number = [&](const std::string& t) {
             const bool negative = !t.empty() && t[0] == '-';
-            return (negative ? -1 : 1) * parseNumber(negative ? t.substr(1) : t, 0, 32767, "--to X,Y (pixels)");
+            try {
+                return (negative ? -1 : 1) * parseNumber(negative ? t.substr(1) : t, 0, 32767, "--to X,Y (pixels)");
+            } catch (const UsageError&) {  // named as typed, sign included
+                throw UsageError{"--to X,Y (pixels) is a number from -32767 to 32767 (decimal, or hexadecimal after 0x), not '" + t + "'"};
+            }
         };
         if (comma == std::string::npos) throw UsageError{"--to is X,Y in pixels of the picture's default size, not '" + r.to + "'"};
         x = number(r.to.substr(0, comma));
@@ -656,7 +663,7 @@ int runMovePoint(const Context& ctx, const std::string& imagePath, const MoveReq
                 " entries, which all change (zpe fork gives one its own copy first).";
     if (dryRun) {  // the whole write is planned and checked, as the real run would: only the file is left alone
         const zpe::SavePlan plan = zpe::planSave(pb, zpe::readUnchangedImage(pb));
-        std::cout << line << " " << plan.summary.text() << " (dry run: nothing written)\n";
+        sayDryRun(line + " " + plan.summary.text());
         return 0;
     }
     // The real run says what the dry run said, the summary of what was written included.
@@ -806,7 +813,8 @@ int runRender(const Context& ctx, const std::string& imagePath, const RenderRequ
     if (drawSlot && r.slot >= zpe::kSlotCount) throw UsageError{"--slot is a number from 0 to 63"};
     if (r.play < 1 || r.play > zpe::kPlaysPerSlot) throw UsageError{"--play is a number from 1 to 8"};
     const auto size = r.size.empty() ? (drawSlot ? kPlayPictureSize : kFormationPictureSize) : parseSize(r.size);
-    if (r.scale < 1 || static_cast<long>(size.first) * r.scale > kMaxPictureSide ||
+    if (r.scale < 1) throw UsageError{"--scale is a whole number from 1 up, not " + std::to_string(r.scale)};
+    if (static_cast<long>(size.first) * r.scale > kMaxPictureSide ||
         static_cast<long>(size.second) * r.scale > kMaxPictureSide)
         throw UsageError{"--scale makes the picture larger than " + std::to_string(kMaxPictureSide) + " pixels a side"};
     const zpe::Playbook pb = openOrFail(imagePath, ctx);

@@ -147,9 +147,12 @@ Playbook openImage(Image file, const std::string& dataDir) {
     Image image = headedForm(std::move(file), headerless);
     // The playbook's tables end with the slots' graphics records: a shorter file cannot be an image of the game.
     constexpr int64_t kTablesEnd = kGfxTableOffset + static_cast<int64_t>(kSlotCount) * kGfxRecordSize;
-    if (static_cast<int64_t>(image.bytes().size()) < kTablesEnd)
-        throw RomError(path + ": not an image of the game: too short (" + std::to_string(image.bytes().size()) +
-                       " bytes; its playbook tables end at byte " + std::to_string(kTablesEnd) + ")");
+    if (static_cast<int64_t>(image.bytes().size()) < kTablesEnd) {
+        // Said of the file as it is: a headerless one lacks the 16 bytes the open put in front.
+        const int64_t shift = headerless ? kHeaderSize : 0;
+        throw RomError(path + ": not an image of the game: too short (" + std::to_string(static_cast<int64_t>(image.bytes().size()) - shift) +
+                       " bytes; its playbook tables end at byte " + std::to_string(kTablesEnd - shift) + ")");
+    }
     const std::string formsPath = dataDir + "/forms.txt";
     const std::vector<std::string> formNames = readFormNames(formsPath);
     if (formNames.empty()) throw RomError(formsPath + ": names no formation");

@@ -151,6 +151,11 @@ TEST(CliImport, BadInputNamesThePlaceAndWritesNothing) {
         {[](json& j) { j["plays"][5]["players"][0] = "B123"; }, "/plays/5/players/0: B123 is the address of no sequence"},
         {[](json& j) { j["formations"][0]["positions"][0] = "A136"; },
          "/formations/0/positions/0: a kick formation's position reads its sequence the kick way, and A136 is read the other way"},
+        {[](json& j) {
+             j["sequences"].push_back({{"new", "myLabel"}, {"commands", {{{"code", "D0"}, {"data", {240, 6}}}, {{"code", "EE"}, {"data", json::array()}}}}});
+             j["formations"][0]["positions"][0] = {{"new", "myLabel"}};
+         },
+         "and new 1 (\"myLabel\" in the file) is read the other way"},
         {[](json& j) { j["sequences"][0]["commands"][0]["code"] = "35"; }, "/sequences/0/commands/0/code: not a command code"},
         {[](json& j) { j["sequences"][0]["commands"][0]["data"] = {1}; }, "/sequences/0/commands/0/data: takes 2 data values"},
         {[](json& j) { j["sequences"][0]["commands"].erase(j["sequences"][0]["commands"].size() - 1); },

@@ -148,8 +148,10 @@ TEST(PlayFile, ImportPlayCarriesAPlayIntoAnotherImage) {
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out.rfind("play 7 (7) now runs the imported play: 4 commands copied", 0), 0u) << r.out;
     EXPECT_EQ(target.read(), before) << "a dry run writes nothing";
+    const std::string dry = r.out;
     r = t.zpe({"import-play", target.path(), file, "--play", "7"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out.substr(0, r.out.size() - 1) + " (dry run: nothing written)\n", dry) << "the dry run says the real run's words, and that it wrote nothing";
     r = t.zpe({"export-play", target.path(), "--play", "7", "--out", "-"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(runCommands(json::parse(r.out)), runCommands(json::parse(test::readFileText(file))));
