@@ -423,6 +423,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const SavePlan plan = planSave(pb, bytes);
         // Handed the open's reading instead of reading the bytes again, the plan is the same.
         if (planSave(pb, bytes, &opened).bytes != plan.bytes) std::abort();
+        note("  Save's summary: %s", plan.summary.text().c_str());
         passed("Save");
     } catch (const VerifyError& e) {
         if (planningBug("Save", e)) return 0;

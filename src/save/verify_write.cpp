@@ -1,5 +1,7 @@
 #include "save/verify_write.h"
 
+#include <functional>
+
 #include "save/layout.h"
 
 #include "analysis/area_map.h"
@@ -9,6 +11,7 @@
 #include "playbook/open_rom.h"
 #include "sequence/command_codes.h"
 
+#include <functional>
 #include <optional>
 #include <unordered_set>
 
@@ -286,7 +289,7 @@ private:
 
         sequencesRun(newArea);
         operandsBeforeTheArea(oldMap, newArea);
-        leadsIntoRewritten(*newMap, owner, newArea);
+        leadsIntoRewritten(*newMap, owner, newArea, runsAsBefore);
     }
 
     // A command the game runs just before the area that takes operands from
@@ -333,8 +336,13 @@ private:
         }
     }
 
-    // What leads into bytes rewritten in place from outside them still finds the command it led to.
-    void leadsIntoRewritten(const AreaMap& newMap, const std::vector<int32_t>& owner, std::span<const uint8_t> newArea) const {
+    // What leads into bytes rewritten in place from outside them still finds
+    // the command it led to: one of the sequence's own, as read there, or a
+    // command the game ran there before on the very same bytes (a change of
+    // values elsewhere in the sequence leaves it as it was; every command the
+    // game runs on from there among the written bytes is checked above).
+    void leadsIntoRewritten(const AreaMap& newMap, const std::vector<int32_t>& owner, std::span<const uint8_t> newArea,
+                            const std::function<bool(int32_t)>& runsAsBefore) const {
         for (int32_t a : newMap.commands) {
             if (owner[areaIndex(a)] >= 0) continue;
             GameCommand g;
@@ -346,7 +354,7 @@ private:
                 bool same = t == laid.place && laid.key == SeqKey::at(laid.place);
                 for (size_t i = 0; !same && i < laid.places.size(); ++i)
                     same = laid.places[i] == t && models[s]->commands()[i].origin == CmdId::readAt(t);
-                if (!same)
+                if (!same && !runsAsBefore(t))
                     fail("the command at " + hex4(a) + " would lead to " + hex4(t) + ", which " + sequenceName(laid.key) +
                          " rewrote");
             }

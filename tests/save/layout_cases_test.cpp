@@ -204,6 +204,8 @@ ImageBuilder stanceImage() { return image({{0xA000, {0xD7, 1, 2, 0xEA}}, {0xA010
 ImageBuilder overlapImage() { return image({{0xA000, {0xD7, 1, 2, 0xD7, 3, 4, 0xC4, 0}}}, {0xA000, 0xA003}); }
 // Pointer 1 enters A000 at its first command's second value, read as a Block (30).
 ImageBuilder valueEnteredImage() { return image({{0xA000, {0xD7, 5, 0x30, 0xC4, 0}}}, {0xA000, 0xA002}); }
+// A020's closing jump leads to A012, A010's first command's second value, read as a Block (30).
+ImageBuilder valueJumpedIntoImage() { return image({{0xA010, {0xD7, 5, 0x30, 0xC4, 0}}, {0xA020, {0x30, 0xFF, 0x12, 0xA0}}}, {0xA010, 0xA020}); }
 // 30 FE 05 goes on at A006.
 ImageBuilder copyImage() { return image({{0xA000, {0x30, 0xFE, 0x05}}, {0xA006, {0xD7, 1, 2, 0xC4, 0}}}, {0xA000}); }
 // Five moves and a block, then FE F0 at A010 loops back to A000.
@@ -543,13 +545,15 @@ TEST(LayoutCases, DataEditIsWrittenInPlace) {
         {"the command its closing jump names, changed in the sequence around it", ownMiddleImage(), 0xA000, 1, 1, 0xA005, 2},
         {"it lies outside the area", outsideImage(), 0x8100, 0, 0, 0x8101, 1},
         {"another entry enters the middle of a command, reading none of the changed bytes", valueEnteredImage(), 0xA000, 0, 0, 0xA001, 1},
+        {"another sequence's jump leads into the middle of a command, reading none of the changed bytes", valueJumpedIntoImage(), 0xA010, 0, 0,
+         0xA011, 1},
     };
     eachCase(cases, [](const Case& c) {
         DataDir data;
         auto o = test::openBuilt(c.image, data);
         ASSERT_TRUE(o.result.ok) << o.result.error;
         ASSERT_TRUE(o.pb.sequences.contains(SeqKey::at(c.key)));
-        ASSERT_EQ(o.pb.sequences.size(), 2u) << "the other sequence is there";
+        ASSERT_GE(o.pb.sequences.size(), 2u) << "the other sequence is there";
         const Bytes before = o.file.read();
         o.pb.sequences.at(SeqKey::at(c.key)).data(c.pos, c.index, 9);
         SaveSummary s;
