@@ -172,6 +172,10 @@ void SequencesTab::lvSequences_Click() {
     }
     const clsSequence* stored = pb.sequences.find(*key);
     if (!stored) return;
+    if (selectedSequenceKey() != key) {  // the row picked is the one the panel shows, whatever applying the edits left did to the list
+        const QSignalBlocker quiet(lvSequences);
+        selectRow(lvSequences, sequenceRow(*key));
+    }
     if (*key != curSeq.key()) {
         reachedFrom_.reset();  // picked in the list: no play or formation it came from
         if (ctx_.status->text().startsWith("Editing the sequence ")) ctx_.say("");  // that line spoke of the sequence left
@@ -196,7 +200,14 @@ bool SequencesTab::leaveWorkingCopy() {
         cmdSeqApply->setEnabled(false);
         ctx_.host.refreshModified();
         return true;
-    case MsgAnswer::Apply: return commitWorkingCopy("Apply");  // false: "Used by" cancelled
+    case MsgAnswer::Apply: {
+        // The panel is about to show the row picked: the sequence left is not
+        // brought back into view (its row selected, the filter cleared for it).
+        leaving_ = true;
+        const bool applied = commitWorkingCopy("Apply");  // false: "Used by" cancelled
+        leaving_ = false;
+        return applied;
+    }
     default: return false;
     }
 }
@@ -360,7 +371,7 @@ void SequencesTab::showSequence(SeqKey key) {
     }
     // The panel shows its working copy: undoing an Apply leaves its edits there,
     // not applied; after a moved point it follows the stored sequence.
-    if (curSeq.key() == key) showWorkingCopy();
+    if (curSeq.key() == key && !leaving_) showWorkingCopy();
     ctx_.host.refreshModified();
 }
 

@@ -136,6 +136,7 @@ private:
     clsSequence& curSeq;  // the document's working copy
     bool updatingDetails = false;  // the panel is filling itself: changes are not edits
     std::optional<AreaEntry> reachedFrom_;  // the play's or formation's entry the panel's sequence was opened from
+    bool leaving_ = false;                  // the edits of the sequence left are being applied: the panel goes on to another
 };
 
 }  // namespace zpe

@@ -173,11 +173,22 @@ private slots:
         QCOMPARE(w->doc_.workingCopy.commandCount(), 3);  // Cancel keeps the edit
         w->sequences().lvSequences_Click();  // a click on its own row again
         QCOMPARE(w->doc_.workingCopy.commandCount(), 3);  // keeps it too
+        // The list filtered down to the row picked next: answering Apply keeps the filter.
+        w->filterBox_->setText("A020-");
+        QVERIFY(w->sequences().lvSequences->topLevelItem(0)->isHidden());
         dialogs->answers.push_back(MsgAnswer::Apply);
         selectRow(w->sequences().lvSequences, 2);
+        QCOMPARE(w->filterBox_->text(), QString("A020-"));
         w->sequences().cmdSeqApply_Click();
         QCOMPARE(w->pb.sequences.at(0xA020_seq).commandCount(), 2);
         QCOMPARE(w->pb.sequences.at(0xA000_seq).commandCount(), 3);
+        // The list shows the row the panel shows, and Apply there applies to it.
+        QCOMPARE(w->sequences().selectedSequenceKey(), std::optional<SeqKey>(0xA020_seq));
+        QCOMPARE(w->doc_.workingCopy.key(), 0xA020_seq);
+        w->sequences().txtSeqData[1]->setText("7C");
+        w->sequences().cmdSeqApply_Click();
+        QCOMPARE(w->pb.sequences.at(0xA020_seq).data(0, 1), int16_t(0x7C));
+        QVERIFY(!w->sequences().cmdSeqApply->isEnabled());
         QVERIFY(w->isWindowModified());
         // A typed value not applied: Exit asks about it too.
         w->sequences().txtSeqData[1]->setText("7");
