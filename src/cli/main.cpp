@@ -311,10 +311,10 @@ int runExportPlay(const Context& ctx, const std::string& imagePath, const Export
     return 0;
 }
 
-// A play file brought into play Q: copied into free bytes, every field relinked, what the image runs already reused.
 // What a verb's dry run says: the real run's line, and that nothing was written.
 void sayDryRun(const std::string& line) { std::cout << line << " (dry run: nothing written)\n"; }
 
+// A play file brought into play Q: copied into free bytes, every field relinked, what the image runs already reused.
 int runImportPlay(const Context& ctx, const std::string& imagePath, const std::string& filePath, const std::string& play, bool dryRun) {
     if (play.empty()) throw UsageError{"import-play needs --play Q (the play 0-115 that is to run the file's play)"};
     const int q = parseNumber(play, 0, zpe::kPlayCount - 1, "--play");

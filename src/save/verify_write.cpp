@@ -1,7 +1,5 @@
 #include "save/verify_write.h"
 
-#include <functional>
-
 #include "save/layout.h"
 
 #include "analysis/area_map.h"
