@@ -1,7 +1,9 @@
 #!/bin/sh
 # Whole programs side by side with cat, as the README's Speed section quotes
 # them: zpe json, and zpe import of one changed value (a dry run, and a real
-# write flushed to disk) on the demo image padded to 384 KiB.
+# write flushed to disk) on the demo image padded to 384 KiB. Beside the real
+# write runs write_floor, which replaces the image the way a save does with
+# nothing planned: the part of the time that is the write itself.
 #
 #   bench/whole_programs.sh [BIN]     BIN: the folder holding zpe and demo.nes
 #                                     (default build/rel/bin, a Release build)
@@ -14,7 +16,8 @@ BIN=$(cd "${1:-build/rel/bin}" && pwd)
 for tool in hyperfine python3; do
     command -v "$tool" >/dev/null || { echo "whole_programs.sh: $tool is not installed" >&2; exit 2; }
 done
-[ -x "$BIN/zpe" ] && [ -f "$BIN/demo.nes" ] || { echo "whole_programs.sh: no zpe and demo.nes in $BIN" >&2; exit 2; }
+[ -x "$BIN/zpe" ] && [ -x "$BIN/write_floor" ] && [ -f "$BIN/demo.nes" ] ||
+    { echo "whole_programs.sh: no zpe, write_floor and demo.nes in $BIN" >&2; exit 2; }
 WORK=$(mktemp -d)
 trap 'rm -rf "$WORK"' EXIT INT TERM
 cd "$WORK"
@@ -49,4 +52,5 @@ hyperfine -N --warmup 20 --runs 200 \
     "$BIN/zpe -q import big.nes edit1.json --dry-run"
 hyperfine -N --warmup 10 --runs 100 --prepare ./restore.sh \
     "cat big.nes" \
+    "$BIN/write_floor big.nes" \
     "$BIN/zpe -q import big.nes edit1.json"

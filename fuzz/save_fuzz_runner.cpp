@@ -124,7 +124,7 @@ std::vector<uint8_t> imageOf(const std::vector<uint8_t>& input) {
 // first 16 bytes are the header (given the image's mark), the rest padded
 // with FF to whole 8 KiB banks, else the open would take it for a headerless image.
 std::vector<uint8_t> asImageFile(std::vector<uint8_t> image) {
-    constexpr size_t kHeader = 16, kBank = 8192;
+    constexpr auto kHeader = static_cast<size_t>(zpe::kHeaderSize), kBank = static_cast<size_t>(zpe::kBankUnit);
     if (image.size() < kHeader) return image;
     const uint8_t mark[] = {'N', 'E', 'S', 0x1A};
     std::copy(std::begin(mark), std::end(mark), image.begin());
