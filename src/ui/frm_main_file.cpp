@@ -401,6 +401,17 @@ void frmMain::mnuFileCompact_Click() {
     CompactSaveSummary preview;
     try {
         doc_.requireFileUnchanged();
+    } catch (const std::exception& e) {
+        // Changed on disk, or no longer readable: compaction is of the image
+        // as opened, so it cannot go on; edits not yet saved can still go to
+        // a new file, as Save offers.
+        if (edits)
+            (void)saveRefused("Compact Sequence Area", e);
+        else
+            reportFailure("Compact Sequence Area", e);
+        return;
+    }
+    try {
         doc_.requireImportSaved("Compacting");
         preview = planCompactAndSave(pb).summary;
     } catch (const std::exception& e) {

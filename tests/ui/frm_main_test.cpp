@@ -2,6 +2,7 @@
 // and Plays tabs, the File and Help menus.
 #include "window_fixture.h"
 #include "diagram/diagram.h"
+#include "playbook/open_rom.h"
 #include "render/raster_canvas.h"
 #include "ui/layout.h"
 #include "ui/picture_box.h"
@@ -430,6 +431,31 @@ private slots:
         QCOMPARE(dialogs->boxes[0].text, QString("image.nes changed on disk since it was opened (another program wrote it); nothing "
                                                  "was written\n\nSave all your edits as a new file instead? (Save As)"));
         QCOMPARE(image->read(), changed);
+    }
+
+    // Compaction is of the image as opened: after a change on disk it cannot
+    // go on. With edits pending it offers Save As, which writes them to a new
+    // file and leaves the changed one alone; with none it only says why.
+    void compactAfterAChangeOnDiskOffersSaveAsForTheEdits() {
+        openWindowImage();
+        auto changed = image->read();
+        changed[0x10] ^= 0xFF;
+        image->write(changed);
+        w->mnuFileCompact_Click();
+        QCOMPARE(dialogs->boxes.size(), size_t(1));
+        QVERIFY(dialogs->boxes[0].buttons == MsgButtons::Ok);
+        QVERIFY(dialogs->boxes[0].text.startsWith("image.nes changed on disk since it was opened"));
+
+        w->pb.playSlots[0].name("MINE");
+        const QString out = QString::fromStdString(cwd.file("mine.nes"));
+        dialogs->answers.push_back(MsgAnswer::Yes);
+        dialogs->files.push_back(out);
+        w->mnuFileCompact_Click();
+        QCOMPARE(dialogs->boxes.size(), size_t(2));
+        QVERIFY(dialogs->boxes[1].text.endsWith("Save all your edits as a new file instead? (Save As)"));
+        QCOMPARE(image->read(), changed);  // the other program's change stands
+        const Playbook mine = openRom(out.toStdString(), data.path());
+        QCOMPARE(QString::fromStdString(mine.playSlots[0].name()), QString("MINE"));
     }
 
     // Back in the window after another program wrote the file, or deleted it:
