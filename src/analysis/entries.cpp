@@ -93,7 +93,10 @@ std::vector<int16_t> newSequenceEnds(bool kick) {
     std::vector<int16_t> out;
     for (int code = 0xC0; code <= 0xFF; ++code) {
         const CommandFormat f = commandFormat(code, kick, -1);
-        if (f.editorEnds && !f.gameGoesOn && !f.lockUp) out.push_back(static_cast<int16_t>(code));
+        // Not a relative jump: a new sequence has no address yet, so its
+        // relative jump could only lead to one of its own commands, and as the
+        // only command that is itself (a loop the game never leaves).
+        if (f.editorEnds && !f.gameGoesOn && !f.lockUp && f.field != FieldKind::Relative) out.push_back(static_cast<int16_t>(code));
     }
     return out;
 }

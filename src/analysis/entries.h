@@ -38,7 +38,8 @@ void setEntryTarget(Playbook& pb, const AreaEntry& entry, SeqKey key);
 // std::invalid_argument for a sequence holding a COM pass or 0xF1 (the game
 // reads those with other lengths, so no copy of it runs the same).
 SeqKey addCopyOf(Playbook& pb, SeqKey key, const clsSequence* contents = nullptr);
-// The end commands a new sequence may start with: those after which the game stops.
+// The end commands a new sequence may start with: those after which the game
+// stops, but for the relative jump (it could only lead to itself).
 [[nodiscard]] std::vector<int16_t> newSequenceEnds(bool kick);
 // Adds a sequence of one end command `code` (one of newSequenceEnds) with the
 // given reading; returns its key. Throws std::invalid_argument for another code.

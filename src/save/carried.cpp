@@ -9,6 +9,7 @@
 #include "sequence/command_codes.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -23,33 +24,109 @@ bool isJump(uint8_t code) { return code == cmd::kAbsoluteJump || code == cmd::kR
 // A jump inside the area is a way on, not a command: two places run the same
 // thing when what they run after their leading jumps is the same. A jump out
 // of the area is kept as a command (an entry naming it must not name the
-// game's code, or FFFF, instead), and so is a chain of jumps that never ends
-// in a command.
-constexpr int kMaxHops = 16;
+// game's code, or FFFF, instead), and so is every jump of a chain of jumps
+// that never ends in a command (a loop of jumps alone). Chains of any length
+// are followed, each step once.
 
-// `l` with the jumps it starts with followed.
-CarriedLead throughJumps(const std::vector<CarriedCommand>& commands, CarriedLead l) {
-    for (int hops = 0; hops < kMaxHops && l.kind == CarriedLead::Kind::Command; ++hops) {
-        const CarriedCommand& c = commands[static_cast<size_t>(l.command)];
-        if (!isJump(c.bytes[0]) || c.field.kind != CarriedLead::Kind::Command) break;
-        l = c.field;
+// Where each carried command leads once the jumps it starts with are
+// followed, worked out once for all of them.
+class CarriedJumps {
+public:
+    explicit CarriedJumps(const std::vector<CarriedCommand>& commands) : to_(commands.size()) {
+        enum : uint8_t { kOpen, kOnPath, kDone };
+        std::vector<uint8_t> state(commands.size(), kOpen);
+        std::vector<int> path;
+        const auto n = static_cast<int>(commands.size());
+        for (int i = 0; i < n; ++i) {
+            path.clear();
+            int at = i;
+            bool loop = false;
+            CarriedLead end;
+            for (;;) {
+                const auto k = static_cast<size_t>(at);
+                if (state[k] == kDone) {
+                    end = to_[k];
+                    break;
+                }
+                if (state[k] == kOnPath) {
+                    loop = true;
+                    break;
+                }
+                const CarriedCommand& c = commands[k];
+                const bool wayOn = !c.bytes.empty() && isJump(c.bytes[0]) && c.field.kind == CarriedLead::Kind::Command &&
+                                   c.field.command >= 0 && c.field.command < n;
+                if (!wayOn) {
+                    end = to_[k] = CarriedLead::to(at);
+                    state[k] = kDone;
+                    break;
+                }
+                state[k] = kOnPath;
+                path.push_back(at);
+                at = c.field.command;
+            }
+            for (const int p : path) {
+                to_[static_cast<size_t>(p)] = loop ? CarriedLead::to(p) : end;
+                state[static_cast<size_t>(p)] = kDone;
+            }
+        }
     }
-    return l;
-}
+    // `l` with the jumps it starts with followed.
+    CarriedLead operator()(const CarriedLead& l) const {
+        return l.kind == CarriedLead::Kind::Command ? to_[static_cast<size_t>(l.command)] : l;
+    }
 
-// `address` of the image whose area is `area`, with the jumps it starts with followed.
-int32_t throughJumps(std::span<const uint8_t> area, int32_t address) {
-    GameCommand g;
-    for (int hops = 0; hops < kMaxHops && readGameCommand(area, address, g) && isJump(g.code) && inArea(g.target); ++hops) address = g.target;
-    return address;
-}
+private:
+    std::vector<CarriedLead> to_;
+};
 
-// Where the game goes from `address` by the jumps it starts with, out of the area too (a way on to the game's own code).
-int32_t outOfArea(std::span<const uint8_t> area, int32_t address) {
-    GameCommand g;
-    for (int hops = 0; hops < kMaxHops && readGameCommand(area, address, g) && isJump(g.code); ++hops) address = g.target;
-    return address;
-}
+// The same for the addresses of an image's sequence area, worked out as they are asked for.
+class AreaJumps {
+public:
+    explicit AreaJumps(std::span<const uint8_t> area) : area_(area), to_(kSequenceAreaSize, kUnknown) {}
+    // `address` with the jumps inside the area it starts with followed.
+    int32_t operator()(int32_t address) const {
+        if (!inArea(address)) return address;
+        path_.clear();
+        int32_t at = address, end = address;
+        bool loop = false;
+        for (;;) {
+            const int32_t known = to_[index(at)];
+            if (known >= 0) {
+                end = known;
+                break;
+            }
+            if (known == kOnPath) {
+                loop = true;
+                break;
+            }
+            GameCommand g;
+            if (!readGameCommand(area_, at, g) || !isJump(g.code) || !inArea(g.target)) {
+                end = to_[index(at)] = at;
+                break;
+            }
+            to_[index(at)] = kOnPath;
+            path_.push_back(at);
+            at = g.target;
+        }
+        for (const int32_t p : path_) to_[index(p)] = loop ? p : end;
+        return to_[index(address)];
+    }
+    // Where the game goes from `address` by the jumps it starts with, out of
+    // the area too (a way on to the game's own code).
+    int32_t outOfArea(int32_t address) const {
+        const int32_t at = (*this)(address);
+        GameCommand g;
+        if (inArea(at) && readGameCommand(area_, at, g) && isJump(g.code) && !inArea(g.target)) return g.target;
+        return at;
+    }
+
+private:
+    static constexpr int32_t kUnknown = -1, kOnPath = -2;
+    static size_t index(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
+    std::span<const uint8_t> area_;
+    mutable std::vector<int32_t> to_;  // per area byte: where its jumps lead (kUnknown: not worked out yet)
+    mutable std::vector<int32_t> path_;
+};
 
 bool isLongSnap(const CarriedCommand& c) { return c.bytes[0] == cmd::kLongSnap; }
 
@@ -74,12 +151,6 @@ bool sameBesidesField(std::span<const uint8_t> a, std::span<const uint8_t> b) {
     return true;
 }
 
-// The commands of `play` and where the image already runs each one the same
-// way: the largest relation (a bisimulation) between carried commands and
-// the image's game commands in which paired commands have the same bytes
-// (fields apart), both go on or neither, to paired commands or the same
-// outside address, and lead by their fields to paired commands or the same
-// outside address. Loops pair up as wholes.
 // Why a lead into `n` commands names nothing it may ("" when it names something).
 std::string leadFault(const CarriedLead& l, int n) {
     if (l.kind == CarriedLead::Kind::Command && (l.command < 0 || l.command >= n)) return "names no command of the file";
@@ -88,29 +159,128 @@ std::string leadFault(const CarriedLead& l, int n) {
     return {};
 }
 
-class Matcher {
+// The commands of `play` and where the image already runs each one the same
+// way: the largest relation (a bisimulation) between carried commands and
+// the image's game commands in which paired commands have the same bytes
+// (fields apart), both go on or neither, to paired commands or the same
+// outside address, and lead by their fields to paired commands or the same
+// outside address. Loops pair up as wholes.
+//
+// Commands from which no loop can be reached are matched by their shape: the
+// same bytes (fields apart) going on to, and leading to, commands of the
+// same shape or the same outside address, worked out once for every command
+// of both sides, each in one step. Commands that can reach a loop are paired
+// with those of the image alike in their own bytes, and the pairs whose
+// successors do not pair are dropped until none is left to drop.
+
+// Where a command goes on, or its field leads, for the shapes: -1 nowhere,
+// -2 - address an address outside the area, else the shape of the command there.
+constexpr int64_t kNowhere = -1;
+constexpr int64_t outsideCode(int32_t address) { return -2 - int64_t{address}; }
+
+// Shapes by their description, shared by both sides.
+class Shapes {
 public:
-    Matcher(const std::vector<CarriedCommand>& commands, const AreaMap& map, std::span<const uint8_t> area) : commands_(commands), area_(area) {
-        std::unordered_map<uint64_t, std::vector<int32_t>> byKey;
-        for (const GameCommand& g : map.program) byKey[key(bytesAt(g))].push_back(g.address);
-        candidates_.resize(commands.size());
-        for (size_t n = 0; n < commands.size(); ++n) {
-            if (isJump(commands[n].bytes[0]) && commands[n].field.kind == CarriedLead::Kind::Command) continue;  // ways on: what they lead to is matched
-            const auto found = byKey.find(key(commands[n].bytes));
-            if (found == byKey.end()) continue;
-            for (const int32_t a : found->second)
-                if (sameShape(commands[n], *map.commandAt(a))) candidates_[n].push_back(a);
-        }
-        for (bool changed = true; changed;) {
-            changed = false;
-            for (size_t n = 0; n < candidates_.size(); ++n) {
-                auto& c = candidates_[n];
-                const size_t was = c.size();
-                c.erase(std::remove_if(c.begin(), c.end(), [&](int32_t a) { return !successorsPair(commands[n], *map.commandAt(a)); }),
-                        c.end());
-                changed = changed || c.size() != was;
+    int of(const std::string& description) { return shapes_.emplace(description, static_cast<int>(shapes_.size())).first->second; }
+
+    // The shape of every node of a graph (`count` nodes; `label(v)` its own
+    // bytes and ways; `lead(v, k)` for k = 0, 1: kNowhere, an outsideCode,
+    // or a node). Nodes that can reach a loop get the shape of their label
+    // alone, marked; `reachesLoop` says which.
+    template <typename Label, typename Lead>
+    std::vector<int> ofGraph(size_t count, Label label, Lead lead, std::vector<uint8_t>& reachesLoop) {
+        enum : uint8_t { kNew, kOpen, kDone };
+        std::vector<uint8_t> state(count, kNew);
+        std::vector<int> shape(count, -1);
+        reachesLoop.assign(count, 0);
+        std::vector<size_t> stack;
+        for (size_t root = 0; root < count; ++root) {
+            if (state[root] != kNew) continue;
+            stack.push_back(root);
+            while (!stack.empty()) {
+                const size_t v = stack.back();
+                if (state[v] == kDone) {
+                    stack.pop_back();
+                    continue;
+                }
+                if (state[v] == kNew) {
+                    state[v] = kOpen;
+                    for (int k = 0; k < 2; ++k)
+                        if (const int64_t to = lead(v, k); to >= 0 && state[static_cast<size_t>(to)] == kNew) stack.push_back(static_cast<size_t>(to));
+                    continue;
+                }
+                // Marked by kind first, so that no description of one kind reads as one of the other.
+                std::string d = "a" + label(v);
+                bool loop = false;
+                for (int k = 0; k < 2; ++k) {
+                    int64_t code = lead(v, k);
+                    if (code >= 0) {
+                        const auto to = static_cast<size_t>(code);
+                        loop = loop || state[to] == kOpen || reachesLoop[to];
+                        code = shape[to];
+                    }
+                    d.append(reinterpret_cast<const char*>(&code), sizeof code);
+                }
+                if (loop) d = "l" + label(v);
+                reachesLoop[v] = loop ? 1 : 0;
+                shape[v] = of(d);
+                state[v] = kDone;
+                stack.pop_back();
             }
         }
+        return shape;
+    }
+
+private:
+    std::unordered_map<std::string, int> shapes_;
+};
+
+// A command's own bytes (fields apart) and whether it goes on and has a field.
+std::string labelOf(std::span<const uint8_t> bytes, bool goesOn, bool hasField) {
+    std::string d(bytes.begin(), bytes.end());
+    const auto [at, count] = fieldSpan(bytes);
+    for (int k = 0; k < count; ++k) d[static_cast<size_t>(at + k)] = 0;
+    d.push_back(static_cast<char>((goesOn ? 1 : 0) | (hasField ? 2 : 0)));
+    return d;
+}
+
+class Matcher {
+public:
+    Matcher(const std::vector<CarriedCommand>& commands, const AreaMap& map, std::span<const uint8_t> area)
+        : commands_(commands), jumps_(commands), area_(area), areaJumps_(area), imageShape_(kSequenceAreaSize, -1) {
+        Shapes shapes;
+        auto carriedLead = [&](const CarriedLead& raw) -> int64_t {
+            const CarriedLead l = jumps_(raw);
+            if (l.kind == CarriedLead::Kind::Command) return l.command;
+            return l.kind == CarriedLead::Kind::Outside ? outsideCode(l.address) : kNowhere;
+        };
+        shape_ = shapes.ofGraph(
+            commands.size(),
+            [&](size_t n) {
+                const CarriedCommand& c = commands[n];
+                return labelOf(c.bytes, c.next.kind != CarriedLead::Kind::None, c.field.kind != CarriedLead::Kind::None);
+            },
+            [&](size_t n, int k) { return carriedLead(k == 0 ? commands[n].next : commands[n].field); }, reachesLoop_);
+        const std::vector<GameCommand>& program = map.program;
+        auto imageLead = [&](int32_t raw) -> int64_t {
+            const int32_t a = areaJumps_(raw);
+            const GameCommand* g = inArea(a) ? map.commandAt(a) : nullptr;
+            return g ? g - program.data() : outsideCode(a);
+        };
+        std::vector<uint8_t> imageLoops;
+        const std::vector<int> imageShapes = shapes.ofGraph(
+            program.size(), [&](size_t i) { return labelOf(bytesAt(program[i]), program[i].fallsThrough, program[i].target >= 0); },
+            [&](size_t i, int k) {
+                const GameCommand& g = program[i];
+                if (k == 0) return g.fallsThrough ? imageLead(g.address + g.length) : kNowhere;
+                return g.target >= 0 ? imageLead(g.target) : kNowhere;
+            },
+            imageLoops);
+        for (size_t i = 0; i < program.size(); ++i) {
+            imageShape_[areaIndex(program[i].address)] = imageShapes[i];
+            byShape_[imageShapes[i]].push_back(program[i].address);  // ascending, as the program is
+        }
+        pairLoops(map);
     }
 
     // True when a table entry naming `address` runs what `lead` runs (None: FFFF).
@@ -119,38 +289,115 @@ public:
     }
 
     // The image addresses that run what carried command `n` runs, ascending.
-    const std::vector<int32_t>& runsAs(int n) const { return candidates_[static_cast<size_t>(n)]; }
+    const std::vector<int32_t>& runsAs(int n) const {
+        static const std::vector<int32_t> kNone;
+        const auto i = static_cast<size_t>(n);
+        if (wayOn(i)) return kNone;
+        if (reachesLoop_[i]) return candidates_[i];
+        const auto found = byShape_.find(shape_[i]);
+        return found == byShape_.end() ? kNone : found->second;
+    }
 
 private:
+    // A jump inside the area: what it leads to is matched, not the jump.
+    bool wayOn(size_t n) const { return isJump(commands_[n].bytes[0]) && commands_[n].field.kind == CarriedLead::Kind::Command; }
+
+    // Commands that can reach a loop: each paired with the image's commands
+    // of its label; then a pair whose successors do not pair is dropped, and
+    // with it only the pairs that went on to it are looked at again (a long
+    // chain costs its length, not its square). Thousands alike on both sides
+    // would pair each with each: past a budget every command keeps its first
+    // candidates only, which is still sound (the import then copies what it
+    // might have reused).
+    void pairLoops(const AreaMap& map) {
+        const size_t n = commands_.size();
+        constexpr size_t kPairBudget = size_t{1} << 21;
+        size_t total = 0;
+        for (size_t i = 0; i < n; ++i)
+            if (reachesLoop_[i] && !wayOn(i))
+                if (const auto found = byShape_.find(shape_[i]); found != byShape_.end()) total += found->second.size();
+        const size_t keep = total > kPairBudget ? std::max<size_t>(64, kPairBudget / n) : total;
+        candidates_.resize(n);
+        alive_.resize(n);
+        for (size_t i = 0; i < n; ++i) {
+            if (!reachesLoop_[i] || wayOn(i)) continue;
+            if (const auto found = byShape_.find(shape_[i]); found != byShape_.end())
+                candidates_[i].assign(found->second.begin(), found->second.begin() + static_cast<std::ptrdiff_t>(std::min(keep, found->second.size())));
+            alive_[i].assign(candidates_[i].size(), 1);
+        }
+        // Who goes on to whom, by falling through and by the field, jumps followed: in the file and in the image.
+        std::vector<std::vector<int>> nextHere(n), fieldHere(n);
+        for (size_t i = 0; i < n; ++i) {
+            if (!reachesLoop_[i]) continue;
+            if (const CarriedLead to = jumps_(commands_[i].next); to.kind == CarriedLead::Kind::Command)
+                nextHere[static_cast<size_t>(to.command)].push_back(static_cast<int>(i));
+            if (const CarriedLead to = jumps_(commands_[i].field); to.kind == CarriedLead::Kind::Command)
+                fieldHere[static_cast<size_t>(to.command)].push_back(static_cast<int>(i));
+        }
+        std::vector<std::vector<int32_t>> imageNextHere(kSequenceAreaSize), imageFieldHere(kSequenceAreaSize);
+        for (const GameCommand& g : map.program) {
+            if (const int32_t to = g.fallsThrough ? areaJumps_(g.address + g.length) : -1; inArea(to)) imageNextHere[areaIndex(to)].push_back(g.address);
+            if (const int32_t to = g.target >= 0 ? areaJumps_(g.target) : -1; inArea(to)) imageFieldHere[areaIndex(to)].push_back(g.address);
+        }
+        std::vector<std::pair<int, int32_t>> dropped;
+        auto drop = [&](size_t i, size_t k) {
+            alive_[i][k] = 0;
+            dropped.emplace_back(static_cast<int>(i), candidates_[i][k]);
+        };
+        for (size_t i = 0; i < n; ++i)
+            for (size_t k = 0; k < candidates_[i].size(); ++k)
+                if (alive_[i][k] && !successorsPair(commands_[i], *map.commandAt(candidates_[i][k]))) drop(i, k);
+        while (!dropped.empty()) {
+            const auto [m, b] = dropped.back();
+            dropped.pop_back();
+            for (const auto& [here, imageHere] : {std::pair{&nextHere, &imageNextHere}, std::pair{&fieldHere, &imageFieldHere}})
+                for (const int p : (*here)[static_cast<size_t>(m)])
+                    for (const int32_t a : (*imageHere)[areaIndex(b)])
+                        if (const long k = find(static_cast<size_t>(p), a); k >= 0 && alive_[static_cast<size_t>(p)][static_cast<size_t>(k)])
+                            drop(static_cast<size_t>(p), static_cast<size_t>(k));
+        }
+        for (size_t i = 0; i < n; ++i) {
+            size_t kept = 0;
+            for (size_t k = 0; k < candidates_[i].size(); ++k)
+                if (alive_[i][k]) candidates_[i][kept++] = candidates_[i][k];
+            candidates_[i].resize(kept);
+            alive_[i].assign(kept, 1);
+        }
+    }
+    // Where `address` stands among command `i`'s candidates (-1: not one).
+    long find(size_t i, int32_t address) const {
+        const auto& c = candidates_[i];
+        const auto it = std::lower_bound(c.begin(), c.end(), address);
+        return it != c.end() && *it == address ? it - c.begin() : -1;
+    }
+    static size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
     std::span<const uint8_t> bytesAt(const GameCommand& g) const {
         return area_.subspan(static_cast<size_t>(g.address - kSequenceAreaAddress), static_cast<size_t>(g.length));
     }
-    static uint64_t key(std::span<const uint8_t> bytes) {
-        const auto [at, count] = fieldSpan(bytes);
-        uint64_t h = bytes.size();
-        for (size_t k = 0; k < bytes.size(); ++k)
-            h = h * 1099511628211ULL ^ (static_cast<int>(k) >= at && static_cast<int>(k) < at + count ? 0x100u : bytes[k]);
-        return h;
-    }
-    bool sameShape(const CarriedCommand& c, const GameCommand& g) const {
-        return sameBesidesField(c.bytes, bytesAt(g)) && g.fallsThrough == (c.next.kind != CarriedLead::Kind::None) &&
-               (g.target >= 0) == (c.field.kind != CarriedLead::Kind::None);
-    }
     bool leadPairs(const CarriedLead& raw, int32_t rawAddress) const {
-        const CarriedLead lead = throughJumps(commands_, raw);
-        const int32_t address = throughJumps(area_, rawAddress);
+        const CarriedLead lead = jumps_(raw);
+        const int32_t address = areaJumps_(rawAddress);
         if (lead.kind == CarriedLead::Kind::Outside) return address == lead.address;
         if (lead.kind != CarriedLead::Kind::Command) return true;
-        const auto& c = candidates_[static_cast<size_t>(lead.command)];
-        return std::binary_search(c.begin(), c.end(), address);
+        const auto m = static_cast<size_t>(lead.command);
+        if (!reachesLoop_[m]) return inArea(address) && imageShape_[areaIndex(address)] == shape_[m];
+        const long k = find(m, address);
+        return k >= 0 && alive_[m][static_cast<size_t>(k)];
     }
     bool successorsPair(const CarriedCommand& c, const GameCommand& g) const {
         return (!g.fallsThrough || leadPairs(c.next, g.address + g.length)) && (g.target < 0 || leadPairs(c.field, g.target));
     }
 
     const std::vector<CarriedCommand>& commands_;
+    const CarriedJumps jumps_;
     std::span<const uint8_t> area_;
-    std::vector<std::vector<int32_t>> candidates_;
+    const AreaJumps areaJumps_;
+    std::vector<int> shape_;               // per carried command
+    std::vector<uint8_t> reachesLoop_;     // per carried command
+    std::vector<int> imageShape_;          // per area byte where a command of the image's program starts (-1: none)
+    std::unordered_map<int, std::vector<int32_t>> byShape_;  // the image's commands of each shape, ascending
+    std::vector<std::vector<int32_t>> candidates_;  // per command that can reach a loop, ascending
+    std::vector<std::vector<uint8_t>> alive_;       // per candidate: still paired
 };
 
 // A run of carried commands that must stand one after the other (each falls
@@ -243,9 +490,10 @@ Placement place(const std::vector<CarriedCommand>& commands, const std::vector<C
     throw SaveError(path + ": " + what + " " + why + "; nothing was written", Refusal::WouldNotReopen);
 }
 
-// From entry `e` of `bytes` the game runs what its lead runs.
-void checkEntry(const std::string& path, const std::string& what, const std::vector<CarriedCommand>& commands, const CarriedEntry& e,
-                const std::vector<uint8_t>& bytes) {
+// From entry `e` of `bytes` the game runs what its lead runs (`jumps` and
+// `areaJumps`: the ways on of the commands and of `bytes`' area).
+void checkEntry(const std::string& path, const std::string& what, const std::vector<CarriedCommand>& commands, const CarriedJumps& jumps,
+                const CarriedEntry& e, const std::vector<uint8_t>& bytes, const AreaJumps& areaJumps) {
     auto refuse = [&](const std::string& why) { refuseImport(path, what, why); };
     const std::span<const uint8_t> area = areaBytes(bytes);
     {
@@ -260,15 +508,15 @@ void checkEntry(const std::string& path, const std::string& what, const std::vec
         std::unordered_map<int64_t, bool> seen;
         auto pairUp = [&](const CarriedLead& l, int32_t address) {
             if (l.kind == CarriedLead::Kind::Command) work.emplace_back(l.command, address);
-            else if (l.kind == CarriedLead::Kind::Outside && outOfArea(area, address) != l.address)
+            else if (l.kind == CarriedLead::Kind::Outside && areaJumps.outOfArea(address) != l.address)
                 refuse("would lead " + who + " to " + hex4(address) + ", not " + hex4(l.address));
         };
         while (!work.empty()) {
             const auto [raw, rawAt] = work.back();
             work.pop_back();
             // Jumps on either side are ways on, not commands of the play.
-            const CarriedLead lead = throughJumps(commands, CarriedLead::to(raw));
-            const int32_t at = throughJumps(area, rawAt);
+            const CarriedLead lead = jumps(CarriedLead::to(raw));
+            const int32_t at = areaJumps(rawAt);
             if (lead.kind != CarriedLead::Kind::Command) {
                 pairUp(lead, at);
                 continue;
@@ -303,9 +551,11 @@ Playbook checkCarried(const Playbook& pb, const std::vector<CarriedCommand>& com
     auto refuse = [&](const std::string& why) { refuseImport(path, what, why); };
     const std::span<const uint8_t> area = areaBytes(bytes);
     std::unordered_set<int32_t> rewritten;
+    const CarriedJumps jumps(commands);
+    const AreaJumps areaJumps(area);
     for (const CarriedEntry& e : entries) {
         rewritten.insert(e.offset);
-        checkEntry(path, what, commands, e, bytes);
+        checkEntry(path, what, commands, jumps, e, bytes, areaJumps);
     }
     // Every other entry: the same bytes run, the same sequences read.
     std::vector<int32_t> others;
@@ -386,6 +636,10 @@ std::vector<CarriedCommand> carryEntries(const Playbook& pb, const std::vector<S
 
 
 std::string carriedCommandsFault(const std::vector<CarriedCommand>& commands) {
+    // Each command the game ran stood on a byte of its own in the area at least.
+    if (commands.size() > static_cast<size_t>(kSequenceAreaSize))
+        return "more commands (" + thousands(static_cast<int32_t>(std::min<size_t>(commands.size(), INT32_MAX))) +
+               ") than the sequence area has bytes (" + thousands(kSequenceAreaSize) + ")";
     const auto n = static_cast<int>(commands.size());
     for (int i = 0; i < n; ++i) {
         const CarriedCommand& c = commands[static_cast<size_t>(i)];
@@ -426,7 +680,7 @@ class Layouter {
 public:
     Layouter(const Playbook& pb, const std::vector<CarriedCommand>& commands, const std::vector<CarriedEntry>& entries, const std::string& what,
              const std::vector<CarriedLead>& runAlready)
-        : pb_(pb), commands_(commands), entries_(entries), what_(what), runAlready_(runAlready), map_(buildAreaMap(pb)),
+        : pb_(pb), commands_(commands), entries_(entries), what_(what), runAlready_(runAlready), jumps_(commands), map_(buildAreaMap(pb)),
           area_(areaBytes(pb.openedBytes)), matcher_(commands, map_, area_), n_(commands.size()) {}
 
     CarriedLayout run(const std::function<void(std::vector<uint8_t>&)>& records) {
@@ -455,7 +709,7 @@ private:
             else if (!at.empty()) reuse_[i] = at.front();
         }
         for (const CarriedEntry& e : entries_) {
-            const CarriedLead to = throughJumps(commands_, e.lead);
+            const CarriedLead to = jumps_(e.lead);
             if (to.kind == CarriedLead::Kind::Command && !pb_.sequences.contains(SeqKey::at(reuse_[static_cast<size_t>(to.command)])))
                 reuse_[static_cast<size_t>(to.command)] = -1;
         }
@@ -463,7 +717,7 @@ private:
     // A lead goes to the image's copy of what it runs when there is one (its
     // jumps skipped); else its own command, jump or not, is copied.
     int32_t reusedAt(const CarriedLead& l) const {
-        const CarriedLead to = throughJumps(commands_, l);
+        const CarriedLead to = jumps_(l);
         if (to.kind == CarriedLead::Kind::Outside) return to.address;
         if (to.kind == CarriedLead::Kind::Command) return reuse_[static_cast<size_t>(to.command)];
         return -1;
@@ -613,6 +867,7 @@ private:
     const std::vector<CarriedEntry>& entries_;
     const std::string& what_;
     const std::vector<CarriedLead>& runAlready_;
+    const CarriedJumps jumps_;
     const AreaMap map_;
     const std::span<const uint8_t> area_;
     const Matcher matcher_;

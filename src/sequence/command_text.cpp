@@ -25,6 +25,13 @@ std::string moveAxis(int16_t v, const char* positive, const char* negative) {
     return std::string(negative) + hex2(256 - byte);
 }
 
+// Where a field leads, as the list shows it: an address, or a command of a
+// sequence made in the editor, which has none yet ("new 2+3").
+std::string targetText(const FieldView& view, bool padded) {
+    if (view.madeNumber > 0) return "new " + std::to_string(view.madeNumber) + "+" + std::to_string(view.fromStart);
+    return padded ? hex4(view.target) : hexPlain(view.target);
+}
+
 }  // namespace
 
 std::string clsSequence::commandName(int i, const CmdNames& names) const { return commandText(at(i), fieldView(i), names); }
@@ -32,22 +39,22 @@ std::string clsSequence::commandName(int i, const CmdNames& names) const { retur
 std::string commandText(const SeqCommand& command, const FieldView& view, const CmdNames& names) {
     const int16_t d0 = command.data[0], d1 = command.data[1];
     switch (command.command) {
-    case cmd::kRandomBranch: return "Cond. Branch (20) to " + hex4(view.target);
+    case cmd::kRandomBranch: return "Cond. Branch (20) to " + targetText(view, true);
     case cmd::kBlock: return "Block " + positionName(defPosNames, d0);
     case cmd::kChopBlock: return "Chop Block " + positionName(defPosNames, d0);
     case cmd::kHandOff: return "Handoff to " + positionName(offPosNames, d0);
     case cmd::kFakeHandOff: return "Fake Handoff to " + positionName(offPosNames, d0);
     case cmd::kPitch: return "Pitch to " + positionName(offPosNames, d0);
     case cmd::kReceiverOrder: return "Route #" + decimal(d0 + 1);
-    case cmd::kBranchComVsHuman: return "Cond. Branch (C7) to " + hex4(view.target);
+    case cmd::kBranchComVsHuman: return "Cond. Branch (C7) to " + targetText(view, true);
     case cmd::kMoveRelative: {
         const bool vertical = (d0 & 0xFF) != 0;
         return "Move Relative (" + moveAxis(d0, "D-", "U-") + (vertical ? "," : "") + moveAxis(d1, "R-", "L-") + ")";
     }
     case cmd::kRelativeJump:
         if (view.loopBack > 0) return "Loop Back " + decimal(view.loopBack) + " byte" + (view.loopBack == 1 ? "" : "s");
-        return "+R:" + hexPlain(view.target);
-    case cmd::kAbsoluteJump: return "+A:" + hexPlain(view.target);
+        return "+R:" + targetText(view, false);
+    case cmd::kAbsoluteJump: return "+A:" + targetText(view, false);
     default: break;
     }
     // A branch shown by its values shows its field's bytes where they stand.

@@ -292,13 +292,8 @@ std::vector<int32_t> clsSequence::fieldTargets(const std::vector<int32_t>& at) c
 }
 
 FieldView clsSequence::fieldView(int i) const {
-    const SeqCommand& c = at(i);
-    if (c.field.none()) return {};  // most commands: nothing to measure
-    FieldView v;
-    v.target = fieldTarget(i);
-    if (isRelative(c) && leadsBackward(cmds_, static_cast<size_t>(i)))
-        v.loopBack = c.field.kind == FieldRef::Kind::Command || placed() ? place(i) - v.target : 0;
-    return v;
+    if (at(i).field.none()) return {};  // most commands: nothing to measure
+    return viewAt(static_cast<size_t>(i), places(), nullptr);
 }
 
 FieldView clsSequence::viewAt(size_t i, const std::vector<int32_t>& at, const OriginIndex* index) const {
@@ -306,10 +301,15 @@ FieldView clsSequence::viewAt(size_t i, const std::vector<int32_t>& at, const Or
     FieldView v;
     if (c.field.none()) return v;
     v.target = resolve(c.field, at, index);
+    const bool own = c.field.kind == FieldRef::Kind::Command;
     if (isRelative(c) && leadsBackward(cmds_, i)) {
         // Within the sequence the distance does not depend on where it stands;
         // a new sequence cannot measure one to an address outside it.
-        v.loopBack = c.field.kind == FieldRef::Kind::Command || placed() ? at[i] - v.target : 0;
+        v.loopBack = own || placed() ? at[i] - v.target : 0;
+    }
+    if (own && !placed() && v.target != kNoField) {
+        v.madeNumber = key_.madeNumber() + 1;
+        v.fromStart = v.target - base();
     }
     return v;
 }

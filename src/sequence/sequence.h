@@ -100,6 +100,11 @@ struct SeqCommand {
 struct FieldView {
     int32_t target = 0;
     int32_t loopBack = 0;
+    // A sequence made in the editor has no address yet: a field naming one of
+    // its own commands is shown as that command's distance from its start in
+    // bytes, under the sequence's name ("new 2+3"). 0: the target is an address.
+    int madeNumber = 0;   // the sequence's number as shown ("new 2": 2)
+    int32_t fromStart = 0;
 };
 
 // The text of one command; `view` is what its field reads as where it

@@ -294,6 +294,15 @@ void SequencesTab::editWorkingValue(int index, int16_t value) {
     if (p < 0 || p >= curSeq.commandCount() || curSeq.data(p, index) == value) return;
     const clsSequence before = curSeq;
     curSeq.data(p, index, value);
+    if (curSeq.commands() == before.commands()) {
+        // The only value the model does not take: an address field that would
+        // lead nowhere it can name. The box keeps what was typed (a digit more
+        // may make it one) and the status bar says why.
+        ctx_.say(curSeq.placed() ? "That value would lead outside 0000-FFFF; the command still leads where it did."
+                                 : "A sequence made here has no address yet: its relative jump can only lead to one of "
+                                   "its own commands; the command still leads where it did.");
+        return;
+    }
     // Typing into one box of one command is one step.
     const int64_t key = (static_cast<int64_t>(curSeq.key().hash()) << 20) | (static_cast<int64_t>(p) << 4) | index;
     ctx_.doc.record({"Edit Value", {{EditState::ofWorkingCopy(before), EditState::ofWorkingCopy(curSeq)}}, key});

@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <map>
 
 namespace zpe {
@@ -30,7 +31,7 @@ using test::ImageBuilder;
 // or a chain joined by a jump, runs the same.
 std::vector<std::string> runs(const CarriedPlay& play) {
     auto resolve = [&](CarriedLead l) {
-        for (int hops = 0; l.kind == CarriedLead::Kind::Command && hops < 8; ++hops) {
+        for (size_t hops = 0; l.kind == CarriedLead::Kind::Command && hops < play.commands.size(); ++hops) {
             const uint8_t code = play.commands[static_cast<size_t>(l.command)].bytes[0];
             if (code != cmd::kAbsoluteJump && code != cmd::kRelativeJump) break;
             l = play.commands[static_cast<size_t>(l.command)].field;
@@ -262,6 +263,47 @@ TEST(PlayImport, ALongSnapKeepsWhatFollowsItAndALockUpIsRefused) {
             EXPECT_NE(std::string(e.what()).find("leads back to itself through jumps alone"), std::string::npos) << e.what();
         }
     }
+}
+
+// Chains of any length. The QB runs forty jumps before his commands; the RB
+// a chain of 1,500 one-byte blocks that the image runs alike from play 5
+// (each of them like each of the image's, so the pairs to weigh number in
+// the millions). Both are carried, run what they ran (the RB's chain reused
+// whole), in time that grows with their length, not its square. A file of
+// more commands than the area has bytes is refused before anything is planned.
+TEST(PlayImport, LongChainsAreCarriedAndAnOversizedFileRefused) {
+    DataDir data;
+    constexpr int kJumps = 40, kBlocks = 1500;
+    std::vector<uint8_t> blocks(kBlocks, 0x32);
+    blocks.insert(blocks.end(), {0xC4, 0x00});
+    const test::Opened target = test::openBuilt(ImageBuilder().bytesAt(0xA000, blocks).play(5, {0xA000}), data);
+    ASSERT_TRUE(target.result.ok) << target.result.error;
+    CarriedPlay play;
+    for (int k = 0; k < kJumps; ++k)
+        play.commands.push_back({k, {0xFF, 0x00, 0x00}, CarriedLead::none(), CarriedLead::to(k + 1)});
+    play.commands.push_back({kJumps, {0xD7, 0x01, 0x02}, CarriedLead::to(kJumps + 1), CarriedLead::none()});
+    play.commands.push_back({kJumps + 1, {0xC4, 0x00}, CarriedLead::none(), CarriedLead::none()});
+    const int chain = static_cast<int>(play.commands.size());
+    for (int k = 0; k < kBlocks; ++k) play.commands.push_back({chain + k, {0x32}, CarriedLead::to(chain + k + 1), CarriedLead::none()});
+    play.commands.push_back({chain + kBlocks, {0xC4, 0x00}, CarriedLead::none(), CarriedLead::none()});
+    play.players[0] = CarriedLead::to(0);
+    play.players[1] = CarriedLead::to(chain);
+    ASSERT_EQ(carriedPlayFault(play), "");
+
+    const auto start = std::chrono::steady_clock::now();
+    const PlayImportPlan plan = planPlayImport(target.pb, play, 7);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_LT(seconds, 10.0) << "a chain's pairs weighed again and again";
+    EXPECT_EQ(plan.bytes[static_cast<size_t>(playEntryOffset(7, 1))] | plan.bytes[static_cast<size_t>(playEntryOffset(7, 1)) + 1] << 8, 0xA000);
+    target.file.write(plan.bytes);
+    EXPECT_EQ(runs(carryPlay(openRom(target.file.path(), data.path()), 7)), runs(play));
+
+    CarriedPlay oversized;
+    for (int k = 0; k <= kSequenceAreaSize; ++k) oversized.commands.push_back({k, {0x32}, CarriedLead::to(k + 1), CarriedLead::none()});
+    oversized.commands.push_back({kSequenceAreaSize + 1, {0xC4, 0x00}, CarriedLead::none(), CarriedLead::none()});
+    oversized.players[0] = CarriedLead::to(0);
+    EXPECT_NE(carriedPlayFault(oversized).find("more commands (8,194) than the sequence area has bytes"), std::string::npos)
+        << carriedPlayFault(oversized);
 }
 
 // A file that is not a play the game could run is refused before anything is planned.

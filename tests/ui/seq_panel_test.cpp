@@ -24,7 +24,9 @@ ImageBuilder panelImage() {
         .bytesAt(0xA030, {0x32, 0xD7, 0x05, 0xFD, 0xFE, 0xFC})  // a loop back to the block
         .pointer(0, 0xA000)
         .pointer(1, 0xA020)
-        .pointer(2, 0xA030);
+        .pointer(2, 0xA030)
+        .bytesAt(0xA040, {0x20, 0x43, 0xA0, 0xD7, 0x01, 0x02, 0xE4})  // a branch to its own Move Relative
+        .pointer(3, 0xA040);
 }
 }  // namespace
 
@@ -64,6 +66,32 @@ private slots:
         w->sequences().cmdSeqDetails_Click();
     }
     void cleanup() { fx.stop(); }
+
+    // A sequence made here has no address yet: the list names the commands its
+    // fields lead to by their distance from its start, the value it cannot
+    // take (a relative jump leading outside it) is said, not silently
+    // dropped, and no new empty sequence starts as a relative jump.
+    void aNewSequenceNamesItsOwnCommandsByDistance() {
+        dialogs->choices = {0};  // a new copy of the current one
+        w->sequences().pointEntryAt({AreaEntry::Table::Pointer, 3, 0, {}});
+        QVERIFY(w->pb.seqPointers[3].isNew());
+        QCOMPARE(rows(), (QStringList{"new: Cond. Branch (20) to new 1+3", "new: Move Relative (D-01,R-02)", "new: E4"}));
+        dialogs->choices = {0};
+        w->sequences().pointEntryAt({AreaEntry::Table::Pointer, 2, 0, {}});
+        QCOMPARE(rows().last(), QString("new: Loop Back 4 bytes"));
+        w->sequences().lstSeqCommands->setCurrentRow(2);
+        const auto commands = w->doc_.workingCopy.commands();
+        w->sequences().txtSeqData[0]->setText("40");  // 64 bytes on: outside the copy
+        QCOMPARE(w->doc_.workingCopy.commands(), commands);
+        QVERIFY2(w->StatusBar1->text().contains("no address yet"), qPrintable(w->StatusBar1->text()));
+        QVERIFY(!w->sequences().cmdSeqApply->isEnabled());
+        w->sequences().txtSeqData[0]->setText("FD");  // 3 back: the Move Relative, one of its own
+        QCOMPARE(rows().last(), QString("new: Loop Back 3 bytes"));
+
+        dialogs->choices = {1, 0};
+        w->sequences().pointEntryAt({AreaEntry::Table::Pointer, 1, 0, {}});
+        QVERIFY(!dialogs->offered.back().join("|").contains("FE"));
+    }
 
     void selectingASequenceTakesAWorkingCopy() {
         pickSequence("A000");
@@ -215,7 +243,7 @@ private slots:
         w->mnuFileSave_Click();
         QVERIFY(dialogs->boxes.size() == 1);
         QCOMPARE(dialogs->boxes.back().defaultButton, MsgAnswer::No);  // Enter alone does not blank the logic
-        QVERIFY(w->StatusBar1->text().startsWith("Full Save: 4 sequences laid out anew from A000"));
+        QVERIFY(w->StatusBar1->text().startsWith("Full Save: 5 sequences laid out anew from A000"));
         // Reopen: the sequence now lies after A000's (10 bytes) and A010's (6).
         QVERIFY(w->openImage(QString::fromStdString(image->path())));
         QCOMPARE(w->pb.sequences.at(0xA010_seq).data(0, 1), int16_t(0x7C));
