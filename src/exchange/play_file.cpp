@@ -7,6 +7,7 @@
 #include "playbook/list_rows.h"
 #include "sequence/command_format.h"
 
+#include <algorithm>
 #include <cctype>
 #include <functional>
 #include <stdexcept>
@@ -266,12 +267,17 @@ private:
 
 json readDocument(const std::string& path) {
     const std::vector<uint8_t> text = readWholeFile(path, kMaxPlayFileSize);
+    // JSON text never holds a NUL byte (a string writes it \u0000); the parser would take one for the end of the text.
+    if (const auto nul = std::find(text.begin(), text.end(), 0); nul != text.end())
+        throw std::runtime_error(path + ": not JSON: a NUL byte at byte " + std::to_string(nul - text.begin()));
     try {
         // Nesting deeper than a play or slot file's is refused as it is read.
         return json::parse(text.begin(), text.end(), [&](int depth, json::parse_event_t, json&) {
             if (depth > kMaxPlayFileDepth) throw std::runtime_error(path + ": not a play, slot or playbook file: it nests deeper than one does");
             return true;
         });
+    } catch (const json::parse_error& e) {
+        throw std::runtime_error(path + ": not JSON: the text breaks off or goes wrong at byte " + std::to_string(e.byte));
     } catch (const json::exception& e) {
         throw std::runtime_error(path + ": not JSON (" + e.what() + ")");
     }
@@ -311,7 +317,10 @@ public:
     void formation(const json* f, const std::string& where) {
         if (!f || !f->is_object()) r_.fail(where, "missing (a formation)");
         CarriedRecord record;
-        if (const json* number = CarriedReader::member(*f, "number")) record.source = r_.number(number, 0, 255, where + "/number");
+        if (const json* number = CarriedReader::member(*f, "number")) {
+            record.source = r_.number(number, 0, 255, where + "/number");
+            if (listed(book_.formations, record.source)) r_.fail(where + "/number", "formation " + std::to_string(record.source) + " is listed twice");
+        }
         if (const json* name = CarriedReader::member(*f, "name")) record.name = r_.latin1(name, where + "/name");
         record.leads = r_.eleven(CarriedReader::member(*f, "positions"), where + "/positions");
         book_.formations.push_back(record);
@@ -322,6 +331,7 @@ public:
             const std::string where = "/plays/" + std::to_string(p);
             CarriedRecord record;
             record.source = r_.number(CarriedReader::member((*list)[p], "number"), 0, kPlayCount - 1, where + "/number");
+            if (listed(book_.plays, record.source)) r_.fail(where + "/number", "play " + std::to_string(record.source) + " is listed twice");
             record.leads = r_.eleven(CarriedReader::member((*list)[p], "players"), where + "/players");
             book_.plays.push_back(record);
         }
@@ -331,7 +341,7 @@ public:
         if (!record || !record->is_object()) r_.fail(where, "missing (a slot's record)");
         CarriedSlot slot;
         const std::string name = r_.latin1(CarriedReader::member(*record, "name"), where + "/name");
-        if (const std::string problem = slotNameLengthProblem(name); !problem.empty()) r_.fail(where + "/name", problem);
+        if (const std::string problem = typedSlotNameProblem(name); !problem.empty()) r_.fail(where + "/name", problem);
         slot.record.name(name);
         const json* kind = CarriedReader::member(*record, "kind");
         if (!kind || (*kind != "running" && *kind != "passing")) r_.fail(where + "/kind", "neither \"running\" nor \"passing\"");
@@ -351,6 +361,9 @@ public:
     }
 
 private:
+    static bool listed(const std::vector<CarriedRecord>& list, int number) {
+        return std::any_of(list.begin(), list.end(), [&](const CarriedRecord& r) { return r.source == number; });
+    }
     std::vector<int> numbers(const json* list, int high, const std::string& where) const {
         if (!list || !list->is_array() || list->size() != kPlaysPerSlot) r_.fail(where, "not a list of 8 play numbers");
         std::vector<int> out;

@@ -70,6 +70,8 @@ frmMain::frmMain(Dialogs& dialogs, QString dataDir, QString cpuDir, QWidget* par
 
     auto* status = new QStatusBar(this);
     StatusBar1 = new QLabel(status);
+    // A long message is cut at the window's edge; it never widens the window.
+    StatusBar1->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     status->addWidget(StatusBar1, 1);
     status->setSizeGripEnabled(true);
     status->setFixedHeight(pixels(kStatusBarHeight) + 4);

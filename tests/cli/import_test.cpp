@@ -192,8 +192,10 @@ TEST(CliImport, BadInputNamesThePlaceAndWritesNothing) {
         EXPECT_EQ(test::readFileBytes(d.image), original) << c.says;
     }
     // Broken files are named with the place or the number as written, never the reader's own words.
-    for (const auto& [text, says] : {std::pair{"{\"slots\": [", "broken.json: not JSON: the text breaks off or goes wrong at byte 12"},
-                                     std::pair{"{\"slots\": 1e400}", "broken.json: not JSON this program can read: the number 1e400"}}) {
+    // A NUL byte is no end of the text: the whole file is JSON or it is refused.
+    for (const auto& [text, says] : {std::pair{std::string("{\"slots\": ["), "broken.json: not JSON: the text breaks off or goes wrong at byte 12"},
+                                     std::pair{std::string("{\"slots\": 1e400}"), "broken.json: not JSON this program can read: the number 1e400"},
+                                     std::pair{doc.dump() + std::string(1, '\0') + "junk", "broken.json: not JSON: a NUL byte at byte "}}) {
         const auto r = d.zpe({"import", d.image, d.write("broken.json", text)});
         EXPECT_EQ(r.exitCode, 1);
         EXPECT_NE(r.err.find(says), std::string::npos) << r.err;

@@ -219,6 +219,19 @@ TEST(SlotFile, ImportSlotCarriesASlotIntoAnotherImage) {
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_NE(r.err.find("/slot/name: longer than the 15 bytes a slot name holds"), std::string::npos) << r.err;
     EXPECT_EQ(target.read(), before);
+    // A line break in a name is refused as zpe import refuses it (it would split every row that lists the slot).
+    named["slot"]["name"] = "SWEEP\nRIGHT";
+    out.writeText("named.json", named.dump());
+    r = t.zpe({"import-slot", target.path(), out.file("named.json"), "--slot", "9"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("/slot/name: holds a control character"), std::string::npos) << r.err;
+    // JSON text holds no NUL byte: the file does not end at one, it is refused.
+    std::string text = slot.dump() + std::string(1, '\0') + "junk";
+    out.writeText("nul.json", text);
+    r = t.zpe({"import-slot", target.path(), out.file("nul.json"), "--slot", "9"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("not JSON: a NUL byte at byte " + std::to_string(slot.dump().size())), std::string::npos) << r.err;
+    EXPECT_EQ(target.read(), before);
 }
 
 // The whole playbook exported and imported into another image: every slot
@@ -247,6 +260,16 @@ TEST(PlaybookFile, ImportPlaybookCarriesEverySlot) {
     const json back = json::parse(r.out);
     for (size_t s = 0; s < 64; ++s) EXPECT_EQ(back["slots"][s]["name"], book["slots"][s]["name"]) << s;
     EXPECT_EQ(runCommands(back), runCommands(book));
+
+    // A formation listed twice is refused, as a play listed twice is: which of them a slot means is not known.
+    json twice = book;
+    twice["formations"].push_back(twice["formations"][0]);
+    out.writeText("twice.json", twice.dump());
+    const std::vector<uint8_t> imported = target.read();
+    r = t.zpe({"import-playbook", target.path(), out.file("twice.json")});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("is listed twice"), std::string::npos) << r.err;
+    EXPECT_EQ(target.read(), imported);
 
     ASSERT_EQ(t.zpe({"export-slot", t.image.path(), "--slot", "5", "--out", out.file("slot.json")}).exitCode, 0);
     r = t.zpe({"import-playbook", target.path(), out.file("slot.json")});

@@ -433,6 +433,16 @@ private slots:
         QCOMPARE(image->read(), changed);
     }
 
+    // A message longer than the window is wide is cut at its edge; the window keeps its size.
+    void aLongStatusMessageDoesNotWidenTheWindow() {
+        openWindowImage();
+        const int width = w->width();
+        w->StatusBar1->setText(QString("Compacted: 7,124 bytes the game runs, ").repeated(40));
+        QApplication::processEvents();
+        QCOMPARE(w->width(), width);
+        QVERIFY(w->minimumSizeHint().width() < width + 1);
+    }
+
     // Compaction is of the image as opened: after a change on disk it cannot
     // go on. With edits pending it offers Save As, which writes them to a new
     // file and leaves the changed one alone; with none it only says why.
