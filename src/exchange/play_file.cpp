@@ -174,6 +174,13 @@ public:
         for (size_t j = 0; j < kPlayersPerRecord; ++j) {
             const json* entry = member((*list)[j], "entry");
             if (!entry) fail(where + "/" + std::to_string(j), "no \"entry\"");
+            // The place in the list says whose entry it is; a label, where
+            // given, must agree, or a hand edit that moved an entry would
+            // give it to another player without a word.
+            if (const json* label = member((*list)[j], "position"); label && *label != positionName(static_cast<int>(j)))
+                fail(where + "/" + std::to_string(j) + "/position",
+                     "names " + label->dump() + ", but this place in the list is " + positionName(static_cast<int>(j)) +
+                         "'s (the entries go QB, RB, FB, ... in that order)");
             out[j] = lead(*entry, where + "/" + std::to_string(j) + "/entry");
         }
         return out;

@@ -446,6 +446,12 @@ CompactSummary compactImage(Playbook& pb, const std::string& dataDir, const std:
 CompactSavePlan planCompactAndSave(const Playbook& pb) {
     const CompactPlan compacted = planCompact(pb);
     SavePlan saved = planSave(carryOver(pb, compacted), compacted.bytes);
+    // A moved sequence is named where the user knew it, before the compaction.
+    std::vector<int32_t> before(kSequenceAreaSize, -1);
+    for (size_t i = 0; i < compacted.newAddress.size(); ++i)
+        if (const int32_t now = compacted.newAddress[i]; inArea(now)) before[areaIndex(now)] = static_cast<int32_t>(i) + kSequenceAreaAddress;
+    for (auto& [from, to] : saved.summary.moved)
+        if (inArea(from) && before[areaIndex(from)] >= 0) from = before[areaIndex(from)];
     return {std::move(saved.bytes), {compacted.summary, saved.summary}};
 }
 

@@ -396,7 +396,10 @@ bool frmMain::runCompactAndSave() {
 }
 
 void frmMain::mnuFileCompact_Click() {
-    // Edits not saved yet are saved into the compacted image in the same write.
+    // Edits not saved yet are saved into the compacted image in the same
+    // write; those in the editor panel are applied first (as Save applies
+    // them), so that the question counts every edit the write will hold.
+    if (!sequences_->commitWorkingCopy("Compact Sequence Area")) return;
     const bool edits = doc_.unsaved();
     CompactSaveSummary preview;
     try {

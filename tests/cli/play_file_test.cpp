@@ -161,8 +161,13 @@ TEST(PlayFile, ImportPlayCarriesAPlayIntoAnotherImage) {
     out.writeText("newer.json", newer.dump());
     out.writeText("deep.json", std::string(100000, '['));
     out.writeText("other.json", R"({"format": "zpe playbook", "version": 1})");
+    // Two entries moved by hand, each with its label: the labels no longer agree with the places.
+    json swapped = json::parse(test::readFileText(file));
+    std::swap(swapped["players"][0], swapped["players"][1]);
+    out.writeText("swapped.json", swapped.dump());
     const std::vector<uint8_t> imported = target.read();
-    for (const auto& [name, says] : {std::pair{"newer.json", "newer"}, {"deep.json", "nests"}, {"other.json", "not a play file"}}) {
+    for (const auto& [name, says] : {std::pair{"newer.json", "newer"}, {"deep.json", "nests"}, {"other.json", "not a play file"},
+                                     {"swapped.json", "/players/0/position: names \"RB\", but this place in the list is QB's"}}) {
         r = t.zpe({"import-play", target.path(), out.file(name), "--play", "7"});
         EXPECT_EQ(r.exitCode, 1) << name;
         EXPECT_NE(r.err.find(says), std::string::npos) << r.err;

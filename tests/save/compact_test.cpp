@@ -229,6 +229,7 @@ TEST(Compact, CompactAndSaveMakesRoomWhereSaveFoundNone) {
     auto o = test::openBuilt(b, data);
     ASSERT_TRUE(o.result.ok) << o.result.error;
     ASSERT_EQ(o.pb.sequences.at(0xA000_seq).insertCommand(0, 0xF3), clsSequence::Insert::Done);
+    ASSERT_EQ(o.pb.sequences.at(0xA008_seq).insertCommand(0, 0xF3), clsSequence::Insert::Done);
     const Bytes before = o.file.read();
     try {
         ADD_FAILURE() << "saved: " << saveChanges(o.pb).text();
@@ -238,11 +239,16 @@ TEST(Compact, CompactAndSaveMakesRoomWhereSaveFoundNone) {
     EXPECT_EQ(o.file.read(), before);
     const CompactSaveSummary s = compactAndSave(o.pb, data.path());
     EXPECT_EQ(s.compacted.freeStart, 0xA000 + 5 * 1024 + 3);
-    ASSERT_EQ(s.saved.moved.size(), 1u);
-    const clsSequence& grown = o.pb.sequences.at(o.pb.plays[0].seqAddress(0));
-    EXPECT_EQ(grown.commandCount(), 3);
-    EXPECT_EQ(grown.command(1), 0xF3);
-    EXPECT_EQ(o.pb.sequences.at(o.pb.plays[0].seqAddress(1)).address(), 0xA000 + 5) << "the rest packed";
+    // Named where the user knew them: A008, not A005 where the compaction put it before it moved on.
+    ASSERT_EQ(s.saved.moved.size(), 2u);
+    EXPECT_EQ(s.saved.moved[0].first, 0xA000);
+    EXPECT_EQ(s.saved.moved[1].first, 0xA008);
+    for (const int player : {0, 1}) {
+        const clsSequence& grown = o.pb.sequences.at(o.pb.plays[0].seqAddress(player));
+        EXPECT_EQ(grown.commandCount(), 3);
+        EXPECT_EQ(grown.command(1), 0xF3);
+    }
+    EXPECT_EQ(o.pb.sequences.at(o.pb.plays[0].seqAddress(2)).address(), 0xA000 + 10) << "the rest packed";
 }
 
 }  // namespace

@@ -91,17 +91,20 @@ private slots:
         QVERIFY(fx.dialogs->boxes.empty());
     }
 
-    // Compact asks, writes at once and names what moved; with an edit pending it saves that too.
+    // Compact asks, writes at once and names what moved; with edits pending it
+    // saves them too, those not applied in the panel yet counted in the question.
     void compactFromTheMenu() {
         open();
         applyAnEdit();
+        selectRow(w->sequences().lvSequences, w->sequences().sequenceRow(0xA020_seq));
+        w->sequences().txtSeqData[1]->setText("5C");  // not applied
         fx.dialogs->answers.push_back(MsgAnswer::Yes);
         w->mnuFileCompact_Click();
         // The question says what the edits leave free, as the status line says it afterwards.
         const QString asked = fx.dialogs->boxes.back().text;
-        QVERIFY2(asked.contains("Your unsaved edits are saved with it: 1 sequence in place"), qPrintable(asked));
+        QVERIFY2(asked.contains("Your unsaved edits are saved with it: 2 sequences in place"), qPrintable(asked));
         QVERIFY(w->StatusBar1->text().startsWith("Compacted: "));
-        QVERIFY(w->StatusBar1->text().contains("Saved: 1 sequence in place"));
+        QVERIFY(w->StatusBar1->text().contains("Saved: 2 sequences in place"));
         const QString left = w->StatusBar1->text().section(", ", -1);  // "N free bytes left."
         QVERIFY2(asked.contains(left), qPrintable(asked + " | " + left));
         // After A000 (four bytes) and the FF FF FF the game runs after its stance.
