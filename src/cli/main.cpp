@@ -449,9 +449,8 @@ int runImport(const Context& ctx, const std::string& imagePath, const std::strin
                                              : "holds more than " + std::to_string(kMaxValues) + " values") +
                           " (a playbook file nests 5 and holds far fewer); nothing was written"};
     }
-    // JSON text never holds a NUL byte (a string writes it \u0000); the parser would take one for the end of the text.
-    if (const auto nul = std::find(bytes.begin(), bytes.end(), 0); nul != bytes.end())
-        throw Failure{jsonPath + ": not JSON: a NUL byte at byte " + std::to_string(nul - bytes.begin()) + "; nothing was written"};
+    if (const long nul = zpe::nulByteIn(bytes); nul >= 0)
+        throw Failure{jsonPath + ": not JSON: a NUL byte at byte " + std::to_string(nul) + "; nothing was written"};
     try {
         doc = zpe::parseJsonText(bytes);
     } catch (const nlohmann::json::parse_error& e) {

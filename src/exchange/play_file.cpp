@@ -274,9 +274,7 @@ private:
 
 json readDocument(const std::string& path) {
     const std::vector<uint8_t> text = readWholeFile(path, kMaxPlayFileSize);
-    // JSON text never holds a NUL byte (a string writes it \u0000); the parser would take one for the end of the text.
-    if (const auto nul = std::find(text.begin(), text.end(), 0); nul != text.end())
-        throw std::runtime_error(path + ": not JSON: a NUL byte at byte " + std::to_string(nul - text.begin()));
+    if (const long nul = nulByteIn(text); nul >= 0) throw std::runtime_error(path + ": not JSON: a NUL byte at byte " + std::to_string(nul));
     try {
         // Nesting deeper than a play or slot file's is refused as it is read.
         return json::parse(text.begin(), text.end(), [&](int depth, json::parse_event_t, json&) {
@@ -298,6 +296,11 @@ std::string carriedFileFormat(const std::string& path) {
     if (!format || !format->is_string() || (*format != "zpe play" && *format != "zpe slot" && *format != "zpe playbook"))
         throw std::runtime_error(path + ": not a play, slot or playbook file (no \"format\" of one)");
     return format->get<std::string>();
+}
+
+long nulByteIn(std::span<const uint8_t> text) {
+    const auto nul = std::find(text.begin(), text.end(), 0);
+    return nul == text.end() ? -1 : nul - text.begin();
 }
 
 PlayFile readPlayFile(const std::string& path) {

@@ -10,6 +10,7 @@
 
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <span>
 #include <string>
 
 namespace zpe {
@@ -42,6 +43,11 @@ struct PlayFile {
 // the game could not have run (a command's bytes other than its format, a
 // field or a follow-on that names nothing).
 [[nodiscard]] PlayFile readPlayFile(const std::string& path);
+
+// Where the first NUL byte of `text` stands (-1: none). JSON text never holds
+// one (a string writes it \u0000), and the parser would take one for the end
+// of the text: a file that holds one is refused.
+[[nodiscard]] long nulByteIn(std::span<const uint8_t> text);
 
 struct SlotsFile {
     CarriedBook book;  // one slot (a slot file) or all 64 (a playbook file)

@@ -21,6 +21,9 @@ constexpr int kJumpSize = 3;  // an absolute jump FF lo hi: what joins a chain s
 
 bool isJump(uint8_t code) { return code == cmd::kAbsoluteJump || code == cmd::kRelativeJump; }
 
+// A byte's place in the sequence area (0 for 0xA000).
+size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
+
 // A jump inside the area is a way on, not a command: two places run the same
 // thing when what they run after their leading jumps is the same. A jump out
 // of the area is kept as a command (an entry naming it must not name the
@@ -90,7 +93,7 @@ public:
         int32_t at = address, end = address;
         bool loop = false;
         for (;;) {
-            const int32_t known = to_[index(at)];
+            const int32_t known = to_[areaIndex(at)];
             if (known >= 0) {
                 end = known;
                 break;
@@ -101,15 +104,15 @@ public:
             }
             GameCommand g;
             if (!readGameCommand(area_, at, g) || !isJump(g.code) || !inArea(g.target)) {
-                end = to_[index(at)] = at;
+                end = to_[areaIndex(at)] = at;
                 break;
             }
-            to_[index(at)] = kOnPath;
+            to_[areaIndex(at)] = kOnPath;
             path_.push_back(at);
             at = g.target;
         }
-        for (const int32_t p : path_) to_[index(p)] = loop ? p : end;
-        return to_[index(address)];
+        for (const int32_t p : path_) to_[areaIndex(p)] = loop ? p : end;
+        return to_[areaIndex(address)];
     }
     // Where the game goes from `address` by the jumps it starts with, out of
     // the area too (a way on to the game's own code).
@@ -122,7 +125,6 @@ public:
 
 private:
     static constexpr int32_t kUnknown = -1, kOnPath = -2;
-    static size_t index(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
     std::span<const uint8_t> area_;
     mutable std::vector<int32_t> to_;  // per area byte: where its jumps lead (kUnknown: not worked out yet)
     mutable std::vector<int32_t> path_;
@@ -370,7 +372,6 @@ private:
         const auto it = std::lower_bound(c.begin(), c.end(), address);
         return it != c.end() && *it == address ? it - c.begin() : -1;
     }
-    static size_t areaIndex(int32_t address) { return static_cast<size_t>(address - kSequenceAreaAddress); }
     std::span<const uint8_t> bytesAt(const GameCommand& g) const {
         return area_.subspan(static_cast<size_t>(g.address - kSequenceAreaAddress), static_cast<size_t>(g.length));
     }
